@@ -1,0 +1,21 @@
+#pragma once
+
+// The totals of one folder, from a scan that keeps no tree.
+
+#include <cstdint>
+
+namespace tarnwell {
+
+/// Sizes in bytes. All zeros with `isMissing` when the measured path did not exist.
+struct DirectoryMeasurement {
+    std::int64_t logicalSize = 0;
+    std::int64_t allocatedSize = 0;
+    std::int64_t reclaimableSize = 0;
+    std::int64_t fileCount = 0;
+    std::int64_t directoryCount = 0;
+    bool isMissing = false;
+
+    bool operator==(const DirectoryMeasurement&) const = default;
+};
+
+} // namespace tarnwell

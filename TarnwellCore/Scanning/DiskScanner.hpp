@@ -1,0 +1,72 @@
+#pragma once
+
+// The front door of the scanner: asynchronous scans and measurements, with progress and cancellation.
+
+#include "TarnwellCore/Scanning/AsyncStream.hpp"
+#include "TarnwellCore/Scanning/CancellationToken.hpp"
+#include "TarnwellCore/Scanning/DirectoryMeasurement.hpp"
+#include "TarnwellCore/Scanning/ScanError.hpp"
+#include "TarnwellCore/Scanning/ScanResult.hpp"
+
+#include <filesystem>
+#include <functional>
+#include <future>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tarnwell {
+
+class ScanSession;
+
+/// Stateless; may be used from any thread. A future that is dropped waits for its operation to end.
+class DiskScanner {
+public:
+    using ProgressHandler = std::function<void(const ScanProgress&)>;
+
+    /// Scans the folder on background threads. `progress` is called from another thread, every
+    /// `options.progressInterval` seconds, never after the future is ready. The future throws ScanError.
+    std::future<ScanResult> scan(const std::filesystem::path& url, ScanOptions options = {},
+                                 ProgressHandler progress = nullptr, CancellationToken token = {}) const;
+
+    /// The totals of a folder without building a tree. Links are not followed: a missing path gives zeros
+    /// with `isMissing`, a file its own sizes. The future throws ScanError.
+    std::future<DirectoryMeasurement> measure(const std::filesystem::path& url, ScanOptions options = {},
+                                              CancellationToken token = {}) const;
+
+    /// Measures several paths, one after another.
+    std::future<std::map<std::filesystem::path, DirectoryMeasurement>>
+    measure(std::vector<std::filesystem::path> urls, ScanOptions options = {}, CancellationToken token = {}) const;
+
+    /// Starts a scan whose progress is read as a stream.
+    std::unique_ptr<ScanSession> session(const std::filesystem::path& url, ScanOptions options = {}) const;
+
+    /// The root path that the engine gets: absolute, links resolved, without a trailing "/" (but "/").
+    static std::string normalize(const std::filesystem::path& url);
+};
+
+/// One running scan. Destroying it cancels the scan and waits for it to end.
+class ScanSession {
+public:
+    ScanSession(const std::filesystem::path& url, ScanOptions options);
+    ~ScanSession();
+    ScanSession(const ScanSession&) = delete;
+    ScanSession& operator=(const ScanSession&) = delete;
+
+    /// Keeps the newest 4 unread reports. After a successful scan the last one has `isFinished` set; then
+    /// the stream ends.
+    AsyncStream<ScanProgress> progress() const { return progress_; }
+
+    /// Waits for the result; throws ScanError. May be called more than once, from any thread.
+    ScanResult result() const;
+
+    void cancel() const { token_.cancel(); }
+
+private:
+    CancellationToken token_;
+    AsyncStream<ScanProgress> progress_{4};
+    std::shared_future<ScanResult> result_;
+};
+
+} // namespace tarnwell

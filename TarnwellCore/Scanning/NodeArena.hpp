@@ -1,0 +1,73 @@
+#pragma once
+
+// The memory of one scanned tree: nodes, their names and their child arrays, in a few large regions that
+// are released at once. An arena has one region per worker, so that workers never wait for one another.
+
+#include "TarnwellCore/Scanning/FileNode.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string_view>
+#include <vector>
+
+namespace tarnwell {
+
+/// One growing region. Confined to one thread; memory is given back only when the arena goes.
+class NodeArena {
+public:
+    NodeArena() = default;
+    ~NodeArena();
+    NodeArena(const NodeArena&) = delete;
+    NodeArena& operator=(const NodeArena&) = delete;
+
+    /// A node with a copy of `name` behind it, without parent and children. Reclaimable size and clone
+    /// mark follow from the attributes; `fileCount` is 1 for a file. Throws std::bad_alloc.
+    FileNode* makeNode(std::string_view name, bool isDirectory, const FileNodeAttributes& attributes);
+
+    /// Room for `count` child pointers, not initialised. Throws std::bad_alloc.
+    std::span<FileNode*> makeChildArray(std::size_t count);
+
+    /// Bytes handed out so far.
+    std::size_t bytesUsed() const { return bytesUsed_; }
+
+private:
+    struct Chunk {
+        void* base;
+        std::size_t length;
+    };
+
+    void* allocate(std::size_t bytes) {
+        bytes = (bytes + 7) & ~std::size_t{7};
+        if (bytes > available_) [[unlikely]]
+            addChunk(bytes);
+        void* place = next_;
+        next_ += bytes;
+        available_ -= bytes;
+        bytesUsed_ += bytes;
+        return place;
+    }
+    void addChunk(std::size_t atLeast);
+
+    std::byte* next_ = nullptr;
+    std::size_t available_ = 0;
+    std::size_t bytesUsed_ = 0;
+    std::vector<Chunk> chunks_;
+};
+
+/// The regions of one tree. A root made by `shareRoot` keeps all of them alive.
+class TreeArena : public std::enable_shared_from_this<TreeArena> {
+public:
+    explicit TreeArena(std::size_t regionCount);
+
+    NodeArena& region(std::size_t index) { return *regions_[index]; }
+
+    /// The root as an owner of the whole tree.
+    std::shared_ptr<FileNode> shareRoot(FileNode* root) { return {shared_from_this(), root}; }
+
+private:
+    std::vector<std::unique_ptr<NodeArena>> regions_;
+};
+
+} // namespace tarnwell

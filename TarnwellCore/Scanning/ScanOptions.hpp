@@ -1,0 +1,42 @@
+#pragma once
+
+// What a scan does with links, packages, exclusions, devices and depth.
+
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <set>
+#include <string>
+
+namespace tarnwell {
+
+struct ScanOptions {
+    /// Descend into folders on another device than their parent.
+    bool crossFilesystemBoundaries = false;
+    /// Count a file with several links once.
+    bool deduplicateHardlinks = true;
+    /// Make nodes of what is inside packages; otherwise a package only carries its sums.
+    bool descendIntoPackages = true;
+    /// Absolute paths that are kept as leaves and not read.
+    std::set<std::string, std::less<>> excludedPaths;
+    /// Entry names that are kept as leaves and not read.
+    std::set<std::string, std::less<>> excludedNames;
+    /// Leave hidden entries out altogether.
+    bool excludeHidden = false;
+    /// Exclude `systemExclusions()` as well.
+    bool applySystemExclusions = true;
+    /// The deepest level that gets nodes (the root is level 0); what lies deeper is measured into the
+    /// folder at this level.
+    std::int64_t maximumDepth = std::numeric_limits<std::int64_t>::max();
+    /// Worker threads; chosen from the number of processors when absent.
+    std::optional<int> workerCount;
+    /// Least seconds between two progress reports.
+    double progressInterval = 0.1;
+
+    bool operator==(const ScanOptions&) const = default;
+
+    /// The 19 paths that hold no data of the user's, or data that is counted under another path.
+    static const std::set<std::string, std::less<>>& systemExclusions();
+};
+
+} // namespace tarnwell

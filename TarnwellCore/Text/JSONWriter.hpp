@@ -1,0 +1,42 @@
+#pragma once
+
+// Writes JSON documents: pretty-printed, two blanks a level, in one string. The caller writes the keys of an
+// object in ascending order; the writer holds no tree, so a document may be as long as memory allows and
+// nested as deep as it likes.
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace tarnwell {
+
+/// Appends to a string that the caller owns. Confined to one thread.
+class JSONWriter {
+public:
+    explicit JSONWriter(std::string& text);
+    ~JSONWriter();
+    JSONWriter(const JSONWriter&) = delete;
+    JSONWriter& operator=(const JSONWriter&) = delete;
+
+    void beginObject();
+    void endObject();
+    void beginArray();
+    void endArray();
+
+    /// The next value's key.
+    void key(std::string_view name);
+
+    /// Bytes that are not UTF-8 become U+FFFD.
+    void string(std::string_view bytes);
+    void integer(std::int64_t value);
+    /// The shortest text that reads back to the same double; null for what is not finite.
+    void number(double value);
+    void boolean(bool value);
+
+private:
+    struct Implementation;
+    std::unique_ptr<Implementation> implementation_;
+};
+
+} // namespace tarnwell

@@ -1,0 +1,58 @@
+# How every target of this project is compiled: the language, the warnings, the sanitizers and the
+# link-time optimisation. A target takes it all with tarnwell_compile(target).
+
+set(CMAKE_CXX_STANDARD 23)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_OBJCXX_STANDARD 23)
+set(CMAKE_OBJCXX_STANDARD_REQUIRED ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+if(APPLE AND NOT CMAKE_OSX_DEPLOYMENT_TARGET)
+  set(CMAKE_OSX_DEPLOYMENT_TARGET 13.3) # the first with floating-point std::to_chars
+endif()
+
+option(TARNWELL_WARNINGS_AS_ERRORS "Stop at the first compiler warning" OFF)
+option(TARNWELL_LTO "Optimise the tool across its translation units" OFF)
+set(TARNWELL_SANITIZE "" CACHE STRING "Sanitizers for every target, comma-separated")
+
+find_program(TARNWELL_CCACHE ccache)
+if(TARNWELL_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${TARNWELL_CCACHE}")
+  set(CMAKE_OBJCXX_COMPILER_LAUNCHER "${TARNWELL_CCACHE}")
+endif()
+
+add_library(tarnwell_compile_settings INTERFACE)
+add_library(Tarnwell::CompileSettings ALIAS tarnwell_compile_settings)
+target_compile_options(tarnwell_compile_settings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Wold-style-cast -Wcast-align)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  # GCC 12 warns falsely about std::string's operator+ when it inlines it.
+  target_compile_options(tarnwell_compile_settings INTERFACE -Wno-restrict)
+endif()
+if(TARNWELL_WARNINGS_AS_ERRORS)
+  target_compile_options(tarnwell_compile_settings INTERFACE -Werror)
+endif()
+target_compile_definitions(tarnwell_compile_settings INTERFACE $<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>)
+if(TARNWELL_SANITIZE)
+  target_compile_options(tarnwell_compile_settings INTERFACE
+    "-fsanitize=${TARNWELL_SANITIZE}" -fno-omit-frame-pointer -O1 -g)
+  target_link_options(tarnwell_compile_settings INTERFACE "-fsanitize=${TARNWELL_SANITIZE}")
+  target_compile_definitions(tarnwell_compile_settings INTERFACE _GLIBCXX_ASSERTIONS)
+  if(TARNWELL_SANITIZE MATCHES "undefined")
+    target_compile_options(tarnwell_compile_settings INTERFACE -fno-sanitize-recover=undefined)
+  endif()
+endif()
+
+# Objects carry machine code beside the intermediate form, so that only the tool pays for the optimised
+# link; the tests link the same objects without it.
+if(TARNWELL_LTO)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(tarnwell_compile_settings INTERFACE -flto=auto -ffat-lto-objects)
+    set(TARNWELL_LTO_LINK -flto=auto)
+    set(TARNWELL_NO_LTO_LINK -fno-lto)
+  else()
+    target_compile_options(tarnwell_compile_settings INTERFACE -flto=thin)
+    set(TARNWELL_LTO_LINK -flto=thin)
+    set(TARNWELL_NO_LTO_LINK "")
+  endif()
+endif()
