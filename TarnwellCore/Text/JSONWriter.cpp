@@ -20,7 +20,10 @@ constexpr std::size_t blanksALevel = 2;
 template <class Fill>
 void extend(std::string& text, std::size_t count, Fill fill) {
     const std::size_t length = text.size();
-    text.resize_and_overwrite(length + count, [&](char* bytes, std::size_t newLength) noexcept {
+    const std::size_t newLength = length + count;
+    // The length that the function gets may be larger than what was asked for: libstdc++ 12 hands over the
+    // new capacity.
+    text.resize_and_overwrite(newLength, [&](char* bytes, std::size_t) noexcept {
         fill(bytes + length);
         return newLength;
     });
