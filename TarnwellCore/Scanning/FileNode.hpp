@@ -106,9 +106,12 @@ public:
     /// The node's size in a mode; nothing is computed.
     std::int64_t sizeFor(SizeMode mode) const {
         switch (mode) {
-        case SizeMode::apparent: return size;
-        case SizeMode::allocated: return allocatedSize;
-        case SizeMode::reclaimable: return reclaimableSize;
+        case SizeMode::apparent:
+            return size;
+        case SizeMode::allocated:
+            return allocatedSize;
+        case SizeMode::reclaimable:
+            return reclaimableSize;
         }
         return size;
     }
@@ -132,9 +135,11 @@ public:
     /// Root first, this node last.
     std::vector<const FileNode*> breadcrumb() const;
 
-    /// `size` as a fraction of the parent's: 0 without a parent or when the parent's size is below 1, at most 1.
+    /// `size` as a fraction of the parent's: 0 without a parent or when the parent's size is below 1, at
+    /// most 1.
     double percentOfParent() const;
-    /// `size` as a fraction of the root's: 1 for the root itself, 0 when the root's size is below 1, at most 1.
+    /// `size` as a fraction of the root's: 1 for the root itself, 0 when the root's size is below 1, at
+    /// most 1.
     double percentOfRoot() const;
 
     /// Whether these extended flags mark an entry that shares some or all of its blocks.
@@ -170,14 +175,16 @@ public:
 
     /// Up to `limit` nodes below this one, in the order of `forEachDescendant`, this node left out.
     std::vector<const FileNode*> descendants(std::size_t limit) const;
-    /// Up to `limit` files of at least `minimumSize` apparent bytes, largest first, equal sizes by path order
+    /// Up to `limit` files of at least `minimumSize` apparent bytes, largest first; equal sizes in the order
     /// of the walk.
     std::vector<const FileNode*> largestFiles(std::size_t limit, std::int64_t minimumSize) const;
-    /// Folders of this name below this node (or this node itself) with no such folder between.
+    /// Folders of this name below this node with no such folder between.
     std::vector<const FileNode*> outermostDirectories(std::string_view named) const;
-    /// Bytes by category over the counted files below this node, allocated or apparent.
+    /// Bytes by category, allocated or apparent: of the counted files below this node (or of this node, when
+    /// it is a file), and of the folders that carry sums without nodes. The values add up to the node's size.
     std::map<FileCategory, std::int64_t> categoryBreakdown(bool useAllocatedSize) const;
-    /// The node at a full path, or at a path relative to this node; null when there is none.
+    /// The node at a full path at or below this node's, or at a path relative to this node; null when there
+    /// is none.
     const FileNode* node(std::string_view atPath) const;
     /// Cuts every link between the nodes below this one, and from this one to its children.
     void detachDescendants();
@@ -186,7 +193,8 @@ public:
 
     /// Makes these the node's children, in this order, and this node their parent. The array must live as
     /// long as the tree: take it from the tree's arena.
-    void adoptChildren(std::span<FileNode*> children);
+    /// Those before `firstNew` already are its children.
+    void adoptChildren(std::span<FileNode*> children, std::size_t firstNew = 0);
     /// The children for reordering in place.
     std::span<FileNode*> mutableChildren() { return {children_, childCount_}; }
 

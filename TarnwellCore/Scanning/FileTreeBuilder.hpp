@@ -7,7 +7,6 @@
 #include <memory>
 #include <string_view>
 #include <unordered_map>
-#include <vector>
 
 namespace tarnwell {
 
@@ -41,9 +40,11 @@ public:
     }
 
 private:
+    FileNode& attach(FileNode& parent, FileNode& child);
+
     std::shared_ptr<TreeArena> arena_;
     FileNode* root_;
-    std::unordered_map<FileNode*, std::vector<FileNode*>> pendingChildren_;
+    std::unordered_map<FileNode*, std::size_t> childCapacities_;
 };
 
 } // namespace tarnwell

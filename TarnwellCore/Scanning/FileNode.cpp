@@ -1,0 +1,267 @@
+#include "TarnwellCore/Scanning/FileNode.hpp"
+
+#include "TarnwellCore/Classification/PathUtil.hpp"
+#include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
+
+#include <algorithm>
+#include <cstring>
+
+namespace tarnwell {
+
+namespace {
+
+std::optional<Date> dateUnlessMissing(double seconds) {
+    if (seconds == FileNode::missingTime)
+        return std::nullopt;
+    return dateFromReferenceSeconds(seconds);
+}
+
+double cappedFraction(std::int64_t part, std::int64_t whole) {
+    if (whole < 1)
+        return 0;
+    return std::min(static_cast<double>(part) / static_cast<double>(whole), 1.0);
+}
+
+/// The root's name as the start of longer paths.
+std::string_view pathPrefix(std::string_view rootName) {
+    if (!rootName.empty() && rootName.back() == '/')
+        rootName.remove_suffix(1);
+    return rootName;
+}
+
+/// Takes the next component off the front of a path; empty at its end.
+std::string_view takeComponent(std::string_view& path) {
+    while (!path.empty() && path.front() == '/')
+        path.remove_prefix(1);
+    const std::string_view component = path.substr(0, path.find('/'));
+    path.remove_prefix(component.size());
+    return component;
+}
+
+/// What is left of `path` below `prefix`, compared by whole components; nothing when it lies elsewhere.
+std::optional<std::string_view> pathBelow(std::string_view prefix, std::string_view path) {
+    if (prefix.starts_with('/') != path.starts_with('/'))
+        return std::nullopt;
+    for (;;) {
+        const std::string_view expected = takeComponent(prefix);
+        if (expected.empty())
+            return path;
+        if (takeComponent(path) != expected)
+            return std::nullopt;
+    }
+}
+
+} // namespace
+
+FileNode::FileNode(std::size_t nameLength, bool isDirectory, const FileNodeAttributes& attributes)
+    : size(attributes.size),
+      allocatedSize(attributes.allocatedSize),
+      privateSize(attributes.privateSize),
+      reclaimableSize(reclaimableBytes(attributes.allocatedSize, attributes.privateSize,
+                                       attributes.reportsPrivateSize,
+                                       attributes.flags.contains(FileNodeFlags::dataless))),
+      modificationSeconds(attributes.modificationSeconds),
+      accessSeconds(attributes.accessSeconds),
+      nameLength_(static_cast<std::uint32_t>(nameLength)),
+      extFlags(attributes.extFlags),
+      fileCount(isDirectory ? 0 : 1),
+      flags(attributes.flags),
+      category(attributes.category),
+      isDirectory_(isDirectory),
+      reportsPrivateSize(attributes.reportsPrivateSize),
+      includesSharedCloneBlocks(sharesCloneBlocks(attributes.extFlags)) {}
+
+std::optional<Date> FileNode::modificationDate() const {
+    return dateUnlessMissing(modificationSeconds);
+}
+
+std::optional<Date> FileNode::accessDate() const {
+    return dateUnlessMissing(accessSeconds);
+}
+
+std::string FileNode::path() const {
+    std::string text;
+    appendPath(text);
+    return text;
+}
+
+void FileNode::appendPath(std::string& text) const {
+    if (parent_ == nullptr) {
+        text += name().empty() ? std::string_view("/") : name();
+        return;
+    }
+    std::size_t length = 0;
+    const FileNode* node = this;
+    for (; node->parent_ != nullptr; node = node->parent_)
+        length += 1 + node->nameLength_;
+    const std::string_view prefix = pathPrefix(node->name());
+    const std::size_t start = text.size();
+    text.resize(start + prefix.size() + length);
+    prefix.copy(text.data() + start, prefix.size());
+    char* end = text.data() + text.size();
+    for (node = this; node->parent_ != nullptr; node = node->parent_) {
+        end -= node->nameLength_;
+        node->name().copy(end, node->nameLength_);
+        *--end = '/';
+    }
+}
+
+std::string_view FileNode::displayName() const {
+    return parent_ == nullptr ? PathUtil::lastComponent(name()) : name();
+}
+
+const FileNode& FileNode::root() const {
+    const FileNode* node = this;
+    while (node->parent_ != nullptr)
+        node = node->parent_;
+    return *node;
+}
+
+FileNode& FileNode::root() {
+    return const_cast<FileNode&>(static_cast<const FileNode*>(this)->root());
+}
+
+std::size_t FileNode::depth() const {
+    std::size_t count = 0;
+    for (const FileNode* node = parent_; node != nullptr; node = node->parent_)
+        ++count;
+    return count;
+}
+
+std::vector<const FileNode*> FileNode::ancestors() const {
+    std::vector<const FileNode*> nodes;
+    for (const FileNode* node = parent_; node != nullptr; node = node->parent_)
+        nodes.push_back(node);
+    return nodes;
+}
+
+std::vector<const FileNode*> FileNode::breadcrumb() const {
+    std::vector<const FileNode*> nodes = ancestors();
+    std::reverse(nodes.begin(), nodes.end());
+    nodes.push_back(this);
+    return nodes;
+}
+
+double FileNode::percentOfParent() const {
+    return parent_ == nullptr ? 0 : cappedFraction(size, parent_->size);
+}
+
+double FileNode::percentOfRoot() const {
+    return parent_ == nullptr ? 1 : cappedFraction(size, root().size);
+}
+
+std::int64_t FileNode::sharedWithClones() const {
+    if (isDirectory_ || !reportsPrivateSize || !sharesBlocksWithClones())
+        return 0;
+    return std::max<std::int64_t>(checkedSubtract(allocatedSize, privateSize), 0);
+}
+
+std::vector<const FileNode*> FileNode::descendants(std::size_t limit) const {
+    std::vector<const FileNode*> found;
+    forEachDescendant([&](const FileNode& node) {
+        if (&node != this && found.size() < limit)
+            found.push_back(&node);
+        return found.size() < limit;
+    });
+    return found;
+}
+
+std::vector<const FileNode*> FileNode::largestFiles(std::size_t limit, std::int64_t minimumSize) const {
+    struct Candidate {
+        const FileNode* node;
+        std::size_t order;
+    };
+    const auto isLarger = [](const Candidate& a, const Candidate& b) {
+        return a.node->size != b.node->size ? a.node->size > b.node->size : a.order < b.order;
+    };
+    // A heap of the best so far, its worst in front: memory stays with the limit, not with the tree.
+    std::vector<Candidate> best;
+    std::size_t order = 0;
+    forEachDescendant([&](const FileNode& node) {
+        if (node.isDirectory_ || node.size < minimumSize || limit == 0)
+            return true;
+        const Candidate candidate{&node, order++};
+        if (best.size() == limit) {
+            if (!isLarger(candidate, best.front()))
+                return true;
+            std::pop_heap(best.begin(), best.end(), isLarger);
+            best.pop_back();
+        }
+        best.push_back(candidate);
+        std::push_heap(best.begin(), best.end(), isLarger);
+        return true;
+    });
+    std::sort_heap(best.begin(), best.end(), isLarger);
+    std::vector<const FileNode*> nodes;
+    nodes.reserve(best.size());
+    for (const Candidate& candidate : best)
+        nodes.push_back(candidate.node);
+    return nodes;
+}
+
+std::vector<const FileNode*> FileNode::outermostDirectories(std::string_view named) const {
+    std::vector<const FileNode*> found;
+    forEachDescendant([&](const FileNode& node) {
+        if (&node == this || !node.isDirectory_ || node.name() != named)
+            return true;
+        found.push_back(&node);
+        return false;
+    });
+    return found;
+}
+
+std::map<FileCategory, std::int64_t> FileNode::categoryBreakdown(bool useAllocatedSize) const {
+    std::map<FileCategory, std::int64_t> bytes;
+    const FileNodeFlags uncounted = FileNodeFlags::hardlinkDuplicate | FileNodeFlags::inaccessible;
+    forEachDescendant([&](const FileNode& node) {
+        const bool isCounted = node.isDirectory_ ? node.flags.contains(FileNodeFlags::collapsed)
+                                                 : &node == this || !node.flags.intersects(uncounted);
+        if (isCounted)
+            addChecked(bytes[node.category], useAllocatedSize ? node.allocatedSize : node.size);
+        return !node.flags.contains(FileNodeFlags::collapsed);
+    });
+    return bytes;
+}
+
+const FileNode* FileNode::node(std::string_view atPath) const {
+    std::string_view rest = atPath;
+    if (const auto below = pathBelow(path(), atPath))
+        rest = *below;
+    else if (atPath.starts_with('/'))
+        return nullptr;
+    const FileNode* node = this;
+    for (;;) {
+        const std::string_view component = takeComponent(rest);
+        if (component.empty())
+            return node;
+        const auto children = node->children();
+        const auto match = std::find_if(children.begin(), children.end(),
+                                        [&](const FileNode* child) { return child->name() == component; });
+        if (match == children.end())
+            return nullptr;
+        node = *match;
+    }
+}
+
+void FileNode::detachDescendants() {
+    std::vector<FileNode*> pending{this};
+    while (!pending.empty()) {
+        FileNode* node = pending.back();
+        pending.pop_back();
+        for (FileNode* child : node->children()) {
+            child->parent_ = nullptr;
+            pending.push_back(child);
+        }
+        node->children_ = nullptr;
+        node->childCount_ = 0;
+    }
+}
+
+void FileNode::adoptChildren(std::span<FileNode*> children, std::size_t firstNew) {
+    children_ = children.data();
+    childCount_ = static_cast<std::uint32_t>(children.size());
+    for (FileNode* child : children.subspan(firstNew))
+        child->parent_ = this;
+}
+
+} // namespace tarnwell

@@ -1,0 +1,65 @@
+#include "TarnwellCore/Scanning/FileTreeBuilder.hpp"
+
+#include "TarnwellCore/Classification/FileClassifier.hpp"
+#include "TarnwellCore/Classification/PathUtil.hpp"
+#include "TarnwellCore/Scanning/TreeAggregation.hpp"
+
+#include <algorithm>
+
+namespace tarnwell {
+
+FileTreeBuilder::FileTreeBuilder(std::string_view rootPath, FileNodeAttributes attributes)
+    : arena_(std::make_shared<TreeArena>(1)), root_(arena_->region(0).makeNode(rootPath, true, attributes)) {}
+
+FileTreeBuilder::~FileTreeBuilder() = default;
+
+FileNode& FileTreeBuilder::addFolder(FileNode& parent, std::string_view name) {
+    FileNodeAttributes attributes;
+    attributes.category =
+        FileClassifier::classifyDirectoryByNameOrExtension(name, PathUtil::fileExtension(name))
+            .value_or(FileCategory::folder);
+    return addFolder(parent, name, attributes);
+}
+
+FileNode& FileTreeBuilder::addFolder(FileNode& parent, std::string_view name,
+                                     const FileNodeAttributes& attributes) {
+    return attach(parent, *arena_->region(0).makeNode(name, true, attributes));
+}
+
+FileNode& FileTreeBuilder::addFile(FileNode& parent, std::string_view name, std::int64_t size) {
+    FileNodeAttributes attributes;
+    attributes.size = attributes.allocatedSize = size;
+    attributes.category = FileClassifier::classify(name, std::nullopt, false);
+    return addFile(parent, name, attributes);
+}
+
+FileNode& FileTreeBuilder::addFile(FileNode& parent, std::string_view name,
+                                   const FileNodeAttributes& attributes) {
+    return attach(parent, *arena_->region(0).makeNode(name, false, attributes));
+}
+
+FileNode& FileTreeBuilder::attach(FileNode& parent, FileNode& child) {
+    // The array doubles inside the arena; the smaller ones before it are given up with the tree.
+    std::size_t& capacity = childCapacities_[&parent];
+    const auto present = parent.mutableChildren();
+    std::span<FileNode*> children(present.data(), present.size() + 1);
+    if (present.size() == capacity) {
+        capacity = std::max<std::size_t>(4, capacity * 2);
+        children = arena_->region(0).makeChildArray(capacity).first(present.size() + 1);
+        std::copy(present.begin(), present.end(), children.begin());
+    }
+    children.back() = &child;
+    parent.adoptChildren(children, present.size());
+    return child;
+}
+
+std::shared_ptr<FileNode> FileTreeBuilder::finish() {
+    aggregate(*root_);
+    return finishWithoutAggregation();
+}
+
+std::shared_ptr<FileNode> FileTreeBuilder::finishWithoutAggregation() {
+    return arena_->shareRoot(root_);
+}
+
+} // namespace tarnwell
