@@ -27,7 +27,8 @@ struct DocumentHandler {
             return document.Int64(whole);
         rapidjson::Document number;
         number.Parse<rapidjson::kParseFullPrecisionFlag>(digits, length);
-        return document.Double(number.IsNumber() ? number.GetDouble() : std::numeric_limits<double>::infinity());
+        return document.Double(number.IsNumber() ? number.GetDouble()
+                                                 : std::numeric_limits<double>::infinity());
     }
 
     bool Null() { return document.Null(); }
@@ -36,7 +37,9 @@ struct DocumentHandler {
         return document.String(text, length, copy);
     }
     bool StartObject() { return document.StartObject(); }
-    bool Key(const char* text, rapidjson::SizeType length, bool copy) { return document.Key(text, length, copy); }
+    bool Key(const char* text, rapidjson::SizeType length, bool copy) {
+        return document.Key(text, length, copy);
+    }
     bool EndObject(rapidjson::SizeType count) { return document.EndObject(count); }
     bool StartArray() { return document.StartArray(); }
     bool EndArray(rapidjson::SizeType count) { return document.EndArray(count); }
@@ -59,13 +62,14 @@ bool parse(std::string_view text, rapidjson::Document& document) {
     // RapidJSON takes a zero byte for the end of its input.
     if (text.find('\0') != std::string_view::npos)
         return false;
+    constexpr unsigned flags = rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag;
     rapidjson::MemoryStream stream(text.data(), text.size());
     rapidjson::Reader reader;
-    document.Populate([&](rapidjson::Document& target) {
+    auto fill = [&](rapidjson::Document& target) {
         DocumentHandler handler{target};
-        return !reader.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag>(stream, handler)
-                    .IsError();
-    });
+        return !reader.Parse<flags>(stream, handler).IsError();
+    };
+    document.Populate(fill);
     return !reader.HasParseError();
 }
 

@@ -17,9 +17,12 @@ enum class CleanupSafety : std::uint8_t {
 /// "safe", "reviewNeeded" or "caution".
 constexpr std::string_view rawValue(CleanupSafety safety) {
     switch (safety) {
-    case CleanupSafety::safe: return "safe";
-    case CleanupSafety::reviewNeeded: return "reviewNeeded";
-    case CleanupSafety::caution: return "caution";
+    case CleanupSafety::safe:
+        return "safe";
+    case CleanupSafety::reviewNeeded:
+        return "reviewNeeded";
+    case CleanupSafety::caution:
+        return "caution";
     }
     return "caution";
 }
@@ -35,9 +38,12 @@ constexpr std::optional<CleanupSafety> cleanupSafetyFromRawValue(std::string_vie
 /// The grade as the user sees it.
 constexpr std::string_view displayName(CleanupSafety safety) {
     switch (safety) {
-    case CleanupSafety::safe: return "Safe to remove";
-    case CleanupSafety::reviewNeeded: return "Review first";
-    case CleanupSafety::caution: return "Be careful";
+    case CleanupSafety::safe:
+        return "Safe to remove";
+    case CleanupSafety::reviewNeeded:
+        return "Review first";
+    case CleanupSafety::caution:
+        return "Be careful";
     }
     return "Be careful";
 }

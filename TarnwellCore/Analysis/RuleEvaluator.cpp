@@ -83,7 +83,8 @@ private:
         locations_.push_back(resolvedLocation(rule.locationPrefix, homePath));
         for (std::size_t category = 0; category < fileCategoryCount; ++category)
             if (rule.categories.empty() ||
-                std::ranges::find(rule.categories, static_cast<FileCategory>(category)) != rule.categories.end())
+                std::ranges::find(rule.categories, static_cast<FileCategory>(category)) !=
+                    rule.categories.end())
                 byCategory_[category * wordCount_ + word] |= bit;
         if (rule.extensions.empty())
             anyExtension_[word] |= bit;
@@ -145,7 +146,10 @@ struct Approach {
 class RuleWalk {
 public:
     RuleWalk(const PreparedRules& rules, Date now, const CancellationToken& token)
-        : rules_(rules), now_(referenceSeconds(now)), token_(token), matches_(rules.count()),
+        : rules_(rules),
+          now_(referenceSeconds(now)),
+          token_(token),
+          matches_(rules.count()),
           active_(rules.wordCount()) {}
 
     std::vector<std::vector<const FileNode*>> run(const FileNode& root) {
@@ -231,7 +235,8 @@ private:
             const std::string_view rest = rules_.location(way.rule).substr(way.walked);
             if (name.size() + 1 < rest.size()) {
                 if (rest.starts_with(name) && rest[name.size()] == '/')
-                    approaches_.push_back({way.rule, static_cast<std::uint32_t>(way.walked + name.size() + 1)});
+                    approaches_.push_back(
+                        {way.rule, static_cast<std::uint32_t>(way.walked + name.size() + 1)});
             } else if (name.starts_with(rest.substr(0, rest.size() - 1)) &&
                        (name.size() + 1 == rest.size() || name[rest.size() - 1] == '/')) {
                 active_[way.rule / wordBits] |= Word{1} << (way.rule % wordBits);

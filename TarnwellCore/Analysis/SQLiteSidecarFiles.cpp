@@ -66,7 +66,8 @@ std::vector<fs::path> SQLiteSidecarFiles::sidecarURLs(const fs::path& database) 
     return paths;
 }
 
-std::vector<fs::path> SQLiteSidecarFiles::existingSidecars(const fs::path& database, const ExistenceTest& exists) {
+std::vector<fs::path> SQLiteSidecarFiles::existingSidecars(const fs::path& database,
+                                                           const ExistenceTest& exists) {
     std::vector<fs::path> paths = sidecarURLs(database);
     std::erase_if(paths, [&](const fs::path& path) { return !exists(path); });
     return paths;
@@ -101,9 +102,10 @@ std::vector<fs::path> SQLiteSidecarFiles::incompleteFamilyPaths(const std::vecto
             std::vector<fs::path> members = existingSidecars(*database, exists);
             if (exists(*database))
                 members.push_back(*database);
-            family->second = members.size() >= 2 && !std::ranges::all_of(members, [&](const fs::path& member) {
-                                 return requestedTexts.contains(member.native());
-                             });
+            family->second =
+                members.size() >= 2 && !std::ranges::all_of(members, [&](const fs::path& member) {
+                    return requestedTexts.contains(member.native());
+                });
         }
         if (family->second)
             reported.push_back(path);

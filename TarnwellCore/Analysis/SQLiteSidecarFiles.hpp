@@ -41,7 +41,8 @@ std::optional<std::filesystem::path> databaseURL(const std::filesystem::path& si
 /// Of the paths that a user asks to remove, the members of families that would be left in pieces: in the
 /// order asked for, as they were written, each path once. Paths are compared as text, absolute and without
 /// "." and "..".
-std::vector<std::filesystem::path> incompleteFamilyPaths(const std::vector<std::filesystem::path>& amongRequested,
-                                                         const ExistenceTest& exists = fileExists);
+std::vector<std::filesystem::path>
+incompleteFamilyPaths(const std::vector<std::filesystem::path>& amongRequested,
+                      const ExistenceTest& exists = fileExists);
 
 } // namespace tarnwell::SQLiteSidecarFiles

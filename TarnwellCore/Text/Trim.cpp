@@ -11,9 +11,9 @@ using namespace std::string_view_literals;
 
 /// The white space beyond ASCII, in UTF-8: next line, the blanks of Unicode, line and paragraph separators.
 constexpr std::array wideSpaces{
-    "\u0085"sv, "\u00A0"sv, "\u1680"sv, "\u2000"sv, "\u2001"sv, "\u2002"sv, "\u2003"sv, "\u2004"sv, "\u2005"sv,
-    "\u2006"sv, "\u2007"sv, "\u2008"sv, "\u2009"sv, "\u200A"sv, "\u2028"sv, "\u2029"sv, "\u202F"sv, "\u205F"sv,
-    "\u3000"sv,
+    "\u0085"sv, "\u00A0"sv, "\u1680"sv, "\u2000"sv, "\u2001"sv, "\u2002"sv, "\u2003"sv,
+    "\u2004"sv, "\u2005"sv, "\u2006"sv, "\u2007"sv, "\u2008"sv, "\u2009"sv, "\u200A"sv,
+    "\u2028"sv, "\u2029"sv, "\u202F"sv, "\u205F"sv, "\u3000"sv,
 };
 
 constexpr bool isAsciiSpace(char byte) {
