@@ -3,7 +3,7 @@
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
 
 #include <algorithm>
-#include <functional>
+#include <cstddef>
 #include <utility>
 
 namespace tarnwell::CloudEviction {
@@ -20,21 +20,34 @@ bool hasLocalContents(const FileNode& node) {
 }
 
 /// Calls `body(node, path, root)` for the evictable files at and below a node. `path` is valid for the call.
+/// Paths grow and shrink in one buffer, so a deep chain of folders costs no more than a wide one.
 template <class Body>
 void forEachEvictable(const FileNode& start, std::span<const SyncedRoot> roots, Body&& body) {
+    struct Pending {
+        const FileNode* node;
+        std::size_t parentLength; // of the parent's path, which the buffer begins with
+    };
     const auto prepared = SyncedRoots::prepare(roots);
-    std::string path;
-    start.forEachDescendant([&](const FileNode& node) {
-        if (!node.isDirectory() && !hasLocalContents(node))
-            return false;
-        path.clear();
-        node.appendPath(path);
-        if (node.isDirectory())
-            return SyncedRoots::touches(path, prepared);
-        if (const SyncedRoot* root = SyncedRoots::root(path, prepared))
-            body(node, path, *root);
-        return false;
-    });
+    std::string path = start.path();
+    std::vector<Pending> pending{{&start, path.size()}};
+    while (!pending.empty()) {
+        const auto [node, parentLength] = pending.back();
+        pending.pop_back();
+        path.resize(parentLength);
+        if (node != &start) {
+            if (!path.ends_with('/'))
+                path += '/';
+            path += node->name();
+        }
+        if (node->isDirectory()) {
+            if (SyncedRoots::touches(path, prepared))
+                for (const FileNode* child : node->children())
+                    pending.push_back({child, path.size()});
+        } else if (hasLocalContents(*node)) {
+            if (const SyncedRoot* root = SyncedRoots::root(path, prepared))
+                body(*node, path, *root);
+        }
+    }
 }
 
 EvictableItem item(const FileNode& node, std::string path, const SyncedRoot& root) {
