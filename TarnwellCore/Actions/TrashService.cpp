@@ -121,8 +121,8 @@ std::future<EmptyTrashOutcome> TrashService::emptyTrash(double timeout) const {
             result = runTool(std::string(emptyingTool), {"-e", std::string(emptyingScript)}, timeout,
                              emptyingGracePeriod)
                          .get();
-        } catch (const std::exception&) {
-            // A runner that breaks did not run the tool.
+        } catch (...) {
+            result.reset(); // A runner that breaks did not run the tool.
         }
         return outcomeOf(result);
     });

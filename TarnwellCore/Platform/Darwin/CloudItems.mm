@@ -51,6 +51,10 @@ void evictItemInDomain(NSFileProviderItemIdentifier _Nonnull item,
                        NSFileProviderDomainIdentifier _Nullable domainIdentifier,
                        const Completion& completion) {
     const Completion complete = completion;
+    if (domainIdentifier == nil) {
+        complete({Kind::unavailable, {}});
+        return;
+    }
     [NSFileProviderManager
         getDomainsWithCompletionHandler:^(NSArray<NSFileProviderDomain*>* domains, NSError* _Nullable) {
           for (NSFileProviderDomain* domain in domains) {
