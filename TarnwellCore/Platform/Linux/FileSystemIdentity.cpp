@@ -42,7 +42,9 @@ FileSystemIdentity readIdentity(const std::string& path) {
     if (::ioctl(folder, FS_IOC_GETFSLABEL, label.data()) == 0)
         identity.label = label.data();
     KernelUUID uuid{};
-    if (::ioctl(folder, getKernelUUID, &uuid) == 0 && uuid.length == uuid.bytes.size())
+    // All zeros is what file systems have that were never given one.
+    if (::ioctl(folder, getKernelUUID, &uuid) == 0 && uuid.length == uuid.bytes.size() &&
+        uuid.bytes != decltype(uuid.bytes){})
         identity.uuid = uuidText(uuid.bytes);
     ::close(folder);
     return identity;

@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <map>
 #include <set>
-#include <tuple>
+#include <utility>
 
 namespace tarnwell {
 
@@ -53,11 +53,9 @@ bool isAtOrBelow(std::string_view path, std::string_view folder) {
 }
 
 /// A device may be mounted in several places, as a whole or in part; they share one free space. The root
-/// stands for them before others, a mount of the whole before one of a part, a short path before a long one.
+/// stands for them before others, a mount of the whole before one of a part, otherwise the first.
 bool standsForDeviceBefore(const MountEntry& left, const MountEntry& right) {
-    const auto rank = [](const MountEntry& mount) {
-        return std::tuple(mount.path != "/", mount.root != "/", mount.path.size());
-    };
+    const auto rank = [](const MountEntry& mount) { return std::pair(mount.path != "/", mount.root != "/"); };
     return rank(left) < rank(right);
 }
 
