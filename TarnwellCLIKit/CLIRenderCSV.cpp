@@ -1,8 +1,9 @@
 #include "TarnwellCLIKit/CLIRender.hpp"
 #include "TarnwellCLIKit/RowPath.hpp"
 #include "TarnwellCore/Text/DecimalText.hpp"
+#include "TarnwellCore/Text/WordScan.hpp"
 
-#include <array>
+#include <algorithm>
 #include <charconv>
 
 namespace tarnwell::CLIRender {
@@ -11,18 +12,11 @@ namespace {
 
 constexpr std::string_view header = "name,path,isDirectory,size,allocatedSize,reclaimableSize,share\n";
 
-constexpr std::array<bool, 256> quotedCharacters = [] {
-    std::array<bool, 256> table{};
-    for (const unsigned char character : {',', '"', '\n', '\r'})
-        table[character] = true;
-    return table;
-}();
-
 bool isQuoted(std::string_view bytes) {
-    for (const char character : bytes)
-        if (quotedCharacters[static_cast<unsigned char>(character)])
-            return true;
-    return false;
+    return WordScan::any(bytes, [](std::uint64_t word) {
+        return WordScan::anyEqual(word, ',') | WordScan::anyEqual(word, '"') |
+               WordScan::anyEqual(word, '\n') | WordScan::anyEqual(word, '\r');
+    });
 }
 
 /// Text as it stands in a field; remarkable is what makes the field need quotes around it.
@@ -41,10 +35,9 @@ struct FieldForm {
     }
 
     static std::size_t length(std::string_view bytes) {
-        std::size_t length = bytes.size();
-        for (const char character : bytes)
-            length += character == '"' ? 1 : 0;
-        return length;
+        if (!isQuoted(bytes)) [[likely]]
+            return bytes.size();
+        return bytes.size() + static_cast<std::size_t>(std::count(bytes.begin(), bytes.end(), '"'));
     }
 };
 

@@ -2,8 +2,7 @@
 
 #include "TarnwellCore/Text/DecimalText.hpp"
 #include "TarnwellCore/Text/Utf8.hpp"
-
-#include <rapidjson/prettywriter.h>
+#include "TarnwellCore/Text/WordScan.hpp"
 
 #include <array>
 #include <charconv>
@@ -14,62 +13,39 @@ namespace tarnwell {
 
 namespace {
 
-/// RapidJSON's output stream over a std::string.
-struct StringStream {
-    using Ch = char;
-    std::string& text;
-    void Put(char character) { text.push_back(character); }
-    void Flush() {}
-};
+constexpr std::size_t blanksALevel = 2;
 
-void PutReserve(StringStream&, std::size_t) {}
-void PutUnsafe(StringStream& stream, char character) {
-    stream.Put(character);
-}
-/// Indentation in one piece: it is most of a deeply nested document.
-void PutN(StringStream& stream, char character, std::size_t count) {
-    stream.text.append(count, character);
-}
-
-/// RapidJSON keeps the nesting and writes what stands between values; the values themselves are appended
-/// whole instead of byte by byte, which makes long documents twice as fast.
-class Writer : public rapidjson::PrettyWriter<StringStream> {
-public:
-    explicit Writer(StringStream& stream) : PrettyWriter(stream) { SetIndent(' ', 2); }
-
-    /// The text after which a value of this type belongs.
-    std::string& beginValue(rapidjson::Type type) {
-        PrettyPrefix(type);
-        return os_->text;
-    }
-};
-
-constexpr std::uint64_t everyByte(std::uint64_t byte) {
-    return byte * 0x0101010101010101u;
+/// Makes the text `count` bytes longer; `fill` writes them at the pointer it is given. One check of the
+/// capacity for a piece of text, where appending it bit by bit would take one for each bit.
+template <class Fill>
+void extend(std::string& text, std::size_t count, Fill fill) {
+    const std::size_t length = text.size();
+    const std::size_t newLength = length + count;
+    // The length that the function gets may be larger than what was asked for: libstdc++ 12 hands over the
+    // new capacity.
+    text.resize_and_overwrite(newLength, [&](char* bytes, std::size_t) noexcept {
+        fill(bytes + length);
+        return newLength;
+    });
 }
 
-/// Whether any of eight bytes is a control character, a quote, a backslash or not ASCII.
-constexpr bool needsAttention(std::uint64_t word) {
-    const std::uint64_t quote = word ^ everyByte('"');
-    const std::uint64_t backslash = word ^ everyByte('\\');
-    const std::uint64_t control = (word - everyByte(0x20)) & ~word;
-    return ((control | ((quote - everyByte(1)) & ~quote) | ((backslash - everyByte(1)) & ~backslash) | word) &
-            everyByte(0x80)) != 0;
+char* put(char* place, char character) {
+    *place = character;
+    return place + 1;
 }
 
-/// Whether the bytes stand in a JSON string as they are. Never mistakes others for such; most names are such.
+char* put(char* place, std::string_view bytes) {
+    std::memcpy(place, bytes.data(), bytes.size());
+    return place + bytes.size();
+}
+
+/// Whether the bytes stand in a JSON string as they are: ASCII without control characters, quotes and
+/// backslashes. Most names do.
 bool isPlain(std::string_view bytes) {
-    const char* next = bytes.data();
-    std::size_t remaining = bytes.size();
-    std::uint64_t word = 0;
-    for (; remaining >= 8; next += 8, remaining -= 8) {
-        std::memcpy(&word, next, 8);
-        if (needsAttention(word))
-            return false;
-    }
-    word = everyByte('a');
-    std::memcpy(&word, next, remaining);
-    return !needsAttention(word);
+    return !WordScan::any(bytes, [](std::uint64_t word) {
+        return WordScan::anyBelow(word, 0x20) | WordScan::anyEqual(word, '"') |
+               WordScan::anyEqual(word, '\\') | WordScan::anyAbove7F(word);
+    });
 }
 
 /// What stands behind the backslash for a byte that may not stand in a JSON string: a letter, or "u" for
@@ -94,56 +70,104 @@ char escapeOf(char character) {
 
 } // namespace
 
-struct JSONWriter::Implementation {
-    StringStream stream;
-    Writer writer;
+template <class Fill>
+void JSONWriter::write(std::size_t count, Fill fill) {
+    if (followsKey_ || depth_ == 0) {
+        followsKey_ = false;
+        extend(text_, count, fill);
+        return;
+    }
+    const std::size_t comma = isEmpty_ ? 0 : 1;
+    const std::size_t blanks = depth_ * blanksALevel;
+    isEmpty_ = false;
+    extend(text_, comma + 1 + blanks + count, [&](char* place) {
+        if (comma != 0)
+            place = put(place, ',');
+        place = put(place, '\n');
+        std::memset(place, ' ', blanks);
+        fill(place + blanks);
+    });
+}
 
-    explicit Implementation(std::string& text) : stream{text}, writer(stream) {}
-};
+void JSONWriter::write(std::string_view value) {
+    write(value.size(), [&](char* place) { put(place, value); });
+}
 
-JSONWriter::JSONWriter(std::string& text) : implementation_(std::make_unique<Implementation>(text)) {}
-JSONWriter::~JSONWriter() = default;
+void JSONWriter::begin(char bracket) {
+    write({&bracket, 1});
+    ++depth_;
+    isEmpty_ = true;
+}
+
+void JSONWriter::end(char bracket) {
+    --depth_;
+    if (!isEmpty_) {
+        text_ += '\n';
+        text_.append(depth_ * blanksALevel, ' ');
+    }
+    text_ += bracket;
+    isEmpty_ = false;
+}
 
 void JSONWriter::beginObject() {
-    implementation_->writer.StartObject();
+    begin('{');
 }
 void JSONWriter::endObject() {
-    implementation_->writer.EndObject();
+    end('}');
 }
 void JSONWriter::beginArray() {
-    implementation_->writer.StartArray();
+    begin('[');
 }
 void JSONWriter::endArray() {
-    implementation_->writer.EndArray();
+    end(']');
 }
+
 void JSONWriter::key(std::string_view name) {
-    string(name);
+    if (!isPlain(name)) {
+        std::string escaped;
+        appendEscaped(escaped, name);
+        writeKey(escaped);
+        return;
+    }
+    writeKey(name);
 }
+
+void JSONWriter::writeKey(std::string_view escaped) {
+    write(escaped.size() + 4, [&](char* place) { put(put(put(place, '"'), escaped), "\": "); });
+    followsKey_ = true;
+}
+
 void JSONWriter::string(std::string_view bytes) {
-    std::string& text = implementation_->writer.beginValue(rapidjson::kStringType);
-    text += '"';
-    appendEscaped(text, bytes);
-    text += '"';
+    if (!isPlain(bytes)) {
+        std::string escaped;
+        appendEscaped(escaped, bytes);
+        escapedString(escaped);
+        return;
+    }
+    escapedString(bytes);
 }
+
 void JSONWriter::escapedString(std::string_view escaped) {
-    std::string& text = implementation_->writer.beginValue(rapidjson::kStringType);
-    text += '"';
-    text += escaped;
-    text += '"';
+    write(escaped.size() + 2, [&](char* place) { put(put(put(place, '"'), escaped), '"'); });
 }
+
 void JSONWriter::integer(std::int64_t value) {
     char digits[24];
     const char* const end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-    implementation_->writer.beginValue(rapidjson::kNumberType).append(static_cast<const char*>(digits), end);
+    write({digits, static_cast<std::size_t>(end - digits)});
 }
+
 void JSONWriter::number(double value) {
-    if (std::isfinite(value))
-        appendDecimalText(implementation_->writer.beginValue(rapidjson::kNumberType), value);
-    else
-        implementation_->writer.Null();
+    if (!std::isfinite(value)) {
+        write("null");
+        return;
+    }
+    write({});
+    appendDecimalText(text_, value);
 }
+
 void JSONWriter::boolean(bool value) {
-    implementation_->writer.Bool(value);
+    write(value ? "true" : "false");
 }
 
 void JSONWriter::appendEscaped(std::string& text, std::string_view bytes) {

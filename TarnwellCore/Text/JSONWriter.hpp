@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -15,8 +14,7 @@ namespace tarnwell {
 /// Appends to a string that the caller owns. Confined to one thread.
 class JSONWriter {
 public:
-    explicit JSONWriter(std::string& text);
-    ~JSONWriter();
+    explicit JSONWriter(std::string& text) : text_(text) {}
     JSONWriter(const JSONWriter&) = delete;
     JSONWriter& operator=(const JSONWriter&) = delete;
 
@@ -43,8 +41,21 @@ public:
     static std::size_t escapedLength(std::string_view bytes);
 
 private:
-    struct Implementation;
-    std::unique_ptr<Implementation> implementation_;
+    /// Appends what stands before the next element, then `count` bytes that `fill` writes.
+    template <class Fill>
+    void write(std::size_t count, Fill fill);
+    void write(std::string_view value);
+    void writeKey(std::string_view escaped);
+    void begin(char bracket);
+    void end(char bracket);
+
+    std::string& text_;
+    /// Open objects and arrays.
+    std::size_t depth_ = 0;
+    /// Whether nothing stands in the innermost one yet.
+    bool isEmpty_ = true;
+    /// Whether a key waits for its value.
+    bool followsKey_ = false;
 };
 
 } // namespace tarnwell

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <limits>
 #include <random>
@@ -92,6 +93,82 @@ TEST(JSONWriter, PrettyPrintsWithTwoBlanks) {
     json.endObject();
     EXPECT_EQ(text, "{\n  \"a\": [\n    -1,\n    0.25\n  ],\n  \"b\": [],\n"
                     "  \"c\": \"\\\"\\\\/\\u0001\\n\xEF\xBF\xBD\",\n  \"d\": true,\n  \"e\": null\n}");
+}
+
+/// Byte by byte, for text that is UTF-8.
+std::string plainlyEscaped(const std::string& text) {
+    std::string escaped;
+    for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
+        char longForm[8];
+        std::snprintf(longForm, sizeof longForm, "\\u%04X", byte);
+        switch (character) {
+        case '"':
+            escaped += "\\\"";
+            break;
+        case '\\':
+            escaped += "\\\\";
+            break;
+        case '\b':
+            escaped += "\\b";
+            break;
+        case '\f':
+            escaped += "\\f";
+            break;
+        case '\n':
+            escaped += "\\n";
+            break;
+        case '\r':
+            escaped += "\\r";
+            break;
+        case '\t':
+            escaped += "\\t";
+            break;
+        default:
+            escaped += byte < 0x20 ? std::string(longForm) : std::string(1, character);
+        }
+    }
+    return escaped;
+}
+
+TEST(JSONWriter, EscapesEveryByteAtEveryPlace) {
+    for (int byte = 0; byte < 256; ++byte)
+        for (std::size_t size = 1; size <= 18; ++size)
+            for (std::size_t place = 0; place < size; ++place) {
+                std::string text(size, 'x');
+                text[place] = static_cast<char>(byte);
+                std::string escaped = "before ";
+                JSONWriter::appendEscaped(escaped, text);
+                ASSERT_EQ(escaped, "before " + plainlyEscaped(repairedUTF8(text))) << byte << " at " << place;
+                ASSERT_EQ(JSONWriter::escapedLength(text), escaped.size() - 7) << byte << " at " << place;
+            }
+}
+
+TEST(JSONWriter, StandsAloneAndGrowsItsText) {
+    std::string text = "[";
+    JSONWriter json(text);
+    json.string("a\nb");
+    EXPECT_EQ(text, "[\"a\\nb\"");
+    json.beginArray();
+    for (int level = 0; level < 1'000; ++level) {
+        json.beginObject();
+        json.key("\"k\"");
+        json.escapedString("\\u0001");
+        json.key("l");
+        json.beginArray();
+    }
+    json.number(1);
+    for (int level = 0; level < 1'000; ++level) {
+        json.endArray();
+        json.endObject();
+    }
+    json.endArray();
+    EXPECT_TRUE(
+        text.starts_with("[\"a\\nb\"[\n  {\n    \"\\\"k\\\"\": \"\\u0001\",\n    \"l\": [\n      {\n"));
+    const std::string innermost = "\n" + std::string(4'002, ' ') + "1.0\n" + std::string(4'000, ' ') + "]\n" +
+                                  std::string(3'998, ' ') + "}\n" + std::string(3'996, ' ') + "]\n";
+    EXPECT_NE(text.find(innermost), std::string::npos);
+    EXPECT_TRUE(text.ends_with("\n    ]\n  }\n]"));
 }
 
 } // namespace

@@ -1,0 +1,336 @@
+#include "TarnwellCLIKit/CLIRender.hpp"
+#include "TarnwellCore/Scanning/ByteFormatter.hpp"
+#include "TarnwellCore/Scanning/FileTreeBuilder.hpp"
+#include "TarnwellCore/Text/DecimalText.hpp"
+#include "TarnwellCore/Text/JSONWriter.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <limits>
+#include <random>
+
+namespace tarnwell {
+namespace {
+
+constexpr std::int64_t endless = std::numeric_limits<std::int64_t>::max();
+
+// A listing made the plain way, with a text for every field and lists in lists, to compare with.
+struct PlainRow {
+    std::string name;
+    std::string path;
+    const FileNode* node;
+    std::int64_t selected;
+    double share;
+    std::int64_t depth;
+    std::vector<PlainRow> children;
+};
+
+std::vector<PlainRow> plainChildren(const FileNode& of, SizeMode mode, std::int64_t depthRemaining,
+                                    std::optional<std::int64_t> top, std::int64_t level) {
+    std::vector<PlainRow> rows;
+    if (depthRemaining < 1)
+        return rows;
+    std::vector<const FileNode*> children(of.children().begin(), of.children().end());
+    std::stable_sort(children.begin(), children.end(), [&](const FileNode* a, const FileNode* b) {
+        return a->sizeFor(mode) != b->sizeFor(mode) ? a->sizeFor(mode) > b->sizeFor(mode)
+                                                    : a->name() < b->name();
+    });
+    if (top && static_cast<std::size_t>(*top) < children.size())
+        children.resize(static_cast<std::size_t>(*top));
+    const std::int64_t total = of.sizeFor(mode);
+    for (const FileNode* child : children) {
+        const std::int64_t size = child->sizeFor(mode);
+        rows.push_back({std::string(child->name()), child->path(), child, size,
+                        total < 1 ? 0 : static_cast<double>(size) / static_cast<double>(total), level,
+                        plainChildren(*child, mode, depthRemaining - 1, top, level + 1)});
+    }
+    return rows;
+}
+
+void plainHuman(std::string& text, const std::vector<PlainRow>& rows) {
+    for (const PlainRow& row : rows) {
+        text += ByteFormatter::string(row.selected, "0 bytes") + "  " + ByteFormatter::percent(row.share, 1) +
+                "  " + std::string(static_cast<std::size_t>(row.depth) * 2, ' ') + row.name + "\n";
+        plainHuman(text, row.children);
+    }
+}
+
+void plainJSON(JSONWriter& json, const std::vector<PlainRow>& rows) {
+    json.beginArray();
+    for (const PlainRow& row : rows) {
+        json.beginObject();
+        json.key("allocatedSize");
+        json.integer(row.node->allocatedSize);
+        if (!row.children.empty()) {
+            json.key("children");
+            plainJSON(json, row.children);
+        }
+        json.key("isDirectory");
+        json.boolean(row.node->isDirectory());
+        json.key("name");
+        json.string(row.name);
+        json.key("path");
+        json.string(row.path);
+        json.key("reclaimableSize");
+        json.integer(row.node->reclaimableSize);
+        json.key("share");
+        json.number(row.share);
+        json.key("size");
+        json.integer(row.node->size);
+        json.endObject();
+    }
+    json.endArray();
+}
+
+void flatten(std::vector<const PlainRow*>& flat, const std::vector<PlainRow>& rows) {
+    for (const PlainRow& row : rows) {
+        flat.push_back(&row);
+        flatten(flat, row.children);
+    }
+}
+
+/// The fields of a CSV document, row by row, as a reader of the format sees them.
+std::vector<std::vector<std::string>> readCSV(const std::string& text) {
+    std::vector<std::vector<std::string>> rows(1, {""});
+    bool isQuoted = false;
+    for (std::size_t index = 0; index < text.size(); ++index) {
+        const char character = text[index];
+        if (character == '"' && isQuoted && index + 1 < text.size() && text[index + 1] == '"')
+            rows.back().back() += text[++index];
+        else if (character == '"')
+            isQuoted = !isQuoted;
+        else if (character == ',' && !isQuoted)
+            rows.back().emplace_back();
+        else if (character == '\n' && !isQuoted)
+            rows.push_back({""});
+        else
+            rows.back().back() += character;
+    }
+    EXPECT_FALSE(isQuoted);
+    EXPECT_EQ(rows.back(), std::vector<std::string>{""}) << "the last row has no line feed";
+    rows.pop_back();
+    return rows;
+}
+
+std::string randomName(std::mt19937& random, int number) {
+    static const std::string pieces[] = {"a",
+                                         "file",
+                                         ",",
+                                         "\"",
+                                         "\n",
+                                         "\r",
+                                         "\t",
+                                         " ",
+                                         "\\",
+                                         "\x1B[31m",
+                                         "\x7F",
+                                         "\xFF",
+                                         "\xC3\xA4",
+                                         "\xE2\x82",
+                                         "\xF0\x9F\x98\x80",
+                                         "longer-piece-of-a-name.tar"};
+    std::string name;
+    for (auto count = random() % 6; count > 0; --count)
+        name += pieces[random() % std::size(pieces)];
+    return name + std::to_string(number);
+}
+
+std::shared_ptr<FileNode> randomTree(unsigned seed, std::string_view rootPath) {
+    std::mt19937 random(seed);
+    FileTreeBuilder builder(rootPath);
+    std::vector<FileNode*> folders{&builder.root()};
+    for (int number = 0; number < 300; ++number) {
+        FileNode& parent = *folders[random() % 3 == 0 ? folders.size() - 1 : random() % folders.size()];
+        if (random() % 4 == 0) {
+            folders.push_back(&builder.addFolder(parent, randomName(random, number)));
+            continue;
+        }
+        const std::int64_t size =
+            random() % 3 == 0 ? 0 : static_cast<std::int64_t>(random()) >> random() % 32;
+        builder.addFile(parent, randomName(random, number),
+                        {.size = size,
+                         .allocatedSize = (size + 4'095) / 4'096 * 4'096,
+                         .privateSize = size / 2,
+                         .reportsPrivateSize = random() % 2 == 0});
+    }
+    return builder.finish();
+}
+
+/// A document's memory may exceed the text by a tenth or so, beside some bytes that every document has room
+/// for.
+void expectLittleSlack(const std::string& document) {
+    EXPECT_LE(document.capacity(), document.size() * 13 / 10 + 300);
+}
+
+TEST(CLIRender, EveryFormAgreesWithThePlainWay) {
+    unsigned seed = 0;
+    for (const std::string rootPath : {"/", "/data", "/we,ird \"\xFF", "/data/"})
+        for (const SizeMode mode : {SizeMode::apparent, SizeMode::allocated, SizeMode::reclaimable})
+            for (const std::int64_t depth : {std::int64_t{1}, std::int64_t{3}, endless})
+                for (const std::optional<std::int64_t> top :
+                     {std::optional<std::int64_t>(), {2}, {endless}}) {
+                    const auto root = randomTree(++seed, rootPath);
+                    const CLIListedScan scan = CLIRender::listedScan(*root, mode, depth, top);
+                    const std::vector<PlainRow> plain = plainChildren(*root, mode, depth, top, 0);
+
+                    std::string human;
+                    plainHuman(human, plain);
+                    human += ByteFormatter::string(root->sizeFor(mode), "0 bytes") + "  total\n";
+                    ASSERT_EQ(CLIRender::human(scan), human);
+                    ASSERT_EQ(CLIRender::humanListing(*root, mode, depth, top), human);
+
+                    std::string children;
+                    JSONWriter json(children);
+                    json.beginObject();
+                    json.key("children");
+                    plainJSON(json, plain);
+                    const std::string document = CLIRender::json(scan);
+                    ASSERT_EQ(document.substr(0, children.size()), children);
+                    expectLittleSlack(document);
+
+                    const std::string text = CLIRender::csv(scan);
+                    expectLittleSlack(text);
+                    const auto rows = readCSV(text);
+                    std::vector<const PlainRow*> flat;
+                    flatten(flat, plain);
+                    ASSERT_EQ(rows.size(), flat.size() + 1);
+                    ASSERT_EQ(scan.children.size(), flat.size());
+                    for (std::size_t index = 0; index < flat.size(); ++index) {
+                        const PlainRow& row = *flat[index];
+                        ASSERT_EQ(rows[index + 1],
+                                  (std::vector<std::string>{
+                                      row.name, row.path, row.node->isDirectory() ? "true" : "false",
+                                      std::to_string(row.node->size), std::to_string(row.node->allocatedSize),
+                                      std::to_string(row.node->reclaimableSize), decimalText(row.share)}));
+                        ASSERT_EQ(scan.children[index].path(), row.path);
+                    }
+                }
+}
+
+TEST(CLIRender, WritesExactlyThis) {
+    FileTreeBuilder builder("/data");
+    FileNode& folder = builder.addFolder(builder.root(), "photos, \"old\"");
+    builder.addFile(folder, "a\nb", {.size = 1, .allocatedSize = 2});
+    builder.addFile(builder.root(), "plain", {.size = 3, .allocatedSize = 6});
+    const auto root = builder.finish();
+    const CLIListedScan scan = CLIRender::listedScan(*root, SizeMode::allocated, 2, std::nullopt);
+    EXPECT_EQ(CLIRender::json(scan), R"({
+  "children": [
+    {
+      "allocatedSize": 6,
+      "isDirectory": false,
+      "name": "plain",
+      "path": "/data/plain",
+      "reclaimableSize": 6,
+      "share": 0.75,
+      "size": 3
+    },
+    {
+      "allocatedSize": 2,
+      "children": [
+        {
+          "allocatedSize": 2,
+          "isDirectory": false,
+          "name": "a\nb",
+          "path": "/data/photos, \"old\"/a\nb",
+          "reclaimableSize": 2,
+          "share": 1.0,
+          "size": 1
+        }
+      ],
+      "isDirectory": true,
+      "name": "photos, \"old\"",
+      "path": "/data/photos, \"old\"",
+      "reclaimableSize": 2,
+      "share": 0.25,
+      "size": 1
+    }
+  ],
+  "path": "/data",
+  "sizeMode": "allocated",
+  "total": 8,
+  "totalAllocatedSize": 8,
+  "totalReclaimableSize": 8,
+  "totalSize": 4,
+  "version": 1
+}
+)");
+    EXPECT_EQ(CLIRender::csv(scan), "name,path,isDirectory,size,allocatedSize,reclaimableSize,share\n"
+                                    "plain,/data/plain,false,3,6,6,0.75\n"
+                                    "\"photos, \"\"old\"\"\",\"/data/photos, \"\"old\"\"\",true,1,2,2,0.25\n"
+                                    "\"a\nb\",\"/data/photos, \"\"old\"\"/a\nb\",false,1,2,2,1.0\n");
+    EXPECT_EQ(CLIRender::human(scan), "6 bytes  75.0%  plain\n"
+                                      "2 bytes  25.0%  photos, \"old\"\n"
+                                      "2 bytes  100.0%    a\nb\n"
+                                      "8 bytes  total\n");
+}
+
+TEST(CLIRender, NothingIsListedAtDepthOrTopZero) {
+    const auto root = randomTree(1, "/data");
+    const struct {
+        std::int64_t depth;
+        std::optional<std::int64_t> top;
+    } cases[] = {{0, std::nullopt}, {-1, std::nullopt}, {endless, 0}, {endless, -3}};
+    for (const auto& each : cases) {
+        const CLIListedScan scan = CLIRender::listedScan(*root, SizeMode::apparent, each.depth, each.top);
+        EXPECT_EQ(CLIRender::human(scan), ByteFormatter::string(root->size, "0 bytes") + "  total\n");
+        EXPECT_EQ(CLIRender::csv(scan), "name,path,isDirectory,size,allocatedSize,reclaimableSize,share\n");
+        EXPECT_TRUE(CLIRender::json(scan).starts_with("{\n  \"children\": [],\n  \"path\": \"/data\""));
+    }
+}
+
+TEST(CLIRender, SharesOfUnusualParents) {
+    FileTreeBuilder builder("/data");
+    builder.addFile(builder.root(), "big", 70);
+    builder.addFile(builder.root(), "a", 0);
+    builder.root().size = 35;
+    builder.root().allocatedSize = 0;
+    const auto root = builder.finishWithoutAggregation();
+    EXPECT_EQ(CLIRender::humanListing(*root, SizeMode::apparent, 1, std::nullopt),
+              "70 bytes  100.0%  big\n0 bytes  0.0%  a\n35 bytes  total\n");
+    EXPECT_NE(CLIRender::csv(CLIRender::listedScan(*root, SizeMode::apparent, 1, 1)).find(",2.0\n"),
+              std::string::npos);
+    EXPECT_EQ(CLIRender::humanListing(*root, SizeMode::allocated, 1, std::nullopt),
+              "70 bytes  0.0%  big\n0 bytes  0.0%  a\n0 bytes  total\n");
+}
+
+TEST(CLIRender, ChildrenBelowAnyNodeAtAnyLevel) {
+    const auto root = randomTree(2, "/data");
+    const CLIListedScan whole = CLIRender::listedScan(*root, SizeMode::allocated, endless, std::nullopt);
+    const auto folder =
+        std::find_if(whole.children.begin(), whole.children.end(),
+                     [](const CLIListedNode& row) { return row.node->children().size() > 3; });
+    ASSERT_NE(folder, whole.children.end());
+    const auto end = std::find_if(folder + 1, whole.children.end(),
+                                  [&](const CLIListedNode& row) { return row.depth <= folder->depth; });
+    EXPECT_EQ(
+        CLIRender::children(*folder->node, SizeMode::allocated, endless, std::nullopt, folder->depth + 1),
+        std::vector<CLIListedNode>(folder + 1, end));
+    EXPECT_EQ(CLIRender::listedScan(*randomTree(2, "/data"), SizeMode::allocated, endless, std::nullopt),
+              whole)
+        << "listings of equal trees are equal";
+    EXPECT_NE(CLIRender::listedScan(*randomTree(2, "/other"), SizeMode::allocated, endless, std::nullopt),
+              whole);
+}
+
+TEST(CLIRender, DeepChains) {
+    constexpr int levels = 1'000;
+    FileTreeBuilder builder("/");
+    FileNode* folder = &builder.root();
+    for (int level = 0; level < levels; ++level) {
+        builder.addFile(*folder, "file", 1'000);
+        folder = &builder.addFolder(*folder, "d");
+    }
+    const auto root = builder.finish();
+    const CLIListedScan scan = CLIRender::listedScan(*root, SizeMode::allocated, endless, std::nullopt);
+    ASSERT_EQ(scan.children.size(), 2u * levels);
+    for (const std::string& text : {CLIRender::json(scan), CLIRender::csv(scan), CLIRender::human(scan)})
+        expectLittleSlack(text);
+    const auto rows = readCSV(CLIRender::csv(scan));
+    for (std::size_t index = 0; index < scan.children.size(); ++index)
+        ASSERT_EQ(rows[index + 1][1], scan.children[index].path());
+}
+
+} // namespace
+} // namespace tarnwell
