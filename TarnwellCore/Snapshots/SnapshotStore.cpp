@@ -30,8 +30,8 @@ namespace {
 
 } // namespace
 
-SnapshotStore::SnapshotStore(std::optional<fs::path> directory, FileCalls calls) :
-    directory_(directory ? std::move(*directory) : defaultDirectory()), calls_(std::move(calls)) {
+SnapshotStore::SnapshotStore(std::optional<fs::path> directory, FileCalls calls)
+    : directory_(directory ? std::move(*directory) : defaultDirectory()), calls_(std::move(calls)) {
     createFoldersDurably(directory_, calls_);
 }
 
