@@ -22,15 +22,6 @@ namespace {
 /// Some systems refuse to write 2 GiB and more at once.
 constexpr std::size_t largestWrite = std::size_t{1} << 30;
 
-template <class Call>
-auto withoutInterruption(Call call) {
-    for (;;) {
-        const auto result = call();
-        if (result != -1 || errno != EINTR)
-            return result;
-    }
-}
-
 int errorOf(int result) {
     return result == -1 ? errno : 0;
 }

@@ -96,17 +96,15 @@ std::optional<ScanSnapshot> SnapshotStore::read(const fs::path& file) const {
     std::error_code error;
     if (!fs::is_regular_file(file, error))
         return std::nullopt;
-    const int descriptor = calls_.open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0);
+    const int descriptor = withoutInterruption(
+        [&] { return calls_.open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0); });
     if (descriptor == -1)
         return std::nullopt;
     std::optional<ScanSnapshot> snapshot;
     try {
         snapshot = SnapshotCoding::decode([&](std::span<char> piece) {
-            ssize_t count = -1;
-            do
-                count = calls_.read(descriptor, piece.data(), piece.size());
-            while (count == -1 && errno == EINTR);
-            return static_cast<std::ptrdiff_t>(count);
+            return withoutInterruption(
+                [&] { return std::ptrdiff_t{calls_.read(descriptor, piece.data(), piece.size())}; });
         });
     } catch (const std::exception&) {
         // More entries than there is memory for: this file is passed over like any other that cannot be read.
