@@ -43,6 +43,7 @@ public:
 
 private:
     std::filesystem::path fileOf(const UUID& id) const;
+    /// What may be snapshots, the file that was written last in front.
     std::vector<std::filesystem::path> snapshotFiles() const;
     std::optional<ScanSnapshot> read(const std::filesystem::path& file) const;
 

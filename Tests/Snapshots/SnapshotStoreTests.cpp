@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <iterator>
 #include <stdexcept>
@@ -79,21 +80,18 @@ TEST(SnapshotStore, SavesListsAndDeletes) {
     EXPECT_EQ(fileCount(store.directory()), 2);
 }
 
-TEST(SnapshotStore, SnapshotsOfOneSecondKeepTheFoldersOrder) {
+TEST(SnapshotStore, SnapshotsOfOneSecondStandInTheOrderOfTheirFiles) {
     const TemporaryFolder folder;
     SnapshotStore store(folder.path());
-    for (int index = 0; index < 100; ++index)
-        store.save(makeSnapshot(1000 + index % 3));
-    std::vector<std::string> expected;
-    for (int newest = 2; newest >= 0; --newest)
-        for (const fs::directory_entry& entry : fs::directory_iterator(folder.path()))
-            if (SnapshotCoding::decode(test::readFile(entry.path()))->createdAt ==
-                test::dateAt(1000 + newest))
-                expected.push_back(entry.path().stem());
-    std::vector<std::string> listed;
-    for (const ScanSnapshot& snapshot : store.list())
-        listed.push_back(snapshot.id.text());
-    EXPECT_EQ(listed, expected);
+    std::vector<ScanSnapshot> newestFirst;
+    for (int age = 0; age < 50; ++age) {
+        newestFirst.push_back(makeSnapshot(1000 - age / 10));
+        store.save(newestFirst.back());
+        // Also where the whole folder was copied and newer snapshots have older files.
+        fs::last_write_time(folder / (newestFirst.back().id.text() + ".json"),
+                            fs::file_time_type::clock::now() + std::chrono::hours(age / 10 * 100 - age));
+    }
+    EXPECT_EQ(store.list(), newestFirst);
 }
 
 TEST(SnapshotStore, ForeignThingsAreLeftAloneAndHinderNothing) {
