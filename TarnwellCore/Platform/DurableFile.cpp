@@ -22,15 +22,6 @@ namespace {
 /// Some systems refuse to write 2 GiB and more at once.
 constexpr std::size_t largestWrite = std::size_t{1} << 30;
 
-template <class Call>
-auto withoutInterruption(Call call) {
-    for (;;) {
-        const auto result = call();
-        if (result != -1 || errno != EINTR)
-            return result;
-    }
-}
-
 int errorOf(int result) {
     return result == -1 ? errno : 0;
 }
@@ -69,11 +60,12 @@ int writeNewFile(const fs::path& file, std::string_view contents, const FileCall
 /// A folder that is open for as long as this lives.
 class OpenFolder {
 public:
-    OpenFolder(const fs::path& folder, const FileCalls& calls) :
-        calls_(calls), descriptor_(withoutInterruption([&] {
-            return calls.open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
-        })),
-        error_(errorOf(descriptor_)) {}
+    OpenFolder(const fs::path& folder, const FileCalls& calls)
+        : calls_(calls),
+          descriptor_(withoutInterruption([&] {
+              return calls.open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
+          })),
+          error_(errorOf(descriptor_)) {}
     ~OpenFolder() {
         if (error_ == 0)
             calls_.close(descriptor_);
@@ -101,8 +93,8 @@ int replaceFile(const fs::path& file, std::string_view contents, const FileCalls
     const OpenFolder folder(file.parent_path(), calls);
     if (folder.error() != 0)
         return folder.error();
-    const fs::path temporary = file.parent_path() / ("." + file.filename().string() + "." +
-                                                     UUID::random().text() + ".tmp");
+    const fs::path temporary =
+        file.parent_path() / ("." + file.filename().string() + "." + UUID::random().text() + ".tmp");
     std::error_code ignored;
     const bool replacesFile = fs::exists(fs::symlink_status(file, ignored));
     if (const int error = writeNewFile(temporary, contents, calls))

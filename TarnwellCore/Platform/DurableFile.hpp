@@ -5,7 +5,8 @@
 // The bytes go to a temporary file beside the destination; once they are on the disk it takes the
 // destination's name, and then the folder is brought to the disk. What a crash leaves behind, by moment:
 //   - before the renaming: the old file or none, and perhaps a temporary file, hidden and named *.tmp;
-//   - after it: the new file, whole; a loss of power before the folder was synced may bring the old state back.
+//   - after it: the new file, whole; a loss of power before the folder was synced may bring the old state
+//   back.
 
 #include "TarnwellCore/Platform/FileCalls.hpp"
 

@@ -5,6 +5,7 @@
 
 #include <sys/types.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <functional>
 
@@ -25,5 +26,15 @@ struct FileCalls {
     /// The system's own.
     static const FileCalls& live();
 };
+
+/// Repeats a call for as long as a signal interrupts it.
+template <class Call>
+auto withoutInterruption(Call call) {
+    for (;;) {
+        const auto result = call();
+        if (result != -1 || errno != EINTR)
+            return result;
+    }
+}
 
 } // namespace tarnwell

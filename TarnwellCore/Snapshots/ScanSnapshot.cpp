@@ -10,9 +10,12 @@ namespace {
 
 std::int64_t chosen(SizeMode mode, std::int64_t apparent, std::int64_t allocated, std::int64_t reclaimable) {
     switch (mode) {
-    case SizeMode::apparent: return apparent;
-    case SizeMode::allocated: return allocated;
-    case SizeMode::reclaimable: return reclaimable;
+    case SizeMode::apparent:
+        return apparent;
+    case SizeMode::allocated:
+        return allocated;
+    case SizeMode::reclaimable:
+        return reclaimable;
     }
     return apparent;
 }
@@ -33,7 +36,8 @@ ScanSnapshot::Entry makeEntry(const std::string& path, const FileNode& node) {
             .isDirectory = node.isDirectory()};
 }
 
-std::vector<ScanSnapshot::Entry> keptItems(const FileNode& root, std::int64_t maxDepth, std::int64_t minimumSize) {
+std::vector<ScanSnapshot::Entry> keptItems(const FileNode& root, std::int64_t maxDepth,
+                                           std::int64_t minimumSize) {
     /// A folder whose children are being visited.
     struct Level {
         std::span<FileNode* const> pending;
@@ -77,7 +81,8 @@ std::int64_t ScanSnapshot::totalSizeFor(SizeMode mode) const {
     return chosen(mode, totalSize, totalAllocatedSize, totalReclaimableSize);
 }
 
-ScanSnapshot ScanSnapshot::capture(const ScanResult& result, std::int64_t maxDepth, std::int64_t minimumSize) {
+ScanSnapshot ScanSnapshot::capture(const ScanResult& result, std::int64_t maxDepth,
+                                   std::int64_t minimumSize) {
     ScanSnapshot snapshot;
     snapshot.id = UUID::random();
     snapshot.createdAt = currentDate();
@@ -95,8 +100,8 @@ ScanSnapshot ScanSnapshot::capture(const ScanResult& result, std::int64_t maxDep
 
 } // namespace tarnwell
 
-std::size_t
-std::hash<tarnwell::ScanSnapshot::Entry>::operator()(const tarnwell::ScanSnapshot::Entry& entry) const noexcept {
+std::size_t std::hash<tarnwell::ScanSnapshot::Entry>::operator()(
+    const tarnwell::ScanSnapshot::Entry& entry) const noexcept {
     std::size_t value = std::hash<std::string>()(entry.path);
     for (const std::int64_t number : {entry.size, entry.allocatedSize, entry.reclaimableSize, entry.fileCount,
                                       std::int64_t{entry.isDirectory}})

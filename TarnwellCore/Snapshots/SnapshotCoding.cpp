@@ -42,8 +42,8 @@ class SourceStream {
 public:
     using Ch = char;
 
-    explicit SourceStream(const ByteSource& source) :
-        source_(source), piece_(std::make_unique_for_overwrite<char[]>(pieceSize)) {
+    explicit SourceStream(const ByteSource& source)
+        : source_(source), piece_(std::make_unique_for_overwrite<char[]>(pieceSize)) {
         next_ = end_ = piece_.get();
         refill();
     }
@@ -236,11 +236,18 @@ public:
             return true;
         const std::string_view value(text, length);
         switch (field_) {
-        case Field::id: return set(snapshot_.id, UUID::parse(value));
-        case Field::createdAt: return set(snapshot_.createdAt, dateFromISO8601(value));
-        case Field::rootPath: snapshot_.rootPath = value; break;
-        case Field::entryPath: snapshot_.entries.back().path = value; break;
-        default: return false;
+        case Field::id:
+            return set(snapshot_.id, UUID::parse(value));
+        case Field::createdAt:
+            return set(snapshot_.createdAt, dateFromISO8601(value));
+        case Field::rootPath:
+            snapshot_.rootPath = value;
+            break;
+        case Field::entryPath:
+            snapshot_.entries.back().path = value;
+            break;
+        default:
+            return false;
         }
         return see();
     }
@@ -313,16 +320,26 @@ private:
 
     std::int64_t* integer() {
         switch (field_) {
-        case Field::totalSize: return &snapshot_.totalSize;
-        case Field::totalAllocatedSize: return &snapshot_.totalAllocatedSize;
-        case Field::totalReclaimableSize: return &snapshot_.totalReclaimableSize;
-        case Field::totalFiles: return &snapshot_.totalFiles;
-        case Field::minimumSize: return &snapshot_.minimumSize;
-        case Field::entrySize: return &snapshot_.entries.back().size;
-        case Field::entryAllocatedSize: return &snapshot_.entries.back().allocatedSize;
-        case Field::entryReclaimableSize: return &snapshot_.entries.back().reclaimableSize;
-        case Field::entryFileCount: return &snapshot_.entries.back().fileCount;
-        default: return nullptr;
+        case Field::totalSize:
+            return &snapshot_.totalSize;
+        case Field::totalAllocatedSize:
+            return &snapshot_.totalAllocatedSize;
+        case Field::totalReclaimableSize:
+            return &snapshot_.totalReclaimableSize;
+        case Field::totalFiles:
+            return &snapshot_.totalFiles;
+        case Field::minimumSize:
+            return &snapshot_.minimumSize;
+        case Field::entrySize:
+            return &snapshot_.entries.back().size;
+        case Field::entryAllocatedSize:
+            return &snapshot_.entries.back().allocatedSize;
+        case Field::entryReclaimableSize:
+            return &snapshot_.entries.back().reclaimableSize;
+        case Field::entryFileCount:
+            return &snapshot_.entries.back().fileCount;
+        default:
+            return nullptr;
         }
     }
 

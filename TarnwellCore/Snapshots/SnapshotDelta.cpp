@@ -51,9 +51,13 @@ const Entry* find(const Index& index, std::string_view path) {
 /// Compares item by item; both indexes refer to the same two snapshots as long as this lives.
 class Comparison {
 public:
-    Comparison(const ScanSnapshot& before, const ScanSnapshot& after, std::int64_t threshold, SizeMode mode) :
-        before_(before), after_(after), threshold_(threshold), mode_(mode),
-        beforeIndex_(indexed(before.entries)), afterIndex_(indexed(after.entries)) {}
+    Comparison(const ScanSnapshot& before, const ScanSnapshot& after, std::int64_t threshold, SizeMode mode)
+        : before_(before),
+          after_(after),
+          threshold_(threshold),
+          mode_(mode),
+          beforeIndex_(indexed(before.entries)),
+          afterIndex_(indexed(after.entries)) {}
 
     std::vector<Change> changes() {
         std::vector<Change> changes;
@@ -89,8 +93,8 @@ private:
         return wasTooSmall(*after, before_) ? Change::Kind::belowThreshold : Change::Kind::added;
     }
 
-    /// Whether an item, which one snapshot has, only fell through the other's floor: its folder holds the same
-    /// number of files in both.
+    /// Whether an item, which one snapshot has, only fell through the other's floor: its folder holds the
+    /// same number of files in both.
     bool wasTooSmall(const Entry& item, const ScanSnapshot& other) const {
         if (other.minimumSize < 1 || item.path.empty())
             return false;
@@ -157,19 +161,23 @@ SnapshotDelta SnapshotDelta::compare(ScanSnapshot before, ScanSnapshot after, st
         return std::tuple(magnitude(b.delta), std::string_view(a.path)) <
                std::tuple(magnitude(a.delta), std::string_view(b.path));
     });
-    delta.totalChange =
-        difference(delta.after.totalSizeFor(sizeMode), delta.before.totalSizeFor(sizeMode));
+    delta.totalChange = difference(delta.after.totalSizeFor(sizeMode), delta.before.totalSizeFor(sizeMode));
     delta.rootsMatch = delta.before.rootPath == delta.after.rootPath;
     return delta;
 }
 
 std::string_view rawValue(SnapshotDelta::Change::Kind kind) {
     switch (kind) {
-    case Change::Kind::grew: return "grew";
-    case Change::Kind::shrank: return "shrank";
-    case Change::Kind::added: return "added";
-    case Change::Kind::removed: return "removed";
-    case Change::Kind::belowThreshold: return "belowThreshold";
+    case Change::Kind::grew:
+        return "grew";
+    case Change::Kind::shrank:
+        return "shrank";
+    case Change::Kind::added:
+        return "added";
+    case Change::Kind::removed:
+        return "removed";
+    case Change::Kind::belowThreshold:
+        return "belowThreshold";
     }
     return "grew";
 }

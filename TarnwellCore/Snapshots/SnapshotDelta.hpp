@@ -47,13 +47,14 @@ struct SnapshotDelta {
     /// Whether both were captured from the same root, by its exact text.
     bool rootsMatch = false;
 
-    /// Compares two snapshots, in time linear in their entries (and n log n in the changes). Lists the changes
-    /// of at least `threshold` bytes; one of 0 lists every item, an unchanged one as shrunk. Of entries with
-    /// the same path the first counts, which capture puts before smaller ones in one folder.
+    /// Compares two snapshots, in time linear in their entries (and n log n in the changes). Lists the
+    /// changes of at least `threshold` bytes; one of 0 lists every item, an unchanged one as shrunk. Of
+    /// entries with the same path the first counts, which capture puts before smaller ones in one folder.
     ///
     /// An item that one snapshot lacks had become (or was) too small for it, rather than removed (or added),
     /// when that snapshot had a floor and the folder around the item holds the same number of files in both.
-    static SnapshotDelta compare(ScanSnapshot before, ScanSnapshot after, std::int64_t threshold, SizeMode sizeMode);
+    static SnapshotDelta compare(ScanSnapshot before, ScanSnapshot after, std::int64_t threshold,
+                                 SizeMode sizeMode);
 };
 
 /// "grew", "shrank", "added", "removed" or "belowThreshold".

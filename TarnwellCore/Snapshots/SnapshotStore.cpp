@@ -30,8 +30,8 @@ namespace {
 
 } // namespace
 
-SnapshotStore::SnapshotStore(std::optional<fs::path> directory, FileCalls calls) :
-    directory_(directory ? std::move(*directory) : defaultDirectory()), calls_(std::move(calls)) {
+SnapshotStore::SnapshotStore(std::optional<fs::path> directory, FileCalls calls)
+    : directory_(directory ? std::move(*directory) : defaultDirectory()), calls_(std::move(calls)) {
     createFoldersDurably(directory_, calls_);
 }
 
@@ -78,35 +78,42 @@ void SnapshotStore::deleteSnapshot(const UUID& id) {
 }
 
 std::vector<fs::path> SnapshotStore::snapshotFiles() const {
-    std::vector<fs::path> files;
+    struct File {
+        fs::file_time_type modified;
+        fs::path path;
+    };
+    std::vector<File> files;
     std::error_code error;
     fs::directory_iterator entry(directory_, error);
     while (!error && entry != fs::directory_iterator()) {
-        if (entry->path().extension() == ".json")
-            files.push_back(entry->path());
+        std::error_code unusable;
+        // Opening a device may do something.
+        if (entry->path().extension() == ".json" && entry->is_regular_file(unusable))
+            files.push_back({entry->last_write_time(unusable), entry->path()});
         entry.increment(error);
     }
     if (error)
         fail(error, "Could not list ", directory_);
-    return files;
+
+    // The system's own order means nothing. This one tells snapshots of the same second apart.
+    std::ranges::stable_sort(files, std::greater(), &File::modified);
+    std::vector<fs::path> paths;
+    for (File& file : files)
+        paths.push_back(std::move(file.path));
+    return paths;
 }
 
 std::optional<ScanSnapshot> SnapshotStore::read(const fs::path& file) const {
-    // Opening a device may do something; a pipe that took a file's place a moment ago must not block.
-    std::error_code error;
-    if (!fs::is_regular_file(file, error))
-        return std::nullopt;
-    const int descriptor = calls_.open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0);
+    // A pipe that took the file's place a moment ago must not block.
+    const int descriptor = withoutInterruption(
+        [&] { return calls_.open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0); });
     if (descriptor == -1)
         return std::nullopt;
     std::optional<ScanSnapshot> snapshot;
     try {
         snapshot = SnapshotCoding::decode([&](std::span<char> piece) {
-            ssize_t count = -1;
-            do
-                count = calls_.read(descriptor, piece.data(), piece.size());
-            while (count == -1 && errno == EINTR);
-            return static_cast<std::ptrdiff_t>(count);
+            return withoutInterruption(
+                [&] { return std::ptrdiff_t{calls_.read(descriptor, piece.data(), piece.size())}; });
         });
     } catch (const std::exception&) {
         // More entries than there is memory for: this file is passed over like any other that cannot be read.

@@ -28,14 +28,14 @@ public:
 
     const std::filesystem::path& directory() const { return directory_; }
 
-    /// Writes "<id>.json", in place of a file of that name, and returns when it would survive a loss of power.
-    /// A save that throws has changed nothing and left nothing (see DurableFile.hpp). Throws std::range_error
-    /// for a date that cannot be written.
+    /// Writes "<id>.json", in place of a file of that name, and returns when it would survive a loss of
+    /// power. A save that throws has changed nothing and left nothing (see DurableFile.hpp). Throws
+    /// std::range_error for a date that cannot be written.
     void save(const ScanSnapshot& snapshot);
 
     /// Every stored snapshot, newest first, those of the same second in the order the system lists their
-    /// files. Looks at the files (or links to files) with the extension "json", hidden ones included; one that
-    /// cannot be read or is not a snapshot is passed over. Throws when the folder cannot be listed.
+    /// files. Looks at the files (or links to files) with the extension "json", hidden ones included; one
+    /// that cannot be read or is not a snapshot is passed over. Throws when the folder cannot be listed.
     std::vector<ScanSnapshot> list() const;
 
     /// Removes "<id>.json"; does nothing when there is none. Throws when it cannot be removed.
@@ -43,6 +43,7 @@ public:
 
 private:
     std::filesystem::path fileOf(const UUID& id) const;
+    /// What may be snapshots, the file that was written last in front.
     std::vector<std::filesystem::path> snapshotFiles() const;
     std::optional<ScanSnapshot> read(const std::filesystem::path& file) const;
 
