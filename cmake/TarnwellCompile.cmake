@@ -46,6 +46,20 @@ if(TARNWELL_SANITIZE)
   endif()
 endif()
 
+# Older ThreadSanitizers find no room for their shadow where the kernel spreads mappings over more than 28 bits.
+# Their tests, and what these start, run without address randomisation wherever that may be asked for.
+if(TARNWELL_SANITIZE MATCHES "thread" AND NOT APPLE)
+  find_program(TARNWELL_SETARCH setarch)
+  if(TARNWELL_SETARCH)
+    execute_process(COMMAND "${TARNWELL_SETARCH}" -R true RESULT_VARIABLE setarch_result OUTPUT_QUIET ERROR_QUIET)
+    if(setarch_result EQUAL 0 AND CMAKE_VERSION VERSION_GREATER_EQUAL 3.29)
+      set(CMAKE_TEST_LAUNCHER "${TARNWELL_SETARCH}" -R)
+    elseif(setarch_result EQUAL 0)
+      set(CMAKE_CROSSCOMPILING_EMULATOR "${TARNWELL_SETARCH}" -R)
+    endif()
+  endif()
+endif()
+
 # Objects carry machine code beside the intermediate form, so that only the tool pays for the optimised
 # link; the tests link the same objects without it.
 if(TARNWELL_LTO)

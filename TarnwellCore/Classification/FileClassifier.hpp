@@ -13,6 +13,7 @@
 
 namespace tarnwell {
 
+class TypeConformance;
 class UTTypeCache;
 
 namespace FileClassifier {
@@ -40,6 +41,9 @@ bool isPackageExtension(std::string_view ext);
 
 /// The type database's answer for an extension, asked afresh.
 std::optional<FileCategory> classifyByUTType(std::string_view ext);
+
+/// The category of a type: of all that it conforms to, the most telling decides.
+std::optional<FileCategory> categoryOfType(TypeConformance conformance);
 
 /// The cache of type-database answers that all scans share.
 UTTypeCache& utTypeCache();

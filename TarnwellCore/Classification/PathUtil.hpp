@@ -2,6 +2,8 @@
 
 // Reading names and paths as bytes.
 
+#include <cstddef>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -16,10 +18,25 @@ constexpr std::string_view rawFileExtension(std::string_view name) {
     return dot == std::string_view::npos ? std::string_view() : name.substr(dot + 1);
 }
 
-/// The text after the last "/" of a path whose trailing "/" are ignored; "/" for the root.
-constexpr std::string_view lastComponent(std::string_view path) {
+/// A size for the buffer of `lowerCaseExtension`: more than any extension that a table holds, and all that
+/// fits into a name of most file systems.
+inline constexpr std::size_t extensionBufferSize = 256;
+
+/// As `fileExtension`, without allocating: a part of `name` where that is lower case already, otherwise
+/// written into `buffer`; good for as long as both are. An extension longer than the buffer comes back in
+/// the letter case of the name: no table holds it, and the platform's type database ignores case.
+std::string_view lowerCaseExtension(std::string_view name, std::span<char> buffer);
+
+/// The path without its trailing "/"; the root stays "/".
+constexpr std::string_view withoutTrailingSlashes(std::string_view path) {
     while (path.size() > 1 && path.back() == '/')
         path.remove_suffix(1);
+    return path;
+}
+
+/// The text after the last "/" of a path whose trailing "/" are ignored; "/" for the root.
+constexpr std::string_view lastComponent(std::string_view path) {
+    path = withoutTrailingSlashes(path);
     const auto slash = path.rfind('/');
     return slash == std::string_view::npos || path.size() == 1 ? path : path.substr(slash + 1);
 }

@@ -3,6 +3,7 @@
 // The totals of one folder, from a scan that keeps no tree.
 
 #include <cstdint>
+#include <string>
 
 namespace tarnwell {
 
@@ -17,5 +18,8 @@ struct DirectoryMeasurement {
 
     bool operator==(const DirectoryMeasurement&) const = default;
 };
+
+/// The measurement as a JSON object whose keys are the field names.
+std::string jsonText(const DirectoryMeasurement& measurement);
 
 } // namespace tarnwell

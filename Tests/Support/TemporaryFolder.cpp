@@ -12,7 +12,8 @@ namespace fs = std::filesystem;
 namespace tarnwell::test {
 
 TemporaryFolder::TemporaryFolder(const fs::path& parent) {
-    std::string pattern = ((parent.empty() ? fs::temp_directory_path() : parent) / "tarnwell-test-XXXXXX").string();
+    std::string pattern =
+        ((parent.empty() ? fs::temp_directory_path() : parent) / "tarnwell-test-XXXXXX").string();
     if (::mkdtemp(pattern.data()) == nullptr)
         throw std::runtime_error("no temporary folder at " + pattern);
     path_ = fs::canonical(pattern);

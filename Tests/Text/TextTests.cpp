@@ -17,9 +17,19 @@ TEST(DecimalText, PlainAndExponentForms) {
         double value;
         const char* text;
     } cases[] = {
-        {0.0, "0.0"},      {-0.0, "-0.0"},    {0.5, "0.5"},       {1.0, "1.0"},      {30.0, "30.0"},
-        {0.0001, "0.0001"}, {1e-5, "1e-05"},   {0.00012, "0.00012"}, {9.5e-5, "9.5e-05"}, {1e15, "1000000000000000.0"},
-        {1e16, "1e+16"},   {1.5e300, "1.5e+300"}, {1.0 / 3, "0.3333333333333333"},
+        {0.0, "0.0"},
+        {-0.0, "-0.0"},
+        {0.5, "0.5"},
+        {1.0, "1.0"},
+        {30.0, "30.0"},
+        {0.0001, "0.0001"},
+        {1e-5, "1e-05"},
+        {0.00012, "0.00012"},
+        {9.5e-5, "9.5e-05"},
+        {1e15, "1000000000000000.0"},
+        {1e16, "1e+16"},
+        {1.5e300, "1.5e+300"},
+        {1.0 / 3, "0.3333333333333333"},
     };
     for (const auto& each : cases)
         EXPECT_EQ(decimalText(each.value), each.text);
@@ -46,10 +56,10 @@ TEST(Utf8, RepairsEachMaximalPart) {
         {"plain ascii, longer than a word", "plain ascii, longer than a word"},
         {"\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80", "\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80"},
         {"a\x80z", "a" + mark + "z"},
-        {"\xC0\xAF", mark + mark},                      // overlong "/"
-        {"\xE2\x82", mark},                             // cut short at the end
-        {"\xE2\x82z", mark + "z"},                      // cut short in the middle
-        {"\xED\xA0\x80", mark + mark + mark},           // a surrogate
+        {"\xC0\xAF", mark + mark},                       // overlong "/"
+        {"\xE2\x82", mark},                              // cut short at the end
+        {"\xE2\x82z", mark + "z"},                       // cut short in the middle
+        {"\xED\xA0\x80", mark + mark + mark},            // a surrogate
         {"\xF4\x90\x80\x80", mark + mark + mark + mark}, // beyond U+10FFFF
         {"12345678\xFF", "12345678" + mark},
         {"\xF0\x9F\x98\xC3\xA4", mark + "\xC3\xA4"},

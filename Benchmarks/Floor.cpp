@@ -1,0 +1,247 @@
+// walk-floor: reads every folder below a path with getdents64 and asks statx once for each entry, on several
+// threads, and keeps nothing but sums. No disk-usage scan that looks at every entry can be faster by much, so
+// it is what the tool is measured against. Links are counted as often as they are met.
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <condition_variable>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "Benchmarks/Arguments.hpp"
+
+namespace tarnwell::benchmarks {
+namespace {
+
+constexpr std::string_view usage =
+    "usage: walk-floor [--threads N] FOLDER\n"
+    "Walks FOLDER on N threads (one for each processor) and prints the sums.\n";
+
+constexpr unsigned statxMask =
+    STATX_TYPE | STATX_MODE | STATX_NLINK | STATX_INO | STATX_SIZE | STATX_BLOCKS | STATX_MTIME | STATX_ATIME;
+
+/// An open folder; it is closed when the last of its subfolders has been opened relative to it.
+struct Folder {
+    explicit Folder(int opened) : descriptor(opened) {}
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+    ~Folder() { ::close(descriptor); }
+
+    const int descriptor;
+    /// One for each queued subfolder and one while it is being read.
+    std::atomic<std::uint32_t> users{1};
+};
+
+void release(Folder* folder) {
+    if (folder->users.fetch_sub(1, std::memory_order_acq_rel) == 1)
+        delete folder;
+}
+
+/// A subfolder that waits to be read. It holds a share of its parent.
+struct Work {
+    Folder* parent;
+    std::string name;
+};
+
+struct alignas(64) Sums {
+    std::uint64_t files = 0;
+    std::uint64_t folders = 0;
+    std::uint64_t links = 0;
+    std::uint64_t others = 0;
+    std::uint64_t errors = 0;
+    std::uint64_t apparentBytes = 0;
+    std::uint64_t allocatedBytes = 0;
+    std::uint64_t newestSecond = 0;
+};
+
+/// Threads walk depth first on stacks of their own and share through the queue only when someone has nothing.
+class Walk {
+public:
+    explicit Walk(unsigned threadCount) : _threadCount(threadCount), _sums(threadCount) {}
+
+    Sums run(const char* path) {
+        const int root = ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (root < 0)
+            failCall(path);
+        // The root is its own parent's only entry, so that it is read like every other folder.
+        _queue.push_back({new Folder(root), "."});
+        std::vector<std::thread> threads;
+        for (unsigned index = 1; index < _threadCount; ++index)
+            threads.emplace_back([this, index] { work(_sums[index]); });
+        work(_sums[0]);
+        for (std::thread& thread : threads)
+            thread.join();
+        Sums total;
+        for (const Sums& sums : _sums) {
+            total.files += sums.files;
+            total.folders += sums.folders;
+            total.links += sums.links;
+            total.others += sums.others;
+            total.errors += sums.errors;
+            total.apparentBytes += sums.apparentBytes;
+            total.allocatedBytes += sums.allocatedBytes;
+            total.newestSecond = std::max(total.newestSecond, sums.newestSecond);
+        }
+        return total;
+    }
+
+private:
+    static constexpr std::size_t bufferSize = 256 * 1024;
+    static constexpr std::size_t sharedAtOnce = 16;
+
+    void work(Sums& sums) {
+        const auto buffer = std::make_unique_for_overwrite<char[]>(bufferSize);
+        std::vector<Work> stack;
+        while (takeShared(stack)) {
+            while (!stack.empty()) {
+                const Work item = std::move(stack.back());
+                stack.pop_back();
+                readFolder(item, buffer.get(), stack, sums);
+                if (stack.size() > 1 && _idle.load(std::memory_order_relaxed) > 0)
+                    share(stack);
+            }
+        }
+    }
+
+    /// Waits for work; false when all threads wait, which is the end.
+    bool takeShared(std::vector<Work>& stack) {
+        std::unique_lock lock(_mutex);
+        const unsigned idle = _idle.fetch_add(1, std::memory_order_relaxed) + 1;
+        if (idle == _threadCount && _queue.empty()) {
+            _isDone = true;
+            _changed.notify_all();
+        }
+        _changed.wait(lock, [this] { return _isDone || !_queue.empty(); });
+        if (_queue.empty())
+            return false;
+        _idle.fetch_sub(1, std::memory_order_relaxed);
+        const std::size_t count = std::min(sharedAtOnce, (_queue.size() + 1) / 2);
+        std::move(_queue.end() - static_cast<std::ptrdiff_t>(count), _queue.end(), std::back_inserter(stack));
+        _queue.resize(_queue.size() - count);
+        return true;
+    }
+
+    /// Gives away the older half of the stack, where the larger subtrees are.
+    void share(std::vector<Work>& stack) {
+        const std::lock_guard lock(_mutex);
+        if (!_queue.empty())
+            return;
+        const auto end =
+            stack.begin() + static_cast<std::ptrdiff_t>(std::min(stack.size() / 2, sharedAtOnce));
+        _queue.insert(_queue.end(), std::move_iterator(stack.begin()), std::move_iterator(end));
+        stack.erase(stack.begin(), end);
+        _changed.notify_all();
+    }
+
+    static void readFolder(const Work& item, char* buffer, std::vector<Work>& stack, Sums& sums) {
+        const int descriptor = ::openat(item.parent->descriptor, item.name.c_str(),
+                                        O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        release(item.parent);
+        if (descriptor < 0) {
+            sums.errors += 1;
+            return;
+        }
+        Folder* folder = new Folder(descriptor);
+        for (;;) {
+            const ssize_t count = ::getdents64(descriptor, buffer, bufferSize);
+            if (count <= 0) {
+                sums.errors += count < 0;
+                break;
+            }
+            for (ssize_t offset = 0; offset < count;) {
+                const auto* entry = reinterpret_cast<const dirent64*>(buffer + offset);
+                offset += entry->d_reclen;
+                readEntry(folder, entry->d_name, stack, sums);
+            }
+        }
+        release(folder);
+    }
+
+    static void readEntry(Folder* folder, const char* name, std::vector<Work>& stack, Sums& sums) {
+        if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))
+            return;
+        struct statx facts;
+        if (::statx(folder->descriptor, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, statxMask, &facts) !=
+            0) {
+            sums.errors += 1;
+            return;
+        }
+        sums.newestSecond = std::max(sums.newestSecond, static_cast<std::uint64_t>(facts.stx_mtime.tv_sec));
+        if (S_ISDIR(facts.stx_mode)) {
+            sums.folders += 1;
+            folder->users.fetch_add(1, std::memory_order_relaxed);
+            stack.push_back({folder, name});
+            return;
+        }
+        // The sizes of folders themselves are left out, as in every sum of this project.
+        sums.apparentBytes += facts.stx_size;
+        sums.allocatedBytes += facts.stx_blocks * 512;
+        if (S_ISREG(facts.stx_mode))
+            sums.files += 1;
+        else if (S_ISLNK(facts.stx_mode))
+            sums.links += 1;
+        else
+            sums.others += 1;
+    }
+
+    const unsigned _threadCount;
+    std::vector<Sums> _sums; // one a thread
+    std::mutex _mutex;
+    std::condition_variable _changed;
+    std::vector<Work> _queue;       // guarded by _mutex
+    bool _isDone = false;           // guarded by _mutex
+    std::atomic<unsigned> _idle{0}; // written under _mutex; read without it as a hint
+};
+
+/// Every queued folder keeps its parent open.
+void raiseDescriptorLimit() {
+    rlimit limit;
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = limit.rlim_max;
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
+unsigned processorCount() {
+    cpu_set_t allowed;
+    CPU_ZERO(&allowed);
+    if (::sched_getaffinity(0, sizeof allowed, &allowed) != 0)
+        return 1;
+    return static_cast<unsigned>(CPU_COUNT(&allowed));
+}
+
+int run(int count, char** values) {
+    std::uint64_t threadCount = processorCount();
+    const std::string path = parseArguments(count, values, {{"--threads", &threadCount}}, usage);
+    raiseDescriptorLimit();
+    const Sums sums =
+        Walk(static_cast<unsigned>(std::clamp<std::uint64_t>(threadCount, 1, 1024))).run(path.c_str());
+    const auto number = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
+    std::printf("%llu files, %llu links, %llu others, %llu folders, %llu errors\n", number(sums.files),
+                number(sums.links), number(sums.others), number(sums.folders), number(sums.errors));
+    std::printf("%llu bytes, %llu allocated, newest second %llu\n", number(sums.apparentBytes),
+                number(sums.allocatedBytes), number(sums.newestSecond));
+    return sums.errors == 0 ? 0 : 1;
+}
+
+} // namespace
+} // namespace tarnwell::benchmarks
+
+int main(int count, char** values) {
+    return tarnwell::benchmarks::run(count, values);
+}

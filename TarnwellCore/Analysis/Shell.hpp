@@ -1,0 +1,44 @@
+#pragma once
+
+// Runs the system's own tools. In spite of the name no shell takes part: arguments reach the tool as they
+// are. A tool gets an empty standard input, this process's environment and working folder, the default
+// signal handling and none of this process's descriptors. Its two outputs are read at the same time, so any
+// amount of either comes back whole.
+
+#include "TarnwellCore/Analysis/CommandResult.hpp"
+
+#include <cstdint>
+#include <future>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// Safe from many threads at once. The result is nothing when the tool cannot be started: a path that is no
+/// executable file, a NUL in a text, a system out of processes, threads or descriptors. A tool that starts
+/// and fails has a result with its exit code.
+///
+/// The result is ready when the tool itself has ended. Processes that it leaves in the background may hold
+/// its outputs open; what they write within half a second still counts, after that nobody waits for them.
+namespace tarnwell::Shell {
+
+/// The exit code of a run that was ended by its time-out.
+inline constexpr std::int32_t timedOutExitCode = -9;
+
+/// Waits for the tool to end. `timeout` (seconds) is not enforced here: use `runAsync` for tools that may
+/// hang.
+std::optional<CommandResult> run(const std::string& executable, const std::vector<std::string>& arguments,
+                                 double timeout);
+
+/// Both durations are in seconds. After `timeout` the tool is asked to terminate; the result is then
+/// `timedOutExitCode` with "timed out after <timeout>s" as its standard error, and is ready when the tool
+/// ends or, at the latest, after `killGracePeriod`. A tool that ignores the request is never killed: it is
+/// left to run, and reaped when it ends.
+///
+/// A timeout of zero or less asks at once; infinity and NaN set no limit. For the grace period zero, less or
+/// NaN mean not to wait, infinity to wait for the tool's end.
+///
+/// Dropping the future waits for the result.
+std::future<std::optional<CommandResult>> runAsync(std::string executable, std::vector<std::string> arguments,
+                                                   double timeout, double killGracePeriod);
+
+} // namespace tarnwell::Shell

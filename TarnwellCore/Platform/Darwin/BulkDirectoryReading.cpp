@@ -1,0 +1,84 @@
+#include "TarnwellCore/Platform/BulkDirectoryReading.hpp"
+
+#include "TarnwellCore/Platform/PackedAttributeRecords.hpp"
+
+#include <fcntl.h>
+#include <sys/attr.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace tarnwell {
+
+namespace {
+
+using namespace PackedAttributes;
+
+static_assert(commonName == ATTR_CMN_NAME && commonDevice == ATTR_CMN_DEVID &&
+              commonObjectType == ATTR_CMN_OBJTYPE && commonModificationTime == ATTR_CMN_MODTIME &&
+              commonAccessTime == ATTR_CMN_ACCTIME && commonFlags == ATTR_CMN_FLAGS &&
+              commonFileID == ATTR_CMN_FILEID && commonError == ATTR_CMN_ERROR &&
+              commonReturnedAttributes == ATTR_CMN_RETURNED_ATTRS);
+static_assert(fileLinkCount == ATTR_FILE_LINKCOUNT && fileTotalSize == ATTR_FILE_TOTALSIZE &&
+              fileAllocatedSize == ATTR_FILE_ALLOCSIZE);
+static_assert(extendedPrivateSize == ATTR_CMNEXT_PRIVATESIZE && extendedFlags == ATTR_CMNEXT_EXT_FLAGS);
+static_assert(requestedCommon == 0xA204140B && requestedFile == 0x7 && requestedExtended == 0x208);
+static_assert(FSOPT_ATTR_CMN_EXTENDED == 0x20 && ATTR_BIT_MAP_COUNT == 5);
+static_assert(ENOTSUP == 45 && EINVAL == 22);
+static_assert(mayShareBlocksFlag == EF_MAY_SHARE_BLOCKS && sharesAllBlocksFlag == EF_SHARES_ALL_BLOCKS);
+static_assert(hiddenFileFlag == UF_HIDDEN && datalessFileFlag == SF_DATALESS);
+
+long readPackedRecords(int folder, std::byte* buffer, std::size_t size) {
+    attrlist request = {};
+    request.bitmapcount = ATTR_BIT_MAP_COUNT;
+    request.commonattr = requestedCommon;
+    request.fileattr = requestedFile;
+    request.forkattr = requestedExtended; // extended common attributes, by the option below
+    return ::getattrlistbulk(folder, &request, buffer, size, FSOPT_ATTR_CMN_EXTENDED);
+}
+
+} // namespace
+
+const DirectoryCalls& DirectoryCalls::live() {
+    static const DirectoryCalls calls = {
+        .readPacked = readPackedRecords,
+        .extendedStatus = nullptr,
+        .entryStatus =
+            [](int folder, const char* name, struct stat* status) {
+                return ::fstatat(folder, name, status, AT_SYMLINK_NOFOLLOW);
+            },
+        .openEntry = [](int folder, const char* name, int flags) { return ::openat(folder, name, flags); },
+    };
+    return calls;
+}
+
+struct BulkDirectoryReading::State {
+    const DirectoryCalls& calls;
+};
+
+BulkDirectoryReading::BulkDirectoryReading(const DirectoryCalls& calls)
+    : state_(std::make_unique<State>(State{calls})) {}
+BulkDirectoryReading::~BulkDirectoryReading() = default;
+
+BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t, bool, std::span<std::byte> buffer,
+                                           NameStore& names, std::vector<RawDirectoryEntry>& entries) {
+    // A reused descriptor starts over.
+    ::lseek(folder, 0, SEEK_SET);
+    for (;;) {
+        const long records = state_->calls.readPacked(folder, buffer.data(), buffer.size());
+        if (records == 0)
+            return BulkReadOutcome::success;
+        if (records < 0) {
+            if (errno == EINTR)
+                continue;
+            return isUnsupportedError(errno) ? BulkReadOutcome::unsupported : BulkReadOutcome::failure;
+        }
+        if (!decode(buffer, static_cast<std::size_t>(records), names, entries)) {
+            errno = EIO;
+            return BulkReadOutcome::failure;
+        }
+    }
+}
+
+} // namespace tarnwell

@@ -1,0 +1,60 @@
+#include "TarnwellCore/Platform/FileStatus.hpp"
+
+#include "TarnwellCore/Platform/Date.hpp"
+#include "TarnwellCore/Platform/FatalError.hpp"
+
+#include <sys/stat.h>
+#include <sys/vnode.h>
+
+namespace tarnwell {
+
+static_assert(static_cast<int>(VnodeType::regular) == VREG &&
+              static_cast<int>(VnodeType::directory) == VDIR &&
+              static_cast<int>(VnodeType::blockDevice) == VBLK &&
+              static_cast<int>(VnodeType::characterDevice) == VCHR &&
+              static_cast<int>(VnodeType::symbolicLink) == VLNK &&
+              static_cast<int>(VnodeType::socket) == VSOCK && static_cast<int>(VnodeType::fifo) == VFIFO &&
+              static_cast<int>(VnodeType::bad) == VBAD);
+
+namespace {
+
+VnodeType vnodeTypeFromMode(mode_t mode) {
+    switch (mode & S_IFMT) {
+    case S_IFREG:
+        return VnodeType::regular;
+    case S_IFDIR:
+        return VnodeType::directory;
+    case S_IFLNK:
+        return VnodeType::symbolicLink;
+    case S_IFBLK:
+        return VnodeType::blockDevice;
+    case S_IFCHR:
+        return VnodeType::characterDevice;
+    case S_IFSOCK:
+        return VnodeType::socket;
+    case S_IFIFO:
+        return VnodeType::fifo;
+    default:
+        return VnodeType::bad;
+    }
+}
+
+} // namespace
+
+RawDirectoryEntry entryFromStatus(const struct stat& status) {
+    RawDirectoryEntry entry;
+    entry.objectType = vnodeTypeFromMode(status.st_mode);
+    entry.deviceID = status.st_dev;
+    entry.fileID = status.st_ino;
+    entry.linkCount = status.st_nlink;
+    entry.logicalSize = status.st_size;
+    if (__builtin_mul_overflow(static_cast<std::int64_t>(status.st_blocks), std::int64_t{512},
+                               &entry.allocatedSize))
+        fatalError("an allocated size does not fit 64 bits");
+    entry.modificationSeconds = static_cast<double>(status.st_mtimespec.tv_sec) - referenceDateOffset;
+    entry.accessSeconds = static_cast<double>(status.st_atimespec.tv_sec) - referenceDateOffset;
+    entry.finderFlags = status.st_flags;
+    return entry;
+}
+
+} // namespace tarnwell

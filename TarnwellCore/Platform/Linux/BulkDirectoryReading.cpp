@@ -1,0 +1,150 @@
+#include "TarnwellCore/Platform/BulkDirectoryReading.hpp"
+
+#include "TarnwellCore/Platform/Date.hpp"
+#include "TarnwellCore/Platform/Linux/LinuxFileTypes.hpp"
+#include "TarnwellCore/Platform/Linux/SharedExtents.hpp"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace tarnwell {
+
+namespace {
+
+/// The kernel's struct linux_dirent64 up to its name.
+struct PackedEntryHeader {
+    std::uint64_t inode;
+    std::int64_t offset;
+    std::uint16_t length;
+    std::uint8_t type;
+};
+constexpr std::size_t nameOffset = 19;
+
+constexpr unsigned statusMask =
+    STATX_TYPE | STATX_MODE | STATX_NLINK | STATX_INO | STATX_SIZE | STATX_BLOCKS | STATX_MTIME | STATX_ATIME;
+
+VnodeType vnodeTypeFromDirent(std::uint8_t type) {
+    switch (type) {
+    case DT_REG:
+        return VnodeType::regular;
+    case DT_DIR:
+        return VnodeType::directory;
+    case DT_LNK:
+        return VnodeType::symbolicLink;
+    case DT_BLK:
+        return VnodeType::blockDevice;
+    case DT_CHR:
+        return VnodeType::characterDevice;
+    case DT_SOCK:
+        return VnodeType::socket;
+    case DT_FIFO:
+        return VnodeType::fifo;
+    default:
+        return VnodeType::none;
+    }
+}
+
+void fill(RawDirectoryEntry& entry, const struct statx& status) {
+    entry.objectType = vnodeTypeFromMode(status.stx_mode);
+    entry.deviceID = deviceIDFromNumbers(status.stx_dev_major, status.stx_dev_minor);
+    entry.fileID = status.stx_ino;
+    entry.linkCount = status.stx_nlink;
+    entry.logicalSize = static_cast<std::int64_t>(status.stx_size);
+    entry.allocatedSize = bytesFromBlocks(status.stx_blocks);
+    entry.modificationSeconds = static_cast<double>(status.stx_mtime.tv_sec) - referenceDateOffset;
+    entry.accessSeconds = static_cast<double>(status.stx_atime.tv_sec) - referenceDateOffset;
+}
+
+bool isDotName(const char* name) {
+    return name[0] == '\0' || (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')));
+}
+
+} // namespace
+
+const DirectoryCalls& DirectoryCalls::live() {
+    static const DirectoryCalls calls = {
+        .readPacked = [](int folder, std::byte* buffer,
+                         std::size_t size) { return ::syscall(SYS_getdents64, folder, buffer, size); },
+        .extendedStatus =
+            [](int folder, const char* name, void* status) {
+                return ::statx(folder, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, statusMask,
+                               static_cast<struct statx*>(status));
+            },
+        .entryStatus =
+            [](int folder, const char* name, struct stat* status) {
+                return ::fstatat(folder, name, status, AT_SYMLINK_NOFOLLOW);
+            },
+        .openEntry = [](int folder, const char* name, int flags) { return ::openat(folder, name, flags); },
+    };
+    return calls;
+}
+
+struct BulkDirectoryReading::State {
+    explicit State(const DirectoryCalls& directoryCalls) : calls(directoryCalls), sharedExtents(directoryCalls) {}
+
+    const DirectoryCalls& calls;
+    SharedExtents sharedExtents;
+};
+
+BulkDirectoryReading::BulkDirectoryReading(const DirectoryCalls& calls)
+    : state_(std::make_unique<State>(calls)) {}
+BulkDirectoryReading::~BulkDirectoryReading() = default;
+
+BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t deviceID, bool isAtStart,
+                                           std::span<std::byte> buffer, NameStore& names,
+                                           std::vector<RawDirectoryEntry>& entries) {
+    if (!isAtStart)
+        ::lseek(folder, 0, SEEK_SET);
+    const bool mayShareExtents = state_->sharedExtents.isPossible(folder, deviceID);
+    for (;;) {
+        const long filled = state_->calls.readPacked(folder, buffer.data(), buffer.size());
+        if (filled == 0)
+            return BulkReadOutcome::success;
+        if (filled < 0) {
+            if (errno == EINTR)
+                continue;
+            return errno == ENOSYS || errno == EOPNOTSUPP || errno == EINVAL ? BulkReadOutcome::unsupported
+                                                                             : BulkReadOutcome::failure;
+        }
+        const auto end = static_cast<std::size_t>(filled);
+        for (std::size_t position = 0; position + nameOffset < end;) {
+            const std::byte* record = buffer.data() + position;
+            PackedEntryHeader header;
+            std::memcpy(&header, record, nameOffset);
+            if (header.length <= nameOffset || header.length > end - position) {
+                errno = EIO;
+                return BulkReadOutcome::failure;
+            }
+            position += header.length;
+            const char* name = reinterpret_cast<const char*>(record + nameOffset);
+            const std::size_t nameLength = ::strnlen(name, header.length - nameOffset);
+            if (nameLength == header.length - nameOffset) {
+                errno = EIO; // not terminated: the kernel never writes that
+                return BulkReadOutcome::failure;
+            }
+            if (isDotName(name))
+                continue;
+            RawDirectoryEntry& entry = entries.emplace_back();
+            struct statx status;
+            if (state_->calls.extendedStatus(folder, name, &status) == 0) {
+                fill(entry, status);
+                if (mayShareExtents && entry.objectType == VnodeType::regular && entry.allocatedSize > 0)
+                    state_->sharedExtents.measure(folder, name, entry);
+            } else if (errno == ENOSYS) {
+                return BulkReadOutcome::unsupported;
+            } else {
+                entry.objectType = vnodeTypeFromDirent(header.type);
+                entry.errorCode = static_cast<std::uint32_t>(errno);
+            }
+            entry.name = names.add({name, nameLength});
+        }
+    }
+}
+
+} // namespace tarnwell

@@ -1,0 +1,24 @@
+#include "TarnwellCore/Platform/FileStatus.hpp"
+
+#include "TarnwellCore/Platform/Date.hpp"
+#include "TarnwellCore/Platform/Linux/LinuxFileTypes.hpp"
+
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
+namespace tarnwell {
+
+RawDirectoryEntry entryFromStatus(const struct stat& status) {
+    RawDirectoryEntry entry;
+    entry.objectType = vnodeTypeFromMode(status.st_mode);
+    entry.deviceID = deviceIDFromNumbers(major(status.st_dev), minor(status.st_dev));
+    entry.fileID = status.st_ino;
+    entry.linkCount = static_cast<std::uint32_t>(status.st_nlink);
+    entry.logicalSize = status.st_size;
+    entry.allocatedSize = bytesFromBlocks(static_cast<std::uint64_t>(status.st_blocks));
+    entry.modificationSeconds = static_cast<double>(status.st_mtim.tv_sec) - referenceDateOffset;
+    entry.accessSeconds = static_cast<double>(status.st_atim.tv_sec) - referenceDateOffset;
+    return entry;
+}
+
+} // namespace tarnwell

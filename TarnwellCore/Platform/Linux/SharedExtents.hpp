@@ -1,0 +1,34 @@
+#pragma once
+
+// How much of a file's space other files share, on file systems that can share extents.
+
+#include "TarnwellCore/Platform/DirectoryCalls.hpp"
+#include "TarnwellCore/Platform/RawDirectoryEntry.hpp"
+
+#include <cstdint>
+#include <memory>
+#include <unordered_map>
+
+namespace tarnwell {
+
+/// Confined to one thread.
+class SharedExtents {
+public:
+    explicit SharedExtents(const DirectoryCalls& calls);
+    ~SharedExtents();
+
+    /// Whether files on the folder's file system may share extents. Asks the kernel once per device.
+    bool isPossible(int folder, std::int32_t deviceID);
+
+    /// Fills the private size and the sharing bits of a regular file with blocks: one open, and one call
+    /// for every few hundred extents. Leaves the entry as it is when its extents cannot be read.
+    void measure(int folder, const char* name, RawDirectoryEntry& entry);
+
+private:
+    struct ExtentMap;
+    const DirectoryCalls& calls_;
+    std::unordered_map<std::int32_t, bool> sharingDevices_;
+    std::unique_ptr<ExtentMap> extents_;
+};
+
+} // namespace tarnwell

@@ -1,0 +1,136 @@
+#include "TarnwellCore/Platform/PackedAttributeRecords.hpp"
+
+#include "TarnwellCore/Platform/Date.hpp"
+
+#include <cstring>
+#include <type_traits>
+
+namespace tarnwell::PackedAttributes {
+
+namespace {
+
+/// Reads values one after the other; once a value would lie outside, every further read fails.
+class Cursor {
+public:
+    explicit Cursor(std::span<const std::byte> bytes) : bytes_(bytes) {}
+
+    template <class Value>
+    Value take() {
+        static_assert(std::is_trivially_copyable_v<Value> && sizeof(Value) % 4 == 0);
+        Value value{};
+        if (bytes_.size() - position_ < sizeof value) {
+            isInside_ = false;
+            position_ = bytes_.size();
+            return value;
+        }
+        std::memcpy(&value, bytes_.data() + position_, sizeof value);
+        position_ += sizeof value;
+        return value;
+    }
+
+    std::size_t position() const { return position_; }
+    bool isInside() const { return isInside_; }
+
+private:
+    std::span<const std::byte> bytes_;
+    std::size_t position_ = 0;
+    bool isInside_ = true;
+};
+
+struct NameReference {
+    std::int32_t offset;
+    std::uint32_t length;
+};
+
+/// The kernel's struct timespec of 64-bit programs.
+struct Time {
+    std::int64_t seconds;
+    std::int64_t nanoseconds;
+};
+
+struct AttributeSet {
+    std::uint32_t common;
+    std::uint32_t volume;
+    std::uint32_t directory;
+    std::uint32_t file;
+    std::uint32_t extended;
+};
+
+double secondsFrom(const Time& time) {
+    return static_cast<double>(time.seconds) - referenceDateOffset;
+}
+
+/// One record; false when it is malformed.
+bool decodeRecord(std::span<const std::byte> record, RawDirectoryEntry& entry, std::string_view& name) {
+    Cursor cursor(record);
+    cursor.take<std::uint32_t>(); // its length, known already
+    const auto returned = cursor.take<AttributeSet>();
+    if ((returned.common & ~requestedCommon) != 0 || returned.volume != 0 || returned.directory != 0 ||
+        (returned.file & ~requestedFile) != 0 || (returned.extended & ~requestedExtended) != 0)
+        return false;
+
+    if ((returned.common & commonError) != 0)
+        entry.errorCode = cursor.take<std::uint32_t>();
+    if ((returned.common & commonName) != 0) {
+        const std::size_t place = cursor.position();
+        const auto reference = cursor.take<NameReference>();
+        const std::int64_t start = static_cast<std::int64_t>(place) + reference.offset;
+        if (!cursor.isInside() || start < 0 ||
+            start + static_cast<std::int64_t>(reference.length) > static_cast<std::int64_t>(record.size()))
+            return false;
+        name = {reinterpret_cast<const char*>(record.data()) + start, reference.length};
+        name = name.substr(0, name.find('\0'));
+    }
+    if ((returned.common & commonDevice) != 0)
+        entry.deviceID = cursor.take<std::int32_t>();
+    if ((returned.common & commonObjectType) != 0)
+        entry.objectType = static_cast<VnodeType>(cursor.take<std::uint32_t>());
+    if ((returned.common & commonModificationTime) != 0)
+        entry.modificationSeconds = secondsFrom(cursor.take<Time>());
+    if ((returned.common & commonAccessTime) != 0)
+        entry.accessSeconds = secondsFrom(cursor.take<Time>());
+    if ((returned.common & commonFlags) != 0)
+        entry.finderFlags = cursor.take<std::uint32_t>();
+    if ((returned.common & commonFileID) != 0)
+        entry.fileID = cursor.take<std::uint64_t>();
+    if ((returned.file & fileLinkCount) != 0)
+        entry.linkCount = cursor.take<std::uint32_t>();
+    if ((returned.file & fileTotalSize) != 0)
+        entry.logicalSize = cursor.take<std::int64_t>();
+    if ((returned.file & fileAllocatedSize) != 0)
+        entry.allocatedSize = cursor.take<std::int64_t>();
+    if ((returned.extended & extendedPrivateSize) != 0) {
+        entry.privateSize = cursor.take<std::int64_t>();
+        entry.reportsPrivateSize = true;
+    }
+    // The last field: 64 bits wide in the record, of which the lower half, first in memory, is defined.
+    if ((returned.extended & extendedFlags) != 0)
+        entry.extFlags = cursor.take<std::uint32_t>();
+    return cursor.isInside();
+}
+
+} // namespace
+
+bool decode(std::span<const std::byte> bytes, std::size_t recordCount, NameStore& names,
+            std::vector<RawDirectoryEntry>& entries) {
+    for (; recordCount > 0; --recordCount) {
+        std::uint32_t length = 0;
+        if (bytes.size() < sizeof length)
+            return false;
+        std::memcpy(&length, bytes.data(), sizeof length);
+        if (length < sizeof length + sizeof(AttributeSet) || length > bytes.size())
+            return false;
+        RawDirectoryEntry entry;
+        std::string_view name;
+        if (!decodeRecord(bytes.first(length), entry, name))
+            return false;
+        if (entry.errorCode != 0 || !(name.empty() || name == "." || name == "..")) {
+            entry.name = names.add(name);
+            entries.push_back(entry);
+        }
+        bytes = bytes.subspan(length);
+    }
+    return true;
+}
+
+} // namespace tarnwell::PackedAttributes

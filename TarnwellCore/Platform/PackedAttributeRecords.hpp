@@ -1,0 +1,55 @@
+#pragma once
+
+// Decoding of the records that getattrlistbulk(2) packs into a buffer. The layout is the kernel's: each
+// record starts with its length, then the set of attributes that it carries, then those attributes in the
+// order of their bits, each aligned to 4 bytes; a name is an offset, counted from the place of the reference
+// itself, and a length that includes a closing NUL. A pure function over bytes: it compiles and is tested on
+// every system.
+
+#include "TarnwellCore/Platform/NameStore.hpp"
+#include "TarnwellCore/Platform/RawDirectoryEntry.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace tarnwell::PackedAttributes {
+
+// Attribute bits of <sys/attr.h>.
+inline constexpr std::uint32_t commonName = 0x0000'0001;
+inline constexpr std::uint32_t commonDevice = 0x0000'0002;
+inline constexpr std::uint32_t commonObjectType = 0x0000'0008;
+inline constexpr std::uint32_t commonModificationTime = 0x0000'0400;
+inline constexpr std::uint32_t commonAccessTime = 0x0000'1000;
+inline constexpr std::uint32_t commonFlags = 0x0004'0000;
+inline constexpr std::uint32_t commonFileID = 0x0200'0000;
+inline constexpr std::uint32_t commonError = 0x2000'0000;
+inline constexpr std::uint32_t commonReturnedAttributes = 0x8000'0000;
+inline constexpr std::uint32_t fileLinkCount = 0x0000'0001;
+inline constexpr std::uint32_t fileTotalSize = 0x0000'0002;
+inline constexpr std::uint32_t fileAllocatedSize = 0x0000'0004;
+inline constexpr std::uint32_t extendedPrivateSize = 0x0000'0008;
+inline constexpr std::uint32_t extendedFlags = 0x0000'0200;
+
+/// What a reader asks for, as the five words of a struct attrlist's masks would carry it.
+inline constexpr std::uint32_t requestedCommon = commonName | commonDevice | commonObjectType |
+                                                 commonModificationTime | commonAccessTime | commonFlags |
+                                                 commonFileID | commonError | commonReturnedAttributes;
+inline constexpr std::uint32_t requestedFile = fileLinkCount | fileTotalSize | fileAllocatedSize;
+inline constexpr std::uint32_t requestedExtended = extendedPrivateSize | extendedFlags;
+
+/// Appends the entries of `recordCount` records. Records without an error are left out when their name is
+/// empty, "." or ".."; records with one are kept as they stand. Returns false when the bytes are not what
+/// the kernel writes: a record or a field that does not lie wholly inside the buffer, a length that does
+/// not move on, an attribute that was not asked for. Entries decoded before that remain.
+bool decode(std::span<const std::byte> bytes, std::size_t recordCount, NameStore& names,
+            std::vector<RawDirectoryEntry>& entries);
+
+/// Whether a failed bulk call with this error number of the Darwin kernel means that the file system cannot
+/// read in bulk at all (operation not supported, invalid argument).
+constexpr bool isUnsupportedError(int darwinErrorNumber) {
+    return darwinErrorNumber == 45 || darwinErrorNumber == 22;
+}
+
+} // namespace tarnwell::PackedAttributes

@@ -1,0 +1,52 @@
+#include "TarnwellCore/Scanning/PathMetadata.hpp"
+
+#include "TarnwellCore/Platform/FileStatus.hpp"
+#include "TarnwellCore/Platform/FolderOpening.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+
+namespace tarnwell {
+
+namespace {
+
+bool readStatus(const std::string& path, struct stat& status) {
+    if (::fstatat(AT_FDCWD, path.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
+        return true;
+    if (errno != ENAMETOOLONG)
+        return false;
+    std::string lastComponent;
+    const int parent = openParentOfLongPath(path, lastComponent);
+    if (parent < 0)
+        return false;
+    const bool isRead = ::fstatat(parent, lastComponent.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+    ::close(parent);
+    return isRead;
+}
+
+} // namespace
+
+std::optional<PathMetadata> PathMetadata::lstat(const std::string& path) {
+    struct stat status = {};
+    if (path.find('\0') != std::string::npos || !readStatus(path, status))
+        return std::nullopt;
+    const RawDirectoryEntry entry = entryFromStatus(status);
+    PathMetadata metadata;
+    metadata.isDirectory = entry.objectType == VnodeType::directory;
+    metadata.isSymlink = entry.objectType == VnodeType::symbolicLink;
+    metadata.logicalSize = entry.logicalSize;
+    metadata.allocatedSize = entry.allocatedSize;
+    metadata.deviceID = entry.deviceID;
+    metadata.fileID = entry.fileID;
+    metadata.linkCount = static_cast<std::uint16_t>(
+        std::min<std::uint32_t>(entry.linkCount, std::numeric_limits<std::uint16_t>::max()));
+    metadata.modificationDate = dateFromReferenceSeconds(entry.modificationSeconds);
+    return metadata;
+}
+
+} // namespace tarnwell

@@ -1,0 +1,140 @@
+#include "TarnwellCore/Scanning/ScanEngine.hpp"
+
+#include "TarnwellCore/Classification/FileClassifier.hpp"
+#include "TarnwellCore/Classification/PathUtil.hpp"
+#include "TarnwellCore/Platform/DirectoryCalls.hpp"
+#include "TarnwellCore/Platform/WorkerThreads.hpp"
+#include "TarnwellCore/Scanning/DirectoryReader.hpp"
+#include "TarnwellCore/Scanning/NodeArena.hpp"
+#include "TarnwellCore/Scanning/PathMetadata.hpp"
+#include "TarnwellCore/Scanning/ScanError.hpp"
+#include "TarnwellCore/Scanning/ScanWorker.hpp"
+#include "TarnwellCore/Scanning/TreeAggregation.hpp"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+namespace tarnwell {
+
+namespace {
+
+/// More threads than this never help, whatever the options say.
+constexpr int largestWorkerCount = 1024;
+
+double secondsSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+FileNodeAttributes rootAttributes(std::string_view rootPath, double modificationSeconds) {
+    const std::string_view name = PathUtil::lastComponent(rootPath);
+    FileNodeAttributes attributes;
+    attributes.modificationSeconds = modificationSeconds;
+    attributes.category =
+        FileClassifier::classifyDirectoryByNameOrExtension(name, PathUtil::fileExtension(name))
+            .value_or(FileCategory::folder);
+    return attributes;
+}
+
+} // namespace
+
+ScanEngine::ScanEngine(std::string rootPath, ScanOptions options, bool buildsTree)
+    : ScanEngine(std::move(rootPath), std::move(options), buildsTree, DirectoryCalls::live()) {}
+
+ScanEngine::ScanEngine(std::string rootPath, ScanOptions options, bool buildsTree,
+                       const DirectoryCalls& calls)
+    : rootPath_(std::move(rootPath)),
+      options_(std::move(options)),
+      buildsTree_(buildsTree),
+      calls_(calls),
+      startTime_(std::chrono::steady_clock::now()),
+      exclusions_(rootPath_, options_.excludedPaths) {
+    if (options_.applySystemExclusions)
+        exclusions_.add(ScanOptions::systemExclusions());
+}
+
+int ScanEngine::defaultWorkerCount(int processors) {
+    return processors < 8 ? 4 : std::min(processors, 17) / 2;
+}
+
+void ScanEngine::checkRoot(std::int32_t& rootDeviceID, double& modificationSeconds) const {
+    const auto metadata = PathMetadata::lstat(rootPath_);
+    if (!metadata)
+        throw ScanError::rootNotFound(rootPath_);
+    if (!metadata->isDirectory)
+        throw ScanError::rootNotADirectory(rootPath_);
+    rootDeviceID = metadata->deviceID;
+    modificationSeconds =
+        metadata->modificationDate ? referenceSeconds(*metadata->modificationDate) : FileNode::missingTime;
+    try {
+        ::close(DirectoryReader::openDirectory(rootPath_));
+    } catch (const DirectoryReader::ReadError& error) {
+        throw ScanError::rootNotReadable(rootPath_, error.errorNumber());
+    }
+}
+
+ScanResult ScanEngine::run() {
+    ScanResult result;
+    result.startedAt = currentDate();
+    result.options = options_;
+    WorkItem rootItem;
+    double modificationSeconds = FileNode::missingTime;
+    checkRoot(rootItem.deviceID, modificationSeconds);
+
+    const int workers = std::clamp(options_.workerCount.value_or(defaultWorkerCount(activeProcessorCount())),
+                                   1, largestWorkerCount);
+    std::shared_ptr<TreeArena> arena;
+    if (buildsTree_) {
+        arena = std::make_shared<TreeArena>(static_cast<std::size_t>(workers));
+        rootItem.node =
+            arena->region(0).makeNode(rootPath_, true, rootAttributes(rootPath_, modificationSeconds));
+        rootItem.inheritedCategory = FileClassifier::componentCategory(PathUtil::lastComponent(rootPath_));
+    }
+    FileNode* root = rootItem.node;
+    rootItem.folder = FolderRef::root(rootPath_);
+    rootItem.exclusions = exclusions_.rootLevel();
+    queue_.push(std::move(rootItem));
+
+    const ScanContext context{.options = options_,
+                              .calls = calls_,
+                              .buildsTree = buildsTree_,
+                              .cancelFlag = cancelFlag_,
+                              .descriptors = descriptors_,
+                              .hardlinks = hardlinks_,
+                              .queue = queue_};
+    runWorkers(workers, [&](int index) {
+        NodeArena* region = arena ? &arena->region(static_cast<std::size_t>(index)) : nullptr;
+        ScanWorker(context, region).run();
+    });
+
+    if (cancelFlag_.isSet())
+        throw ScanError::cancelled();
+    if (root != nullptr) {
+        hardlinks_.assignOwners();
+        rollUp(*root);
+        result.root = arena->shareRoot(root);
+    }
+    result.stats = queue_.stats();
+    result.inaccessiblePaths = queue_.takeInaccessiblePaths();
+    std::sort(result.inaccessiblePaths.begin(), result.inaccessiblePaths.end());
+    result.duration = secondsSince(startTime_);
+    return result;
+}
+
+ScanProgress ScanEngine::progress() const {
+    FolderRef currentFolder;
+    const ScanStats stats = queue_.stats(currentFolder);
+    ScanProgress progress;
+    progress.fileCount = stats.fileCount;
+    progress.directoryCount = stats.directoryCount;
+    progress.bytesScanned = stats.totalSize;
+    progress.allocatedBytesScanned = stats.totalAllocatedSize;
+    progress.reclaimableBytesScanned = stats.totalReclaimableSize;
+    progress.currentPath = currentFolder ? currentFolder->path() : rootPath_;
+    progress.elapsed = secondsSince(startTime_);
+    return progress;
+}
+
+} // namespace tarnwell

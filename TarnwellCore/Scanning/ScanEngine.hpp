@@ -1,0 +1,56 @@
+#pragma once
+
+// Walks one folder tree with several threads and returns its FileNode tree, or only its totals.
+
+#include "TarnwellCore/Scanning/AtomicFlag.hpp"
+#include "TarnwellCore/Scanning/ExclusionIndex.hpp"
+#include "TarnwellCore/Scanning/FolderHandle.hpp"
+#include "TarnwellCore/Scanning/HardlinkRegistry.hpp"
+#include "TarnwellCore/Scanning/ScanQueue.hpp"
+#include "TarnwellCore/Scanning/ScanResult.hpp"
+
+#include <chrono>
+#include <string>
+
+namespace tarnwell {
+
+struct DirectoryCalls;
+
+/// One scan. `run` is called once; `cancel` and `progress` may be called from any thread while it runs.
+class ScanEngine {
+public:
+    /// `rootPath` names a folder, absolute or relative to the working directory, without a trailing "/"; a
+    /// link is not followed. Without `buildsTree` the result has statistics but no root. `calls` must
+    /// outlive the engine.
+    ScanEngine(std::string rootPath, ScanOptions options, bool buildsTree = true);
+    ScanEngine(std::string rootPath, ScanOptions options, bool buildsTree, const DirectoryCalls& calls);
+
+    /// Blocks until the tree is read. Throws ScanError for what is wrong with the root and when the scan was
+    /// cancelled, std::bad_alloc when memory runs out. A sum of sizes beyond 64 bits is a fatal error.
+    ScanResult run();
+
+    /// Makes `run` throw soon; before `run`, at once.
+    void cancel() { cancelFlag_.set(); }
+
+    /// The totals up to now.
+    ScanProgress progress() const;
+
+    /// Worker threads for this many processors, when the options name none.
+    static int defaultWorkerCount(int processors);
+
+private:
+    void checkRoot(std::int32_t& rootDeviceID, double& modificationSeconds) const;
+
+    const std::string rootPath_;
+    const ScanOptions options_;
+    const bool buildsTree_;
+    const DirectoryCalls& calls_;
+    const std::chrono::steady_clock::time_point startTime_;
+    AtomicFlag cancelFlag_;
+    DescriptorBudget descriptors_; // outlives the queue, whose folders give descriptors back
+    ExclusionIndex exclusions_;    // immutable while workers run
+    HardlinkRegistry hardlinks_;
+    ScanQueue queue_;
+};
+
+} // namespace tarnwell

@@ -1,0 +1,121 @@
+#include "TarnwellCore/Scanning/ScanQueue.hpp"
+
+#include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace tarnwell {
+
+namespace {
+
+void merge(ScanStats& total, const ScanStats& part) {
+    addChecked(total.totalSize, part.totalSize);
+    addChecked(total.totalAllocatedSize, part.totalAllocatedSize);
+    addChecked(total.totalReclaimableSize, part.totalReclaimableSize);
+    total.fileCount += part.fileCount;
+    total.directoryCount += part.directoryCount;
+    total.symlinkCount += part.symlinkCount;
+    total.packageCount += part.packageCount;
+    total.hardlinkDuplicateCount += part.hardlinkDuplicateCount;
+    addChecked(total.hardlinkSavedBytes, part.hardlinkSavedBytes);
+    total.inaccessibleCount += part.inaccessibleCount;
+    total.inaccessibleEntryCount += part.inaccessibleEntryCount;
+    total.mountPointCount += part.mountPointCount;
+    total.maximumDepth = std::max(total.maximumDepth, part.maximumDepth);
+}
+
+/// Counts of a node have 32 bits.
+void addCount(std::int32_t& count, std::int64_t amount) {
+    if (__builtin_add_overflow(count, amount, &count)) [[unlikely]]
+        fatalError("a folder holds more items than can be counted");
+}
+
+void apply(const CollapseDelta& delta) {
+    FileNode& node = *delta.node;
+    node.flags.insert(FileNodeFlags::collapsed);
+    addChecked(node.size, delta.size);
+    addChecked(node.allocatedSize, delta.allocated);
+    addChecked(node.reclaimableSize, delta.reclaimable);
+    addCount(node.fileCount, delta.files);
+    addCount(node.directoryCount, delta.directories);
+    node.includesSharedCloneBlocks = node.includesSharedCloneBlocks || delta.sharesClones;
+}
+
+} // namespace
+
+void ScanTally::clear() {
+    stats = {};
+    inaccessiblePaths.clear();
+    collapseDeltas.clear();
+}
+
+void ScanQueue::push(WorkItem item) {
+    const std::lock_guard guard(mutex_);
+    queue_.push_back(std::move(item));
+}
+
+bool ScanQueue::take(std::vector<WorkItem>& batch) {
+    batch.clear();
+    std::unique_lock guard(mutex_);
+    while (queue_.empty() && busyWorkers_ > 0 && !isStopped()) {
+        ++waitingWorkers_;
+        condition_.wait(guard);
+        --waitingWorkers_;
+    }
+    if (queue_.empty() || isStopped()) {
+        condition_.notify_all();
+        return false;
+    }
+    const std::size_t count = queue_.size() > 1 ? std::min(queue_.size() / 2, largestBatch) : 1;
+    const auto first = queue_.end() - static_cast<std::ptrdiff_t>(count);
+    batch.assign(std::make_move_iterator(first), std::make_move_iterator(queue_.end()));
+    queue_.erase(first, queue_.end());
+    ++busyWorkers_;
+    currentFolder_ = batch.back().folder;
+    return true;
+}
+
+void ScanQueue::finish(std::vector<WorkItem>& produced, ScanTally& tally) {
+    const std::lock_guard guard(mutex_);
+    --busyWorkers_;
+    std::move(produced.begin(), produced.end(), std::back_inserter(queue_));
+    merge(stats_, tally.stats);
+    std::move(tally.inaccessiblePaths.begin(), tally.inaccessiblePaths.end(),
+              std::back_inserter(inaccessiblePaths_));
+    std::for_each(tally.collapseDeltas.begin(), tally.collapseDeltas.end(), apply);
+
+    const bool isDone = (queue_.empty() && busyWorkers_ == 0) || isStopped();
+    if (isDone || produced.size() >= waitingWorkers_)
+        condition_.notify_all();
+    else
+        for (std::size_t count = produced.size(); count > 0; --count)
+            condition_.notify_one();
+    produced.clear();
+    tally.clear();
+}
+
+void ScanQueue::stop() {
+    stopped_.set();
+    const std::lock_guard guard(mutex_);
+    condition_.notify_all();
+}
+
+ScanStats ScanQueue::stats() const {
+    const std::lock_guard guard(mutex_);
+    return stats_;
+}
+
+ScanStats ScanQueue::stats(FolderRef& currentFolder) const {
+    const std::lock_guard guard(mutex_);
+    currentFolder = currentFolder_;
+    return stats_;
+}
+
+std::vector<std::string> ScanQueue::takeInaccessiblePaths() {
+    const std::lock_guard guard(mutex_);
+    return std::exchange(inaccessiblePaths_, {});
+}
+
+} // namespace tarnwell

@@ -1,0 +1,98 @@
+#pragma once
+
+// How the workers of a scan share its folders.
+//
+// The queue is a stack: a worker takes some folders from its end, at most half of them, reads them without a
+// lock, and puts the subfolders it found back together with what it counted. A worker that finds the stack
+// empty waits, because a worker that is still busy may bring more; when the last busy worker brings nothing,
+// the scan is done and all are woken to leave. Every wait is on one condition variable, and everything shared
+// is guarded by its mutex.
+//
+//   take    waits for folders; false: nothing will come any more, or the scan was called off
+//   finish  hands in what a batch produced; wakes one waiter for each folder, or all of them when there are
+//           folders enough or when there is nothing left to wait for
+//   stop    calls the scan off: busy workers end after the entry at hand, waiting ones leave
+
+#include "TarnwellCore/Classification/FileCategory.hpp"
+#include "TarnwellCore/Scanning/AtomicFlag.hpp"
+#include "TarnwellCore/Scanning/ExclusionIndex.hpp"
+#include "TarnwellCore/Scanning/FolderHandle.hpp"
+#include "TarnwellCore/Scanning/ScanResult.hpp"
+
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tarnwell {
+
+/// A folder that waits to be read.
+struct WorkItem {
+    FolderRef folder;
+    /// Its node; null when it gets none.
+    FileNode* node = nullptr;
+    /// The folder whose sums take in everything below this one; null where nodes are made.
+    FileNode* collapseTarget = nullptr;
+    /// What the exclusions say about its entries; null for nothing.
+    const ExclusionIndex::Level* exclusions = nullptr;
+    std::int64_t depth = 0;
+    std::int32_t deviceID = 0;
+    /// Given to everything below a folder whose name fixes the category.
+    std::optional<FileCategory> inheritedCategory;
+};
+
+/// What a folder without nodes adds to its collapse target.
+struct CollapseDelta {
+    FileNode* node = nullptr;
+    std::int64_t size = 0;
+    std::int64_t allocated = 0;
+    std::int64_t reclaimable = 0;
+    std::int64_t files = 0;
+    std::int64_t directories = 0;
+    bool sharesClones = false;
+};
+
+/// What a worker counted in one batch.
+struct ScanTally {
+    ScanStats stats;
+    std::vector<std::string> inaccessiblePaths;
+    std::vector<CollapseDelta> collapseDeltas;
+
+    void clear();
+};
+
+class ScanQueue {
+public:
+    /// The most folders a worker takes at once.
+    static constexpr std::size_t largestBatch = 24;
+
+    void push(WorkItem item);
+
+    bool take(std::vector<WorkItem>& batch);
+    /// Empties `produced` and `tally`.
+    void finish(std::vector<WorkItem>& produced, ScanTally& tally);
+    void stop();
+    bool isStopped() const { return stopped_.isSet(); }
+
+    /// The totals handed in so far, and a folder that was being read.
+    ScanStats stats() const;
+    ScanStats stats(FolderRef& currentFolder) const;
+    /// Once the workers have left.
+    std::vector<std::string> takeInaccessiblePaths();
+
+private:
+    mutable std::mutex mutex_;
+    std::condition_variable condition_;
+    AtomicFlag stopped_;
+    std::vector<WorkItem> queue_; // guarded by mutex_, as is all below
+    std::size_t busyWorkers_ = 0;
+    std::size_t waitingWorkers_ = 0;
+    ScanStats stats_;
+    std::vector<std::string> inaccessiblePaths_;
+    FolderRef currentFolder_;
+};
+
+} // namespace tarnwell

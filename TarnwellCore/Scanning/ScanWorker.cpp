@@ -1,0 +1,264 @@
+#include "TarnwellCore/Scanning/ScanWorker.hpp"
+
+#include "TarnwellCore/Classification/FileClassifier.hpp"
+#include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
+#include "TarnwellCore/Scanning/TreeAggregation.hpp"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <thread>
+
+namespace tarnwell {
+
+ScanWorker::ScanWorker(const ScanContext& context, NodeArena* arena)
+    : context_(context), arena_(arena), reader_(context.calls) {
+    entries_.reserve(512);
+}
+
+void ScanWorker::run() {
+    try {
+        while (context_.queue.take(batch_)) {
+            while (!batch_.empty() && !context_.cancelFlag.isSet()) {
+                processFolder(batch_.back());
+                batch_.pop_back();
+            }
+            context_.queue.finish(produced_, tally_);
+        }
+    } catch (...) {
+        // The others would wait for this worker's folders for ever.
+        context_.queue.stop();
+        throw;
+    }
+}
+
+void ScanWorker::processFolder(const WorkItem& item) {
+    tally_.stats.maximumDepth = std::max(tally_.stats.maximumDepth, item.depth);
+    const int folder = openFolderPatiently(item);
+    if (folder < 0) {
+        noteInaccessible(item);
+        return;
+    }
+    if (!reader_.readEntries(folder, item.deviceID, entries_, DirectoryReader::Descriptor::fresh)) {
+        ::close(folder);
+        noteInaccessible(item);
+        return;
+    }
+
+    const bool isDeepest = item.node != nullptr && item.depth >= context_.options.maximumDepth;
+    collapseTarget_ = isDeepest ? item.node : item.collapseTarget;
+    delta_ = {.node = collapseTarget_};
+    children_.clear();
+    const std::size_t producedBefore = produced_.size();
+    for (const RawDirectoryEntry& entry : entries_) {
+        if (context_.cancelFlag.isSet())
+            break;
+        processEntry(item, entry);
+    }
+    if (!children_.empty())
+        attachChildren(*item.node);
+    if (collapseTarget_ != nullptr && (delta_.files > 0 || delta_.directories > 0))
+        tally_.collapseDeltas.push_back(delta_);
+    if (produced_.size() == producedBefore || !item.folder->keepOpen(folder, context_.descriptors))
+        ::close(folder);
+}
+
+int ScanWorker::openFolderPatiently(const WorkItem& item) const {
+    // Out of descriptors: other workers and other threads close theirs within moments.
+    constexpr int attempts = 200;
+    for (int attempt = 1;; ++attempt) {
+        const int folder = item.folder->open(context_.calls);
+        if (folder >= 0)
+            return folder;
+        const int error = errno;
+        if (error == EINTR)
+            continue;
+        if ((error != EMFILE && error != ENFILE) || attempt == attempts || context_.cancelFlag.isSet())
+            return folder;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        errno = error;
+    }
+}
+
+void ScanWorker::noteInaccessible(const WorkItem& item) {
+    ++tally_.stats.inaccessibleCount;
+    tally_.inaccessiblePaths.push_back(item.folder->path());
+    if (item.node != nullptr)
+        item.node->flags.insert(FileNodeFlags::inaccessible);
+}
+
+void ScanWorker::processEntry(const WorkItem& item, const RawDirectoryEntry& entry) {
+    FileNodeFlags flags;
+    if (entry.name.starts_with('.') || (entry.finderFlags & hiddenFileFlag) != 0) {
+        if (context_.options.excludeHidden)
+            return;
+        flags.insert(FileNodeFlags::hidden);
+    }
+    if (entry.errorCode != 0) {
+        ++tally_.stats.inaccessibleEntryCount;
+        addLeaf(item, entry, flags | FileNodeFlags::inaccessible);
+        return;
+    }
+    const ExclusionIndex::Level* exclusions =
+        item.exclusions == nullptr ? nullptr : item.exclusions->find(entry.name);
+    if ((exclusions != nullptr && exclusions->isExcluded) ||
+        (!context_.options.excludedNames.empty() && context_.options.excludedNames.contains(entry.name))) {
+        addLeaf(item, entry, flags | FileNodeFlags::excluded);
+        return;
+    }
+    if ((entry.finderFlags & datalessFileFlag) != 0)
+        flags.insert(FileNodeFlags::dataless);
+    if (entry.objectType == VnodeType::directory)
+        processSubfolder(item, entry, flags, exclusions);
+    else
+        processFile(item, entry, flags);
+}
+
+/// An entry that is neither measured nor descended.
+void ScanWorker::addLeaf(const WorkItem& item, const RawDirectoryEntry& entry, FileNodeFlags flags) {
+    const bool isDirectory = entry.objectType == VnodeType::directory;
+    if (isDirectory) {
+        ++tally_.stats.directoryCount;
+        ++delta_.directories;
+    } else if (!flags.contains(FileNodeFlags::inaccessible)) {
+        ++tally_.stats.fileCount;
+        ++delta_.files;
+    }
+    if (!context_.buildsTree || collapseTarget_ != nullptr)
+        return;
+    const ExtensionView extension = classifier_.extension(entry.name);
+    FileNodeAttributes attributes;
+    attributes.flags = flags;
+    attributes.category = item.inheritedCategory ? *item.inheritedCategory
+                          : isDirectory          ? EntryClassifier::folder(entry.name, extension)
+                                                 : classifier_.file(entry.name, extension);
+    children_.push_back(arena_->makeNode(entry.name, isDirectory, attributes));
+}
+
+void ScanWorker::processSubfolder(const WorkItem& item, const RawDirectoryEntry& entry, FileNodeFlags flags,
+                                  const ExclusionIndex::Level* exclusions) {
+    const ScanOptions& options = context_.options;
+    ++tally_.stats.directoryCount;
+    ++delta_.directories;
+    const ExtensionView extension = classifier_.extension(entry.name);
+    const bool isPackage = !extension.text.empty() && FileClassifier::isPackageExtension(extension.text);
+    if (isPackage) {
+        flags.insert(FileNodeFlags::package);
+        ++tally_.stats.packageCount;
+    }
+    const bool isMountPoint = entry.deviceID != item.deviceID;
+    if (isMountPoint) {
+        flags.insert(FileNodeFlags::mountPoint);
+        ++tally_.stats.mountPointCount;
+    }
+
+    WorkItem next;
+    next.collapseTarget = collapseTarget_;
+    if (context_.buildsTree && collapseTarget_ == nullptr) {
+        const FileCategory category =
+            item.inheritedCategory ? *item.inheritedCategory : EntryClassifier::folder(entry.name, extension);
+        FileNode* node = makeNode(entry, true, flags, category);
+        children_.push_back(node);
+        if (isPackage && !options.descendIntoPackages)
+            next.collapseTarget = node;
+        else
+            next.node = node;
+        next.inheritedCategory =
+            item.inheritedCategory ? item.inheritedCategory : FileClassifier::componentCategory(entry.name);
+    }
+    if (isMountPoint && !options.crossFilesystemBoundaries)
+        return;
+    next.folder = item.folder.child(entry.name);
+    next.exclusions = exclusions;
+    next.depth = item.depth + 1;
+    next.deviceID = entry.deviceID;
+    produced_.push_back(std::move(next));
+}
+
+void ScanWorker::processFile(const WorkItem& item, const RawDirectoryEntry& entry, FileNodeFlags flags) {
+    ScanStats& stats = tally_.stats;
+    ++stats.fileCount;
+    ++delta_.files;
+    if (entry.objectType == VnodeType::symbolicLink) {
+        flags.insert(FileNodeFlags::symlink);
+        ++stats.symlinkCount;
+    } else if (entry.objectType != VnodeType::regular) {
+        flags.insert(FileNodeFlags::special);
+    }
+    const std::int64_t reclaimable =
+        FileNode::reclaimableBytes(entry.allocatedSize, entry.privateSize, entry.reportsPrivateSize,
+                                   flags.contains(FileNodeFlags::dataless));
+
+    FileNode* node = nullptr;
+    if (context_.buildsTree && collapseTarget_ == nullptr) {
+        const FileCategory category = item.inheritedCategory
+                                          ? *item.inheritedCategory
+                                          : classifier_.file(entry.name, classifier_.extension(entry.name));
+        node = makeNode(entry, false, flags, category);
+        children_.push_back(node);
+    }
+    delta_.sharesClones = delta_.sharesClones || FileNode::sharesCloneBlocks(entry.extFlags);
+
+    bool isCollapsedBytesDue = collapseTarget_ != nullptr;
+    if (entry.linkCount > 1 && context_.options.deduplicateHardlinks) {
+        const INodeKey key{entry.deviceID, entry.fileID};
+        bool isFirst = false;
+        if (context_.buildsTree) {
+            HardlinkRegistry::Sighting sighting{.node = node};
+            if (node == nullptr) {
+                sighting = {.collapseTarget = collapseTarget_,
+                            .path = item.folder->path() + "/" + std::string(entry.name),
+                            .size = entry.logicalSize,
+                            .allocatedSize = entry.allocatedSize,
+                            .reclaimableSize = reclaimable};
+                isCollapsedBytesDue = false; // they go to whichever link becomes the owner
+            }
+            isFirst = context_.hardlinks.record(key, std::move(sighting));
+        } else {
+            isFirst = context_.hardlinks.isFirst(key);
+        }
+        if (!isFirst) {
+            if (node != nullptr)
+                node->flags.insert(FileNodeFlags::hardlinkDuplicate);
+            ++stats.hardlinkDuplicateCount;
+            addChecked(stats.hardlinkSavedBytes, entry.logicalSize);
+            return;
+        }
+    }
+    addChecked(stats.totalSize, entry.logicalSize);
+    addChecked(stats.totalAllocatedSize, entry.allocatedSize);
+    addChecked(stats.totalReclaimableSize, reclaimable);
+    if (isCollapsedBytesDue) {
+        addChecked(delta_.size, entry.logicalSize);
+        addChecked(delta_.allocated, entry.allocatedSize);
+        addChecked(delta_.reclaimable, reclaimable);
+    }
+}
+
+FileNode* ScanWorker::makeNode(const RawDirectoryEntry& entry, bool isDirectory, FileNodeFlags flags,
+                               FileCategory category) {
+    FileNodeAttributes attributes;
+    if (!isDirectory) {
+        attributes.size = entry.logicalSize;
+        attributes.allocatedSize = entry.allocatedSize;
+        attributes.privateSize = entry.privateSize;
+        attributes.reportsPrivateSize = entry.reportsPrivateSize;
+    }
+    attributes.extFlags = entry.extFlags;
+    attributes.modificationSeconds = entry.modificationSeconds;
+    attributes.accessSeconds = entry.accessSeconds;
+    attributes.flags = flags;
+    attributes.category = category;
+    return arena_->makeNode(entry.name, isDirectory, attributes);
+}
+
+void ScanWorker::attachChildren(FileNode& folder) {
+    const auto children = arena_->makeChildArray(children_.size());
+    std::copy(children_.begin(), children_.end(), children.begin());
+    folder.adoptChildren(children);
+    settleFiles(folder);
+}
+
+} // namespace tarnwell

@@ -1,0 +1,67 @@
+#pragma once
+
+// One thread of a scan: takes folders from the queue, reads them, makes nodes of their entries.
+
+#include "TarnwellCore/Scanning/DirectoryReader.hpp"
+#include "TarnwellCore/Scanning/EntryClassifier.hpp"
+#include "TarnwellCore/Scanning/FolderHandle.hpp"
+#include "TarnwellCore/Scanning/HardlinkRegistry.hpp"
+#include "TarnwellCore/Scanning/NodeArena.hpp"
+#include "TarnwellCore/Scanning/ScanQueue.hpp"
+
+#include <vector>
+
+namespace tarnwell {
+
+/// What all workers of a scan share. Outlives them.
+struct ScanContext {
+    const ScanOptions& options;
+    const DirectoryCalls& calls;
+    /// False for a scan that only measures.
+    bool buildsTree;
+    const AtomicFlag& cancelFlag;
+    DescriptorBudget& descriptors;
+    HardlinkRegistry& hardlinks;
+    ScanQueue& queue;
+};
+
+/// Confined to its thread.
+class ScanWorker {
+public:
+    /// `arena` takes the worker's nodes; null for a scan that only measures.
+    ScanWorker(const ScanContext& context, NodeArena* arena);
+
+    /// Works until the queue has nothing left.
+    void run();
+
+private:
+    struct Sizes;
+
+    void processFolder(const WorkItem& item);
+    int openFolderPatiently(const WorkItem& item) const;
+    void noteInaccessible(const WorkItem& item);
+    void processEntry(const WorkItem& item, const RawDirectoryEntry& entry);
+    void processSubfolder(const WorkItem& item, const RawDirectoryEntry& entry, FileNodeFlags flags,
+                          const ExclusionIndex::Level* exclusions);
+    void processFile(const WorkItem& item, const RawDirectoryEntry& entry, FileNodeFlags flags);
+    void addLeaf(const WorkItem& item, const RawDirectoryEntry& entry, FileNodeFlags flags);
+    FileNode* makeNode(const RawDirectoryEntry& entry, bool isDirectory, FileNodeFlags flags,
+                       FileCategory category);
+    void attachChildren(FileNode& folder);
+
+    const ScanContext& context_;
+    NodeArena* arena_;
+    DirectoryReader reader_;
+    EntryClassifier classifier_;
+    std::vector<RawDirectoryEntry> entries_;
+    std::vector<WorkItem> batch_;
+    std::vector<WorkItem> produced_;
+    ScanTally tally_;
+
+    // Of the folder at hand:
+    std::vector<FileNode*> children_;
+    FileNode* collapseTarget_ = nullptr; // takes everything below the folder; null where nodes are made
+    CollapseDelta delta_;
+};
+
+} // namespace tarnwell

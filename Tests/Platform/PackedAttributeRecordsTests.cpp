@@ -1,0 +1,245 @@
+#include "TarnwellCore/Platform/Date.hpp"
+#include "TarnwellCore/Platform/PackedAttributeRecords.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace tarnwell {
+namespace {
+
+using namespace PackedAttributes;
+
+/// What one record carries; a field without a value is left out of the record, as the kernel does.
+struct Record {
+    std::optional<std::uint32_t> error = {};
+    std::optional<std::string> name = {};
+    std::optional<std::int32_t> device = {};
+    std::optional<std::uint32_t> type = {};
+    std::optional<std::int64_t> modified = {};
+    std::optional<std::int64_t> accessed = {};
+    std::optional<std::uint32_t> flags = {};
+    std::optional<std::uint64_t> fileID = {};
+    std::optional<std::uint32_t> links = {};
+    std::optional<std::int64_t> size = {};
+    std::optional<std::int64_t> allocated = {};
+    std::optional<std::int64_t> privateSize = {};
+    std::optional<std::uint64_t> extended = {};
+};
+
+/// Packs records by the kernel's rules: fixed parts in bit order, 4-byte alignment, names at the end,
+/// referred to from the place of the reference.
+class Packer {
+public:
+    Packer& add(const Record& record) {
+        const std::size_t start = bytes.size();
+        put(std::uint32_t{0});
+        std::uint32_t common = commonReturnedAttributes;
+        std::uint32_t file = 0;
+        std::uint32_t extended = 0;
+        const std::size_t masks = bytes.size();
+        bytes.resize(bytes.size() + 20);
+        std::size_t reference = 0;
+        const auto field = [&](const auto& value, std::uint32_t& mask, std::uint32_t bit) {
+            if (!value)
+                return;
+            mask |= bit;
+            put(*value);
+        };
+        const auto time = [&](const std::optional<std::int64_t>& seconds, std::uint32_t bit) {
+            if (!seconds)
+                return;
+            common |= bit;
+            put(*seconds);
+            put(std::int64_t{999'999'999});
+        };
+        field(record.error, common, commonError);
+        if (record.name) {
+            common |= commonName;
+            reference = bytes.size();
+            put(std::int32_t{0});
+            put(static_cast<std::uint32_t>(record.name->size() + 1));
+        }
+        field(record.device, common, commonDevice);
+        field(record.type, common, commonObjectType);
+        time(record.modified, commonModificationTime);
+        time(record.accessed, commonAccessTime);
+        field(record.flags, common, commonFlags);
+        field(record.fileID, common, commonFileID);
+        field(record.links, file, fileLinkCount);
+        field(record.size, file, fileTotalSize);
+        field(record.allocated, file, fileAllocatedSize);
+        field(record.privateSize, extended, extendedPrivateSize);
+        field(record.extended, extended, extendedFlags);
+        if (record.name) {
+            overwrite(reference, static_cast<std::int32_t>(bytes.size() - reference));
+            for (const char character : *record.name)
+                bytes.push_back(static_cast<std::byte>(character));
+            bytes.push_back(std::byte{0});
+        }
+        while (bytes.size() % 4 != 0)
+            bytes.push_back(std::byte{0});
+        overwrite(start, static_cast<std::uint32_t>(bytes.size() - start));
+        overwrite(masks, common);
+        overwrite(masks + 12, file);
+        overwrite(masks + 16, extended);
+        ++count;
+        return *this;
+    }
+
+    template <class Value>
+    void overwrite(std::size_t place, Value value) {
+        std::memcpy(bytes.data() + place, &value, sizeof value);
+    }
+
+    std::vector<std::byte> bytes;
+    std::size_t count = 0;
+
+private:
+    template <class Value>
+    void put(Value value) {
+        const std::size_t place = bytes.size();
+        bytes.resize(place + sizeof value);
+        overwrite(place, value);
+    }
+};
+
+Record wholeRecord(const std::string& name) {
+    return {.name = name,
+            .device = -7,
+            .type = 1,
+            .modified = 978'307'200 + 10,
+            .accessed = -5,
+            .flags = hiddenFileFlag | datalessFileFlag,
+            .fileID = 0xFFFF'FFFF'0000'0001,
+            .links = 3,
+            .size = std::int64_t{1} << 40,
+            .allocated = 4096,
+            .privateSize = 0,
+            .extended = mayShareBlocksFlag | sharesAllBlocksFlag};
+}
+
+TEST(PackedAttributeRecords, DecodesEveryFieldAndMissingOnes) {
+    Packer packer;
+    packer.add(wholeRecord("a"))
+        .add({.name = "folder", .type = 2})
+        .add(wholeRecord(std::string(255, '\xFF')));
+    NameStore names;
+    std::vector<RawDirectoryEntry> entries;
+    ASSERT_TRUE(decode(packer.bytes, packer.count, names, entries));
+    ASSERT_EQ(entries.size(), 3u);
+
+    for (const std::size_t index : {std::size_t{0}, std::size_t{2}}) {
+        const RawDirectoryEntry& entry = entries[index];
+        EXPECT_EQ(entry.name, index == 0 ? "a" : std::string(255, '\xFF'));
+        EXPECT_EQ(entry.deviceID, -7);
+        EXPECT_EQ(entry.objectType, VnodeType::regular);
+        EXPECT_EQ(entry.modificationSeconds, 10);
+        EXPECT_EQ(entry.accessSeconds, -5 - referenceDateOffset);
+        EXPECT_EQ(entry.finderFlags, hiddenFileFlag | datalessFileFlag);
+        EXPECT_EQ(entry.fileID, 0xFFFF'FFFF'0000'0001);
+        EXPECT_EQ(entry.linkCount, 3u);
+        EXPECT_EQ(entry.logicalSize, std::int64_t{1} << 40);
+        EXPECT_EQ(entry.allocatedSize, 4096);
+        EXPECT_TRUE(entry.reportsPrivateSize);
+        EXPECT_EQ(entry.privateSize, 0);
+        EXPECT_EQ(entry.extFlags, mayShareBlocksFlag | sharesAllBlocksFlag);
+    }
+    EXPECT_EQ(entries[1].objectType, VnodeType::directory);
+    EXPECT_EQ(entries[1].modificationSeconds, missingFileTime);
+    EXPECT_FALSE(entries[1].reportsPrivateSize);
+    EXPECT_EQ(entries[1].logicalSize, 0);
+}
+
+TEST(PackedAttributeRecords, DropsDotNamesButKeepsErrors) {
+    Packer packer;
+    for (const char* name : {".", "..", "", "..."})
+        packer.add({.name = name, .type = 2});
+    packer.add({.error = 13, .name = "locked"}).add({.error = 5});
+    NameStore names;
+    std::vector<RawDirectoryEntry> entries;
+    ASSERT_TRUE(decode(packer.bytes, packer.count, names, entries));
+    ASSERT_EQ(entries.size(), 3u);
+    EXPECT_EQ(entries[0].name, "...");
+    EXPECT_EQ(entries[1].name, "locked");
+    EXPECT_EQ(entries[1].errorCode, 13u);
+    EXPECT_EQ(entries[2].name, "");
+    EXPECT_EQ(entries[2].errorCode, 5u);
+}
+
+TEST(PackedAttributeRecords, RefusesWhatTheKernelDoesNotWrite) {
+    constexpr std::size_t nameOffsetPlace = 24;
+    constexpr std::size_t nameLengthPlace = 28;
+    const struct {
+        const char* fault;
+        std::size_t place;
+        std::uint32_t value;
+    } cases[] = {
+        {"length of nothing", 0, 0},
+        {"length below the masks", 0, 20},
+        {"length beyond the buffer", 0, 100'000},
+        {"length that cuts the fields", 0, 60},
+        {"an attribute nobody asked for", 4, 0xFFFF'FFFF},
+        {"a volume attribute", 8, 1},
+        {"a directory attribute", 12, 1},
+        {"an unknown file attribute", 16, 0x8},
+        {"an unknown extended attribute", 20, 0x1},
+        {"a name before the record", nameOffsetPlace, static_cast<std::uint32_t>(-1000)},
+        {"a name beyond the record", nameOffsetPlace, 0x7FFF'FFFF},
+        {"a name longer than the record", nameLengthPlace, 0xFFFF'FFFF},
+    };
+    for (const auto& each : cases) {
+        Packer packer;
+        packer.add(wholeRecord("name"));
+        packer.overwrite(each.place, each.value);
+        NameStore names;
+        std::vector<RawDirectoryEntry> entries;
+        EXPECT_FALSE(decode(packer.bytes, packer.count, names, entries)) << each.fault;
+        EXPECT_TRUE(entries.empty()) << each.fault;
+    }
+}
+
+TEST(PackedAttributeRecords, TruncatedBuffersAndCountsThatLie) {
+    Packer packer;
+    packer.add(wholeRecord("first")).add(wholeRecord("second"));
+    for (std::size_t length = 0; length < packer.bytes.size(); ++length) {
+        NameStore names;
+        std::vector<RawDirectoryEntry> entries;
+        // A copy of the exact length, so that a read beyond it is caught by the sanitizer.
+        const std::vector<std::byte> cut(packer.bytes.begin(),
+                                         packer.bytes.begin() + static_cast<long>(length));
+        EXPECT_FALSE(decode(cut, packer.count, names, entries)) << length;
+    }
+    NameStore names;
+    std::vector<RawDirectoryEntry> entries;
+    EXPECT_FALSE(decode(packer.bytes, 3, names, entries));
+    EXPECT_EQ(entries.size(), 2u);
+    EXPECT_TRUE(decode(packer.bytes, 0, names, entries));
+}
+
+TEST(PackedAttributeRecords, SurvivesRandomDamage) {
+    std::mt19937_64 random(7);
+    for (int round = 0; round < 20'000; ++round) {
+        Packer packer;
+        packer.add(wholeRecord("one")).add({.error = 1, .name = "two"}).add(wholeRecord("three"));
+        for (auto changes = random() % 6; changes > 0; --changes)
+            packer.bytes[random() % packer.bytes.size()] = static_cast<std::byte>(random());
+        NameStore names;
+        std::vector<RawDirectoryEntry> entries;
+        decode(packer.bytes, random() % 5, names, entries);
+        for (const RawDirectoryEntry& entry : entries)
+            EXPECT_LE(entry.name.size(), packer.bytes.size());
+    }
+}
+
+TEST(PackedAttributeRecords, KnowsTheErrorsOfFileSystemsWithoutBulkReading) {
+    for (int error = 0; error < 120; ++error)
+        EXPECT_EQ(isUnsupportedError(error), error == 45 || error == 22) << error;
+}
+
+} // namespace
+} // namespace tarnwell

@@ -1,0 +1,289 @@
+#include "TarnwellCore/Scanning/FileTreeBuilder.hpp"
+#include "TarnwellCore/Scanning/TreeAggregation.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace tarnwell {
+namespace {
+
+FileNodeAttributes sizes(std::int64_t size, std::int64_t allocated, FileNodeFlags flags = {}) {
+    FileNodeAttributes attributes;
+    attributes.size = size;
+    attributes.allocatedSize = allocated;
+    attributes.flags = flags;
+    return attributes;
+}
+
+std::vector<std::string> childNames(const FileNode& folder) {
+    std::vector<std::string> names;
+    for (const FileNode* child : folder.children())
+        names.emplace_back(child->name());
+    return names;
+}
+
+TEST(FileNode, ReclaimableBytesOfOneEntry) {
+    const struct {
+        std::int64_t allocated;
+        std::int64_t privateSize;
+        bool reportsPrivateSize;
+        bool dataless;
+        std::int64_t reclaimable;
+        std::int64_t shared;
+    } cases[] = {
+        {4096, 0, false, false, 4096, 0},      {4096, 0, true, false, 0, 4096},
+        {4096, 1024, true, false, 1024, 3072}, {4096, -5, true, false, 0, 4101},
+        {-4096, 0, false, false, 0, 0},        {4096, 4096, true, true, 0, 0},
+        {100, 200, true, false, 200, 0},
+    };
+    FileTreeBuilder tree("/r");
+    for (const auto& each : cases) {
+        FileNodeAttributes attributes = sizes(10, each.allocated);
+        attributes.privateSize = each.privateSize;
+        attributes.reportsPrivateSize = each.reportsPrivateSize;
+        attributes.extFlags = mayShareBlocksFlag;
+        if (each.dataless)
+            attributes.flags.insert(FileNodeFlags::dataless);
+        const FileNode& node = tree.addFile(tree.root(), "f", attributes);
+        EXPECT_EQ(node.reclaimableSize, each.reclaimable);
+        EXPECT_EQ(node.sharedWithClones(), each.shared);
+        EXPECT_TRUE(node.includesSharedCloneBlocks);
+    }
+}
+
+TEST(FileNode, PathsOfAllKindsOfRoots) {
+    const struct {
+        const char* root;
+        const char* rootPath;
+        const char* childPath;
+        const char* rootDisplayName;
+    } cases[] = {
+        {"/", "/", "/x", "/"},
+        {"/a/b", "/a/b", "/a/b/x", "b"},
+        {"/a/b/", "/a/b/", "/a/b/x", "b"},
+        {"rel", "rel", "rel/x", "rel"},
+        {"", "/", "/x", ""},
+    };
+    for (const auto& each : cases) {
+        FileTreeBuilder tree(each.root);
+        const FileNode& child = tree.addFolder(tree.root(), "x");
+        EXPECT_EQ(tree.root().path(), each.rootPath);
+        EXPECT_EQ(child.path(), each.childPath);
+        EXPECT_EQ(tree.root().displayName(), each.rootDisplayName);
+        EXPECT_EQ(child.displayName(), "x");
+    }
+}
+
+TEST(FileNode, PlaceInTheTree) {
+    FileTreeBuilder tree("/r");
+    FileNode& a = tree.addFolder(tree.root(), "a");
+    FileNode& b = tree.addFolder(a, "b");
+    FileNode& file = tree.addFile(b, "f", 30);
+    tree.addFile(a, "g", 10);
+    tree.addFolder(tree.root(), "empty");
+    const auto root = tree.finish();
+
+    EXPECT_EQ(file.depth(), 3u);
+    EXPECT_EQ(&file.root(), root.get());
+    EXPECT_EQ(file.ancestors(), (std::vector<const FileNode*>{&b, &a, root.get()}));
+    EXPECT_EQ(file.breadcrumb(), (std::vector<const FileNode*>{root.get(), &a, &b, &file}));
+    EXPECT_DOUBLE_EQ(b.percentOfParent(), 0.75);
+    EXPECT_DOUBLE_EQ(file.percentOfRoot(), 0.75);
+    EXPECT_EQ(root->percentOfParent(), 0);
+    EXPECT_EQ(root->percentOfRoot(), 1);
+
+    const struct {
+        const FileNode* from;
+        const char* path;
+        const FileNode* found;
+    } lookups[] = {
+        {root.get(), "/r", root.get()},
+        {root.get(), "/r/a/b/f", &file},
+        {root.get(), "a//b/", &b},
+        {&a, "/r/a/b", &b},
+        {&a, "b/f", &file},
+        {&a, "/r/empty", nullptr},
+        {root.get(), "/r/nope", nullptr},
+        {root.get(), "/ra", nullptr},
+        {root.get(), "/r/a/b/f/x", nullptr},
+    };
+    for (const auto& each : lookups)
+        EXPECT_EQ(each.from->node(each.path), each.found) << each.path;
+
+    FileTreeBuilder empty("/e");
+    EXPECT_EQ(empty.addFile(empty.root(), "zero", 0).percentOfRoot(), 0);
+    EXPECT_EQ(empty.root().percentOfRoot(), 1);
+}
+
+TEST(FileNode, Queries) {
+    FileTreeBuilder tree("/r");
+    FileNode& modules = tree.addFolder(tree.root(), "node_modules");
+    tree.addFolder(modules, "node_modules");
+    FileNode& project = tree.addFolder(tree.root(), "project");
+    FileNode& inner = tree.addFolder(project, "node_modules");
+    FileNode& film = tree.addFile(project, "film.mp4", 900);
+    FileNode& song = tree.addFile(inner, "song.mp3", 500);
+    FileNode& other = tree.addFile(project, "other.mp3", 500);
+    tree.addFile(project, "link.mp4", sizes(900, 900, FileNodeFlags::hardlinkDuplicate));
+    tree.addFile(project, "lost.mp4", sizes(70, 70, FileNodeFlags::inaccessible));
+    const auto root = tree.finish();
+
+    auto folders = root->outermostDirectories("node_modules");
+    std::sort(folders.begin(), folders.end());
+    std::vector<const FileNode*> expected{&modules, &inner};
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(folders, expected);
+    EXPECT_EQ(modules.outermostDirectories("node_modules").size(), 1u);
+
+    EXPECT_EQ(root->largestFiles(1, 0).size(), 1u);
+    EXPECT_EQ(root->largestFiles(10, 901).size(), 0u);
+    EXPECT_EQ(root->largestFiles(0, 0).size(), 0u);
+    const auto largest = root->largestFiles(100, 500);
+    ASSERT_EQ(largest.size(), 4u);
+    EXPECT_EQ(largest[0]->size, 900);
+    EXPECT_TRUE((largest[2] == &song && largest[3] == &other) ||
+                (largest[2] == &other && largest[3] == &song));
+
+    const auto breakdown = root->categoryBreakdown(false);
+    EXPECT_EQ(breakdown, (std::map<FileCategory, std::int64_t>{{FileCategory::video, 900},
+                                                               {FileCategory::audio, 1000}}));
+    EXPECT_EQ(root->size, 1900);
+    EXPECT_EQ(film.categoryBreakdown(true),
+              (std::map<FileCategory, std::int64_t>{{FileCategory::video, 900}}));
+
+    EXPECT_EQ(root->descendants(3).size(), 3u);
+    EXPECT_EQ(root->descendants(1000).size(), 9u);
+    root->detachDescendants();
+    EXPECT_TRUE(root->children().empty());
+    EXPECT_EQ(song.parent(), nullptr);
+}
+
+TEST(Aggregation, CountsWhatCounts) {
+    FileTreeBuilder tree("/r");
+    FileNode& lost = tree.addFolder(tree.root(), "lost");
+    tree.addFile(lost, "gone", sizes(5, 5, FileNodeFlags::inaccessible));
+    FileNode& links = tree.addFolder(tree.root(), "links");
+    tree.addFile(links, "duplicate", sizes(100, 200, FileNodeFlags::hardlinkDuplicate));
+    FileNodeAttributes clone = sizes(7, 8);
+    clone.extFlags = sharesAllBlocksFlag;
+    clone.reportsPrivateSize = true;
+    tree.addFile(links, "clone", clone);
+    FileNodeAttributes given = sizes(1000, 2000, FileNodeFlags::collapsed);
+    FileNode& package = tree.addFolder(tree.root(), "given", given);
+    package.fileCount = 12;
+    package.directoryCount = 3;
+    FileNode& ownSize = tree.addFolder(tree.root(), "own size", sizes(4096, 4096));
+    const auto root = tree.finish();
+
+    EXPECT_EQ(lost.fileCount, 0);
+    EXPECT_EQ(lost.size, 0);
+    EXPECT_EQ(links.fileCount, 2);
+    EXPECT_EQ(links.size, 7);
+    EXPECT_EQ(links.allocatedSize, 8);
+    EXPECT_EQ(links.reclaimableSize, 0);
+    EXPECT_TRUE(links.includesSharedCloneBlocks);
+    EXPECT_EQ(ownSize.size, 0);
+    EXPECT_EQ(root->size, 1007);
+    EXPECT_EQ(root->allocatedSize, 2008);
+    EXPECT_EQ(root->reclaimableSize, 2000);
+    EXPECT_EQ(root->fileCount, 14);
+    EXPECT_EQ(root->directoryCount, 7);
+    EXPECT_TRUE(root->includesSharedCloneBlocks);
+    EXPECT_EQ(childNames(*root), (std::vector<std::string>{"given", "links", "lost", "own size"}));
+}
+
+TEST(Aggregation, OrdersBySizeThenNameBytes) {
+    FileTreeBuilder tree("/r");
+    for (const char* name : {"b", "\xC3\xA4", "a", "B"})
+        tree.addFile(tree.root(), name, 5);
+    tree.addFile(tree.addFolder(tree.root(), "c"), "f", 5);
+    tree.addFile(tree.root(), "large", 6);
+    tree.addFile(tree.addFolder(tree.root(), "A"), "f", 6);
+    tree.addFile(tree.root(), "small", 4);
+    const auto root = tree.finish();
+    EXPECT_EQ(childNames(*root),
+              (std::vector<std::string>{"A", "large", "B", "a", "b", "c", "\xC3\xA4", "small"}));
+}
+
+/// Sums and order by definition, with recursion and plain sorting.
+void aggregatePlainly(const FileNode& node, std::int64_t& size, std::int64_t& files, std::int64_t& folders) {
+    for (const FileNode* child : node.children()) {
+        if (!child->isDirectory()) {
+            if (child->flags.contains(FileNodeFlags::inaccessible))
+                continue;
+            ++files;
+            size += child->isHardlinkDuplicate() ? 0 : child->size;
+            continue;
+        }
+        ++folders;
+        aggregatePlainly(*child, size, files, folders);
+    }
+}
+
+TEST(Aggregation, AgreesWithThePlainWayOnRandomTrees) {
+    for (std::uint64_t seed = 1; seed <= 60; ++seed) {
+        std::mt19937_64 random(seed);
+        FileTreeBuilder tree("/r");
+        std::vector<FileNode*> folders{&tree.root()};
+        const int count = static_cast<int>(random() % 400);
+        for (int item = 0; item < count; ++item) {
+            FileNode& parent = *folders[random() % folders.size()];
+            const std::string name = std::to_string(random() % 1000);
+            const auto size = static_cast<std::int64_t>(random() % 50); // many ties
+            if (random() % 4 == 0)
+                folders.push_back(&tree.addFolder(parent, name));
+            else
+                tree.addFile(
+                    parent, name,
+                    sizes(size, size, FileNodeFlags(static_cast<std::uint16_t>(random() % 8 == 0 ? 8 : 0))));
+        }
+        const auto root = tree.finish();
+        for (const FileNode* folder : folders) {
+            std::int64_t size = 0;
+            std::int64_t fileCount = 0;
+            std::int64_t directoryCount = 0;
+            aggregatePlainly(*folder, size, fileCount, directoryCount);
+            EXPECT_EQ(folder->size, size);
+            EXPECT_EQ(folder->fileCount, fileCount);
+            EXPECT_EQ(folder->directoryCount, directoryCount);
+            const auto children = folder->children();
+            EXPECT_TRUE(
+                std::is_sorted(children.begin(), children.end(),
+                               [](const FileNode* a, const FileNode* b) { return precedesBySize(*a, *b); }))
+                << "seed " << seed;
+        }
+    }
+}
+
+TEST(Aggregation, DeepChainsNeedNoStack) {
+    constexpr int depth = 200'000;
+    FileTreeBuilder tree("/r");
+    FileNode* folder = &tree.root();
+    for (int level = 0; level < depth; ++level)
+        folder = &tree.addFolder(*folder, "d");
+    tree.addFile(*folder, "f", 3);
+    const auto root = tree.finish();
+    EXPECT_EQ(root->size, 3);
+    EXPECT_EQ(root->directoryCount, depth);
+    EXPECT_EQ(folder->depth(), static_cast<std::size_t>(depth));
+    EXPECT_EQ(folder->path().size(), 2u + 2u * depth);
+    EXPECT_EQ(root->node(folder->path()), folder);
+    root->detachDescendants();
+}
+
+TEST(AggregationDeathTest, SumsThatDoNotFitAreFatal) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    FileTreeBuilder tree("/r");
+    tree.addFile(tree.root(), "a", std::numeric_limits<std::int64_t>::max());
+    tree.addFile(tree.root(), "b", 1);
+    EXPECT_DEATH(tree.finish(), "fatal error: a sum of sizes or counts does not fit");
+}
+
+} // namespace
+} // namespace tarnwell

@@ -1,0 +1,498 @@
+#include "TarnwellCore/Platform/DirectoryCalls.hpp"
+#include "TarnwellCore/Scanning/FileNode.hpp"
+#include "TarnwellCore/Scanning/ScanEngine.hpp"
+#include "TarnwellCore/Scanning/ScanError.hpp"
+
+#include "Tests/Support/FolderOracle.hpp"
+#include "Tests/Support/RandomTree.hpp"
+#include "Tests/Support/TemporaryFolder.hpp"
+#include "Tests/Support/Unprivileged.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <string>
+#include <thread>
+
+namespace tarnwell {
+namespace {
+
+using test::TemporaryFolder;
+
+ScanResult scan(const std::filesystem::path& folder, const ScanOptions& options = {}) {
+    return ScanEngine(folder.string(), options).run();
+}
+
+const FileNode& at(const ScanResult& result, std::string_view relativePath) {
+    const FileNode* node = result.root->node(relativePath);
+    if (node == nullptr)
+        throw std::runtime_error("no node at " + std::string(relativePath));
+    return *node;
+}
+
+/// One line a node: everything that must not depend on threads.
+std::string describe(const ScanResult& result) {
+    std::string text;
+    result.root->forEachDescendant([&](const FileNode& node) {
+        text += node.path() + " " + std::to_string(node.size) + " " + std::to_string(node.allocatedSize) +
+                " " + std::to_string(node.reclaimableSize) + " " + std::to_string(node.fileCount) + " " +
+                std::to_string(node.directoryCount) + " " + std::to_string(node.flags.rawValue()) + " " +
+                std::to_string(rawValue(node.category)) + "\n";
+        return true;
+    });
+    return text;
+}
+
+void expectStatsOfTree(const ScanResult& result) {
+    const FileNode& root = *result.root;
+    EXPECT_EQ(result.stats.totalSize, root.size);
+    EXPECT_EQ(result.stats.totalAllocatedSize, root.allocatedSize);
+    EXPECT_EQ(result.stats.totalReclaimableSize, root.reclaimableSize);
+    EXPECT_EQ(result.stats.fileCount, root.fileCount);
+    EXPECT_EQ(result.stats.directoryCount, root.directoryCount);
+}
+
+void expectStatsOfMeasurement(const std::filesystem::path& folder, ScanOptions options,
+                              const ScanStats& stats) {
+    const ScanResult measured = ScanEngine(folder.string(), std::move(options), false).run();
+    EXPECT_EQ(measured.root, nullptr);
+    EXPECT_EQ(measured.stats, stats);
+}
+
+TEST(ScanEngine, AgreesWithTheOracleForAnyNumberOfWorkers) {
+    for (std::uint64_t seed = 1; seed <= 6; ++seed) {
+        const TemporaryFolder folder;
+        test::makeRandomTree(folder.path(), 400, seed);
+        const auto oracle = test::measureFolder(folder.path());
+        std::string first;
+        for (const int workers : {1, 2, 3, 8}) {
+            ScanOptions options;
+            options.workerCount = workers;
+            const ScanResult result = scan(folder.path(), options);
+            SCOPED_TRACE("seed " + std::to_string(seed) + ", workers " + std::to_string(workers));
+            test::expectAgreement(*result.root, oracle);
+            expectStatsOfTree(result);
+            expectStatsOfMeasurement(folder.path(), options, result.stats);
+            const std::string text = describe(result);
+            if (first.empty())
+                first = text;
+            EXPECT_EQ(text, first);
+        }
+    }
+}
+
+TEST(ScanEngine, MarksAndCountsEveryKindOfEntry) {
+    const TemporaryFolder folder;
+    folder.makeFile(".hidden", 10);
+    folder.makeFile("Tool.app/Contents/binary", 20);
+    folder.makeFile("node_modules/a/film.mp4", 30);
+    folder.makeFile("photo.JPG", 40);
+    ::symlink("photo.JPG", (folder / "link").c_str());
+    ::mkfifo((folder / "pipe").c_str(), 0644);
+    const int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, (folder / "socket").c_str(), sizeof address.sun_path - 1);
+    ASSERT_EQ(::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+
+    const ScanResult result = scan(folder.path());
+    ::close(listener);
+    EXPECT_TRUE(at(result, ".hidden").isHidden());
+    EXPECT_TRUE(at(result, "Tool.app").isPackage());
+    EXPECT_EQ(at(result, "Tool.app").category, FileCategory::applications);
+    EXPECT_EQ(at(result, "Tool.app").size, 20);
+    EXPECT_EQ(at(result, "node_modules").category, FileCategory::developer);
+    EXPECT_EQ(at(result, "node_modules/a").category, FileCategory::developer);
+    EXPECT_EQ(at(result, "node_modules/a/film.mp4").category, FileCategory::developer);
+    EXPECT_EQ(at(result, "photo.JPG").category, FileCategory::images);
+    EXPECT_TRUE(at(result, "link").isSymlink());
+    EXPECT_EQ(at(result, "link").size, 9);
+    EXPECT_TRUE(at(result, "pipe").flags.contains(FileNodeFlags::special));
+    EXPECT_TRUE(at(result, "socket").flags.contains(FileNodeFlags::special));
+    EXPECT_EQ(result.stats.symlinkCount, 1);
+    EXPECT_EQ(result.stats.packageCount, 1);
+    EXPECT_EQ(result.stats.fileCount, 7);
+    EXPECT_EQ(result.stats.directoryCount, 4);
+    EXPECT_EQ(result.stats.maximumDepth, 2);
+    EXPECT_TRUE(at(result, "photo.JPG").modificationDate());
+    EXPECT_TRUE(at(result, "node_modules").accessDate());
+
+    ScanOptions options;
+    options.excludeHidden = true;
+    EXPECT_EQ(scan(folder.path(), options).root->node(".hidden"), nullptr);
+    EXPECT_EQ(scan(folder.path(), options).stats.fileCount, 6);
+
+    // What is inside the folder whose name fixes a category keeps it when the scan starts there.
+    EXPECT_EQ(at(scan(folder / "node_modules"), "a/film.mp4").category, FileCategory::developer);
+}
+
+TEST(ScanEngine, ExclusionsAreLeaves) {
+    const TemporaryFolder folder;
+    folder.makeFile("a/skip/file", 10);
+    folder.makeFile("a/keep/file", 20);
+    folder.makeFile("b/skip/file", 40);
+    folder.makeFile("b/name/file", 80);
+    folder.makeFile("one file", 160);
+    ScanOptions options;
+    options.excludedPaths = {folder / "a/skip", (folder / "one file").string() + "/", "/elsewhere",
+                             folder.path().string()};
+    options.excludedNames = {"name"};
+    const ScanResult result = scan(folder.path(), options);
+    EXPECT_EQ(result.root->size, 60);
+    EXPECT_EQ(result.root->directoryCount, 6);
+    EXPECT_EQ(result.root->fileCount, 3);
+    for (const char* path : {"a/skip", "b/name", "one file"}) {
+        EXPECT_TRUE(at(result, path).flags.contains(FileNodeFlags::excluded)) << path;
+        EXPECT_TRUE(at(result, path).children().empty()) << path;
+        EXPECT_EQ(at(result, path).size, 0) << path;
+    }
+    expectStatsOfTree(result);
+    expectStatsOfMeasurement(folder.path(), options, result.stats);
+}
+
+TEST(ScanEngine, DepthLimitKeepsTheSums) {
+    const TemporaryFolder folder;
+    test::makeRandomTree(folder.path(), 500, 99);
+    const ScanResult whole = scan(folder.path());
+    for (const std::int64_t depth : {0, 1, 2, 3, 50}) {
+        for (const int workers : {1, 4}) {
+            ScanOptions options;
+            options.maximumDepth = depth;
+            options.workerCount = workers;
+            const ScanResult result = scan(folder.path(), options);
+            SCOPED_TRACE("depth " + std::to_string(depth));
+            result.root->forEachDescendant([&](const FileNode& node) {
+                EXPECT_LE(static_cast<std::int64_t>(node.depth()), depth);
+                const FileNode* original = whole.root->node(node.path());
+                if (original == nullptr) {
+                    ADD_FAILURE() << node.path();
+                    return true;
+                }
+                EXPECT_EQ(node.size, original->size) << node.path();
+                EXPECT_EQ(node.allocatedSize, original->allocatedSize) << node.path();
+                EXPECT_EQ(node.reclaimableSize, original->reclaimableSize) << node.path();
+                EXPECT_EQ(node.fileCount, original->fileCount) << node.path();
+                EXPECT_EQ(node.directoryCount, original->directoryCount) << node.path();
+                return true;
+            });
+            expectStatsOfTree(result);
+        }
+    }
+}
+
+TEST(ScanEngine, ClosedPackagesCarryTheirSums) {
+    const TemporaryFolder folder;
+    folder.makeFile("Tool.app/Contents/deep/binary", 100);
+    folder.makeFile("Tool.app/Other.framework/library", 50);
+    folder.makeFolder("Empty.app");
+    ::link((folder / "Tool.app/Contents/deep/binary").c_str(), (folder / "outside").c_str());
+    ::link((folder / "Tool.app/Other.framework/library").c_str(), (folder / "A first").c_str());
+    ScanOptions options;
+    options.descendIntoPackages = false;
+    for (int round = 0; round < 10; ++round) {
+        const ScanResult result = scan(folder.path(), options);
+        const FileNode& package = at(result, "Tool.app");
+        EXPECT_TRUE(package.flags.contains(FileNodeFlags::collapsed));
+        EXPECT_TRUE(package.children().empty());
+        // "Tool.app/…" precedes "outside", but "A first" precedes "Tool.app/…".
+        EXPECT_EQ(package.size, 100);
+        EXPECT_TRUE(at(result, "outside").isHardlinkDuplicate());
+        EXPECT_FALSE(at(result, "A first").isHardlinkDuplicate());
+        EXPECT_EQ(package.fileCount, 2);
+        EXPECT_EQ(package.directoryCount, 3);
+        EXPECT_EQ(result.root->size, 150);
+        EXPECT_EQ(result.stats.packageCount, 3);
+        EXPECT_FALSE(at(result, "Empty.app").flags.contains(FileNodeFlags::collapsed));
+        expectStatsOfTree(result);
+    }
+}
+
+TEST(ScanEngine, HardLinksBelongToTheSmallestPath) {
+    const TemporaryFolder folder;
+    const auto original = folder.makeFile("z/original", 1000);
+    for (int index = 0; index < 200; ++index) {
+        const auto parent = folder.makeFolder("m" + std::to_string(index));
+        ::link(original.c_str(), (parent / "link").c_str());
+    }
+    const auto owner = folder.makeFolder("a") / "owner";
+    ::link(original.c_str(), owner.c_str());
+    for (const int workers : {1, 2, 5, 8}) {
+        ScanOptions options;
+        options.workerCount = workers;
+        const ScanResult result = scan(folder.path(), options);
+        EXPECT_EQ(result.stats.hardlinkDuplicateCount, 201);
+        EXPECT_EQ(result.stats.hardlinkSavedBytes, 201'000);
+        EXPECT_EQ(at(result, "a").size, 1000);
+        EXPECT_EQ(at(result, "z").size, 0);
+        EXPECT_EQ(result.root->size, 1000);
+        EXPECT_EQ(result.root->fileCount, 202);
+    }
+    ScanOptions options;
+    options.deduplicateHardlinks = false;
+    EXPECT_EQ(scan(folder.path(), options).root->size, 202'000);
+}
+
+TEST(ScanEngine, RootsThatCannotBeScanned) {
+    const TemporaryFolder folder;
+    const std::string file = folder.makeFile("file");
+    const std::string locked = folder.makeFolder("locked");
+    ::symlink(folder.path().c_str(), (folder / "link").c_str());
+    ::chmod(folder.path().c_str(), 0755);
+    ::chmod(locked.c_str(), 0);
+    const struct {
+        std::string path;
+        std::string description;
+    } cases[] = {
+        {folder / "missing", (folder / "missing").string() + " does not exist."},
+        {file, file + " is not a folder."},
+        {folder / "link", (folder / "link").string() + " is not a folder."},
+        {locked, locked + " could not be opened (Permission denied). Tarnwell may need Full Disk Access."},
+    };
+    for (const auto& each : cases) {
+        const std::string text = test::runUnprivileged([&]() -> std::string {
+            try {
+                ScanEngine(each.path, {}).run();
+                return "scanned";
+            } catch (const ScanError& error) {
+                return error.what();
+            }
+        });
+        EXPECT_EQ(text, each.description);
+    }
+}
+
+TEST(ScanEngine, UnreadableFoldersBelowTheRootAreListed) {
+    const TemporaryFolder folder;
+    folder.makeFile("locked/secret", 100);
+    folder.makeFile("list only/inner/file", 100);
+    folder.makeFile("open/file", 7);
+    ::chmod((folder / "locked").c_str(), 0);
+    ::chmod((folder / "list only").c_str(), 0444);
+    ::chmod(folder.path().c_str(), 0755);
+    const std::string text = test::runUnprivileged([&] {
+        const ScanResult result = scan(folder.path());
+        const FileNode& inner = at(result, "list only/inner");
+        std::string report =
+            std::to_string(result.root->size) + " " + std::to_string(result.stats.inaccessibleCount) + " " +
+            std::to_string(result.stats.inaccessibleEntryCount) + " " +
+            std::to_string(at(result, "locked").flags.rawValue()) + " " +
+            std::to_string(inner.flags.rawValue()) + " " + std::to_string(inner.isDirectory());
+        for (const std::string& path : result.inaccessiblePaths)
+            report += " " + std::filesystem::path(path).filename().string();
+        return report;
+    });
+    EXPECT_EQ(text, "7 1 1 32 32 1 locked");
+}
+
+// Kernel calls that change the disk between finding a folder and opening it.
+std::function<void(const std::string&)> beforeOpening; // called with the name
+int openAfterHook(int folder, const char* name, int flags) {
+    if (beforeOpening)
+        beforeOpening(name);
+    return ::openat(folder, name, flags);
+}
+
+TEST(ScanEngine, FoldersThatChangeUnderTheScan) {
+    const TemporaryFolder outside;
+    outside.makeFile("secret", 5000);
+    const std::string target = outside.path();
+    const struct {
+        const char* change;
+        std::function<void(const std::string& path)> apply;
+    } cases[] = {
+        {"vanishes", [](const std::string& path) { std::filesystem::remove_all(path); }},
+        {"becomes a file",
+         [](const std::string& path) {
+             std::filesystem::remove_all(path);
+             ::close(::open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644));
+         }},
+        {"becomes a link elsewhere",
+         [&](const std::string& path) {
+             std::filesystem::remove_all(path);
+             ASSERT_EQ(::symlink(target.c_str(), path.c_str()), 0);
+         }},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.change);
+        const TemporaryFolder folder;
+        folder.makeFile("victim/file", 100);
+        folder.makeFile("stays/file", 30);
+        beforeOpening = [&](const std::string& name) {
+            if (name == "victim")
+                each.apply(folder / "victim");
+        };
+        DirectoryCalls calls = DirectoryCalls::live();
+        calls.openEntry = openAfterHook;
+        ScanOptions options;
+        options.workerCount = 1;
+        const ScanResult result = ScanEngine(folder.path(), options, true, calls).run();
+        beforeOpening = nullptr;
+        EXPECT_EQ(result.root->size, 30);
+        EXPECT_EQ(result.stats.inaccessibleCount, 1);
+        EXPECT_EQ(result.inaccessiblePaths, std::vector<std::string>{(folder / "victim").string()});
+        EXPECT_TRUE(at(result, "victim").flags.contains(FileNodeFlags::inaccessible));
+    }
+}
+
+TEST(ScanEngine, SurvivesAProcessThatChangesEverything) {
+    const TemporaryFolder folder;
+    test::makeRandomTree(folder.path(), 300, 5);
+    folder.makeFile("steady/file", 1234);
+    const pid_t churner = ::fork();
+    if (churner == 0) {
+        for (std::uint64_t seed = 100;; ++seed) {
+            const std::filesystem::path place = folder / ("churn" + std::to_string(seed % 3));
+            std::error_code ignored;
+            std::filesystem::create_directory(place, ignored);
+            test::makeRandomTree(place, 60, seed);
+            std::filesystem::rename(place, folder / "moved", ignored);
+            std::filesystem::remove_all(folder / "moved", ignored);
+        }
+    }
+    for (int round = 0; round < 60; ++round) {
+        const ScanResult result = scan(folder.path());
+        EXPECT_EQ(at(result, "steady").size, 1234);
+        EXPECT_EQ(result.stats.fileCount, result.root->fileCount);
+        EXPECT_EQ(result.stats.directoryCount, result.root->directoryCount);
+    }
+    ::kill(churner, SIGKILL);
+    ::waitpid(churner, nullptr, 0);
+}
+
+TEST(ScanEngine, CancellationAtEveryStage) {
+    const TemporaryFolder folder;
+    test::makeRandomTree(folder.path(), 400, 11);
+    static std::atomic<int> countdown;
+    static ScanEngine* engine;
+    DirectoryCalls calls = DirectoryCalls::live();
+    calls.extendedStatus = [](int parent, const char* name, void* status) {
+        if (countdown.fetch_sub(1) == 1)
+            engine->cancel();
+        return DirectoryCalls::live().extendedStatus(parent, name, status);
+    };
+    int cancelled = 0;
+    for (int stage = 0; stage <= 400; stage += 1 + stage / 8) {
+        ScanOptions options;
+        options.workerCount = 1 + stage % 4;
+        ScanEngine each(folder.path(), options, stage % 2 == 0, calls);
+        engine = &each;
+        countdown = stage;
+        if (stage == 0)
+            each.cancel();
+        try {
+            each.run();
+        } catch (const ScanError& error) {
+            EXPECT_EQ(error.kind(), ScanError::Kind::cancelled);
+            EXPECT_STREQ(error.what(), "The scan was cancelled.");
+            ++cancelled;
+        }
+    }
+    EXPECT_GT(cancelled, 20);
+}
+
+TEST(ScanEngine, RunsWithFewDescriptors) {
+    const TemporaryFolder folder;
+    // At every level a sibling waits, so that every level wants to keep its descriptor.
+    std::string path = folder.path();
+    for (int level = 0; level < 60; ++level) {
+        path += "/level";
+        std::filesystem::create_directories(path + "/sibling");
+    }
+    test::makeRandomTree(folder.path(), 300, 3);
+    ::chmod(folder.path().c_str(), 0755);
+    const auto oracle = test::measureFolder(folder.path());
+    const std::string text = test::runUnprivileged([&]() -> std::string {
+        const rlimit limit = {20, 20};
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+        const ScanResult result = scan(folder.path());
+        return std::to_string(result.root->size) + " " + std::to_string(result.root->directoryCount) + " " +
+               std::to_string(result.stats.inaccessibleCount);
+    });
+    const auto& expected = oracle.at(folder.path());
+    EXPECT_EQ(text, std::to_string(expected.size) + " " + std::to_string(expected.directoryCount) + " 0");
+}
+
+/// A chain of folders far beyond PATH_MAX, with a file of 10 bytes in every hundredth.
+int makeChain(const std::filesystem::path& top, int depth) {
+    int files = 0;
+    int folder = ::open(top.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    for (int level = 1; level <= depth; ++level) {
+        EXPECT_EQ(::mkdirat(folder, "a folder", 0755), 0);
+        const int next = ::openat(folder, "a folder", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        ::close(folder);
+        folder = next;
+        if (level % 100 == 0) {
+            const int file = ::openat(folder, "file", O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
+            EXPECT_EQ(::write(file, "0123456789", 10), 10);
+            ::close(file);
+            ++files;
+        }
+    }
+    ::close(folder);
+    return files;
+}
+
+TEST(ScanEngine, ChainsBeyondPathMax) {
+    const TemporaryFolder folder;
+    constexpr int depth = 10'000;
+    const int files = makeChain(folder.path(), depth);
+    for (const int workers : {1, 4}) {
+        ScanOptions options;
+        options.workerCount = workers;
+        const ScanResult result = scan(folder.path(), options);
+        EXPECT_EQ(result.root->directoryCount, depth);
+        EXPECT_EQ(result.root->fileCount, files);
+        EXPECT_EQ(result.root->size, 10 * files);
+        EXPECT_EQ(result.stats.maximumDepth, depth);
+        EXPECT_EQ(result.stats.inaccessibleCount, 0);
+    }
+    // The chain's end is a root like any other.
+    const ScanResult whole = scan(folder.path());
+    std::string deep;
+    whole.root->forEachDescendant([&](const FileNode& node) {
+        if (node.isDirectory() && node.directoryCount == 200)
+            deep = node.path();
+        return deep.empty();
+    });
+    ASSERT_GT(deep.size(), 40'000u);
+    const ScanResult end = scan(deep);
+    EXPECT_EQ(end.root->directoryCount, 200);
+    EXPECT_EQ(end.root->path(), deep);
+}
+
+#ifdef __linux__
+TEST(ScanEngineDeathTest, SumsBeyond64BitsAreFatal) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const TemporaryFolder folder("/dev/shm");
+    for (const char* name : {"a", "b"}) {
+        const int file = ::open((folder / name).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
+        const bool isMade = ::ftruncate(file, std::numeric_limits<off_t>::max()) == 0;
+        ::close(file);
+        if (!isMade)
+            GTEST_SKIP() << "no file system at hand for files near 2^63 bytes";
+    }
+    EXPECT_DEATH(scan(folder.path()), "fatal error: a sum of sizes");
+}
+#endif
+
+TEST(ScanEngine, DefaultWorkerCounts) {
+    const std::pair<int, int> cases[] = {{1, 4},  {2, 4},  {7, 4},  {8, 4}, {9, 4},
+                                         {10, 5}, {16, 8}, {17, 8}, {64, 8}};
+    for (const auto& [processors, workers] : cases)
+        EXPECT_EQ(ScanEngine::defaultWorkerCount(processors), workers) << processors;
+}
+
+} // namespace
+} // namespace tarnwell

@@ -1,0 +1,120 @@
+#include "Tests/Support/MountedImage.hpp"
+
+#include "TarnwellCore/Analysis/Shell.hpp"
+
+#include "Tests/Support/TemporaryFolder.hpp"
+
+#ifdef __linux__
+#include <sched.h>
+#include <sys/mount.h>
+#endif
+
+#include <unistd.h>
+
+#include <fstream>
+#include <stdexcept>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace tarnwell::test {
+
+namespace {
+
+/// Runs one of the system's administration tools; the reason when it failed, otherwise empty.
+std::string failureOf(std::vector<std::string> command) {
+    const std::string tool = command.front();
+    // They are often beyond the path of a test runner.
+    command.insert(command.begin(), "PATH=/usr/sbin:/sbin:/usr/bin:/bin");
+    const auto result = Shell::run("/usr/bin/env", command, 60);
+    if (!result)
+        return "env cannot be started";
+    if (result->succeeded())
+        return {};
+    return tool + " exited with code " + std::to_string(result->exitCode) + ": " + result->standardError;
+}
+
+/// Gives this thread a mount table of its own; false where that is not allowed.
+bool separateMounts() {
+#ifdef __linux__
+    static const bool isSeparate =
+        ::unshare(CLONE_NEWNS) == 0 && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    return isSeparate;
+#else
+    return false;
+#endif
+}
+
+} // namespace
+
+struct MountedImage::Content {
+    explicit Content(const Request& wanted) : request(wanted) {}
+
+    Request request;
+    TemporaryFolder folder;
+    fs::path image = folder / "image";
+    bool isMounted = false;
+
+    std::string mount(const fs::path& point) {
+        std::string options = request.type == "tmpfs" ? "size=" + std::to_string(request.size) : "loop";
+        if (!request.mountOptions.empty())
+            options += "," + request.mountOptions;
+        const std::string source = request.type == "tmpfs" ? "tarnwell-test" : image.string();
+        std::string failure = failureOf({"mount", "-t", request.type, "-o", options, "--", source, point});
+        isMounted = failure.empty();
+        return failure;
+    }
+};
+
+std::expected<std::unique_ptr<MountedImage>, std::string> MountedImage::make(const Request& request) {
+    if (::geteuid() != 0)
+        return std::unexpected("mounting needs the superuser");
+    if (!separateMounts())
+        return std::unexpected("this system gives no mount table of one's own");
+    auto content = std::make_unique<Content>(request);
+    if (request.type != "tmpfs") {
+        std::ofstream(content->image).close();
+        fs::resize_file(content->image, request.size);
+        std::vector<std::string> format = {"mkfs." + request.type};
+        if (request.type.starts_with("ext"))
+            format.push_back("-q");
+        if (!request.formatOption.empty())
+            format.push_back(request.formatOption);
+        format.push_back(content->image);
+        if (std::string failure = failureOf(format); !failure.empty())
+            return std::unexpected(std::move(failure));
+    }
+    std::unique_ptr<MountedImage> mounted(new MountedImage(std::move(content)));
+    if (std::string failure = mounted->content_->mount(mounted->path_); !failure.empty())
+        return std::unexpected(std::move(failure));
+    return mounted;
+}
+
+MountedImage::MountedImage(std::unique_ptr<Content> content) : content_(std::move(content)) {
+    path_ = content_->folder.makeFolder(content_->request.name);
+}
+
+MountedImage::~MountedImage() {
+    // Lazily: what the test left open must not keep the folder from being removed.
+    if (content_->isMounted)
+        failureOf({"umount", "--lazy", "--", path_});
+}
+
+void MountedImage::unmount() {
+    if (const std::string failure = failureOf({"umount", "--", path_}); !failure.empty())
+        throw std::runtime_error(failure);
+    content_->isMounted = false;
+}
+
+void MountedImage::mount() {
+    if (const std::string failure = content_->mount(path_); !failure.empty())
+        throw std::runtime_error(failure);
+}
+
+void MountedImage::remount(const std::string& options) {
+    const std::string failure = failureOf({"mount", "-o", "remount," + options, "--", path_});
+    if (!failure.empty())
+        throw std::runtime_error(failure);
+}
+
+} // namespace tarnwell::test

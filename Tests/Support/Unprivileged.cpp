@@ -1,0 +1,47 @@
+#include "Tests/Support/Unprivileged.hpp"
+
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <exception>
+
+namespace tarnwell::test {
+
+std::string runUnprivileged(const std::function<std::string()>& body) {
+    int ends[2];
+    if (::pipe(ends) != 0) {
+        ADD_FAILURE() << "no pipe";
+        return {};
+    }
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::close(ends[0]);
+        constexpr unsigned nobody = 65534;
+        if (::geteuid() == 0 &&
+            (::setgroups(0, nullptr) != 0 || ::setgid(nobody) != 0 || ::setuid(nobody) != 0))
+            ::_exit(2);
+        std::string text;
+        try {
+            text = body();
+        } catch (const std::exception& error) {
+            text = std::string("exception: ") + error.what();
+        }
+        const bool isWritten =
+            ::write(ends[1], text.data(), text.size()) == static_cast<ssize_t>(text.size());
+        ::_exit(isWritten ? 0 : 3);
+    }
+    ::close(ends[1]);
+    std::string text;
+    char buffer[4096];
+    for (ssize_t count = 0; (count = ::read(ends[0], buffer, sizeof buffer)) > 0;)
+        text.append(buffer, static_cast<std::size_t>(count));
+    ::close(ends[0]);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the child ended with status " << status;
+    return text;
+}
+
+} // namespace tarnwell::test

@@ -1,0 +1,124 @@
+# shellcheck shell=bash
+# The packages that building, testing and measuring need, for every system, and how they are installed.
+# Sourced by `run`, `test`, .ci/run and Benchmarks/compare, after cmake/build.sh.
+
+: "${root:?}"
+# A shell that is not a login shell may not know where Homebrew lives.
+if ! command -v brew >/dev/null && [ -x /opt/homebrew/bin/brew ]; then
+    PATH=/opt/homebrew/bin:$PATH
+fi
+
+package_system() {
+    if [ "$(uname -s)" = Darwin ]; then
+        echo homebrew
+    elif command -v apt-get >/dev/null; then
+        echo debian
+    else
+        echo other
+    fi
+}
+
+# Names of one purpose on one system. "test-optional": tests on real file systems are skipped without them.
+package_names() {
+    case "$1 $2" in
+    "debian build")
+        echo g++ cmake ninja-build ccache pkg-config rapidjson-dev uuid-dev libglib2.0-dev shared-mime-info \
+            libicu-dev
+        ;;
+    "debian test") echo libgtest-dev libgmock-dev ;;
+    "debian test-optional") echo btrfs-progs xfsprogs ;;
+    "debian benchmark") echo ncdu gdu ;;
+    "homebrew build") echo cmake ninja ccache rapidjson ;;
+    "homebrew test") echo googletest ;;
+    esac
+}
+
+# Of the names given, those that are not installed.
+missing_packages() {
+    local system=$1 name installed prefix
+    shift
+    case $system in
+    debian)
+        installed=" $(dpkg-query -W -f='${db:Status-Abbrev}${Package} ' "$@" 2>/dev/null || true)"
+        for name; do
+            case $installed in *" ii $name "* | *" hi $name "*) ;; *) printf '%s ' "$name" ;; esac
+        done
+        ;;
+    homebrew)
+        prefix=$(brew --prefix 2>/dev/null || true)
+        for name; do
+            [ -n "$prefix" ] && [ -d "$prefix/opt/$name" ] || printf '%s ' "$name"
+        done
+        ;;
+    esac
+}
+
+debian_install() {
+    local as_root=()
+    [ "$(id -u)" = 0 ] || as_root=(sudo -n)
+    local apt=("${as_root[@]+"${as_root[@]}"}" env DEBIAN_FRONTEND=noninteractive
+        apt-get -qq -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0)
+    # The lists are fetched when there are none, and once more when those at hand are out of date.
+    if ! compgen -G '/var/lib/apt/lists/*_Packages*' >/dev/null; then
+        "${apt[@]}" update || return
+        "${apt[@]}" install --yes --no-install-recommends "$@"
+        return
+    fi
+    "${apt[@]}" install --yes --no-install-recommends "$@" && return
+    say "updating the package lists"
+    "${apt[@]}" update && "${apt[@]}" install --yes --no-install-recommends "$@"
+}
+
+# Whether packages may be installed here without asking anyone.
+may_install() {
+    case $1 in
+    debian) [ "$(id -u)" = 0 ] || { command -v sudo && sudo -n true; } ;;
+    homebrew) command -v brew ;;
+    esac >/dev/null 2>&1
+}
+
+# Sees to the packages of the purposes given; ends the script with the command to type where it may not.
+need_packages() {
+    local purpose system required=() optional=() missing also stamps=() isSettled=1
+    for purpose; do
+        stamps+=("$root/build/.packages-$purpose")
+    done
+    # Asked once for each change of this file: a package that is removed later makes the build say so.
+    for purpose in "${stamps[@]}"; do
+        [ "$purpose" -nt "$root/cmake/packages.sh" ] || isSettled=
+    done
+    if [ -n "$isSettled" ] && command -v cmake >/dev/null && command -v ninja >/dev/null; then
+        return
+    fi
+
+    system=$(package_system)
+    if [ "$system" = homebrew ] && ! xcode-select -p >/dev/null 2>&1; then
+        fail "the command-line developer tools are missing; install them with: xcode-select --install"
+    fi
+    for purpose; do
+        # Words, not lines: package names hold no blanks.
+        # shellcheck disable=SC2207
+        required+=($(package_names "$system" "$purpose"))
+        # shellcheck disable=SC2207
+        optional+=($(package_names "$system" "$purpose-optional"))
+    done
+    missing=$(missing_packages "$system" "${required[@]+"${required[@]}"}")
+    also=$(missing_packages "$system" "${optional[@]+"${optional[@]}"}")
+    if [ -n "$missing$also" ] && may_install "$system"; then
+        say "installing $missing$also"
+        # shellcheck disable=SC2086
+        case $system in
+        debian) debian_install $missing $also ;;
+        homebrew) NONINTERACTIVE=1 HOMEBREW_NO_AUTO_UPDATE=1 brew install --quiet $missing $also ;;
+        esac </dev/null >&2 || fail "the packages could not be installed: $missing$also"
+    elif [ -n "$missing" ]; then
+        case $system in
+        debian) fail "packages are missing; install them with: sudo apt-get install --yes $missing" ;;
+        homebrew) fail "packages are missing; install Homebrew, then type: brew install $missing" ;;
+        esac
+    elif [ "$system" = other ] && ! command -v ninja >/dev/null; then
+        fail "no known package manager; install what Debian calls: $(package_names debian build)"
+    fi
+    mkdir -p "$root/build"
+    touch "${stamps[@]}"
+}
