@@ -1,0 +1,48 @@
+#include "TarnwellCore/Platform/TypeDatabase.hpp"
+
+#import <Foundation/Foundation.h>
+#import <UniformTypeIdentifiers/UniformTypeIdentifiers.h>
+
+namespace tarnwell {
+
+std::optional<TypeConformance> typeConformance(std::string_view fileExtension) {
+    @autoreleasepool {
+        NSString* const text = [[NSString alloc] initWithBytes:fileExtension.data()
+                                                        length:fileExtension.size()
+                                                      encoding:NSUTF8StringEncoding];
+        // Nil for bytes that are not UTF-8, which no type declares.
+        if (text.length == 0)
+            return std::nullopt;
+        UTType* const type = [UTType typeWithFilenameExtension:text conformingToType:UTTypeData];
+        if (type == nil)
+            return std::nullopt;
+
+        const struct {
+            __unsafe_unretained UTType* supertype; // a constant of the framework
+            TypeConformance::Bit bit;
+        } tests[] = {
+            {UTTypeMovie, TypeConformance::movie},
+            {UTTypeVideo, TypeConformance::video},
+            {UTTypeAudio, TypeConformance::audio},
+            {UTTypeImage, TypeConformance::image},
+            {UTTypeFont, TypeConformance::font},
+            {UTTypeDiskImage, TypeConformance::diskImage},
+            {UTTypeArchive, TypeConformance::archive},
+            {UTTypeSourceCode, TypeConformance::sourceCode},
+            {UTTypeScript, TypeConformance::script},
+            {UTTypeApplication, TypeConformance::application},
+            {UTTypeDatabase, TypeConformance::database},
+            {UTTypeSpreadsheet, TypeConformance::spreadsheet},
+            {UTTypePresentation, TypeConformance::presentation},
+            {UTTypeText, TypeConformance::text},
+            {UTTypePDF, TypeConformance::pdf},
+        };
+        TypeConformance conformance;
+        for (const auto& test : tests)
+            if ([type conformsToType:test.supertype])
+                conformance.insert(test.bit);
+        return conformance;
+    }
+}
+
+} // namespace tarnwell

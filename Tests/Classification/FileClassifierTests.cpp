@@ -1,0 +1,269 @@
+#include "TarnwellCore/Classification/FileClassifier.hpp"
+#include "TarnwellCore/Classification/FileClassifierTables.hpp"
+#include "TarnwellCore/Classification/UTTypeCache.hpp"
+#include "TarnwellCore/Platform/TypeDatabase.hpp"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+
+namespace tarnwell::FileClassifier {
+namespace {
+
+using enum FileCategory;
+
+// An extension that neither a table nor a type database knows.
+constexpr std::string_view unknown = "zzqx";
+
+std::size_t nameCount(std::span<const CategoryNames> rows) {
+    std::size_t count = 0;
+    for (const CategoryNames& row : rows)
+        count += row.names.size();
+    return count;
+}
+
+TEST(FileClassifierTables, AreComplete) {
+    const std::pair<const NameList*, std::size_t> lists[] = {
+        {&videoExtensions, 29},
+        {&audioExtensions, 27},
+        {&imageExtensions, 37},
+        {&documentExtensions, 35},
+        {&codeExtensions, 88},
+        {&archiveExtensions, 23},
+        {&diskImageExtensions, 6},
+        {&installerExtensions, 8},
+        {&databaseExtensions, 18},
+        {&fontExtensions, 11},
+        {&virtualMachineExtensions, 15},
+        {&logExtensions, 10},
+        {&backupExtensions, 6},
+        {&mailExtensions, 8},
+        {&packageExtensions, 45},
+        {&developerPathFragments, 26},
+        {&virtualMachinePathFragments, 9},
+        {&backupPathFragments, 4},
+        {&mailPathFragments, 3},
+        {&logPathFragments, 4},
+        {&cachePathFragments, 9},
+        {&systemPathPrefixes, 9},
+    };
+    for (const auto& [list, count] : lists)
+        EXPECT_EQ(list->size(), count) << "the list of " << *list->begin();
+    EXPECT_EQ(nameCount(extensionCategories), 321u);
+    EXPECT_EQ(nameCount(bareNameCategories), 13u);
+    EXPECT_EQ(nameCount(componentCategories), 37u);
+    EXPECT_EQ(nameCount(folderExtensionCategories), 41u);
+    EXPECT_EQ(nameCount(folderNameCategories), 28u);
+}
+
+TEST(FileClassifierTables, EveryNameIsFound) {
+    std::map<std::string_view, FileCategory> byExtension;
+    std::string twice;
+    for (const auto& [category, names] : extensionCategories)
+        for (const std::string_view name : names)
+            if (!byExtension.insert_or_assign(name, category).second)
+                twice += name;
+    EXPECT_EQ(twice, "raw");
+    for (const auto& [name, category] : byExtension)
+        EXPECT_EQ(classifyExtension(name, "x"), category) << name;
+
+    for (const auto& [category, names] : bareNameCategories)
+        for (const std::string_view name : names)
+            EXPECT_EQ(classifyExtension("", name), category) << name;
+    for (const auto& [category, names] : componentCategories)
+        for (const std::string_view name : names) {
+            EXPECT_EQ(componentCategory(name), category) << name;
+            EXPECT_EQ(classifyDirectoryByNameOrExtension(name, ""), category) << name;
+        }
+    for (const auto& [category, names] : folderExtensionCategories)
+        for (const std::string_view name : names) {
+            EXPECT_EQ(classifyDirectoryByNameOrExtension("x", name), category) << name;
+            EXPECT_EQ(classify("x." + std::string(name), std::nullopt, true), category) << name;
+        }
+    for (const auto& [category, names] : folderNameCategories)
+        for (const std::string_view name : names)
+            EXPECT_EQ(classify(name, std::nullopt, true), category) << name;
+    for (const std::string_view name : packageExtensions)
+        EXPECT_TRUE(isPackageExtension(name)) << name;
+}
+
+TEST(FileClassifierTables, NearMissesAreNot) {
+    const std::string_view extensions[] = {
+        "",
+        "mp",
+        "mp44",
+        "MP4",
+        "sparsebundl",
+        "sparsebundlE",
+        "sparsebundle-backu",
+        "sparsebundle-backup2",
+        "sparsebunble",
+        "partial.eml",
+        " mp4",
+        "mp4 ",
+        "app",
+        "download",
+        "\xFF\xFE",
+        unknown,
+        std::string_view("mp4\0", 4),
+        std::string_view("\0", 1),
+        std::string_view("\0mp4", 4),
+        std::string_view("sparseimage\0", 12),
+    };
+    for (const std::string_view ext : extensions)
+        EXPECT_EQ(classifyExtension(ext, "x"), std::nullopt) << ext;
+    EXPECT_EQ(classifyExtension(std::string(100'000, 'a'), "x"), std::nullopt);
+    EXPECT_EQ(componentCategory("NODE_MODULES"), std::nullopt);
+    EXPECT_EQ(componentCategory(""), std::nullopt);
+    EXPECT_FALSE(isPackageExtension(""));
+    EXPECT_FALSE(isPackageExtension("zip"));
+}
+
+TEST(FileClassifier, Packages) {
+    EXPECT_TRUE(isPackage("Photos Library.photoslibrary"));
+    EXPECT_TRUE(isPackage("Some.APP"));
+    EXPECT_TRUE(isPackage(".app"));
+    EXPECT_FALSE(isPackage("app"));
+    EXPECT_FALSE(isPackage("Some.app."));
+    EXPECT_FALSE(isPackage(""));
+}
+
+TEST(FileClassifier, Files) {
+    const struct {
+        std::string_view name;
+        std::optional<std::string_view> path;
+        FileCategory category;
+    } cases[] = {
+        {"photo.RAW", {}, images},
+        {"Makefile", {}, code},
+        {"MAKEFILE", {}, other},
+        {"makefile.txt", {}, documents},
+        {"CMakeLists", {}, code},
+        {"x.mp4", {}, video},
+        {"x.zzqx", {}, other},
+        {"x.", {}, other},
+        {"", {}, other},
+        // The path comes before the extension, the extension before the system's places.
+        {"x.mp4", "/Users/a/Library/Caches/x.mp4", caches},
+        {"libfoo.dylib", "/usr/local/lib/libfoo.dylib", system},
+        {"Makefile", "/usr/src/Makefile", code},
+        {"readme.md", "/opt/x/readme.md", documents},
+        {"x.zzqx", "/opt/x.zzqx", system},
+        {"x.zzqx", "/home/opt/x.zzqx", other},
+        {"x.zzqx", "/optional/x.zzqx", other},
+        {"x.zzqx", "/Users/a/x.zzqx", other},
+        // Each list of fragments before the next.
+        {"x", "/a/Library/Caches/node_modules/x", developer},
+        {"x", "/a/Library/Caches/Parallels/node_modules/x", developer},
+        {"x", "/a/MobileSync/Backup/avd/x", virtualMachines},
+        {"x", "/a/Library/Mail/Backups.backupdb/x", backups},
+        {"x", "/var/log/com.apple.mail/x", mail},
+        {"x", "/Library/Logs/.cache/x", logs},
+        {"x", "/app/.next/cache/x", developer},
+        {"x", "/app/.next/x", other},
+        {"x", "/Library/Containers/com.apple.mail/x", mail},
+        {"x", "/Library/Containers/com.utmapp.UTM/x", virtualMachines},
+        {"x", "/Library/Containers/com.example/x", caches},
+        {"x", "/a/.git/objects", developer},
+        {"x.zzqx", "node_modules/x.zzqx", other},
+        {"x.zzqx", "/a/NODE_MODULES/x.zzqx", other},
+    };
+    for (const auto& each : cases)
+        EXPECT_EQ(classify(each.name, each.path, false), each.category) << each.path.value_or(each.name);
+}
+
+TEST(FileClassifier, Folders) {
+    const struct {
+        std::string_view name;
+        std::optional<FileCategory> duringScan;
+        FileCategory byName;
+    } cases[] = {
+        {"Photos Library.photoslibrary", images, images},
+        {"TV.tvlibrary", images, images},
+        {"MyApp.app", applications, applications},
+        {"node_modules", developer, developer},
+        {"Projects", {}, folder},
+        // In one of the two lists of names only.
+        {"Xcode", developer, folder},
+        {".git", developer, folder},
+        {".m2", developer, folder},
+        {".stack", developer, folder},
+        {".nx", developer, folder},
+        {".cocoapods", developer, folder},
+        {".bundle", system, system}, // its extension comes before its name
+        {"CrashReporter", logs, folder},
+        {"MobileSync", backups, folder},
+        {"VirtualBox VMs", virtualMachines, folder},
+        {"Parallels", virtualMachines, folder},
+        {"system-images", virtualMachines, folder},
+        {"avd", virtualMachines, folder},
+        {"vendor", {}, developer},
+        {"Developer", {}, developer},
+        {"Backup", {}, backups},
+        {"Mail", {}, mail},
+    };
+    for (const auto& each : cases) {
+        const std::string_view name = each.name;
+        const std::size_t dot = name.rfind('.');
+        const std::string_view ext = dot == std::string_view::npos ? "" : name.substr(dot + 1);
+        EXPECT_EQ(classifyDirectoryByNameOrExtension(name, ext), each.duringScan) << name;
+        EXPECT_EQ(classify(name, std::nullopt, true), each.byName) << name;
+    }
+}
+
+TEST(FileClassifier, FoldersWithAPath) {
+    const struct {
+        std::string_view path;
+        FileCategory category;
+    } cases[] = {
+        {"/a/Xcode", folder},
+        {"/a/Library/Developer/Xcode", developer},
+        {"/a/Library/Developer/Xcode///", developer},
+        {"/a/Library/Caches/Some.app", applications}, // the tables come before the path
+        {"/a/node_modules/Logs", logs},
+        {"/a/node_modules/x", developer},
+        {"/usr/lib/x", folder}, // the system's places are for files
+        {"/a/avd/", folder},    // a mark, not a part of the path
+        {"/", folder},
+        {"", folder},
+    };
+    for (const auto& each : cases)
+        EXPECT_EQ(classify(std::filesystem::path(each.path), true), each.category) << each.path;
+    EXPECT_EQ(classify(std::filesystem::path("/opt/x/readme.MD"), false), documents);
+}
+
+TEST(FileClassifier, TheMostTellingConformanceDecides) {
+    const std::pair<TypeConformance::Bit, FileCategory> order[] = {
+        {TypeConformance::movie, video},
+        {TypeConformance::video, video},
+        {TypeConformance::audio, audio},
+        {TypeConformance::image, images},
+        {TypeConformance::font, fonts},
+        {TypeConformance::diskImage, diskImages},
+        {TypeConformance::archive, archives},
+        {TypeConformance::sourceCode, code},
+        {TypeConformance::script, code},
+        {TypeConformance::application, applications},
+        {TypeConformance::database, databases},
+        {TypeConformance::spreadsheet, documents},
+        {TypeConformance::presentation, documents},
+        {TypeConformance::text, documents},
+        {TypeConformance::pdf, documents},
+    };
+    TypeConformance all;
+    for (auto each = std::rbegin(order); each != std::rend(order); ++each) {
+        all.insert(each->first);
+        EXPECT_EQ(categoryOfType(all), each->second);
+    }
+    EXPECT_EQ(categoryOfType({}), std::nullopt);
+}
+
+TEST(FileClassifier, UnknownToTheTypeDatabase) {
+    EXPECT_EQ(classifyByUTType(""), std::nullopt);
+    EXPECT_EQ(classifyByUTType(unknown), std::nullopt);
+    EXPECT_EQ(utTypeCache().category(unknown), std::nullopt);
+}
+
+} // namespace
+} // namespace tarnwell::FileClassifier
