@@ -41,9 +41,9 @@ int writeAll(int descriptor, std::string_view contents, const FileCalls& calls) 
 }
 
 /// Makes a new file with these contents, on the disk; leaves none when that fails.
-int writeNewFile(const fs::path& file, std::string_view contents, const FileCalls& calls) {
+int writeNewFile(const fs::path& file, std::string_view contents, mode_t mode, const FileCalls& calls) {
     const int descriptor = withoutInterruption(
-        [&] { return calls.open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666); });
+        [&] { return calls.open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode); });
     if (descriptor == -1)
         return errno;
     int error = writeAll(descriptor, contents, calls);
@@ -96,8 +96,12 @@ int replaceFile(const fs::path& file, std::string_view contents, const FileCalls
     const fs::path temporary =
         file.parent_path() / ("." + file.filename().string() + "." + UUID::random().text() + ".tmp");
     std::error_code ignored;
-    const bool replacesFile = fs::exists(fs::symlink_status(file, ignored));
-    if (const int error = writeNewFile(temporary, contents, calls))
+    const fs::file_status replaced = fs::symlink_status(file, ignored);
+    const bool replacesFile = fs::exists(replaced);
+    // Nobody but its owner gets to read the new file who could not read the old one.
+    const mode_t mode =
+        fs::is_regular_file(replaced) ? 0600 | (static_cast<mode_t>(replaced.permissions()) & 0666) : 0666;
+    if (const int error = writeNewFile(temporary, contents, mode, calls))
         return error;
     if (calls.rename(temporary.c_str(), file.c_str()) == -1) {
         const int error = errno;
