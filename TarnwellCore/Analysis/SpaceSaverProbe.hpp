@@ -87,7 +87,9 @@ struct SpaceSaverProbe {
 
     // --- The catalogue's folders -----------------------------------------------------------------------
 
-    static const std::vector<DirectoryRule>& directoryRules() { return SpaceSaverCatalogue::directoryRules(); }
+    static const std::vector<DirectoryRule>& directoryRules() {
+        return SpaceSaverCatalogue::directoryRules();
+    }
 
     /// Measures one rule's paths, or takes them from the tree where `lookup` knows them. A path that is
     /// missing or a symbolic link contributes nothing; of paths inside one another the outer one counts.
@@ -140,8 +142,8 @@ struct SpaceSaverProbe {
     std::optional<SpaceSaverFinding> snapshotFinding() const;
 
     static std::vector<std::filesystem::path> liveTrashFolders(const std::filesystem::path& home);
-    static std::optional<CommandResult> liveRunTool(const std::string& executable,
-                                                    const std::vector<std::string>& arguments, double timeout);
+    static std::optional<CommandResult>
+    liveRunTool(const std::string& executable, const std::vector<std::string>& arguments, double timeout);
 
 private:
     bool isWorthReporting(const SpaceSaverFinding& finding) const;
