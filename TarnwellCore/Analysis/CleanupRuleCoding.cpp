@@ -6,8 +6,8 @@
 #include <rapidjson/document.h>
 #include <rapidjson/memorystream.h>
 
-#include <charconv>
-#include <limits>
+#include <algorithm>
+#include <string>
 
 namespace tarnwell {
 
@@ -15,42 +15,46 @@ namespace {
 
 using rapidjson::Value;
 
-/// Builds the document, but takes a number beyond the range of a double for infinity, so that it spoils the
-/// rule it stands in and not the whole list.
-struct DocumentHandler {
-    rapidjson::Document& document;
+bool isDigit(char byte) {
+    return byte >= '0' && byte <= '9';
+}
 
-    bool RawNumber(const char* digits, rapidjson::SizeType length, bool) {
-        std::int64_t whole = 0;
-        const auto [end, error] = std::from_chars(digits, digits + length, whole);
-        if (error == std::errc() && end == digits + length)
-            return document.Int64(whole);
-        rapidjson::Document number;
-        number.Parse<rapidjson::kParseFullPrecisionFlag>(digits, length);
-        return document.Double(number.IsNumber() ? number.GetDouble()
-                                                 : std::numeric_limits<double>::infinity());
+/// The text with numbers cut down that no double can hold. They stay beyond every field's range, so they
+/// spoil the rule they stand in, but not the list.
+std::string withNumbersInRange(std::string_view text) {
+    constexpr std::size_t maximumDigits = 40;
+    constexpr int maximumExponent = 260;
+    std::string result;
+    bool isInString = false;
+    for (std::size_t index = 0; index < text.size();) {
+        const char byte = text[index];
+        if (isInString && byte == '\\') {
+            result += text.substr(index, 2);
+            index += 2;
+            continue;
+        }
+        if (byte == '"')
+            isInString = !isInString;
+        if (isInString || !isDigit(byte)) {
+            result += byte;
+            ++index;
+            continue;
+        }
+        std::size_t end = index;
+        int exponent = 0;
+        for (; end < text.size() && isDigit(text[end]); ++end)
+            exponent = std::min(exponent * 10 + (text[end] - '0'), 100'000);
+        const std::string_view digits = text.substr(index, end - index);
+        const std::string_view before = text.substr(0, index);
+        if (before.ends_with('e') || before.ends_with('E') || before.ends_with("e+") ||
+            before.ends_with("E+"))
+            result += exponent > maximumExponent ? std::to_string(maximumExponent) : std::string(digits);
+        else
+            result += before.ends_with('.') ? digits : digits.substr(0, maximumDigits);
+        index = end;
     }
-
-    bool Null() { return document.Null(); }
-    bool Bool(bool value) { return document.Bool(value); }
-    bool String(const char* text, rapidjson::SizeType length, bool copy) {
-        return document.String(text, length, copy);
-    }
-    bool StartObject() { return document.StartObject(); }
-    bool Key(const char* text, rapidjson::SizeType length, bool copy) {
-        return document.Key(text, length, copy);
-    }
-    bool EndObject(rapidjson::SizeType count) { return document.EndObject(count); }
-    bool StartArray() { return document.StartArray(); }
-    bool EndArray(rapidjson::SizeType count) { return document.EndArray(count); }
-
-    // Numbers arrive as text only.
-    bool Int(int) { return false; }
-    bool Uint(unsigned) { return false; }
-    bool Int64(std::int64_t) { return false; }
-    bool Uint64(std::uint64_t) { return false; }
-    bool Double(double) { return false; }
-};
+    return result;
+}
 
 /// Reads the text without recursion over its depth; false when it is no JSON.
 bool parse(std::string_view text, rapidjson::Document& document) {
@@ -62,15 +66,13 @@ bool parse(std::string_view text, rapidjson::Document& document) {
     // RapidJSON takes a zero byte for the end of its input.
     if (text.find('\0') != std::string_view::npos)
         return false;
-    constexpr unsigned flags = rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag;
-    rapidjson::MemoryStream stream(text.data(), text.size());
-    rapidjson::Reader reader;
-    auto fill = [&](rapidjson::Document& target) {
-        DocumentHandler handler{target};
-        return !reader.Parse<flags>(stream, handler).IsError();
+    const auto read = [&](std::string_view json) {
+        rapidjson::MemoryStream stream(json.data(), json.size());
+        document.ParseStream<rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag>(stream);
+        return !document.HasParseError();
     };
-    document.Populate(fill);
-    return !reader.HasParseError();
+    return read(text) ||
+           (document.GetParseError() == rapidjson::kParseErrorNumberTooBig && read(withNumbersInRange(text)));
 }
 
 [[noreturn]] void rejectField(std::string_view field) {
