@@ -40,9 +40,15 @@ TEST(CleanupRule, LocationsAreNormalized) {
         std::optional<std::string> given;
         std::optional<std::string> normal;
     } cases[] = {
-        {std::nullopt, std::nullopt}, {"", std::nullopt},     {" \t\n", std::nullopt},
-        {"/", "/"},                   {" / ", "/"},           {"/a/b///", "/a/b"},
-        {"~/Downloads/", "~/Downloads"}, {"\n/a b \r\n", "/a b"}, {"\xE2\x80\x83/x\xC2\xA0", "/x"},
+        {std::nullopt, std::nullopt},
+        {"", std::nullopt},
+        {" \t\n", std::nullopt},
+        {"/", "/"},
+        {" / ", "/"},
+        {"/a/b///", "/a/b"},
+        {"~/Downloads/", "~/Downloads"},
+        {"\n/a b \r\n", "/a b"},
+        {"\xE2\x80\x83/x\xC2\xA0", "/x"},
         {"/\xFF/ ", "/\xFF"},
     };
     for (const auto& each : cases)
@@ -87,8 +93,9 @@ TEST(CleanupRule, SummarisesItsConditions) {
     rule.locationPrefix = "~/Downloads";
     rule.minimumSize = 1'500'000'000;
     rule.olderThanDays = 30;
-    EXPECT_EQ(rule.conditionSummary(), "Anything in ~/Downloads over 1.5 GB, modified over 30 days ago, last opened "
-                                       "over 1 day ago");
+    EXPECT_EQ(rule.conditionSummary(),
+              "Anything in ~/Downloads over 1.5 GB, modified over 30 days ago, last opened "
+              "over 1 day ago");
     rule = {.categories = {FileCategory::packagesInstallers, FileCategory::archives, FileCategory::video}};
     EXPECT_EQ(rule.conditionSummary(), "Installers, Archives or Video");
     rule.extensions = {"zip", "iso"};
@@ -109,10 +116,11 @@ TEST(CleanupRuleCoding, ListsSurviveStoring) {
 
 TEST(CleanupRuleCoding, DecodesWhatIsThere) {
     EXPECT_EQ(decodeCleanupRule(R"({"id":"i","name":"n"})"), (CleanupRule{.id = "i", .name = "n"}));
-    EXPECT_EQ(decodeCleanupRule(R"({"id":"i","name":"n","isEnabled":null,"locationPrefix":null,"categories":null,
+    EXPECT_EQ(
+        decodeCleanupRule(R"({"id":"i","name":"n","isEnabled":null,"locationPrefix":null,"categories":null,
                                     "extensions":null,"minimumSize":null,"olderThanDays":null,
                                     "lastOpenedBeforeDays":null,"unknown":[[{}]]})"),
-              (CleanupRule{.id = "i", .name = "n"}));
+        (CleanupRule{.id = "i", .name = "n"}));
     // Nothing is normalised on the way in, numbers may be written any way, of two keys the last one counts.
     EXPECT_EQ(decodeCleanupRule(R"({"name":"x","id":"i","name":"n","extensions":["a"],"extensions":[" .DMG"],
                                     "minimumSize":1e8,"olderThanDays":30.0,"locationPrefix":"~/D/",
@@ -127,7 +135,8 @@ TEST(CleanupRuleCoding, DecodesWhatIsThere) {
 }
 
 TEST(CleanupRuleCoding, OneBadRuleDoesNotLoseTheOthers) {
-    const std::string hugeInteger = R"({"id":"i","name":"n","olderThanDays":1)" + std::string(5000, '0') + "}";
+    const std::string hugeInteger =
+        R"({"id":"i","name":"n","olderThanDays":1)" + std::string(5000, '0') + "}";
     const char* const bad[] = {
         R"({"id":"i"})",
         R"({"name":"n"})",
@@ -158,7 +167,8 @@ TEST(CleanupRuleCoding, OneBadRuleDoesNotLoseTheOthers) {
         R"("text")",
     };
     for (const char* const each : bad) {
-        const std::string list = std::string(R"([{"id":"a","name":"A"},)") + each + R"(,{"id":"b","name":"B"}])";
+        const std::string list =
+            std::string(R"([{"id":"a","name":"A"},)") + each + R"(,{"id":"b","name":"B"}])";
         EXPECT_THAT(CleanupRule::rules(list),
                     ElementsAre(CleanupRule{.id = "a", .name = "A"}, CleanupRule{.id = "b", .name = "B"}))
             << each;
@@ -169,7 +179,8 @@ TEST(CleanupRuleCoding, OneBadRuleDoesNotLoseTheOthers) {
 }
 
 TEST(CleanupRuleCoding, DamagedDataIsSurvived) {
-    for (const char* const each : {"", " ", "{}", "nul", "[", "[}", "[1,]", "[] x", "\xFF", "\"[]\"", "[\"\\ud800\"]"})
+    for (const char* const each :
+         {"", " ", "{}", "nul", "[", "[}", "[1,]", "[] x", "\xFF", "\"[]\"", "[\"\\ud800\"]"})
         EXPECT_THAT(CleanupRule::rules(each), IsEmpty()) << each;
     EXPECT_THAT(CleanupRule::rules(std::string_view("[]\0[]", 5)), IsEmpty());
 
@@ -177,10 +188,12 @@ TEST(CleanupRuleCoding, DamagedDataIsSurvived) {
     const std::string deep(2'000'000, '[');
     EXPECT_THAT(CleanupRule::rules(deep), IsEmpty());
     EXPECT_THAT(CleanupRule::rules(deep + std::string(deep.size(), ']')), IsEmpty());
-    EXPECT_THAT(CleanupRule::rules("[{\"id\":\"i\",\"name\":\"n\",\"x\":" + deep + std::string(deep.size(), ']') + "}]"),
+    EXPECT_THAT(CleanupRule::rules("[{\"id\":\"i\",\"name\":\"n\",\"x\":" + deep +
+                                   std::string(deep.size(), ']') + "}]"),
                 ElementsAre(CleanupRule{.id = "i", .name = "n"}));
 
-    const std::string stored = CleanupRule::encodeStored({fullRule(), fullRule(), {.id = "2", .name = "bare"}});
+    const std::string stored =
+        CleanupRule::encodeStored({fullRule(), fullRule(), {.id = "2", .name = "bare"}});
     for (std::size_t length = 0; length < stored.size(); ++length)
         EXPECT_THAT(CleanupRule::rules(std::string_view(stored).substr(0, length)), IsEmpty()) << length;
     // Any byte may be any other: some rules may be lost or differ, and all that is left has an id and a name.

@@ -63,7 +63,8 @@ bool oracleMatches(const CleanupRule& rule, const FileNode& node, const std::str
         if (prefix != "/" && path != prefix && !path.starts_with(prefix + "/"))
             return false;
     }
-    if (!rule.categories.empty() && std::ranges::find(rule.categories, node.category) == rule.categories.end())
+    if (!rule.categories.empty() &&
+        std::ranges::find(rule.categories, node.category) == rule.categories.end())
         return false;
     if (!rule.extensions.empty() &&
         std::ranges::find(rule.extensions, PathUtil::fileExtension(node.name())) == rule.extensions.end())
@@ -77,7 +78,8 @@ bool oracleMatches(const CleanupRule& rule, const FileNode& node, const std::str
            (!rule.lastOpenedBeforeDays || isOlder(node.accessSeconds, *rule.lastOpenedBeforeDays));
 }
 
-std::vector<RuleMatch> oracle(const std::vector<CleanupRule>& rules, const FileNode& root, const std::string& home) {
+std::vector<RuleMatch> oracle(const std::vector<CleanupRule>& rules, const FileNode& root,
+                              const std::string& home) {
     std::vector<RuleMatch> results;
     for (const CleanupRule& rule : rules) {
         RuleMatch match{.rule = rule};
@@ -155,7 +157,8 @@ private:
         CleanupRule made = makeRule(std::to_string(index));
         made.isEnabled = random_() % 8 != 0;
         if (random_() % 3 != 0) {
-            static const char* const starts[] = {"/", "", "~/", "//", "a", "/a", "/ab", "/home/u", "/home", "~", "."};
+            static const char* const starts[] = {"/",   "",        "~/",    "//", "a", "/a",
+                                                 "/ab", "/home/u", "/home", "~",  "."};
             std::string location = pick(starts);
             for (auto length = random_() % 4; length > 0; --length)
                 location += (location.ends_with('/') ? "" : "/") + name();
@@ -183,7 +186,8 @@ private:
 };
 
 TEST(RuleEvaluator, AgreesWithTheDefinitionOnRandomTrees) {
-    static const char* const roots[] = {"/", "/a", "/a/", "/a/b", "/home/u", "/home/u/a", "a", "", "/home", "."};
+    static const char* const roots[] = {"/",         "/a", "/a/", "/a/b",  "/home/u",
+                                        "/home/u/a", "a",  "",    "/home", "."};
     static constexpr std::size_t counts[] = {1, 3, 20, 64, 65, 200};
     std::size_t matchCount = 0;
     for (std::uint64_t seed = 1; seed <= 400; ++seed) {

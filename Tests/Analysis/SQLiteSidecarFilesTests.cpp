@@ -20,11 +20,20 @@ TEST(SQLiteSidecarFiles, NamesAreRecognised) {
         bool isSidecar;
         bool isDatabase;
     } cases[] = {
-        {"a.db", false, true},          {"a.SQLite3", false, true},  {"a.sqlite", false, true},
-        {"a.db-wal", true, false},      {"a-shm", true, false},      {"a.sqlite-journal", true, false},
-        {"a.db-WAL", false, false},     {"a.dbx", false, false},     {"db", false, false},
-        {".db", false, true},           {"a.wal", false, false},     {"a-wal.db", false, true},
-        {"a.db-journal-x", false, false}, {"", false, false},
+        {"a.db", false, true},
+        {"a.SQLite3", false, true},
+        {"a.sqlite", false, true},
+        {"a.db-wal", true, false},
+        {"a-shm", true, false},
+        {"a.sqlite-journal", true, false},
+        {"a.db-WAL", false, false},
+        {"a.dbx", false, false},
+        {"db", false, false},
+        {".db", false, true},
+        {"a.wal", false, false},
+        {"a-wal.db", false, true},
+        {"a.db-journal-x", false, false},
+        {"", false, false},
     };
     for (const auto& each : cases) {
         EXPECT_EQ(isSidecarFile(each.name), each.isSidecar) << each.name;
@@ -37,8 +46,8 @@ TEST(SQLiteSidecarFiles, NamesAreRecognised) {
 
 TEST(SQLiteSidecarFiles, IncompleteFamiliesAreReported) {
     const TemporaryFolder folder;
-    for (const char* name : {"full.db", "full.db-wal", "full.db-shm", "lone.db", "lone-wal", "orphan-wal", "orphan-shm",
-                             "a.sqlite", "a.sqlite-journal", "plain.txt", "-wal"})
+    for (const char* name : {"full.db", "full.db-wal", "full.db-shm", "lone.db", "lone-wal", "orphan-wal",
+                             "orphan-shm", "a.sqlite", "a.sqlite-journal", "plain.txt", "-wal"})
         folder.makeFile(name);
     const auto path = [&](std::string_view name) { return folder / name; };
 
@@ -53,7 +62,7 @@ TEST(SQLiteSidecarFiles, IncompleteFamiliesAreReported) {
         {{"full.db-shm", "plain.txt", "full.db"}, {"full.db-shm", "full.db"}},
         {{"full.db", "full.db-wal", "full.db-shm"}, {}},
         {{"lone.db"}, {}},
-        {{"lone-wal"}, {}},     // its database would be called "lone"
+        {{"lone-wal"}, {}},               // its database would be called "lone"
         {{"orphan-wal"}, {"orphan-wal"}}, // two journals whose database is gone
         {{"orphan-wal", "orphan-shm"}, {}},
         {{"a.sqlite-journal", "full.db"}, {"a.sqlite-journal", "full.db"}},
