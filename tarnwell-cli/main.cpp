@@ -1,5 +1,45 @@
 #include "TarnwellCLIKit/CLIMain.hpp"
 
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+/// Writes all of the text, or as much as the other end takes: a closed pipe or a full device changes nothing
+/// about what the command did.
+void write(int descriptor, std::string_view text) {
+    constexpr std::size_t largestPiece = std::size_t{1} << 30; // some systems refuse pieces beyond 31 bits
+    while (!text.empty()) {
+        const ssize_t written = ::write(descriptor, text.data(), std::min(text.size(), largestPiece));
+        if (written >= 0) {
+            text.remove_prefix(static_cast<std::size_t>(written));
+        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            // Somebody else made the pipe non-blocking.
+            pollfd writable = {.fd = descriptor, .events = POLLOUT, .revents = 0};
+            if (::poll(&writable, 1, -1) < 0 && errno != EINTR)
+                return;
+        } else if (errno != EINTR) {
+            return;
+        }
+    }
+}
+
+} // namespace
+
 int main(int count, char** values) {
-    return tarnwell::CLIMain::run({values + 1, values + count}).exitCode;
+    std::signal(SIGPIPE, SIG_IGN);
+    const std::vector<std::string> arguments(values + std::min(count, 1), values + count);
+    const tarnwell::CLIResult result = tarnwell::CLIMain::run(arguments);
+    write(STDOUT_FILENO, result.standardOutput);
+    write(STDERR_FILENO, result.standardError);
+    // Taking a large result apart would cost time and change nothing.
+    ::_exit(result.exitCode);
 }

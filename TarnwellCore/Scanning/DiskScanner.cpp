@@ -1,5 +1,6 @@
 #include "TarnwellCore/Scanning/DiskScanner.hpp"
 
+#include "TarnwellCore/Classification/PathUtil.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Scanning/PathMetadata.hpp"
 #include "TarnwellCore/Scanning/ScanEngine.hpp"
@@ -60,10 +61,9 @@ ScanResult runScan(const std::filesystem::path& url, const ScanOptions& options,
     return engine.run();
 }
 
-std::string withoutTrailingSlashes(std::string path) {
-    while (path.size() >= 2 && path.ends_with('/'))
-        path.pop_back();
-    return path.empty() ? "/" : path;
+/// An empty path is the root's.
+std::string withoutTrailingSlashes(const std::string& path) {
+    return path.empty() ? "/" : std::string(PathUtil::withoutTrailingSlashes(path));
 }
 
 DirectoryMeasurement runMeasurement(const std::filesystem::path& url, const ScanOptions& options,

@@ -1,6 +1,7 @@
 #include "TarnwellCore/Scanning/ScanWorker.hpp"
 
 #include "TarnwellCore/Classification/FileClassifier.hpp"
+#include "TarnwellCore/Classification/UTTypeCache.hpp"
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
 #include "TarnwellCore/Scanning/TreeAggregation.hpp"
 
@@ -12,6 +13,23 @@
 #include <thread>
 
 namespace tarnwell {
+
+namespace {
+
+/// Path rules do not apply here: they would need a path for every entry.
+FileCategory categoryOfFile(std::string_view name, std::string_view extension) {
+    if (const auto category = FileClassifier::classifyExtension(extension, name))
+        return *category;
+    if (extension.empty())
+        return FileCategory::other;
+    return FileClassifier::utTypeCache().category(extension).value_or(FileCategory::other);
+}
+
+FileCategory categoryOfFolder(std::string_view name, std::string_view extension) {
+    return FileClassifier::classifyDirectoryByNameOrExtension(name, extension).value_or(FileCategory::folder);
+}
+
+} // namespace
 
 ScanWorker::ScanWorker(const ScanContext& context, NodeArena* arena)
     : context_(context), arena_(arena), reader_(context.calls) {
@@ -128,12 +146,11 @@ void ScanWorker::addLeaf(const WorkItem& item, const RawDirectoryEntry& entry, F
     }
     if (!context_.buildsTree || collapseTarget_ != nullptr)
         return;
-    const ExtensionView extension = classifier_.extension(entry.name);
     FileNodeAttributes attributes;
     attributes.flags = flags;
     attributes.category = item.inheritedCategory ? *item.inheritedCategory
-                          : isDirectory          ? EntryClassifier::folder(entry.name, extension)
-                                                 : classifier_.file(entry.name, extension);
+                          : isDirectory          ? categoryOfFolder(entry.name, extension(entry.name))
+                                                 : categoryOfFile(entry.name, extension(entry.name));
     children_.push_back(arena_->makeNode(entry.name, isDirectory, attributes));
 }
 
@@ -142,8 +159,8 @@ void ScanWorker::processSubfolder(const WorkItem& item, const RawDirectoryEntry&
     const ScanOptions& options = context_.options;
     ++tally_.stats.directoryCount;
     ++delta_.directories;
-    const ExtensionView extension = classifier_.extension(entry.name);
-    const bool isPackage = !extension.text.empty() && FileClassifier::isPackageExtension(extension.text);
+    const std::string_view folderExtension = extension(entry.name);
+    const bool isPackage = !folderExtension.empty() && FileClassifier::isPackageExtension(folderExtension);
     if (isPackage) {
         flags.insert(FileNodeFlags::package);
         ++tally_.stats.packageCount;
@@ -158,7 +175,7 @@ void ScanWorker::processSubfolder(const WorkItem& item, const RawDirectoryEntry&
     next.collapseTarget = collapseTarget_;
     if (context_.buildsTree && collapseTarget_ == nullptr) {
         const FileCategory category =
-            item.inheritedCategory ? *item.inheritedCategory : EntryClassifier::folder(entry.name, extension);
+            item.inheritedCategory ? *item.inheritedCategory : categoryOfFolder(entry.name, folderExtension);
         FileNode* node = makeNode(entry, true, flags, category);
         children_.push_back(node);
         if (isPackage && !options.descendIntoPackages)
@@ -195,7 +212,7 @@ void ScanWorker::processFile(const WorkItem& item, const RawDirectoryEntry& entr
     if (context_.buildsTree && collapseTarget_ == nullptr) {
         const FileCategory category = item.inheritedCategory
                                           ? *item.inheritedCategory
-                                          : classifier_.file(entry.name, classifier_.extension(entry.name));
+                                          : categoryOfFile(entry.name, extension(entry.name));
         node = makeNode(entry, false, flags, category);
         children_.push_back(node);
     }

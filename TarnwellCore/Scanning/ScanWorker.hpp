@@ -2,13 +2,15 @@
 
 // One thread of a scan: takes folders from the queue, reads them, makes nodes of their entries.
 
+#include "TarnwellCore/Classification/PathUtil.hpp"
 #include "TarnwellCore/Scanning/DirectoryReader.hpp"
-#include "TarnwellCore/Scanning/EntryClassifier.hpp"
 #include "TarnwellCore/Scanning/FolderHandle.hpp"
 #include "TarnwellCore/Scanning/HardlinkRegistry.hpp"
 #include "TarnwellCore/Scanning/NodeArena.hpp"
 #include "TarnwellCore/Scanning/ScanQueue.hpp"
 
+#include <array>
+#include <string_view>
 #include <vector>
 
 namespace tarnwell {
@@ -35,8 +37,6 @@ public:
     void run();
 
 private:
-    struct Sizes;
-
     void processFolder(const WorkItem& item);
     int openFolderPatiently(const WorkItem& item) const;
     void noteInaccessible(const WorkItem& item);
@@ -47,12 +47,16 @@ private:
     void addLeaf(const WorkItem& item, const RawDirectoryEntry& entry, FileNodeFlags flags);
     FileNode* makeNode(const RawDirectoryEntry& entry, bool isDirectory, FileNodeFlags flags,
                        FileCategory category);
+    /// The lower-case extension of a name; lasts until the next call.
+    std::string_view extension(std::string_view name) {
+        return PathUtil::lowerCaseExtension(name, extensionBuffer_);
+    }
     void attachChildren(FileNode& folder);
 
     const ScanContext& context_;
     NodeArena* arena_;
     DirectoryReader reader_;
-    EntryClassifier classifier_;
+    std::array<char, PathUtil::extensionBufferSize> extensionBuffer_;
     std::vector<RawDirectoryEntry> entries_;
     std::vector<WorkItem> batch_;
     std::vector<WorkItem> produced_;

@@ -4,6 +4,7 @@
 // object in ascending order; the writer holds no tree, so a document may be as long as memory allows and
 // nested as deep as it likes.
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -29,10 +30,17 @@ public:
 
     /// Bytes that are not UTF-8 become U+FFFD.
     void string(std::string_view bytes);
+    /// A string that was put together from what `appendEscaped` made.
+    void escapedString(std::string_view escaped);
     void integer(std::int64_t value);
     /// The shortest text that reads back to the same double; null for what is not finite.
     void number(double value);
     void boolean(bool value);
+
+    /// Appends the bytes as they stand between the quotes of a JSON string.
+    static void appendEscaped(std::string& text, std::string_view bytes);
+    /// The number of bytes that `appendEscaped` appends.
+    static std::size_t escapedLength(std::string_view bytes);
 
 private:
     struct Implementation;

@@ -1,0 +1,14 @@
+#include "TarnwellCLIKit/CLIServices.hpp"
+
+#include "TarnwellCore/Scanning/DiskScanner.hpp"
+
+namespace tarnwell {
+
+const CLIServices& CLIServices::live() {
+    static const CLIServices services{
+        .scan = [](const std::filesystem::path& url) { return DiskScanner().scan(url, ScanOptions{}); },
+    };
+    return services;
+}
+
+} // namespace tarnwell
