@@ -86,7 +86,8 @@ const DirectoryCalls& DirectoryCalls::live() {
 }
 
 struct BulkDirectoryReading::State {
-    explicit State(const DirectoryCalls& directoryCalls) : calls(directoryCalls), sharedExtents(directoryCalls) {}
+    explicit State(const DirectoryCalls& directoryCalls)
+        : calls(directoryCalls), sharedExtents(directoryCalls) {}
 
     const DirectoryCalls& calls;
     SharedExtents sharedExtents;
