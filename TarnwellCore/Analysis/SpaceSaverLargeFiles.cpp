@@ -3,6 +3,7 @@
 #include "TarnwellCore/Analysis/SpaceSaverMeasuring.hpp"
 #include "TarnwellCore/Analysis/SpaceSaverProbe.hpp"
 #include "TarnwellCore/Classification/FileClassifier.hpp"
+#include "TarnwellCore/Platform/Trash.hpp"
 #include "TarnwellCore/Scanning/ByteFormatter.hpp"
 
 #include <algorithm>
@@ -15,14 +16,17 @@ namespace {
 
 constexpr std::string_view nodeModulesName = "node_modules";
 
-/// The system's folders and the Trash.
+/// The system's folders and the home's Trash.
 NodeSet placesOfOthers(const SpaceSaverProbe& probe, const FileNode& root) {
     NodeSet nodes(root);
     nodes.insertSystemFolders();
-    nodes.insertInHome(probe.home, ".Trash");
-    for (const auto& folder : probe.trashFolders(probe.home))
-        nodes.insert(folder);
+    nodes.insert(homeTrashDirectory(probe.home));
     return nodes;
+}
+
+/// The Trash as it is called in a home or on a volume: ".Trash", ".Trashes", ".Trash-501".
+bool isTrash(const FileNode& node) {
+    return node.name().starts_with(".Trash");
 }
 
 bool isSoftware(FileCategory category) {
@@ -79,7 +83,7 @@ std::vector<SpaceSaverFinding> SpaceSaverProbe::nodeModulesFindings(const FileNo
 
     std::vector<const FileNode*> folders;
     in.forEachDescendant([&](const FileNode& node) {
-        if (!node.isDirectory() || leftOut.contains(node))
+        if (!node.isDirectory() || leftOut.contains(node) || isTrash(node))
             return false;
         if (&node != &in &&
             (isPackageFolder(node) || (node.name().starts_with('.') && homes.contains(*node.parent()))))
@@ -139,7 +143,7 @@ SpaceSaverProbe::largeFileFindings(const FileNode& in, std::int64_t largeThresho
                                   FileNodeFlags::inaccessible, FileNodeFlags::excluded,
                                   FileNodeFlags::special,      FileNodeFlags::dataless};
     in.forEachDescendant([&](const FileNode& node) {
-        if (leftOut.contains(node))
+        if (leftOut.contains(node) || isTrash(node))
             return false;
         if (node.isDirectory() && (&node == &in || !isPackageFolder(node)))
             return node.name() != nodeModulesName;

@@ -3,7 +3,11 @@
 #include "TarnwellCore/Analysis/Shell.hpp"
 #include "TarnwellCore/Analysis/SpaceSaverMeasuring.hpp"
 #include "TarnwellCore/Analysis/SpaceSaverProbe.hpp"
+#include "TarnwellCore/Platform/Trash.hpp"
+#include "TarnwellCore/Scanning/DiskInfo.hpp"
 #include "TarnwellCore/Text/Trim.hpp"
+
+#include <unistd.h>
 
 #include <set>
 #include <system_error>
@@ -45,7 +49,14 @@ std::int64_t snapshotCount(std::string_view listing) {
 } // namespace
 
 std::vector<fs::path> SpaceSaverProbe::liveTrashFolders(const fs::path& home) {
-    return {home / ".Trash", home / ".local/share/Trash/files"};
+    std::vector<fs::path> folders{homeTrashDirectory(home)};
+    for (const VolumeInfo& volume : DiskInfo::mountedVolumes(false)) {
+        if (volume.isRootVolume)
+            continue;
+        const std::vector<fs::path> onVolume = volumeTrashDirectories(volume.url, ::getuid());
+        folders.insert(folders.end(), onVolume.begin(), onVolume.end());
+    }
+    return folders;
 }
 
 std::optional<CommandResult> SpaceSaverProbe::liveRunTool(const std::string& executable,
