@@ -16,23 +16,23 @@ namespace tarnwell {
 /// A node matches when it meets every condition that is set. Sizes are apparent bytes, ages whole days.
 struct CleanupRule {
     /// Stable, unique in the user's list.
-    std::string id;
+    std::string id = {};
     /// The title shown to the user.
-    std::string name;
+    std::string name = {};
     /// A rule that is switched off is never evaluated.
     bool isEnabled = true;
     /// Only nodes at or under this absolute path, which may begin with "~/"; anywhere when absent.
-    std::optional<std::string> locationPrefix;
+    std::optional<std::string> locationPrefix = {};
     /// The node's category is one of these; any when empty.
-    std::vector<FileCategory> categories;
+    std::vector<FileCategory> categories = {};
     /// The node's lower-cased extension is one of these; any when empty. Holds for folders too.
-    std::vector<std::string> extensions;
+    std::vector<std::string> extensions = {};
     /// The node is at least this large.
-    std::optional<std::int64_t> minimumSize;
+    std::optional<std::int64_t> minimumSize = {};
     /// The node was modified more than this many days ago.
-    std::optional<std::int64_t> olderThanDays;
+    std::optional<std::int64_t> olderThanDays = {};
     /// The node was last opened more than this many days ago.
-    std::optional<std::int64_t> lastOpenedBeforeDays;
+    std::optional<std::int64_t> lastOpenedBeforeDays = {};
 
     bool operator==(const CleanupRule&) const = default;
 

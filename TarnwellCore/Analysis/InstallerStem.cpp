@@ -17,17 +17,17 @@ constexpr std::array installerExtensions{"dmg"sv, "pkg"sv,  "mpkg"sv, "xip"sv,  
                                          "rpm"sv, "appx"sv, "msi"sv,  "appimage"sv, "exe"sv};
 
 /// Platforms and processors; also with a number behind them ("macos11").
-constexpr std::array variantWords{
-    "mac"sv,   "macos"sv,   "osx"sv,   "darwin"sv, "win"sv,   "windows"sv, "linux"sv,    "arm"sv,
-    "arm64"sv, "aarch64"sv, "amd64"sv, "x64"sv,    "x86"sv,   "i386"sv,    "i686"sv,     "intel"sv,
-    "apple"sv, "silicon"sv, "64bit"sv, "32bit"sv,  "win32"sv, "win64"sv,   "universal"sv};
+constexpr std::array variantWords{"mac"sv,   "macos"sv, "osx"sv,   "darwin"sv,  "win"sv,      "windows"sv,
+                                  "linux"sv, "arm"sv,   "arm64"sv, "aarch64"sv, "amd64"sv,    "x64"sv,
+                                  "x86"sv,   "i386"sv,  "i686"sv,  "intel"sv,   "apple"sv,    "silicon"sv,
+                                  "64bit"sv, "32bit"sv, "win32"sv, "win64"sv,   "universal"sv};
 
 constexpr std::array emptyWords{"setup"sv, "installer"sv, "install"sv, "latest"sv, "release"sv, "stable"sv,
                                 "final"sv, "copy"sv,      "alpha"sv,   "beta"sv,   "preview"sv, "rc"sv,
                                 "build"sv, "version"sv,   "ver"sv,     "v"sv};
 
 /// What may stand between a version number's digits and its letters: "v2", "3b2", "1rc1".
-constexpr std::array versionLetters{"v"sv,  "ver"sv,  "version"sv, "r"sv,    "rev"sv, "b"sv,
+constexpr std::array versionLetters{"v"sv,  "ver"sv,  "version"sv, "r"sv,     "rev"sv, "b"sv,
                                     "rc"sv, "beta"sv, "alpha"sv,   "build"sv, "pre"sv, "dev"sv};
 
 template <std::size_t count>
@@ -92,7 +92,8 @@ std::string_view versionDigits(std::string_view word) {
     const std::string_view rest = word.substr(firstDigit);
     const std::size_t digits = static_cast<std::size_t>(std::ranges::find_if(rest, isLetter) - rest.begin());
     const std::string_view suffix = rest.substr(digits);
-    const std::size_t letters = static_cast<std::size_t>(std::ranges::find_if(suffix, isDigit) - suffix.begin());
+    const std::size_t letters =
+        static_cast<std::size_t>(std::ranges::find_if(suffix, isDigit) - suffix.begin());
     const bool isPlain = suffix.empty() || (contains(versionLetters, suffix.substr(0, letters)) &&
                                             (letters == suffix.size() || isNumber(suffix.substr(letters))));
     return isPlain ? rest.substr(0, digits) : std::string_view();
@@ -128,7 +129,7 @@ InstallerName installerName(std::string_view name) {
     const std::string base = lowerCased(withoutExtension(name));
     const std::vector<Piece> words = pieces(base);
     InstallerName result;
-    bool inVersion = false;   // the word before was a part of the version
+    bool inVersion = false;    // the word before was a part of the version
     bool afterVariant = false; // a number behind "x86" or "copy" is not a version
     for (std::size_t index = 0; index < words.size(); ++index) {
         const auto [separator, word] = words[index];

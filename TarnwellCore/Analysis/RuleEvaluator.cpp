@@ -21,6 +21,7 @@ namespace {
 
 using Word = std::uint64_t;
 constexpr std::size_t wordBits = 64;
+constexpr std::ptrdiff_t prefetchDistance = 6; // nodes
 
 /// What a rule asks of a single node beside place, category and extension.
 struct Limits {
@@ -152,7 +153,8 @@ public:
           matches_(rules.count()),
           active_(rules.wordCount()) {}
 
-    std::vector<std::vector<const FileNode*>> run(const FileNode& root) {
+    /// A match for each prepared rule, without the rule and the count.
+    std::vector<RuleMatch> run(const FileNode& root) {
         enterRoot(root);
         while (!frames_.empty()) {
             Frame& frame = frames_.back();
@@ -160,7 +162,14 @@ public:
                 leaveFolder();
                 continue;
             }
-            visit(**frame.next++, frame.record);
+            const FileNode& node = **frame.next++;
+            // Siblings lie anywhere in memory: fetch those to come while this one is tested.
+            if (frame.end - frame.next >= prefetchDistance) {
+                const auto* ahead = reinterpret_cast<const std::byte*>(frame.next[prefetchDistance - 1]);
+                __builtin_prefetch(ahead);
+                __builtin_prefetch(ahead + 64);
+            }
+            visit(node, frame.record);
         }
         return std::move(matches_);
     }
@@ -267,7 +276,11 @@ private:
                 const std::size_t rule = word * wordBits + bit;
                 if (!meetsLimits(node, rules_.limits(rule)))
                     continue;
-                matches_[rule].push_back(&node);
+                // Summed up now, while the node is in the processor's caches.
+                RuleMatch& found = matches_[rule];
+                found.nodes.push_back(&node);
+                addChecked(found.totalSize, node.size);
+                addChecked(found.reclaimableSize, node.reclaimableSize);
                 active_[word] &= ~(Word{1} << bit);
                 matched = true;
             }
@@ -314,7 +327,7 @@ private:
     const PreparedRules& rules_;
     const double now_; // seconds since the reference date
     const CancellationToken& token_;
-    std::vector<std::vector<const FileNode*>> matches_;
+    std::vector<RuleMatch> matches_;
 
     std::vector<Frame> frames_;
     std::vector<Record> records_;
@@ -335,18 +348,14 @@ std::vector<RuleMatch> RuleEvaluator::evaluate(const std::vector<CleanupRule>& r
     const PreparedRules prepared(rules, homePath);
     if (prepared.count() == 0)
         return results;
-    std::vector<std::vector<const FileNode*>> matches = RuleWalk(prepared, now, token).run(root);
+    std::vector<RuleMatch> matches = RuleWalk(prepared, now, token).run(root);
     for (std::size_t index = 0; index < matches.size(); ++index) {
-        if (matches[index].empty())
+        RuleMatch& match = matches[index];
+        if (match.nodes.empty())
             continue;
-        RuleMatch& result = results.emplace_back();
-        result.rule = prepared.rule(index);
-        result.nodes = std::move(matches[index]);
-        result.itemCount = static_cast<std::int64_t>(result.nodes.size());
-        for (const FileNode* node : result.nodes) {
-            addChecked(result.totalSize, node->size);
-            addChecked(result.reclaimableSize, node->reclaimableSize);
-        }
+        match.rule = prepared.rule(index);
+        match.itemCount = static_cast<std::int64_t>(match.nodes.size());
+        results.push_back(std::move(match));
     }
     return results;
 }

@@ -15,10 +15,10 @@ namespace tarnwell {
 
 /// What one rule found. The nodes belong to the tree and live as long as it does.
 struct RuleMatch {
-    CleanupRule rule;
+    CleanupRule rule = {};
     /// In walk order: a folder before what lies behind it, children in their stored order. A matched
     /// folder stands for all it holds.
-    std::vector<const FileNode*> nodes;
+    std::vector<const FileNode*> nodes = {};
     /// Sum of the nodes' `size`, bytes.
     std::int64_t totalSize = 0;
     /// The number of nodes.

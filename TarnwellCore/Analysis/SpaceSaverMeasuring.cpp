@@ -2,10 +2,10 @@
 
 #include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
+#include "TarnwellCore/Scanning/PathMetadata.hpp"
 #include "TarnwellCore/Scanning/ScanError.hpp"
 
 #include <array>
-#include <system_error>
 
 namespace fs = std::filesystem;
 
@@ -15,7 +15,7 @@ namespace {
 
 /// Top folders whose contents the system and installed software look after, on macOS and on Linux.
 constexpr std::array systemFolders{
-    "/Applications", "/Library", "/System", "/bin", "/boot",   "/cores", "/dev", "/etc", "/lib", "/lib32",
+    "/Applications", "/Library", "/System",  "/bin",  "/boot", "/cores", "/dev",  "/etc", "/lib", "/lib32",
     "/lib64",        "/opt",     "/private", "/proc", "/run",  "/sbin",  "/snap", "/sys", "/usr", "/var",
 };
 
@@ -30,7 +30,8 @@ ItemSize sizeOf(const FileNode& node) {
 
 bool isWalked(const FileNode& folder) {
     return folder.isDirectory() && !folder.flags.contains(FileNodeFlags::excluded) &&
-           !folder.flags.contains(FileNodeFlags::inaccessible) && !folder.flags.contains(FileNodeFlags::collapsed) &&
+           !folder.flags.contains(FileNodeFlags::inaccessible) &&
+           !folder.flags.contains(FileNodeFlags::collapsed) &&
            !(folder.flags.contains(FileNodeFlags::mountPoint) && folder.children().empty());
 }
 
@@ -51,9 +52,8 @@ std::optional<ItemSize> Measurer::measure(const fs::path& path) const {
 std::optional<ItemSize> Measurer::measureOnDisk(const fs::path& path) const {
     if (token.isCancelled())
         throw ScanError::cancelled();
-    std::error_code error;
-    const fs::file_status status = fs::symlink_status(path, error);
-    if (!fs::exists(status) || fs::is_symlink(status))
+    const auto metadata = PathMetadata::lstat(path.native());
+    if (!metadata || metadata->isSymlink)
         return std::nullopt;
     try {
         const DirectoryMeasurement measured = scanner.measure(path, options, token).get();
@@ -65,10 +65,13 @@ std::optional<ItemSize> Measurer::measureOnDisk(const fs::path& path) const {
                         .fileCount = measured.fileCount};
     } catch (const ScanError& failure) {
         switch (failure.kind()) {
-        case ScanError::Kind::cancelled: throw;
-        case ScanError::Kind::rootNotReadable: return ItemSize{.isKnown = false};
+        case ScanError::Kind::cancelled:
+            throw;
+        case ScanError::Kind::rootNotReadable:
+            return ItemSize{.isKnown = false};
         case ScanError::Kind::rootNotFound:
-        case ScanError::Kind::rootNotADirectory: return std::nullopt; // gone or replaced meanwhile
+        case ScanError::Kind::rootNotADirectory:
+            return std::nullopt; // gone or replaced meanwhile
         }
         throw;
     }
@@ -104,18 +107,18 @@ bool isWithin(const fs::path& inner, const fs::path& outer) {
 
 void NodeSet::insert(const fs::path& path) {
     const FileNode* node = root_.node(path.native());
-    if (node != nullptr && node != &root_)
+    if (node != nullptr && (withRoot_ || node != &root_))
         nodes_.insert(node);
 }
 
-void insertSystemFolders(NodeSet& nodes) {
-    for (const char* const folder : systemFolders)
-        nodes.insert(folder);
+void NodeSet::insertInHome(const fs::path& home, std::string_view relativePath) {
+    insert(home / relativePath);
+    insert(fs::path(resolveLinks(home)) / relativePath);
 }
 
-void insertInHome(NodeSet& nodes, const fs::path& home, std::string_view relativePath) {
-    nodes.insert(home / relativePath);
-    nodes.insert(fs::path(resolveLinks(home)) / relativePath);
+void NodeSet::insertSystemFolders() {
+    for (const char* const folder : systemFolders)
+        insert(folder);
 }
 
 } // namespace tarnwell::SpaceSaverMeasuring

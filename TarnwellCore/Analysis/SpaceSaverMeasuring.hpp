@@ -44,7 +44,8 @@ struct Measurer {
 bool isWalked(const FileNode& folder);
 
 /// Adds an item to a finding: its path, its sizes and `items` to the count.
-void add(SpaceSaverFinding& finding, const std::filesystem::path& path, const ItemSize& size, std::int64_t items);
+void add(SpaceSaverFinding& finding, const std::filesystem::path& path, const ItemSize& size,
+         std::int64_t items);
 
 /// "1 file", "2 files".
 std::string counted(std::int64_t count, std::string_view one, std::string_view many);
@@ -54,21 +55,23 @@ std::string daysText(std::int64_t days);
 /// Whether `inner` is `outer` or lies in it, by whole components.
 bool isWithin(const std::filesystem::path& inner, const std::filesystem::path& outer);
 
-/// Those of these paths that the tree below `root` holds; the root itself is left out.
+/// Those of some paths that a tree holds below its root, and at its root on request.
 class NodeSet {
 public:
-    explicit NodeSet(const FileNode& root) : root_(root) {}
+    explicit NodeSet(const FileNode& root, bool withRoot = false) : root_(root), withRoot_(withRoot) {}
+
     void insert(const std::filesystem::path& path);
+    /// Adds a path below the home folder, also where the tree shows the home under its resolved path.
+    void insertInHome(const std::filesystem::path& home, std::string_view relativePath);
+    /// Adds the folders that the system and installed software look after.
+    void insertSystemFolders();
+
     bool contains(const FileNode& node) const { return nodes_.contains(&node); }
 
 private:
     const FileNode& root_;
+    bool withRoot_;
     std::unordered_set<const FileNode*> nodes_;
 };
-
-/// Adds the folders that belong to the system and to installed software, outside of any home.
-void insertSystemFolders(NodeSet& nodes);
-/// Adds a path below the home folder, also where the tree shows the home under its resolved path.
-void insertInHome(NodeSet& nodes, const std::filesystem::path& home, std::string_view relativePath);
 
 } // namespace tarnwell::SpaceSaverMeasuring

@@ -63,19 +63,19 @@ struct SpaceSaverProbe {
     struct Request {
         /// A finished scan. Without one, what is found in a scanned tree is left out: node_modules, large
         /// files and cleanup rules.
-        std::optional<ScanResult> scanResult;
+        std::optional<ScanResult> scanResult = {};
         bool includeSnapshots = true;
-        DiskScanner scanner;
+        DiskScanner scanner = {};
         /// Answers from any thread what is already measured; the tree of `scanResult` when empty.
-        TreeLookup treeLookup;
+        TreeLookup treeLookup = {};
         /// Bytes from which a file is large, and from which one that was left alone for a year is.
         std::int64_t largeFileThreshold = 1'000'000'000;
         std::int64_t oldThreshold = 500'000'000;
         /// Receives the findings of each step as soon as they are there, every finding once, in the order
         /// of the steps; called from the probe's thread.
-        std::function<void(const std::vector<SpaceSaverFinding>&)> onPartial;
+        std::function<void(const std::vector<SpaceSaverFinding>&)> onPartial = {};
         /// The user's cleanup rules; those switched off are not evaluated.
-        std::vector<CleanupRule> rules;
+        std::vector<CleanupRule> rules = {};
         /// What ages are counted back from.
         Date now = currentDate();
     };
@@ -87,7 +87,9 @@ struct SpaceSaverProbe {
 
     // --- The catalogue's folders -----------------------------------------------------------------------
 
-    static const std::vector<DirectoryRule>& directoryRules() { return SpaceSaverCatalogue::directoryRules(); }
+    static const std::vector<DirectoryRule>& directoryRules() {
+        return SpaceSaverCatalogue::directoryRules();
+    }
 
     /// Measures one rule's paths, or takes them from the tree where `lookup` knows them. A path that is
     /// missing or a symbolic link contributes nothing; of paths inside one another the outer one counts.
@@ -140,8 +142,8 @@ struct SpaceSaverProbe {
     std::optional<SpaceSaverFinding> snapshotFinding() const;
 
     static std::vector<std::filesystem::path> liveTrashFolders(const std::filesystem::path& home);
-    static std::optional<CommandResult> liveRunTool(const std::string& executable,
-                                                    const std::vector<std::string>& arguments, double timeout);
+    static std::optional<CommandResult>
+    liveRunTool(const std::string& executable, const std::vector<std::string>& arguments, double timeout);
 
 private:
     bool isWorthReporting(const SpaceSaverFinding& finding) const;
