@@ -22,7 +22,8 @@ package_system() {
 package_names() {
     case "$1 $2" in
     "debian build")
-        echo g++ cmake ninja-build ccache pkg-config rapidjson-dev uuid-dev libglib2.0-dev shared-mime-info \
+        # make is for the compiler: it runs the parts of an optimised link side by side.
+        echo g++ make cmake ninja-build ccache pkg-config rapidjson-dev uuid-dev libglib2.0-dev shared-mime-info \
             libicu-dev
         ;;
     "debian test") echo libgtest-dev libgmock-dev ;;
