@@ -72,22 +72,22 @@ struct alignas(64) Sums {
 /// Threads walk depth first on stacks of their own and share through the queue only when someone has nothing.
 class Walk {
 public:
-    explicit Walk(unsigned threadCount) : _threadCount(threadCount), _sums(threadCount) {}
+    explicit Walk(unsigned threadCount) : threadCount_(threadCount), sums_(threadCount) {}
 
     Sums run(const char* path) {
         const int root = ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         if (root < 0)
             failCall(path);
         // The root is its own parent's only entry, so that it is read like every other folder.
-        _queue.push_back({new Folder(root), "."});
+        queue_.push_back({new Folder(root), "."});
         std::vector<std::thread> threads;
-        for (unsigned index = 1; index < _threadCount; ++index)
-            threads.emplace_back([this, index] { work(_sums[index]); });
-        work(_sums[0]);
+        for (unsigned index = 1; index < threadCount_; ++index)
+            threads.emplace_back([this, index] { work(sums_[index]); });
+        work(sums_[0]);
         for (std::thread& thread : threads)
             thread.join();
         Sums total;
-        for (const Sums& sums : _sums) {
+        for (const Sums& sums : sums_) {
             total.files += sums.files;
             total.folders += sums.folders;
             total.links += sums.links;
@@ -112,7 +112,7 @@ private:
                 const Work item = std::move(stack.back());
                 stack.pop_back();
                 readFolder(item, buffer.get(), stack, sums);
-                if (stack.size() > 1 && _idle.load(std::memory_order_relaxed) > 0)
+                if (stack.size() > 1 && idle_.load(std::memory_order_relaxed) > 0)
                     share(stack);
             }
         }
@@ -120,32 +120,32 @@ private:
 
     /// Waits for work; false when all threads wait, which is the end.
     bool takeShared(std::vector<Work>& stack) {
-        std::unique_lock lock(_mutex);
-        const unsigned idle = _idle.fetch_add(1, std::memory_order_relaxed) + 1;
-        if (idle == _threadCount && _queue.empty()) {
-            _isDone = true;
-            _changed.notify_all();
+        std::unique_lock lock(mutex_);
+        const unsigned idle = idle_.fetch_add(1, std::memory_order_relaxed) + 1;
+        if (idle == threadCount_ && queue_.empty()) {
+            isDone_ = true;
+            changed_.notify_all();
         }
-        _changed.wait(lock, [this] { return _isDone || !_queue.empty(); });
-        if (_queue.empty())
+        changed_.wait(lock, [this] { return isDone_ || !queue_.empty(); });
+        if (queue_.empty())
             return false;
-        _idle.fetch_sub(1, std::memory_order_relaxed);
-        const std::size_t count = std::min(sharedAtOnce, (_queue.size() + 1) / 2);
-        std::move(_queue.end() - static_cast<std::ptrdiff_t>(count), _queue.end(), std::back_inserter(stack));
-        _queue.resize(_queue.size() - count);
+        idle_.fetch_sub(1, std::memory_order_relaxed);
+        const std::size_t count = std::min(sharedAtOnce, (queue_.size() + 1) / 2);
+        std::move(queue_.end() - static_cast<std::ptrdiff_t>(count), queue_.end(), std::back_inserter(stack));
+        queue_.resize(queue_.size() - count);
         return true;
     }
 
     /// Gives away the older half of the stack, where the larger subtrees are.
     void share(std::vector<Work>& stack) {
-        const std::lock_guard lock(_mutex);
-        if (!_queue.empty())
+        const std::lock_guard lock(mutex_);
+        if (!queue_.empty())
             return;
         const auto end =
             stack.begin() + static_cast<std::ptrdiff_t>(std::min(stack.size() / 2, sharedAtOnce));
-        _queue.insert(_queue.end(), std::move_iterator(stack.begin()), std::move_iterator(end));
+        queue_.insert(queue_.end(), std::move_iterator(stack.begin()), std::move_iterator(end));
         stack.erase(stack.begin(), end);
-        _changed.notify_all();
+        changed_.notify_all();
     }
 
     static void readFolder(const Work& item, char* buffer, std::vector<Work>& stack, Sums& sums) {
@@ -199,13 +199,13 @@ private:
             sums.others += 1;
     }
 
-    const unsigned _threadCount;
-    std::vector<Sums> _sums; // one a thread
-    std::mutex _mutex;
-    std::condition_variable _changed;
-    std::vector<Work> _queue;       // guarded by _mutex
-    bool _isDone = false;           // guarded by _mutex
-    std::atomic<unsigned> _idle{0}; // written under _mutex; read without it as a hint
+    const unsigned threadCount_;
+    std::vector<Sums> sums_; // one a thread
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<Work> queue_;       // guarded by mutex_
+    bool isDone_ = false;           // guarded by mutex_
+    std::atomic<unsigned> idle_{0}; // written under mutex_; read without it as a hint
 };
 
 /// Every queued folder keeps its parent open.

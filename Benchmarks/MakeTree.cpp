@@ -36,10 +36,10 @@ constexpr std::string_view usage =
 /// SplitMix64: the standard library's distributions differ between its makers, this does not.
 class Random {
 public:
-    explicit Random(std::uint64_t seed) : _state(seed) {}
+    explicit Random(std::uint64_t seed) : state_(seed) {}
 
     std::uint64_t next() {
-        std::uint64_t z = (_state += 0x9E3779B97F4A7C15u);
+        std::uint64_t z = (state_ += 0x9E3779B97F4A7C15u);
         z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9u;
         z = (z ^ (z >> 27)) * 0x94D049BB133111EBu;
         return z ^ (z >> 31);
@@ -48,7 +48,7 @@ public:
     std::uint64_t between(std::uint64_t low, std::uint64_t high) { return low + below(high - low + 1); }
 
 private:
-    std::uint64_t _state;
+    std::uint64_t state_;
 };
 
 /// Folder 0 is the top; a folder's parent has a smaller number.

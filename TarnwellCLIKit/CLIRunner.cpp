@@ -3,6 +3,7 @@
 #include "TarnwellCLIKit/CLIParser.hpp"
 #include "TarnwellCLIKit/CLIRender.hpp"
 #include "TarnwellCLIKit/CLIUsage.hpp"
+#include "TarnwellCLIKit/SnapshotCommands.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 
 #include <exception>
@@ -39,10 +40,6 @@ std::string rendered(const CLIListedScan& scan, CLITextFormat format) {
     return CLIRender::human(scan);
 }
 
-CLIResult snapshotsUnavailable() {
-    return failure(runtimeFailure, "Snapshots are not available yet.");
-}
-
 /// One overload a command.
 struct Dispatch {
     const CLIServices& services;
@@ -55,9 +52,15 @@ struct Dispatch {
             CLIRender::listedScan(*result.root, request.sizeMode, request.depth, request.top);
         return success(rendered(scan, request.format));
     }
-    CLIResult operator()(const CLISnapshotSave&) const { return snapshotsUnavailable(); }
-    CLIResult operator()(const CLISnapshotList&) const { return snapshotsUnavailable(); }
-    CLIResult operator()(const CLISnapshotDiff&) const { return snapshotsUnavailable(); }
+    CLIResult operator()(const CLISnapshotSave& request) const {
+        return saveSnapshot(request.path, request.json, services);
+    }
+    CLIResult operator()(const CLISnapshotList& request) const {
+        return listSnapshots(request.json, services);
+    }
+    CLIResult operator()(const CLISnapshotDiff& request) const {
+        return diffSnapshots(request.before, request.after, request.json, services);
+    }
     CLIResult operator()(const CLIHelp&) const { return success(std::string(CLIUsage::text())); }
 };
 

@@ -7,6 +7,7 @@ namespace tarnwell {
 const CLIServices& CLIServices::live() {
     static const CLIServices services{
         .scan = [](const std::filesystem::path& url) { return DiskScanner().scan(url, ScanOptions{}); },
+        .snapshotStore = [] { return std::make_unique<SnapshotStore>(); },
     };
     return services;
 }

@@ -50,10 +50,10 @@ configure() {
         return
     fi
     if ! [ -f "$folder/CMakeCache.txt" ] || ! grep -qFx "${patterns[1]}" "$folder/CMakeCache.txt"; then
-        options=(--fresh "${first[@]+"${first[@]}"}" "${options[@]+"${options[@]}"}")
+        options=(--fresh ${first[@]+"${first[@]}"} ${options[@]+"${options[@]}"})
     fi
     say "configuring build/$preset"
-    output=$(cd "$root" && cmake --preset "$preset" "${options[@]+"${options[@]}"}" 2>&1 </dev/null) || {
+    output=$(cd "$root" && cmake --preset "$preset" ${options[@]+"${options[@]}"} 2>&1 </dev/null) || {
         printf '%s\n' "$output" >&2
         fail "build/$preset could not be configured"
     }

@@ -22,7 +22,8 @@ package_system() {
 package_names() {
     case "$1 $2" in
     "debian build")
-        echo g++ cmake ninja-build ccache pkg-config rapidjson-dev uuid-dev libglib2.0-dev shared-mime-info \
+        # make is for the compiler: it runs the parts of an optimised link side by side.
+        echo g++ make cmake ninja-build ccache pkg-config rapidjson-dev uuid-dev libglib2.0-dev shared-mime-info \
             libicu-dev
         ;;
     "debian test") echo libgtest-dev libgmock-dev ;;
@@ -53,20 +54,22 @@ missing_packages() {
     esac
 }
 
+# Whether apt-get knows any packages: a fresh image comes without their lists.
+debian_has_lists() {
+    compgen -G '/var/lib/apt/lists/*_Packages*' >/dev/null
+}
+
 debian_install() {
     local as_root=()
     [ "$(id -u)" = 0 ] || as_root=(sudo -n)
-    local apt=("${as_root[@]+"${as_root[@]}"}" env DEBIAN_FRONTEND=noninteractive
+    local apt=(${as_root[@]+"${as_root[@]}"} env DEBIAN_FRONTEND=noninteractive
         apt-get -qq -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0)
-    # The lists are fetched when there are none, and once more when those at hand are out of date.
-    if ! compgen -G '/var/lib/apt/lists/*_Packages*' >/dev/null; then
-        "${apt[@]}" update || return
-        "${apt[@]}" install --yes --no-install-recommends "$@"
+    local install=("${apt[@]}" install --yes --no-install-recommends "$@")
+    if debian_has_lists && "${install[@]}"; then
         return
     fi
-    "${apt[@]}" install --yes --no-install-recommends "$@" && return
-    say "updating the package lists"
-    "${apt[@]}" update && "${apt[@]}" install --yes --no-install-recommends "$@"
+    # No lists, or lists so old that they name packages which are gone.
+    "${apt[@]}" update && "${install[@]}"
 }
 
 # Whether packages may be installed here without asking anyone.
@@ -77,9 +80,18 @@ may_install() {
     esac >/dev/null 2>&1
 }
 
+install_packages() {
+    local system=$1
+    shift
+    case $system in
+    debian) debian_install "$@" ;;
+    homebrew) NONINTERACTIVE=1 HOMEBREW_NO_AUTO_UPDATE=1 brew install --quiet "$@" ;;
+    esac
+}
+
 # Sees to the packages of the purposes given; ends the script with the command to type where it may not.
 need_packages() {
-    local purpose system required=() optional=() missing also stamps=() isSettled=1
+    local purpose system required=() optional=() missing also output command stamps=() isSettled=1
     for purpose; do
         stamps+=("$root/build/.packages-$purpose")
     done
@@ -102,19 +114,27 @@ need_packages() {
         # shellcheck disable=SC2207
         optional+=($(package_names "$system" "$purpose-optional"))
     done
-    missing=$(missing_packages "$system" "${required[@]+"${required[@]}"}")
-    also=$(missing_packages "$system" "${optional[@]+"${optional[@]}"}")
+    missing=$(missing_packages "$system" ${required[@]+"${required[@]}"})
+    also=$(missing_packages "$system" ${optional[@]+"${optional[@]}"})
     if [ -n "$missing$also" ] && may_install "$system"; then
         say "installing $missing$also"
         # shellcheck disable=SC2086
-        case $system in
-        debian) debian_install $missing $also ;;
-        homebrew) NONINTERACTIVE=1 HOMEBREW_NO_AUTO_UPDATE=1 brew install --quiet $missing $also ;;
-        esac </dev/null >&2 || fail "the packages could not be installed: $missing$also"
+        output=$(install_packages "$system" $missing $also 2>&1 </dev/null) || {
+            printf '%s\n' "$output" >&2
+            fail "the packages could not be installed: $missing$also"
+        }
     elif [ -n "$missing" ]; then
         case $system in
-        debian) fail "packages are missing; install them with: sudo apt-get install --yes $missing" ;;
-        homebrew) fail "packages are missing; install Homebrew, then type: brew install $missing" ;;
+        debian)
+            command="apt-get install --yes $missing"
+            if debian_has_lists; then
+                command="sudo $command"
+            else
+                command="sudo sh -c 'apt-get update && $command'"
+            fi
+            fail "packages are missing; install them with: $command"
+            ;;
+        homebrew) fail "packages are missing; with Homebrew, install them with: brew install $missing" ;;
         esac
     elif [ "$system" = other ] && ! command -v ninja >/dev/null; then
         fail "no known package manager; install what Debian calls: $(package_names debian build)"

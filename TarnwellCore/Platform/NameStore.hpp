@@ -14,6 +14,8 @@ namespace tarnwell {
 class NameStore {
 public:
     std::string_view add(std::string_view name) {
+        if (name.empty())
+            return {};
         if (name.size() > available_) [[unlikely]]
             nextBlock(name.size());
         char* place = next_;

@@ -1,0 +1,62 @@
+#include "TarnwellCore/Actions/CloudProvider.hpp"
+
+#include <algorithm>
+
+namespace tarnwell {
+
+std::string_view rawValue(CloudProvider provider) {
+    switch (provider) {
+    case CloudProvider::iCloudDrive:
+        return "iCloudDrive";
+    case CloudProvider::dropbox:
+        return "dropbox";
+    case CloudProvider::oneDrive:
+        return "oneDrive";
+    case CloudProvider::googleDrive:
+        return "googleDrive";
+    case CloudProvider::other:
+        return "other";
+    }
+    return "other";
+}
+
+std::optional<CloudProvider> cloudProviderFromRawValue(std::string_view text) {
+    for (const CloudProvider provider : allCloudProviders)
+        if (rawValue(provider) == text)
+            return provider;
+    return std::nullopt;
+}
+
+std::string_view displayName(CloudProvider provider) {
+    switch (provider) {
+    case CloudProvider::iCloudDrive:
+        return "iCloud Drive";
+    case CloudProvider::dropbox:
+        return "Dropbox";
+    case CloudProvider::oneDrive:
+        return "OneDrive";
+    case CloudProvider::googleDrive:
+        return "Google Drive";
+    case CloudProvider::other:
+        return "File Provider";
+    }
+    return "File Provider";
+}
+
+CloudProvider cloudProviderOfFolder(std::string_view name) {
+    const auto startsWith = [name](std::string_view prefix) {
+        return name.size() >= prefix.size() &&
+               std::ranges::equal(name.substr(0, prefix.size()), prefix, [](char letter, char lower) {
+                   return (letter >= 'A' && letter <= 'Z' ? letter - 'A' + 'a' : letter) == lower;
+               });
+    };
+    if (startsWith("dropbox"))
+        return CloudProvider::dropbox;
+    if (startsWith("onedrive"))
+        return CloudProvider::oneDrive;
+    if (startsWith("googledrive"))
+        return CloudProvider::googleDrive;
+    return CloudProvider::other;
+}
+
+} // namespace tarnwell

@@ -1,0 +1,67 @@
+#pragma once
+
+// Moves items to the Trash, measures what lies there, and has it emptied.
+//
+// Where the home Trash is: on a Mac, ".Trash" in the home folder. On Linux, the "files" folder of the
+// freedesktop.org Trash, because that is where moved items land; a home folder without one but with a
+// ".Trash" (a Mac's home on another disk, for instance) is read as a Mac's.
+
+#include "TarnwellCore/Actions/EmptyTrashOutcome.hpp"
+#include "TarnwellCore/Actions/TrashOutcome.hpp"
+#include "TarnwellCore/Actions/TrashSummary.hpp"
+#include "TarnwellCore/Analysis/CommandResult.hpp"
+#include "TarnwellCore/Scanning/DiskScanner.hpp"
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <future>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tarnwell {
+
+/// A value without mutable state: every operation works on a copy of the service, so it may be used from any
+/// thread and may go away while an operation runs. Operations report failures as data and never throw, nor
+/// do their futures. Dropping a future waits for its operation to end.
+class TrashService {
+    std::filesystem::path home_;
+
+public:
+    /// The service for a user's home folder, with effects on the real file system.
+    explicit TrashService(std::filesystem::path home);
+
+    /// The Trash folders outside the home folder. By default those of this user on the mounted volumes
+    /// (hidden ones and the root volume left out) that exist, in the order of the volumes. Does not throw.
+    std::function<std::vector<std::filesystem::path>()> volumeTrashURLsProvider;
+
+    /// Moves one item and returns where it landed, if known; throws std::exception with the text for the
+    /// user. By default the platform's Trash; a symbolic link is moved itself.
+    std::function<std::optional<std::filesystem::path>(const std::filesystem::path&)> trashItem;
+
+    /// Starts the tool that empties the Trash: its path, its arguments, the time-out and the grace period in
+    /// seconds. By default `Shell::runAsync`, which gives nothing for a path that is no executable file.
+    std::function<std::future<std::optional<CommandResult>>(const std::string&,
+                                                            const std::vector<std::string>&, double, double)>
+        runTool;
+
+    const std::filesystem::path& home() const { return home_; }
+
+    std::vector<std::filesystem::path> volumeTrashURLs() const { return volumeTrashURLsProvider(); }
+
+    /// Moves the items one after another; one outcome each, in the same order. A failure stops nothing.
+    std::future<std::vector<TrashOutcome>> moveToTrash(std::vector<std::filesystem::path> urls) const;
+    std::future<TrashOutcome> moveToTrash(std::filesystem::path url) const;
+
+    /// Asks the Finder to empty the Trash for good. `timeout` in seconds.
+    std::future<EmptyTrashOutcome> emptyTrash(double timeout) const;
+
+    /// The entries of the home Trash other than ".DS_Store"; nothing when it cannot be read.
+    std::optional<std::int64_t> itemCount() const;
+
+    /// Measures the home Trash and the volumes' Trash folders. A folder that cannot be measured is left out.
+    std::future<TrashSummary> summary(DiskScanner scanner) const;
+};
+
+} // namespace tarnwell

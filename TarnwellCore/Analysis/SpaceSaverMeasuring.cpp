@@ -1,0 +1,124 @@
+#include "TarnwellCore/Analysis/SpaceSaverMeasuring.hpp"
+
+#include "TarnwellCore/Platform/UserPaths.hpp"
+#include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
+#include "TarnwellCore/Scanning/PathMetadata.hpp"
+#include "TarnwellCore/Scanning/ScanError.hpp"
+
+#include <array>
+
+namespace fs = std::filesystem;
+
+namespace tarnwell::SpaceSaverMeasuring {
+
+namespace {
+
+/// Top folders whose contents the system and installed software look after, on macOS and on Linux.
+constexpr std::array systemFolders{
+    "/Applications", "/Library", "/System",  "/bin",  "/boot", "/cores", "/dev",  "/etc", "/lib", "/lib32",
+    "/lib64",        "/opt",     "/private", "/proc", "/run",  "/sbin",  "/snap", "/sys", "/usr", "/var",
+};
+
+} // namespace
+
+ItemSize sizeOf(const FileNode& node) {
+    return {.size = node.size,
+            .allocatedSize = node.allocatedSize,
+            .reclaimableSize = node.reclaimableSize,
+            .fileCount = node.fileCount};
+}
+
+bool isWalked(const FileNode& folder) {
+    return folder.isDirectory() && !folder.flags.contains(FileNodeFlags::excluded) &&
+           !folder.flags.contains(FileNodeFlags::inaccessible) &&
+           !folder.flags.contains(FileNodeFlags::collapsed) &&
+           !(folder.flags.contains(FileNodeFlags::mountPoint) && folder.children().empty());
+}
+
+std::optional<ItemSize> Measurer::measure(const fs::path& path) const {
+    const FileNode* node = lookup ? lookup(path) : nullptr;
+    if (node == nullptr)
+        return measureOnDisk(path);
+    if (node->isSymlink())
+        return std::nullopt;
+    if (node->flags.contains(FileNodeFlags::inaccessible))
+        return ItemSize{.isKnown = false};
+    // A folder that the scan passed over has no sums in the tree; a collapsed one has.
+    if (!node->isDirectory() || node->flags.contains(FileNodeFlags::collapsed) || isWalked(*node))
+        return sizeOf(*node);
+    return measureOnDisk(path);
+}
+
+std::optional<ItemSize> Measurer::measureOnDisk(const fs::path& path) const {
+    if (token.isCancelled())
+        throw ScanError::cancelled();
+    const auto metadata = PathMetadata::lstat(path.native());
+    if (!metadata || metadata->isSymlink)
+        return std::nullopt;
+    try {
+        const DirectoryMeasurement measured = scanner.measure(path, options, token).get();
+        if (measured.isMissing)
+            return std::nullopt;
+        return ItemSize{.size = measured.logicalSize,
+                        .allocatedSize = measured.allocatedSize,
+                        .reclaimableSize = measured.reclaimableSize,
+                        .fileCount = measured.fileCount};
+    } catch (const ScanError& failure) {
+        switch (failure.kind()) {
+        case ScanError::Kind::cancelled:
+            throw;
+        case ScanError::Kind::rootNotReadable:
+            return ItemSize{.isKnown = false};
+        case ScanError::Kind::rootNotFound:
+        case ScanError::Kind::rootNotADirectory:
+            return std::nullopt; // gone or replaced meanwhile
+        }
+        throw;
+    }
+}
+
+void add(SpaceSaverFinding& finding, const fs::path& path, const ItemSize& size, std::int64_t items) {
+    finding.paths.push_back(path);
+    addChecked(finding.size, size.size);
+    addChecked(finding.allocatedSize, size.allocatedSize);
+    addChecked(finding.reclaimableSize, size.reclaimableSize);
+    addChecked(finding.itemCount, items);
+    finding.sizeIsKnown = finding.sizeIsKnown && size.isKnown;
+}
+
+std::string counted(std::int64_t count, std::string_view one, std::string_view many) {
+    std::string text = std::to_string(count);
+    text += ' ';
+    text += count == 1 ? one : many;
+    return text;
+}
+
+std::string daysText(std::int64_t days) {
+    return days != 0 && days % 365 == 0 ? counted(days / 365, "year", "years") : counted(days, "day", "days");
+}
+
+bool isWithin(const fs::path& inner, const fs::path& outer) {
+    std::string_view in = inner.native();
+    std::string_view out = outer.native();
+    while (out.ends_with('/'))
+        out.remove_suffix(1);
+    return in.starts_with(out) && (in.size() == out.size() || in[out.size()] == '/');
+}
+
+void NodeSet::insert(const fs::path& path) {
+    const FileNode* node = root_.node(path.native());
+    if (node != nullptr && (withRoot_ || node != &root_))
+        nodes_.insert(node);
+}
+
+void NodeSet::insertInHome(const fs::path& home, std::string_view relativePath) {
+    insert(home / relativePath);
+    insert(fs::path(resolveLinks(home)) / relativePath);
+}
+
+void NodeSet::insertSystemFolders() {
+    for (const char* const folder : systemFolders)
+        insert(folder);
+}
+
+} // namespace tarnwell::SpaceSaverMeasuring

@@ -1,0 +1,49 @@
+#include "TarnwellCore/Platform/Trash.hpp"
+
+#import <Foundation/Foundation.h>
+#include <sys/stat.h>
+
+#include <climits>
+
+namespace fs = std::filesystem;
+
+namespace tarnwell {
+
+namespace {
+
+std::optional<fs::path> pathOf(NSURL* _Nullable url) {
+    char buffer[PATH_MAX];
+    if (url == nil || ![url getFileSystemRepresentation:buffer maxLength:sizeof buffer])
+        return std::nullopt;
+    return fs::path(buffer);
+}
+
+} // namespace
+
+std::expected<std::optional<fs::path>, std::string> moveItemToTrash(const fs::path& item) {
+    @autoreleasepool {
+        struct stat status;
+        const bool isDirectory = ::lstat(item.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+        NSURL* url = [NSURL fileURLWithFileSystemRepresentation:item.c_str()
+                                                    isDirectory:isDirectory
+                                                  relativeToURL:nil];
+        NSURL* landed = nil;
+        NSError* error = nil;
+        if (![[[NSFileManager alloc] init] trashItemAtURL:url resultingItemURL:&landed error:&error]) {
+            const char* text = error.localizedDescription.UTF8String;
+            return std::unexpected(
+                std::string(text != nullptr ? text : "The item could not be moved to the Trash."));
+        }
+        return pathOf(landed);
+    }
+}
+
+fs::path homeTrashDirectory(const fs::path& home) {
+    return home / ".Trash";
+}
+
+std::vector<fs::path> volumeTrashDirectories(const fs::path& volume, uid_t user) {
+    return {volume / ".Trashes" / std::to_string(user) / ""};
+}
+
+} // namespace tarnwell

@@ -1,0 +1,160 @@
+#include "TarnwellCore/Platform/UserDefaults.hpp"
+
+#import <Foundation/Foundation.h>
+
+#include <limits>
+#include <type_traits>
+
+namespace tarnwell {
+
+namespace {
+
+NSString* _Nullable stringFromUTF8(std::string_view text) {
+    return [[NSString alloc] initWithBytes:text.data() length:text.size() encoding:NSUTF8StringEncoding];
+}
+
+NSData* _Nonnull dataFromBytes(std::string_view bytes) {
+    return [NSData dataWithBytes:bytes.data() length:bytes.size()];
+}
+
+/// A text that is not UTF-8 has no string: it is kept as data.
+id _Nonnull objectFromText(std::string_view text) {
+    NSString* string = stringFromUTF8(text);
+    return string != nil ? string : dataFromBytes(text);
+}
+
+id _Nonnull objectFromValue(const UserDefaultsValue& value) {
+    return std::visit(
+        [](const auto& content) -> id {
+            using Content = std::decay_t<decltype(content)>;
+            if constexpr (std::is_same_v<Content, bool>) {
+                return content ? @YES : @NO;
+            } else if constexpr (std::is_same_v<Content, std::int64_t> || std::is_same_v<Content, double>) {
+                return @(content);
+            } else if constexpr (std::is_same_v<Content, std::string>) {
+                return objectFromText(content);
+            } else if constexpr (std::is_same_v<Content, DataValue>) {
+                return dataFromBytes(content.bytes);
+            } else if constexpr (std::is_same_v<Content, Date>) {
+                return [NSDate dateWithTimeIntervalSinceReferenceDate:referenceSeconds(content)];
+            } else {
+                NSMutableArray* array = [NSMutableArray arrayWithCapacity:content.size()];
+                for (const std::string& each : content)
+                    [array addObject:objectFromText(each)];
+                return array;
+            }
+        },
+        value);
+}
+
+std::string bytesOf(NSData* _Nonnull data) {
+    return {static_cast<const char*>(data.bytes), data.length};
+}
+
+/// The bytes of a string, or of data that stands for one.
+std::optional<std::string> textFromObject(id _Nonnull object) {
+    if ([object isKindOfClass:NSData.class])
+        return bytesOf(object);
+    if (![object isKindOfClass:NSString.class])
+        return std::nullopt;
+    NSData* data = [static_cast<NSString*>(object) dataUsingEncoding:NSUTF8StringEncoding
+                                                allowLossyConversion:YES];
+    return data != nil ? std::optional(bytesOf(data)) : std::nullopt;
+}
+
+UserDefaultsValue valueFromNumber(NSNumber* _Nonnull number) {
+    if (CFGetTypeID((__bridge CFTypeRef)number) == CFBooleanGetTypeID())
+        return number.boolValue == YES;
+    if (CFNumberIsFloatType((__bridge CFNumberRef)number))
+        return number.doubleValue;
+    const bool isBeyondSigned =
+        [number compare:@(std::numeric_limits<std::int64_t>::max())] == NSOrderedDescending;
+    if (isBeyondSigned)
+        return number.doubleValue;
+    return std::int64_t{number.longLongValue};
+}
+
+std::optional<UserDefaultsValue> valueFromObject(id _Nonnull object) {
+    if ([object isKindOfClass:NSNumber.class])
+        return valueFromNumber(object);
+    if ([object isKindOfClass:NSDate.class])
+        return dateFromReferenceSeconds(static_cast<NSDate*>(object).timeIntervalSinceReferenceDate);
+    if ([object isKindOfClass:NSData.class])
+        return DataValue{bytesOf(object)};
+    if ([object isKindOfClass:NSArray.class]) {
+        std::vector<std::string> texts;
+        for (id element in static_cast<NSArray*>(object)) {
+            std::optional<std::string> text = textFromObject(element);
+            if (!text)
+                return std::nullopt;
+            texts.push_back(std::move(*text));
+        }
+        return texts;
+    }
+    if (std::optional<std::string> text = textFromObject(object))
+        return std::move(*text);
+    return std::nullopt;
+}
+
+/// The system's own store; it is safe from any thread and writes on its own.
+class SystemDefaults final : public UserDefaults {
+public:
+    explicit SystemDefaults(NSUserDefaults* _Nonnull defaults) : defaults_(defaults) {}
+
+    void registerDefaults(const Values& values) override {
+        UserDefaults::registerDefaults(values);
+        @autoreleasepool {
+            NSMutableDictionary<NSString*, id>* dictionary = [NSMutableDictionary dictionary];
+            for (const auto& [key, value] : values)
+                if (NSString* name = stringFromUTF8(key))
+                    dictionary[name] = objectFromValue(value);
+            [defaults_ registerDefaults:dictionary];
+        }
+    }
+
+    bool synchronize() override { return true; }
+
+protected:
+    std::optional<UserDefaultsValue> storedValue(std::string_view key) const override {
+        @autoreleasepool {
+            NSString* name = stringFromUTF8(key);
+            id object = name != nil ? [defaults_ objectForKey:name] : nil;
+            return object != nil ? valueFromObject(object) : std::nullopt;
+        }
+    }
+
+    void store(Changes changes) override {
+        @autoreleasepool {
+            for (const auto& [key, value] : changes) {
+                NSString* name = stringFromUTF8(key);
+                if (name == nil)
+                    continue;
+                if (value)
+                    [defaults_ setObject:objectFromValue(*value) forKey:name];
+                else
+                    [defaults_ removeObjectForKey:name];
+            }
+        }
+    }
+
+private:
+    NSUserDefaults* _Nonnull const defaults_;
+};
+
+} // namespace
+
+std::shared_ptr<UserDefaults> UserDefaults::standard() {
+    static const std::shared_ptr<UserDefaults> defaults =
+        std::make_shared<SystemDefaults>(NSUserDefaults.standardUserDefaults);
+    return defaults;
+}
+
+std::shared_ptr<UserDefaults> UserDefaults::suite(const std::string& name) {
+    @autoreleasepool {
+        // The program's own name and that of the global domain name no suite.
+        NSUserDefaults* defaults = [[NSUserDefaults alloc] initWithSuiteName:stringFromUTF8(name)];
+        return defaults != nil ? std::make_shared<SystemDefaults>(defaults) : standard();
+    }
+}
+
+} // namespace tarnwell

@@ -1,0 +1,137 @@
+#include "TarnwellCore/Platform/Volumes.hpp"
+
+#import <Foundation/Foundation.h>
+#include <sys/mount.h>
+#include <sys/param.h>
+
+#include <algorithm>
+#include <limits>
+
+namespace tarnwell {
+
+namespace {
+
+using Values = NSDictionary<NSURLResourceKey, id>;
+
+NSArray<NSURLResourceKey>* _Nonnull volumeKeys() {
+    return @[
+        NSURLVolumeNameKey, NSURLVolumeTotalCapacityKey, NSURLVolumeAvailableCapacityKey,
+        NSURLVolumeAvailableCapacityForImportantUsageKey, NSURLVolumeAvailableCapacityForOpportunisticUsageKey,
+        NSURLVolumeIsInternalKey, NSURLVolumeIsRemovableKey, NSURLVolumeIsEjectableKey,
+        NSURLVolumeIsRootFileSystemKey, NSURLVolumeIsReadOnlyKey, NSURLVolumeIsLocalKey,
+        NSURLVolumeIsBrowsableKey, NSURLVolumeUUIDStringKey
+    ];
+}
+
+NSURL* _Nonnull urlOf(const std::string& path) {
+    return [NSURL fileURLWithFileSystemRepresentation:path.c_str() isDirectory:NO relativeToURL:nil];
+}
+
+/// Without the trailing "/" of a folder's URL.
+std::string pathOf(NSURL* _Nonnull url) {
+    std::string path = url.fileSystemRepresentation;
+    while (path.size() > 1 && path.back() == '/')
+        path.pop_back();
+    return path;
+}
+
+std::optional<std::string> text(Values* _Nonnull values, NSURLResourceKey _Nonnull key) {
+    NSString* value = values[key];
+    if (value == nil || value.UTF8String == nullptr)
+        return std::nullopt;
+    return value.UTF8String;
+}
+
+std::optional<std::int64_t> integer(Values* _Nonnull values, NSURLResourceKey _Nonnull key) {
+    NSNumber* value = values[key];
+    if (value == nil)
+        return std::nullopt;
+    return value.longLongValue;
+}
+
+std::optional<bool> boolean(Values* _Nonnull values, NSURLResourceKey _Nonnull key) {
+    NSNumber* value = values[key];
+    if (value == nil)
+        return std::nullopt;
+    return value.boolValue;
+}
+
+/// Nothing when the volume has gone since it was listed.
+std::optional<VolumeProperties> readProperties(NSURL* _Nonnull url) {
+    Values* values = [url resourceValuesForKeys:volumeKeys() error:nil];
+    if (values == nil)
+        return std::nullopt;
+    VolumeProperties properties;
+    properties.path = pathOf(url);
+    properties.name = text(values, NSURLVolumeNameKey);
+    properties.totalCapacity = integer(values, NSURLVolumeTotalCapacityKey);
+    properties.availableCapacity = integer(values, NSURLVolumeAvailableCapacityKey);
+    properties.availableForImportantUsage = integer(values, NSURLVolumeAvailableCapacityForImportantUsageKey);
+    properties.availableForOpportunisticUsage =
+        integer(values, NSURLVolumeAvailableCapacityForOpportunisticUsageKey);
+    properties.isInternal = boolean(values, NSURLVolumeIsInternalKey);
+    properties.isRemovable = boolean(values, NSURLVolumeIsRemovableKey);
+    properties.isEjectable = boolean(values, NSURLVolumeIsEjectableKey);
+    properties.isRootFileSystem = boolean(values, NSURLVolumeIsRootFileSystemKey);
+    properties.isReadOnly = boolean(values, NSURLVolumeIsReadOnlyKey);
+    properties.isLocal = boolean(values, NSURLVolumeIsLocalKey);
+    properties.isBrowsable = boolean(values, NSURLVolumeIsBrowsableKey);
+    properties.uuid = text(values, NSURLVolumeUUIDStringKey);
+    return properties;
+}
+
+std::int64_t byteCount(std::uint64_t blocks, std::uint64_t blockSize) {
+    std::uint64_t bytes = 0;
+    constexpr std::uint64_t largest = std::numeric_limits<std::int64_t>::max();
+    if (__builtin_mul_overflow(blocks, blockSize, &bytes))
+        bytes = largest;
+    return static_cast<std::int64_t>(std::min(bytes, largest));
+}
+
+} // namespace
+
+std::vector<VolumeProperties> mountedVolumeProperties(bool includeHidden) {
+    @autoreleasepool {
+        const NSVolumeEnumerationOptions options = includeHidden ? 0 : NSVolumeEnumerationSkipHiddenVolumes;
+        NSArray<NSURL*>* urls =
+            [[[NSFileManager alloc] init] mountedVolumeURLsIncludingResourceValuesForKeys:volumeKeys()
+                                                                                  options:options];
+        std::vector<VolumeProperties> volumes;
+        for (NSURL* url in urls) {
+            if (auto properties = readProperties(url))
+                volumes.push_back(std::move(*properties));
+        }
+        return volumes;
+    }
+}
+
+std::optional<VolumeProperties> volumeProperties(const std::string& path) {
+    @autoreleasepool {
+        NSURL* url = urlOf(path).URLByResolvingSymlinksInPath;
+        NSNumber* isVolume = nil;
+        if (![url getResourceValue:&isVolume forKey:NSURLIsVolumeKey error:nil] || !isVolume.boolValue)
+            return std::nullopt;
+        return readProperties(url);
+    }
+}
+
+std::optional<std::string> mountPointContaining(const std::string& path) {
+    @autoreleasepool {
+        NSURL* volume = nil;
+        NSURL* url = urlOf(path).URLByResolvingSymlinksInPath;
+        if (![url getResourceValue:&volume forKey:NSURLVolumeURLKey error:nil] || volume == nil)
+            return std::nullopt;
+        return pathOf(volume);
+    }
+}
+
+std::optional<FileSystemStatistics> fileSystemStatistics(const std::string& path) {
+    struct statfs record;
+    if (::statfs(path.c_str(), &record) != 0)
+        return std::nullopt;
+    return FileSystemStatistics{byteCount(record.f_blocks, record.f_bsize),
+                                byteCount(record.f_bavail, record.f_bsize), record.f_fstypename,
+                                (record.f_flags & MNT_RDONLY) != 0};
+}
+
+} // namespace tarnwell

@@ -1,0 +1,49 @@
+#pragma once
+
+// The text of a settings file: one JSON object, a member a key. What this program does not know, keys and
+// kinds of values alike, is kept as it is.
+
+#include "TarnwellCore/Platform/UserDefaults.hpp"
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tarnwell {
+
+/// Truth values, numbers, texts and lists of texts are what JSON has for them; data is {"base64": "..."}, a
+/// date {"secondsSince1970": 0.0}, a text that is not UTF-8 is written as data. Confined to one thread.
+class DefaultsDocument {
+public:
+    /// An empty object.
+    DefaultsDocument();
+    ~DefaultsDocument();
+    DefaultsDocument(DefaultsDocument&&) noexcept;
+    DefaultsDocument& operator=(DefaultsDocument&&) noexcept;
+
+    /// Nothing when the text is not a JSON object in UTF-8.
+    static std::optional<DefaultsDocument> parse(std::string_view text);
+
+    /// The values of known kinds.
+    UserDefaults::Values values() const;
+    /// The value of a member of a known kind.
+    std::optional<UserDefaultsValue> value(std::string_view key) const;
+    bool hasMember(std::string_view key) const;
+
+    /// Values are finite.
+    void set(std::string_view key, const UserDefaultsValue& value);
+    void remove(std::string_view key);
+
+    /// A line a member, in the order of the text that was read, new ones at the end; ends with a line feed.
+    std::string text() const;
+
+private:
+    struct Member;
+    const Member* find(std::string_view key) const;
+
+    /// Where a text names a key twice, the first member counts.
+    std::vector<Member> members_;
+};
+
+} // namespace tarnwell

@@ -1,0 +1,30 @@
+#include "TarnwellCore/Platform/CloudItems.hpp"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <system_error>
+
+namespace tarnwell {
+
+std::expected<CloudItemStatus, std::string> readCloudItemStatus(const std::filesystem::path& item) {
+    struct stat status;
+    if (::lstat(item.c_str(), &status) != 0)
+        return std::unexpected(std::generic_category().message(errno));
+    CloudItemStatus result;
+    result.isDirectory = S_ISDIR(status.st_mode);
+    result.isRegularFile = S_ISREG(status.st_mode);
+    result.allocatedSize = static_cast<std::int64_t>(status.st_blocks) * 512;
+    return result;
+}
+
+CloudEvictionReply evictFromUbiquitousStorage(const std::filesystem::path&) {
+    return {CloudEvictionReply::Kind::notManaged, {}};
+}
+
+void evictFromFileProvider(const std::filesystem::path&,
+                           std::function<void(const CloudEvictionReply&)> completion) {
+    completion({CloudEvictionReply::Kind::notManaged, {}});
+}
+
+} // namespace tarnwell

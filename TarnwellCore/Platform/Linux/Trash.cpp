@@ -1,0 +1,158 @@
+#include "TarnwellCore/Platform/Trash.hpp"
+
+#include <fcntl.h>
+#include <gio/gio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
+#include <memory>
+#include <system_error>
+
+namespace fs = std::filesystem;
+
+namespace tarnwell {
+
+namespace {
+
+/// Holds on to an item while it moves. The kernel knows the present path of what a descriptor refers to, so
+/// the item is found again whatever name the Trash gave it; neither its old name nor its inode would do,
+/// because names collide and hard links share their inode.
+class MovingItem {
+public:
+    explicit MovingItem(const char* path) : descriptor_(::open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC)) {}
+    ~MovingItem() {
+        if (descriptor_ >= 0)
+            ::close(descriptor_);
+    }
+    MovingItem(const MovingItem&) = delete;
+    MovingItem& operator=(const MovingItem&) = delete;
+
+    /// Nothing when /proc is not there, or when the item has been deleted in the meantime.
+    std::optional<fs::path> presentPath() const {
+        if (descriptor_ < 0)
+            return std::nullopt;
+        char target[PATH_MAX];
+        const std::string link = "/proc/self/fd/" + std::to_string(descriptor_);
+        const ssize_t length = ::readlink(link.c_str(), target, sizeof target);
+        if (length <= 0 || length == static_cast<ssize_t>(sizeof target))
+            return std::nullopt;
+        std::string path(target, static_cast<std::size_t>(length));
+        // A deleted item reads "… (deleted)"; only what is really there counts.
+        struct stat held;
+        struct stat found;
+        if (::fstat(descriptor_, &held) != 0 || ::lstat(path.c_str(), &found) != 0 ||
+            held.st_dev != found.st_dev || held.st_ino != found.st_ino)
+            return std::nullopt;
+        return fs::path(std::move(path));
+    }
+
+private:
+    int descriptor_;
+};
+
+/// GIO strikes ".." out of a path as text, which leads to another item than the kernel's reading when the
+/// component before is a link. Such a path gets its folder resolved first.
+std::expected<std::string, std::string> unambiguousPath(const fs::path& item) {
+    bool climbs = false;
+    for (const fs::path& component : item)
+        climbs = climbs || component == "..";
+    if (!climbs)
+        return item.string();
+    const fs::path name = item.filename();
+    if (name == "." || name == "..")
+        return std::unexpected(std::generic_category().message(EINVAL));
+    const fs::path folder = item.has_parent_path() ? item.parent_path() : fs::path(".");
+    const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(folder.c_str(), nullptr),
+                                                               &std::free);
+    if (!resolved)
+        return std::unexpected(std::generic_category().message(errno));
+    return (fs::path(resolved.get()) / name).string();
+}
+
+/// The original path as the note on an item tells it: relative to the volume in a volume's Trash, so that it
+/// holds wherever the volume is mounted; absolute in the home Trash.
+std::string notedPath(const fs::path& original, const fs::path& trash) {
+    fs::path volume;
+    if (trash.filename().native().starts_with(".Trash-"))
+        volume = trash.parent_path();
+    else if (trash.parent_path().filename() == ".Trash")
+        volume = trash.parent_path().parent_path();
+    return volume.empty() ? original.string() : original.lexically_relative(volume).string();
+}
+
+/// Fills in the note on a trashed item where GIO left it empty: it writes through a temporary file, whose
+/// name is too long for the file system when the item's is nearly so, and moves the item all the same.
+/// Without a note nobody could put the item back. Does its best; the item is in the Trash either way.
+void completeNote(const fs::path& original, const fs::path& landed) {
+    const fs::path trash = landed.parent_path().parent_path();
+    const fs::path note = trash / "info" / (landed.filename().string() + ".trashinfo");
+    const int descriptor = ::open(note.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC);
+    if (descriptor < 0)
+        return;
+    struct stat status;
+    if (::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_size == 0) {
+        using Text = std::unique_ptr<char, decltype(&g_free)>;
+        const Text path(g_uri_escape_string(notedPath(original, trash).c_str(), "/", FALSE), &g_free);
+        const std::unique_ptr<GDateTime, decltype(&g_date_time_unref)> now(g_date_time_new_now_local(),
+                                                                           &g_date_time_unref);
+        const Text date(g_date_time_format(now.get(), "%Y-%m-%dT%H:%M:%S"), &g_free);
+        const std::string text =
+            std::string("[Trash Info]\nPath=") + path.get() + "\nDeletionDate=" + date.get() + "\n";
+        [[maybe_unused]] const ssize_t written = ::write(descriptor, text.data(), text.size());
+    }
+    ::close(descriptor);
+}
+
+/// The shared Trash of a volume counts only as the freedesktop.org text wants it: a real folder (no link)
+/// with the sticky bit, so that nobody else can have put another user's folder there.
+bool isSharedTrash(const fs::path& folder) {
+    struct stat status;
+    return ::lstat(folder.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+           (status.st_mode & S_ISVTX) != 0;
+}
+
+} // namespace
+
+std::expected<std::optional<fs::path>, std::string> moveItemToTrash(const fs::path& item) {
+    const auto path = unambiguousPath(item);
+    if (!path)
+        return std::unexpected(path.error());
+    const MovingItem moving(path->c_str());
+    const std::optional<fs::path> original = moving.presentPath();
+    const std::unique_ptr<GFile, decltype(&g_object_unref)> file(g_file_new_for_path(path->c_str()),
+                                                                 &g_object_unref);
+    GError* error = nullptr;
+    if (!g_file_trash(file.get(), nullptr, &error)) {
+        const std::unique_ptr<GError, decltype(&g_error_free)> owned(error, &g_error_free);
+        return std::unexpected(std::string(error->message));
+    }
+    std::optional<fs::path> landed = moving.presentPath();
+    if (original && landed)
+        completeNote(*original, *landed);
+    return landed;
+}
+
+fs::path homeTrashDirectory(const fs::path& home) {
+    // GIO's own answers, since these decide where `moveItemToTrash` puts things.
+    std::error_code ignored;
+    const bool isOwnHome = fs::equivalent(home, g_get_home_dir(), ignored);
+    const fs::path data = isOwnHome ? fs::path(g_get_user_data_dir()) : home / ".local" / "share";
+    fs::path files = data / "Trash" / "files";
+    // A home folder that came from a Mac has its Trash elsewhere.
+    if (!fs::exists(files, ignored) && fs::exists(home / ".Trash", ignored))
+        return home / ".Trash";
+    return files;
+}
+
+std::vector<fs::path> volumeTrashDirectories(const fs::path& volume, uid_t user) {
+    const std::string name = std::to_string(user);
+    std::vector<fs::path> folders;
+    if (isSharedTrash(volume / ".Trash"))
+        folders.push_back(volume / ".Trash" / name / "files" / "");
+    folders.push_back(volume / (".Trash-" + name) / "files" / "");
+    return folders;
+}
+
+} // namespace tarnwell

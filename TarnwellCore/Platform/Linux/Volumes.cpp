@@ -1,0 +1,188 @@
+#include "TarnwellCore/Platform/Volumes.hpp"
+
+#include "TarnwellCore/Platform/Linux/BlockDevices.hpp"
+#include "TarnwellCore/Platform/Linux/FileSystemIdentity.hpp"
+#include "TarnwellCore/Platform/Linux/MountTable.hpp"
+#include "TarnwellCore/Platform/Linux/TimeLimitedCalls.hpp"
+#include "TarnwellCore/Platform/UserPaths.hpp"
+
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/sysmacros.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <limits>
+#include <memory>
+
+namespace tarnwell {
+
+namespace {
+
+/// How long a file system that may hang is given to answer. Callers poll; none should see them stand still.
+constexpr auto answerLimit = std::chrono::milliseconds(1000);
+
+/// The device manager's names, read once for a list of volumes.
+struct DeviceNames {
+    std::map<dev_t, std::string> labels = deviceNames("/dev/disk/by-label");
+    std::map<dev_t, std::string> uuids = deviceNames("/dev/disk/by-uuid");
+};
+
+std::int64_t byteCount(std::uint64_t blocks, std::uint64_t blockSize) {
+    std::uint64_t bytes = 0;
+    constexpr std::uint64_t largest = std::numeric_limits<std::int64_t>::max();
+    // File systems of unlimited size report as many blocks as the number holds.
+    if (__builtin_mul_overflow(blocks, blockSize, &bytes))
+        bytes = largest;
+    return static_cast<std::int64_t>(std::min(bytes, largest));
+}
+
+std::optional<FileSystemStatistics> readStatistics(const std::string& path, const MountEntry& mount) {
+    // Asking for the figures of an automatic mount would mount it.
+    if (mount.type == "autofs")
+        return std::nullopt;
+    const auto ask = [path]() -> std::optional<struct statvfs> {
+        struct statvfs answer = {};
+        if (::statvfs(path.c_str(), &answer) != 0)
+            return std::nullopt;
+        return answer;
+    };
+    static auto& limitedCalls = *new TimeLimitedCalls<struct statvfs>; // for threads that outlive statics
+    const auto record = mount.mayHang() ? limitedCalls.get(path, answerLimit, ask) : ask();
+    if (!record)
+        return std::nullopt;
+    return FileSystemStatistics{byteCount(record->f_blocks, record->f_frsize),
+                                byteCount(record->f_bavail, record->f_frsize), mount.type,
+                                (record->f_flag & ST_RDONLY) != 0};
+}
+
+/// The block device that a mount lies on, if any.
+std::optional<dev_t> deviceOf(const MountEntry& mount) {
+    if (!mount.source.starts_with("/dev/"))
+        return std::nullopt;
+    struct stat status = {};
+    if (::stat(mount.source.c_str(), &status) == 0 && S_ISBLK(status.st_mode))
+        return status.st_rdev;
+    // A container sees the mount but not the host's device file.
+    if (!mount.mayHang() && ::stat(mount.path.c_str(), &status) == 0 && major(status.st_dev) != 0)
+        return status.st_dev;
+    return std::nullopt;
+}
+
+std::string lastComponent(const std::string& path) {
+    return path == "/" ? path : path.substr(path.rfind('/') + 1);
+}
+
+std::string valueOr(const std::map<dev_t, std::string>& names, dev_t device, const std::string& otherwise) {
+    const auto found = names.find(device);
+    return found != names.end() ? found->second : otherwise;
+}
+
+VolumeProperties readProperties(const MountEntry& mount, const DeviceNames& names) {
+    VolumeProperties properties;
+    properties.path = mount.path;
+    properties.name = lastComponent(mount.path);
+    properties.isRemovable = false;
+    properties.isEjectable = false;
+    properties.isRootFileSystem = mount.path == "/";
+    properties.isReadOnly = mount.isReadOnly;
+    properties.isLocal = mount.isLocal;
+    properties.isBrowsable = mount.isBrowsable;
+    properties.fileSystemType = mount.type;
+    if (const auto statistics = readStatistics(mount.path, mount)) {
+        properties.totalCapacity = statistics->total;
+        properties.availableCapacity = statistics->available;
+        properties.isReadOnly = statistics->isReadOnly;
+    }
+    const std::optional<dev_t> device = deviceOf(mount);
+    if (!device)
+        return properties;
+    if (const auto facts = readBlockDevice(*device)) {
+        properties.isInternal = !facts->isExternal;
+        properties.isRemovable = facts->isRemovable;
+        properties.isEjectable = facts->isRemovable || facts->isExternal;
+    }
+    std::string label = valueOr(names.labels, *device, "");
+    std::string uuid = valueOr(names.uuids, *device, "");
+    if ((label.empty() || uuid.empty()) && mount.isFolder && !mount.mayHang()) {
+        const FileSystemIdentity identity = readIdentity(mount.path);
+        if (label.empty())
+            label = identity.label;
+        if (uuid.empty())
+            uuid = identity.uuid;
+    }
+    if (!label.empty())
+        properties.name = label;
+    if (!uuid.empty())
+        properties.uuid = uuid;
+    return properties;
+}
+
+const MountEntry* mountAt(const std::vector<MountEntry>& mounts, const std::string& path) {
+    const auto found = std::ranges::find(mounts, path, &MountEntry::path);
+    return found != mounts.end() ? &*found : nullptr;
+}
+
+/// The path, absolute and free of links; nothing when there is no such item.
+std::optional<std::string> resolvedPath(const std::vector<MountEntry>& mounts, const std::string& path) {
+    const auto resolve = [path]() -> std::optional<std::string> {
+        const std::unique_ptr<char, decltype(&std::free)> text(::realpath(path.c_str(), nullptr), &std::free);
+        if (text)
+            return text.get();
+        return errno == ENAMETOOLONG ? std::optional(resolveLinks(path)) : std::nullopt;
+    };
+    static auto& limitedCalls = *new TimeLimitedCalls<std::string>; // for threads that outlive statics
+    const MountEntry* const mount = mountHolding(mounts, path);
+    return mount != nullptr && mount->mayHang() ? limitedCalls.get(path, answerLimit, resolve) : resolve();
+}
+
+} // namespace
+
+std::vector<VolumeProperties> mountedVolumeProperties(bool includeHidden) {
+    const DeviceNames names;
+    std::vector<VolumeProperties> volumes;
+    for (const MountEntry& mount : readMountTable()) {
+        if (includeHidden || mount.isBrowsable)
+            volumes.push_back(readProperties(mount, names));
+    }
+    return volumes;
+}
+
+std::optional<VolumeProperties> volumeProperties(const std::string& path) {
+    const std::vector<MountEntry> mounts = readMountTable();
+    const MountEntry* mount = mountAt(mounts, path);
+    if (mount == nullptr) {
+        const auto target = resolvedPath(mounts, path);
+        mount = target ? mountAt(mounts, *target) : nullptr;
+    }
+    if (mount == nullptr)
+        return std::nullopt;
+    return readProperties(*mount, DeviceNames());
+}
+
+std::optional<std::string> mountPointContaining(const std::string& path) {
+    const std::vector<MountEntry> mounts = readMountTable();
+    if (mountAt(mounts, path) != nullptr)
+        return path;
+    const auto target = resolvedPath(mounts, path);
+    const MountEntry* const mount = target ? mountHolding(mounts, *target) : nullptr;
+    if (mount == nullptr)
+        return std::nullopt;
+    return mount->path;
+}
+
+std::optional<FileSystemStatistics> fileSystemStatistics(const std::string& path) {
+    const std::vector<MountEntry> mounts = readMountTable();
+    if (const MountEntry* const mount = mountAt(mounts, path))
+        return readStatistics(path, *mount);
+    const auto target = resolvedPath(mounts, path);
+    if (!target)
+        return std::nullopt;
+    // Without a table of mounts the figures are still good.
+    const MountEntry* const mount = mountHolding(mounts, *target);
+    return readStatistics(*target, mount != nullptr ? *mount : MountEntry());
+}
+
+} // namespace tarnwell

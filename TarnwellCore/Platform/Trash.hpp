@@ -1,0 +1,28 @@
+#pragma once
+
+// The platform's Trash: moving one item there, and the folders in which such items lie afterwards.
+
+#include <sys/types.h>
+
+#include <expected>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tarnwell {
+
+/// Moves one item to the Trash of the volume it lies on, or of the home folder. A symbolic link is moved
+/// itself, never what it points to. `item` is a path without a trailing "/". Returns where the item now
+/// lies, when that is known, or the platform's text on why it was not moved. Safe from any thread.
+std::expected<std::optional<std::filesystem::path>, std::string>
+moveItemToTrash(const std::filesystem::path& item);
+
+/// The folder that holds the trashed items of this home folder; it need not exist.
+std::filesystem::path homeTrashDirectory(const std::filesystem::path& home);
+
+/// The folders that may hold this user's trashed items on a volume other than the one of the home folder,
+/// each with a trailing "/"; none of them need exist.
+std::vector<std::filesystem::path> volumeTrashDirectories(const std::filesystem::path& volume, uid_t user);
+
+} // namespace tarnwell

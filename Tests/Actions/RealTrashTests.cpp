@@ -1,0 +1,268 @@
+#ifdef __linux__
+
+// Moves real files to a real Trash and looks where they went.
+
+#include "TarnwellCore/Actions/TrashService.hpp"
+
+#include "Tests/Actions/PrivateHome.hpp"
+#include "Tests/Support/MountedImage.hpp"
+#include "Tests/Support/TemporaryFolder.hpp"
+
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <set>
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+
+namespace tarnwell {
+namespace {
+
+using test::MountedImage;
+using test::privateHome;
+using test::privateTrashFiles;
+using test::readFile;
+using test::TemporaryFolder;
+
+bool isThere(const fs::path& path) {
+    return fs::symlink_status(path).type() != fs::file_type::not_found;
+}
+
+/// The original path from the note that lies beside a trashed item, its escapes undone.
+std::string notedPath(const fs::path& trashed) {
+    const std::string note =
+        readFile(trashed.parent_path().parent_path() / "info" / (trashed.filename().string() + ".trashinfo"));
+    const auto start = note.find("\nPath=");
+    if (start == std::string::npos)
+        return {};
+    const std::string escaped = note.substr(start + 6, note.find('\n', start + 1) - start - 6);
+    std::string path;
+    for (std::size_t index = 0; index < escaped.size(); ++index) {
+        if (escaped[index] == '%') {
+            path += static_cast<char>(std::stoi(escaped.substr(index + 1, 2), nullptr, 16));
+            index += 2;
+        } else {
+            path += escaped[index];
+        }
+    }
+    return path;
+}
+
+class RealTrashTests : public testing::Test {
+protected:
+    TemporaryFolder folder{privateHome()};
+    TrashService service{privateHome()};
+
+    /// Moves an item and returns where it is now.
+    fs::path trash(const fs::path& item) {
+        const TrashOutcome outcome = service.moveToTrash(item).get();
+        EXPECT_EQ(outcome.failure, std::nullopt);
+        EXPECT_EQ(outcome.source, item);
+        return outcome.trashedTo.value_or(fs::path());
+    }
+};
+
+TEST_F(RealTrashTests, NamesOfAnyBytesAreFoundAgain) {
+    const std::string names[] = {
+        "plain.txt",
+        "archive.tar.gz",
+        "with space",
+        "percent%20%zz",
+        "line\nbreak",
+        "\xFF\xFE.\x01",
+        "\xC3\xA9t\xC3\xA9",
+        ".hidden",
+        "-dash",
+        "quote\"'\\",
+        "gone (deleted)",
+        "..x",
+        "[Group]\n",
+        "a.trashinfo",
+        std::string(238, 'n'),
+        std::string(240, 'n'),
+        std::string(245, 'n'),
+    };
+    for (const std::string& name : names) {
+        SCOPED_TRACE(testing::PrintToString(name));
+        const fs::path item = folder.writeFile(name, "content of " + name);
+        const fs::path landed = trash(item);
+        EXPECT_FALSE(isThere(item));
+        EXPECT_EQ(landed, privateTrashFiles() / name);
+        EXPECT_EQ(readFile(landed), "content of " + name);
+        EXPECT_EQ(notedPath(landed), item);
+    }
+    // The note's name would be too long for the file system.
+    const fs::path item = folder.makeFile(std::string(255, 'n'));
+    EXPECT_THAT(service.moveToTrash(item).get().failure.value_or(""), HasSubstr("too long"));
+    EXPECT_TRUE(isThere(item));
+}
+
+TEST_F(RealTrashTests, NamesThatCollideKeepApart) {
+    std::vector<fs::path> items;
+    for (int index = 0; index < 20; ++index)
+        items.push_back(folder.writeFile(std::to_string(index) + "/same.tar.gz", std::to_string(index)));
+    items.push_back(folder.makeFolder("x/same.tar.gz"));
+    // Two links to one file: nothing but where each was moved tells them apart.
+    items.push_back(folder.writeFile("one/linked", "linked"));
+    items.push_back(folder.makeFolder("two") / "linked");
+    fs::create_hard_link(items[21], items[22]);
+
+    const std::int64_t before = service.itemCount().value_or(0);
+    const auto outcomes = service.moveToTrash(items).get();
+    std::set<fs::path> places;
+    ASSERT_EQ(outcomes.size(), items.size());
+    for (std::size_t index = 0; index < items.size(); ++index) {
+        SCOPED_TRACE(index);
+        ASSERT_TRUE(outcomes[index].trashedTo);
+        const fs::path& landed = *outcomes[index].trashedTo;
+        EXPECT_TRUE(places.insert(landed).second);
+        EXPECT_EQ(landed.parent_path(), privateTrashFiles());
+        EXPECT_EQ(notedPath(landed), items[index]);
+        if (index < 20) {
+            EXPECT_EQ(readFile(landed), std::to_string(index));
+        }
+    }
+    EXPECT_EQ(service.itemCount(), before + 23);
+}
+
+TEST_F(RealTrashTests, BatchesSideBySideDoNotMixUp) {
+    std::vector<std::future<std::vector<TrashOutcome>>> batches;
+    for (int batch = 0; batch < 4; ++batch) {
+        std::vector<fs::path> items;
+        for (int index = 0; index < 25; ++index) {
+            const std::string number = std::to_string(batch * 25 + index);
+            items.push_back(folder.writeFile(number + "/busy", number));
+        }
+        batches.push_back(service.moveToTrash(std::move(items)));
+    }
+    int number = 0;
+    for (auto& batch : batches) {
+        for (const TrashOutcome& outcome : batch.get()) {
+            EXPECT_EQ(readFile(outcome.trashedTo.value_or("nowhere")), std::to_string(number));
+            ++number;
+        }
+    }
+    EXPECT_EQ(number, 100);
+}
+
+TEST_F(RealTrashTests, ALinkGoesItselfAndFoldersGoWhole) {
+    const fs::path target = folder.makeFolder("target");
+    folder.writeFile("target/inside", "kept");
+    fs::create_directory_symlink(target, folder / "link");
+    fs::create_directory_symlink(target, folder / "slashed");
+    fs::create_symlink("nowhere", folder / "dangling");
+    EXPECT_EQ(fs::read_symlink(trash(folder / "link")), target);
+    EXPECT_EQ(fs::read_symlink(trash(folder / "slashed//")), target);
+    EXPECT_EQ(fs::read_symlink(trash(folder / "dangling")), "nowhere");
+    EXPECT_EQ(readFile(target / "inside"), "kept");
+    EXPECT_EQ(readFile(trash(folder / "target/") / "inside"), "kept");
+    EXPECT_FALSE(isThere(target));
+}
+
+TEST_F(RealTrashTests, ParentReferencesAreReadAsTheKernelReadsThem) {
+    // By the kernel's reading "link/../item" lies beside the link's target, as text it lies beside the link.
+    folder.makeFolder("far/target");
+    fs::create_directory_symlink(folder / "far/target", folder / "link");
+    folder.writeFile("far/item", "meant");
+    const fs::path other = folder.writeFile("item", "other");
+    EXPECT_EQ(readFile(trash(folder / "link/../item")), "meant");
+    EXPECT_EQ(readFile(other), "other");
+    for (const char* path : {"far/..", "far/../.", "missing/../item"})
+        EXPECT_FALSE(service.moveToTrash(folder / path).get().succeeded()) << path;
+    EXPECT_TRUE(isThere(other));
+}
+
+TEST_F(RealTrashTests, WhatCannotBeMovedStopsNothing) {
+    const fs::path first = folder.makeFile("first");
+    const fs::path last = folder.makeFile("last");
+    const auto outcomes = service
+                              .moveToTrash({first, folder / "missing", fs::path(), folder / "first/below",
+                                            "/proc/self/status", first, last})
+                              .get();
+    ASSERT_EQ(outcomes.size(), 7u);
+    for (std::size_t index = 0; index < 7; ++index) {
+        SCOPED_TRACE(index);
+        const bool moves = index == 0 || index == 6;
+        EXPECT_EQ(outcomes[index].succeeded(), moves);
+        EXPECT_EQ(outcomes[index].trashedTo.has_value(), moves);
+        EXPECT_NE(outcomes[index].failure, "");
+    }
+    EXPECT_THAT(outcomes[1].failure.value_or(""), HasSubstr("No such file"));
+    EXPECT_FALSE(isThere(last));
+}
+
+TEST_F(RealTrashTests, TheHomeTrashIsWhereItemsLand) {
+    trash(folder.makeFile("a", 1000));
+    service.volumeTrashURLsProvider = [] { return std::vector<fs::path>(); };
+    const TrashSummary summary = service.summary(DiskScanner()).get();
+    EXPECT_THAT(summary.locations, testing::ElementsAre(privateTrashFiles()));
+    EXPECT_EQ(summary.itemCount, service.itemCount());
+    EXPECT_GE(summary.size, 1000);
+
+    // Another home: the usual place below it, whatever this user's settings are.
+    folder.makeFile("home/.local/share/Trash/files/b", 10);
+    folder.makeFolder("home/.Trash");
+    EXPECT_EQ(TrashService(folder / "home").itemCount(), 1);
+}
+
+TEST_F(RealTrashTests, AnotherVolumeHasItsOwnTrash) {
+    const auto image = MountedImage::make({.type = "ext4", .size = 64'000'000, .name = "my % volume\xFF"});
+    if (!image)
+        GTEST_SKIP() << image.error();
+    const fs::path volume = (*image)->path();
+    const TemporaryFolder items(volume);
+    const std::string user = std::to_string(::getuid());
+    const fs::path own = volume / (".Trash-" + user) / "files";
+    const fs::path shared = volume / ".Trash" / user / "files";
+    const auto trashes = [&] {
+        std::vector<fs::path> found;
+        for (const fs::path& location : service.volumeTrashURLs())
+            if (location.string().starts_with(volume.string()))
+                found.push_back(location);
+        return found;
+    };
+    EXPECT_TRUE(trashes().empty());
+
+    for (int index = 0; index < 3; ++index) {
+        const fs::path landed = trash(items.writeFile(std::to_string(index) + "/\xFE same%", "x"));
+        EXPECT_EQ(landed.parent_path(), own);
+        // Relative to the volume, so that it holds wherever that is mounted.
+        EXPECT_EQ(volume / notedPath(landed), items / (std::to_string(index) + "/\xFE same%"));
+    }
+    EXPECT_THAT(trashes(), testing::ElementsAre(own / ""));
+
+    fs::create_directory(volume / ".Trash");
+    fs::create_directories(shared);
+    EXPECT_THAT(trashes(), testing::ElementsAre(own / "")) << "a shared Trash without the sticky bit";
+    fs::permissions(volume / ".Trash", fs::perms::all | fs::perms::sticky_bit);
+    EXPECT_EQ(trash(items.makeFile("shared")), shared / "shared");
+    EXPECT_THAT(trashes(), testing::ElementsAre(shared / "", own / ""));
+    const TrashSummary summary = service.summary(DiskScanner()).get();
+    EXPECT_THAT(summary.locations, testing::IsSupersetOf({shared / "", own / ""}));
+    EXPECT_GE(summary.itemCount, 4);
+
+    const std::string longName(242, 'n');
+    EXPECT_EQ(notedPath(trash(items.makeFile(longName))), (items.path().filename() / longName));
+
+    const fs::path kept = items.makeFile("kept");
+    (*image)->remount("ro");
+    EXPECT_THAT(service.moveToTrash(kept).get().failure.value_or(""), HasSubstr("Read-only"));
+    EXPECT_TRUE(isThere(kept));
+    (*image)->remount("rw");
+}
+
+TEST_F(RealTrashTests, AVolumeWithoutATrashSaysSo) {
+    const auto image = MountedImage::make({.type = "tmpfs", .size = 1'000'000});
+    if (!image)
+        GTEST_SKIP() << image.error();
+    const TemporaryFolder items((*image)->path());
+    const fs::path kept = items.makeFile("kept");
+    EXPECT_THAT(service.moveToTrash(kept).get().failure.value_or(""), HasSubstr("not supported"));
+    EXPECT_TRUE(isThere(kept));
+}
+
+} // namespace
+} // namespace tarnwell
+
+#endif

@@ -1,0 +1,214 @@
+#include "TarnwellCore/Layout/TreemapLayout.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <limits>
+#include <numeric>
+#include <random>
+
+namespace tarnwell {
+namespace {
+
+using TreemapLayout::squarify;
+
+double worstRatio(const std::vector<double>& areas, double side) {
+    double sum = 0;
+    double smallest = DBL_MAX;
+    double largest = 0;
+    for (const double area : areas) {
+        sum += area;
+        smallest = std::min(smallest, area);
+        largest = std::max(largest, area);
+    }
+    if (!(sum > 0 && smallest > 0))
+        return DBL_MAX;
+    return std::max((side * side) * largest / (sum * sum), (sum * sum) / ((side * side) * smallest));
+}
+
+/// The same subdivision told plainly: each row is judged as a whole again for every value it might take.
+std::vector<Rect> plainSquarify(const std::vector<double>& values, const Rect& area) {
+    std::vector<Rect> tiles(values.size());
+    double sum = 0;
+    for (const double value : values)
+        sum += value;
+    if (area.size.width <= 0 || area.size.height <= 0 || !(sum > 0))
+        return tiles;
+    const double scale = area.size.width * area.size.height / sum;
+    double left = area.origin.x;
+    double top = area.origin.y;
+    double width = area.size.width;
+    double height = area.size.height;
+    std::size_t begin = 0;
+    for (; begin < values.size() && std::min(width, height) > 0;) {
+        const double side = std::min(width, height);
+        std::vector<double> row{scale * values[begin]};
+        while (begin + row.size() < values.size()) {
+            std::vector<double> longer = row;
+            longer.push_back(scale * values[begin + row.size()]);
+            if (worstRatio(row, side) < worstRatio(longer, side))
+                break;
+            row = longer;
+        }
+        double rowArea = 0;
+        for (const double each : row)
+            rowArea += each;
+        const double thickness = rowArea / side;
+        const bool across = width <= height;
+        double position = across ? left : top;
+        for (std::size_t index = 0; index < row.size(); ++index) {
+            const double end = across ? left + width : top + height;
+            double length = rowArea > 0 ? scale * values[begin + index] / thickness : 0;
+            if (index + 1 == row.size())
+                length = std::max(end - position, 0.0);
+            if (across)
+                tiles[begin + index] = Rect(position, top, length, std::min(height, thickness));
+            else
+                tiles[begin + index] = Rect(left, position, std::min(width, thickness), length);
+            position += length;
+        }
+        if (across) {
+            const double taken = std::min(height, thickness);
+            top += taken;
+            height = std::max(height - taken, 0.0);
+        } else {
+            const double taken = std::min(width, thickness);
+            left += taken;
+            width = std::max(width - taken, 0.0);
+        }
+        begin += row.size();
+    }
+    for (; begin < values.size(); ++begin)
+        tiles[begin] = Rect(left, top, 0, 0);
+    return tiles;
+}
+
+struct RandomInput {
+    std::vector<double> values;
+    Rect area;
+};
+
+RandomInput randomInput(std::mt19937_64& random, bool allowsZeros) {
+    std::uniform_real_distribution<double> unit(0, 1);
+    RandomInput input;
+    const std::size_t count = 1 + random() % 60;
+    const int kind = static_cast<int>(random() % 4);
+    for (std::size_t index = 0; index < count; ++index) {
+        double value = 0;
+        switch (kind) {
+        case 0:
+            value = std::floor(unit(random) * 1000);
+            break;
+        case 1:
+            value = std::floor(std::exp2(unit(random) * 62));
+            break;
+        case 2:
+            value = static_cast<double>(1 + random() % 3);
+            break;
+        case 3:
+            value = std::exp2(unit(random) * 40 - 20);
+            break;
+        }
+        input.values.push_back(allowsZeros ? value : std::max(value, 1e-6));
+    }
+    if (random() % 4 != 0)
+        std::ranges::sort(input.values, std::ranges::greater());
+    input.area = Rect(unit(random) * 2000 - 1000, unit(random) * 2000 - 1000, 1 + unit(random) * 3000,
+                      1 + unit(random) * 3000);
+    if (random() % 5 == 0)
+        input.area.size.height = input.area.size.width;
+    return input;
+}
+
+TEST(Squarify, AgreesToTheBitWithThePlainSubdivision) {
+    std::mt19937_64 random(61);
+    for (int round = 0; round < 20'000; ++round) {
+        const RandomInput input = randomInput(random, true);
+        const std::vector<Rect> tiles = squarify(input.values, input.area);
+        ASSERT_EQ(tiles, plainSquarify(input.values, input.area)) << "round " << round;
+    }
+}
+
+TEST(Squarify, FillsTheAreaInProportionWithoutOverlap) {
+    std::mt19937_64 random(62);
+    for (int round = 0; round < 3'000; ++round) {
+        const RandomInput input = randomInput(random, false);
+        const std::vector<Rect> tiles = squarify(input.values, input.area);
+        const double sum = std::accumulate(input.values.begin(), input.values.end(), 0.0);
+        const double wholeArea = input.area.width() * input.area.height();
+        const double slack = 1e-9 * (std::abs(input.area.maxX()) + std::abs(input.area.maxY()) + 2000);
+        double covered = 0;
+        for (std::size_t i = 0; i < tiles.size(); ++i) {
+            covered += tiles[i].width() * tiles[i].height();
+            EXPECT_NEAR(tiles[i].width() * tiles[i].height(), wholeArea * input.values[i] / sum,
+                        1e-9 * wholeArea);
+            EXPECT_GE(tiles[i].minX(), input.area.minX() - slack);
+            EXPECT_GE(tiles[i].minY(), input.area.minY() - slack);
+            EXPECT_LE(tiles[i].maxX(), input.area.maxX() + slack);
+            EXPECT_LE(tiles[i].maxY(), input.area.maxY() + slack);
+            for (std::size_t j = 0; j < i; ++j) {
+                const double sharedWidth =
+                    std::min(tiles[i].maxX(), tiles[j].maxX()) - std::max(tiles[i].minX(), tiles[j].minX());
+                const double sharedHeight =
+                    std::min(tiles[i].maxY(), tiles[j].maxY()) - std::max(tiles[i].minY(), tiles[j].minY());
+                ASSERT_TRUE(sharedWidth <= slack || sharedHeight <= slack) << i << " overlaps " << j;
+            }
+        }
+        EXPECT_NEAR(covered, wholeArea, 1e-9 * wholeArea);
+    }
+}
+
+TEST(Squarify, RowsEndExactlyOnTheFarEdge) {
+    // Seven equal parts of a width that seven does not divide.
+    const Rect area(0.1, 0.2, 100.3, 700);
+    std::vector<double> values(7, 1.0);
+    values[0] = 300;
+    const std::vector<Rect> tiles = squarify(values, area);
+    EXPECT_EQ(tiles.front().maxX(), area.maxX());
+    EXPECT_EQ(std::ranges::max(tiles, {}, &Rect::maxX).maxX(), area.maxX());
+}
+
+TEST(Squarify, WorkedExamples) {
+    EXPECT_TRUE(squarify({}, {0, 0, 10, 10}).empty());
+    const double one[] = {7};
+    EXPECT_EQ(squarify(one, {1, 2, 30, 40}), std::vector<Rect>{Rect(1, 2, 30, 40)});
+    const double halves[] = {1, 1};
+    EXPECT_EQ(squarify(halves, {0, 0, 10, 4}), (std::vector<Rect>{{0, 0, 5, 4}, {5, 0, 5, 4}}));
+    // A square counts as upright: its rows run along the top.
+    EXPECT_EQ(squarify(halves, {0, 0, 4, 4}), (std::vector<Rect>{{0, 0, 2, 4}, {2, 0, 2, 4}}));
+    const double textbook[] = {6, 6, 4, 3, 2, 2, 1};
+    const std::vector<Rect> tiles = squarify(textbook, {0, 0, 6, 4});
+    EXPECT_EQ(tiles[0], Rect(0, 0, 3, 2));
+    EXPECT_EQ(tiles[1], Rect(0, 2, 3, 2));
+    EXPECT_NEAR(tiles[2].height(), 7.0 / 3, 1e-12);
+    EXPECT_NEAR(tiles[2].width(), 12.0 / 7, 1e-12);
+    EXPECT_EQ(tiles[6].maxX(), 6);
+    EXPECT_EQ(tiles[6].maxY(), 4);
+}
+
+TEST(Squarify, OddInputHasADefinedResult) {
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    const double nan = std::nan("");
+    const std::vector<double> values = {3, 2, 1};
+    const std::vector<Rect> zeros(3);
+    for (const Rect& area :
+         {Rect(0, 0, 0, 5), Rect(5, 5, 5, 0), Rect(0, 0, nan, 5), Rect(0, 0, 5, nan), Rect(nan, 0, 5, 5),
+          Rect(0, infinity, 5, 5), Rect(0, 0, infinity, 5), Rect(0, 0, 1e200, 1e200), Rect::null()})
+        EXPECT_EQ(squarify(values, area), zeros);
+    for (const std::vector<double>& each :
+         {std::vector<double>{0, 0, 0}, {nan, 1, 1}, {-1, -2, -3}, {1, -1, 0}, {1, -infinity, infinity}})
+        EXPECT_EQ(squarify(each, {0, 0, 10, 10}), zeros);
+    // A rectangle of negative extent stands for the same area.
+    EXPECT_EQ(squarify(values, {10, 20, -10, -20}), squarify(values, {0, 0, 10, 20}));
+    // Tiles beyond what is left have no area, but a place; nothing hangs on values that overflow.
+    const std::vector<double> tiny = {1e300, 1e-300, 1e-300};
+    for (const Rect& tile : squarify(tiny, {0, 0, 10, 10}))
+        EXPECT_TRUE(std::isfinite(tile.maxX()) && std::isfinite(tile.maxY()));
+    const std::vector<double> huge = {infinity, 1e308, 1e308};
+    EXPECT_EQ(squarify(huge, {0, 0, 10, 10}).size(), 3u);
+}
+
+} // namespace
+} // namespace tarnwell

@@ -1,0 +1,503 @@
+#include "TarnwellCore/Platform/JSONFileDefaults.hpp"
+
+#include "Tests/Support/MountedImage.hpp"
+#include "Tests/Support/TemporaryFolder.hpp"
+#include "Tests/Support/Unprivileged.hpp"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cmath>
+#include <fstream>
+#include <limits>
+#include <thread>
+#include <utility>
+
+namespace tarnwell {
+
+namespace {
+
+namespace fs = std::filesystem;
+using test::readFile;
+using test::TemporaryFolder;
+
+constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t smallest = std::numeric_limits<std::int64_t>::min();
+
+std::size_t entryCount(const fs::path& folder) {
+    return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), {}));
+}
+
+TEST(JSONFileDefaults, KeepsValuesOfEveryKind) {
+    const TemporaryFolder folder;
+    const fs::path file = folder / "a/b/settings.json";
+    std::string everyByte;
+    for (int byte = 0; byte < 256; ++byte)
+        everyByte += static_cast<char>(byte);
+    const UserDefaults::Values values = {
+        {"yes", true},
+        {"no", false},
+        {"most", largest},
+        {"least", smallest},
+        {"whole", 5.0},
+        {"exact", 0.1},
+        {"tiny", 5e-324},
+        {"huge", -1.7976931348623157e308},
+        {"text", std::string("a \"quoted\" \\ line\n\x01 \xC3\xA4")},
+        {"zero", std::string("a\0b", 3)},
+        {"empty", std::string()},
+        {"texts", std::vector<std::string>{"/a", "", "/\xC3\xA4"}},
+        {"none", std::vector<std::string>()},
+        {"data", DataValue{everyByte}},
+        {"one", DataValue{"\xFF"}},
+        {"two", DataValue{"ab"}},
+        {"nothing", DataValue{}},
+        {"date", dateFromReferenceSeconds(774'000'000.123456)},
+        {"a \"key\" \n", std::int64_t{1}},
+    };
+    {
+        JSONFileDefaults defaults(file);
+        UserDefaults::Changes changes(values.begin(), values.end());
+        defaults.apply(changes);
+        defaults.set("bytes", everyByte);
+        defaults.set("paths", std::vector<std::string>{"/plain", "/\xFF", everyByte});
+    }
+    const JSONFileDefaults again(file);
+    for (const auto& [key, value] : values)
+        EXPECT_EQ(again.object(key), value) << key;
+    // A text that is no UTF-8 comes back as the same text all the same.
+    EXPECT_EQ(again.string("bytes"), everyByte);
+    EXPECT_EQ(again.stringArray("paths"), (std::vector<std::string>{"/plain", "/\xFF", everyByte}));
+}
+
+TEST(JSONFileDefaults, ConvertsWhatHasAMeaningAndNothingElse) {
+    const TemporaryFolder folder;
+    JSONFileDefaults defaults(folder.writeFile("s.json", R"({
+        "true": true, "four": 4, "fraction": -2.9, "zero": 0.0, "beyond": 18446744073709551615, "far": 1e300,
+        "digits": "12", "decimal": "0.25", "YES": "YES", "no": "no", "words": "twelve", "null": null,
+        "list": ["a"], "mixed": ["a", 1], "nested": {"a": {"b": [1, {"base64": "AA=="}]}},
+        "date": {"secondsSince1970": 978307200}, "data": {"base64": "aGk="}, "bad data": {"base64": "a*=="},
+        "bad date": {"secondsSince1970": "x"}, "odd data": {"base64": "aGk"}, "more": {"base64": "", "x": 1}})"));
+    using Integer = std::optional<std::int64_t>;
+    const struct {
+        const char* key;
+        std::optional<bool> boolean;
+        Integer integer;
+        std::optional<double> number;
+        std::optional<std::string> string;
+    } cases[] = {
+        {"true", true, 1, 1.0, {}},
+        {"four", true, 4, 4.0, {}},
+        {"fraction", true, -2, -2.9, {}},
+        {"zero", false, 0, 0.0, {}},
+        {"beyond", true, largest, 18446744073709551615.0, {}},
+        {"far", true, largest, 1e300, {}},
+        {"digits", {}, 12, 12.0, "12"},
+        {"decimal", {}, 0, 0.25, "0.25"},
+        {"YES", true, {}, {}, "YES"},
+        {"no", false, {}, {}, "no"},
+        {"words", {}, {}, {}, "twelve"},
+        {"null", {}, {}, {}, {}},
+        {"list", {}, {}, {}, {}},
+        {"nested", {}, {}, {}, {}},
+        {"date", {}, {}, {}, {}},
+        {"data", {}, {}, {}, "hi"},
+        {"absent", {}, {}, {}, {}},
+    };
+    for (const auto& each : cases) {
+        EXPECT_EQ(defaults.boolean(each.key), each.boolean) << each.key;
+        EXPECT_EQ(defaults.integer(each.key), each.integer) << each.key;
+        EXPECT_EQ(defaults.number(each.key), each.number) << each.key;
+        EXPECT_EQ(defaults.string(each.key), each.string) << each.key;
+    }
+    EXPECT_EQ(defaults.stringArray("list"), std::vector<std::string>{"a"});
+    EXPECT_EQ(defaults.stringArray("mixed"), std::nullopt);
+    EXPECT_EQ(defaults.date("date"), dateFromReferenceSeconds(0));
+    EXPECT_EQ(defaults.data("data"), "hi");
+    for (const char* key : {"bad data", "bad date", "odd data", "more", "text", "mixed", "nested"})
+        EXPECT_EQ(defaults.object(key), std::nullopt) << key;
+
+    // What does not convert leaves the registered default in view.
+    defaults.registerDefaults({{"words", std::int64_t{7}}, {"absent", true}, {"list", 0.5}});
+    EXPECT_EQ(defaults.integer("words"), 7);
+    EXPECT_EQ(defaults.boolean("absent"), true);
+    EXPECT_EQ(defaults.number("list"), 0.5);
+    EXPECT_EQ(defaults.string("words"), "twelve");
+}
+
+TEST(JSONFileDefaults, LeavesAloneWhatItDoesNotKnow) {
+    const TemporaryFolder folder;
+    const std::string known = "\"theme\": \"dark\"";
+    const std::string strange =
+        "\"later version\": {\n    \"a\": [1.10, 1e0, 123456789012345678901234567890],\n"
+        "    \"b\": \"\\u00e4\"\n  }";
+    const fs::path file = folder.writeFile("s.json", "{\n  " + strange + ",\n  " + known + "\n}\n");
+    JSONFileDefaults defaults(file);
+    defaults.set("depth", std::int64_t{3});
+    EXPECT_EQ(readFile(file), "{\n  " + strange + ",\n  " + known + ",\n  \"depth\": 3\n}\n");
+    defaults.remove("theme");
+    defaults.remove("never there");
+    EXPECT_EQ(readFile(file), "{\n  " + strange + ",\n  \"depth\": 3\n}\n");
+    defaults.set("later version", std::string("taken over"));
+    defaults.remove("depth");
+    EXPECT_EQ(readFile(file), "{\n  \"later version\": \"taken over\"\n}\n");
+    defaults.remove("later version");
+    EXPECT_EQ(readFile(file), "{}\n");
+    EXPECT_EQ(entryCount(folder.path()), 2u) << "the file and its lock";
+}
+
+TEST(JSONFileDefaults, ANumberThatIsNotFiniteRemovesTheKey) {
+    const TemporaryFolder folder;
+    JSONFileDefaults defaults(folder / "s.json");
+    defaults.registerDefaults({{"n", 1.5}});
+    for (const double odd : {std::nan(""), std::numeric_limits<double>::infinity()}) {
+        defaults.set("n", 2.0);
+        EXPECT_EQ(defaults.number("n"), 2.0);
+        defaults.set("n", odd);
+        EXPECT_EQ(defaults.number("n"), 1.5);
+        defaults.set("d", Date(Date::duration(odd)));
+        EXPECT_EQ(defaults.date("d"), std::nullopt);
+    }
+}
+
+TEST(JSONFileDefaults, KeepsADamagedFileAside) {
+    const std::string deep(1'000'000, '[');
+    const std::string damages[] = {
+        "",
+        "{",
+        "[]",
+        "5",
+        "null",
+        "{\"a\": 1",
+        "{\"a\": 1}}",
+        "{\"a\": 1,}",
+        "{'a': 1}",
+        "{\"a\": 01}",
+        "{\"a\": NaN}",
+        "{\"a\": 1e999}",
+        "{\"a\": \"\xFF\"}",
+        "{\"a\": \"\xED\xA0\x80\"}",
+        "\xFF\xFE{\0}\0",
+        std::string("{\"a\": 1}\0\0", 10),
+        std::string(300, '\0'),
+        deep,
+        "{\"a\": " + deep,
+    };
+    for (const std::string& damage : damages) {
+        const TemporaryFolder folder;
+        const fs::path file = folder.writeFile("s.json", damage);
+        JSONFileDefaults defaults(file);
+        EXPECT_EQ(defaults.object("a"), std::nullopt);
+        defaults.remove("a");
+        EXPECT_EQ(readFile(file), damage) << "nothing to write, nothing to touch";
+        EXPECT_EQ(entryCount(folder.path()), 2u);
+
+        defaults.set("b", true);
+        EXPECT_EQ(readFile(file), "{\n  \"b\": true\n}\n");
+        EXPECT_EQ(readFile(folder / "s.json.damaged"), damage);
+
+        folder.writeFile("s.json", "again");
+        defaults.set("c", true);
+        EXPECT_EQ(defaults.boolean("b"), std::nullopt);
+        EXPECT_EQ(readFile(folder / "s.json.damaged"), damage);
+        EXPECT_EQ(readFile(folder / "s.json.damaged-2"), "again");
+        EXPECT_EQ(entryCount(folder.path()), 4u);
+    }
+    // Deep, but whole: kept like anything that is not known.
+    const TemporaryFolder folder;
+    const std::string whole = "{\n  \"deep\": " + deep + std::string(deep.size(), ']') + "\n}\n";
+    JSONFileDefaults defaults(folder.writeFile("s.json", whole));
+    defaults.set("a", true);
+    defaults.remove("a");
+    EXPECT_EQ(readFile(folder / "s.json"), whole);
+}
+
+TEST(JSONFileDefaults, AFileThatMayNotBeReadIsKeptAsideToo) {
+    const TemporaryFolder folder;
+    fs::permissions(folder.path(), fs::perms::all);
+    const std::string report = test::runUnprivileged([&] {
+        folder.writeFile("s.json", "{\"secret\": 1}");
+        fs::permissions(folder / "s.json", fs::perms::none);
+        JSONFileDefaults defaults(folder / "s.json");
+        defaults.set("a", true);
+        fs::permissions(folder / "s.json.damaged", fs::perms::owner_all);
+        return readFile(folder / "s.json") + readFile(folder / "s.json.damaged");
+    });
+    EXPECT_EQ(report, "{\n  \"a\": true\n}\n{\"secret\": 1}");
+
+    // No right to write in the folder: the settings last as long as the program.
+    fs::permissions(folder.path(), fs::perms::owner_all | fs::perms::others_read | fs::perms::others_exec);
+    EXPECT_EQ(test::runUnprivileged([&] {
+                  JSONFileDefaults defaults(folder / "other.json");
+                  defaults.set("a", std::string("kept"));
+                  return defaults.synchronize() ? "stored" : defaults.string("a").value_or("lost");
+              }),
+              "kept");
+}
+
+TEST(JSONFileDefaults, WhatIsNoFileIsNotReplaced) {
+    const TemporaryFolder folder;
+    folder.makeFolder("folder.json");
+    ASSERT_EQ(::mkfifo((folder / "pipe.json").c_str(), 0600), 0);
+    fs::create_symlink("/dev/null", folder / "null.json");
+    fs::create_symlink("loop.json", folder / "loop.json");
+    for (const char* name : {"folder.json", "pipe.json", "loop.json", "folder.json/s.json/s.json"}) {
+        folder.writeFile("folder.json/s.json", "in the way");
+        JSONFileDefaults defaults(folder / name);
+        defaults.set("a", true);
+        EXPECT_FALSE(defaults.synchronize()) << name;
+        EXPECT_EQ(defaults.boolean("a"), true);
+    }
+    EXPECT_TRUE(fs::is_directory(folder / "folder.json"));
+    EXPECT_TRUE(fs::is_fifo(folder / "pipe.json"));
+}
+
+TEST(JSONFileDefaults, FollowsLinksAndKeepsPermissions) {
+    const TemporaryFolder folder;
+    folder.makeFolder("dotfiles");
+    fs::create_symlink("dotfiles/second.json", folder / "s.json");
+    fs::create_symlink("real.json", folder / "dotfiles/second.json");
+    JSONFileDefaults defaults(folder / "s.json");
+    defaults.set("a", true); // where the link ends there is nothing yet
+    fs::permissions(folder / "dotfiles/real.json", fs::perms::owner_read | fs::perms::owner_write);
+    defaults.set("b", true);
+    EXPECT_TRUE(fs::is_symlink(folder / "s.json"));
+    EXPECT_TRUE(fs::is_symlink(folder / "dotfiles/second.json"));
+    EXPECT_EQ(readFile(folder / "dotfiles/real.json"), "{\n  \"a\": true,\n  \"b\": true\n}\n");
+    EXPECT_EQ(fs::status(folder / "dotfiles/real.json").permissions(),
+              fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_EQ(entryCount(folder.path()), 2u);
+}
+
+TEST(JSONFileDefaults, SeesWhatOthersWrite) {
+    const TemporaryFolder folder;
+    const fs::path file = folder / "s.json";
+    JSONFileDefaults first(file);
+    JSONFileDefaults second(file);
+    for (std::int64_t round = 0; round < 25; ++round) {
+        first.set("first", round);
+        EXPECT_EQ(second.integer("first"), round);
+        second.set("second", round);
+        EXPECT_EQ(first.integer("second"), round);
+        EXPECT_EQ(first.integer("first"), round);
+    }
+    // Edited in place, as some editors do.
+    std::ofstream(file, std::ios::trunc) << "{\"first\": 1000}";
+    EXPECT_EQ(first.integer("first"), 1000);
+    EXPECT_EQ(first.integer("second"), std::nullopt);
+    fs::remove(file);
+    EXPECT_EQ(first.integer("first"), std::nullopt);
+}
+
+// --- Failing calls ----------------------------------------------------------------------------------------
+
+/// The live calls, of which one fails: the `failing`th of all.
+struct FailingCalls {
+    int failing = 0;
+    int error = EIO;
+    int count = 0;
+
+    bool fails() {
+        if (++count != failing)
+            return false;
+        errno = error;
+        return true;
+    }
+    FileCalls calls() {
+        const FileCalls live = FileCalls::live();
+        return {
+            .open = [this, live](const char* path, int flags,
+                                 mode_t mode) { return fails() ? -1 : live.open(path, flags, mode); },
+            .read = [this,
+                     live](int descriptor, void* bytes,
+                           std::size_t size) { return fails() ? -1 : live.read(descriptor, bytes, size); },
+            .write = [this,
+                      live](int descriptor, const void* bytes,
+                            std::size_t size) { return fails() ? -1 : live.write(descriptor, bytes, size); },
+            .sync = [this, live](int descriptor) { return fails() ? -1 : live.sync(descriptor); },
+            .close = live.close,
+            .rename = [this, live](const char* from,
+                                   const char* to) { return fails() ? -1 : live.rename(from, to); },
+            .unlink = live.unlink,
+        };
+    }
+};
+
+TEST(JSONFileDefaults, SurvivesTheFailureOfAnyCall) {
+    const std::string before = "{\n  \"a\": 1\n}\n";
+    const std::string after = "{\n  \"a\": 1,\n  \"b\": 2\n}\n";
+    for (const int error : {EIO, ENOSPC, EMFILE, EROFS})
+        for (int failing = 1;; ++failing) {
+            const TemporaryFolder folder;
+            const fs::path file = folder.writeFile("s.json", before);
+            FailingCalls failure{.failing = failing, .error = error};
+            JSONFileDefaults defaults(file, failure.calls());
+            defaults.set("b", std::int64_t{2});
+            const bool isOver = std::exchange(failure.failing, 0) > failure.count;
+            EXPECT_EQ(defaults.integer("b"), 2);
+            const std::string text = readFile(file);
+            // A read that fails with EIO makes the file one that cannot be read.
+            const bool isKeptAside = fs::exists(folder / "s.json.damaged");
+            EXPECT_TRUE(text == before || text == after || isKeptAside) << text;
+            if (isKeptAside) {
+                EXPECT_EQ(readFile(folder / "s.json.damaged"), before);
+            }
+            EXPECT_TRUE(defaults.synchronize()) << "the next attempt succeeds";
+            if (!isKeptAside) {
+                EXPECT_EQ(readFile(file), after);
+            }
+            EXPECT_EQ(entryCount(folder.path()), isKeptAside ? 3u : 2u) << "nothing else is left behind";
+            if (isOver)
+                break;
+        }
+}
+
+TEST(JSONFileDefaults, ADamagedFileIsNotLostWhenItsSuccessorFails) {
+    for (int failing = 1;; ++failing) {
+        const TemporaryFolder folder;
+        const fs::path file = folder.writeFile("s.json", "damage");
+        FailingCalls failure{.failing = failing, .error = ENOSPC};
+        JSONFileDefaults defaults(file, failure.calls());
+        defaults.set("b", std::int64_t{2});
+        const bool isOver = std::exchange(failure.failing, 0) > failure.count;
+        const bool isStored = readFile(file) != "damage";
+        EXPECT_EQ(isStored, fs::exists(folder / "s.json.damaged"));
+        EXPECT_TRUE(defaults.synchronize());
+        EXPECT_EQ(readFile(file), "{\n  \"b\": 2\n}\n");
+        EXPECT_EQ(readFile(folder / "s.json.damaged"), "damage");
+        EXPECT_EQ(entryCount(folder.path()), 3u);
+        if (isOver)
+            break;
+    }
+}
+
+TEST(JSONFileDefaults, AFullDiskLosesNothing) {
+    const auto image = test::MountedImage::make({.type = "tmpfs", .size = 64 * 1024});
+    if (!image)
+        GTEST_SKIP() << image.error();
+    const fs::path file = (*image)->path() / "s.json";
+    JSONFileDefaults defaults(file);
+    defaults.set("a", std::string(5'000, 'a'));
+    const std::string before = readFile(file);
+    const fs::path filler = (*image)->path() / "filler";
+    std::ofstream(filler) << std::string(1 << 20, 'x') << std::flush;
+    defaults.set("a", std::string(9'000, 'b'));
+    EXPECT_FALSE(defaults.synchronize());
+    EXPECT_EQ(readFile(file), before);
+    EXPECT_EQ(defaults.string("a"), std::string(9'000, 'b'));
+    EXPECT_EQ(entryCount((*image)->path()), 3u);
+    fs::remove(filler);
+    EXPECT_TRUE(defaults.synchronize());
+    EXPECT_EQ(JSONFileDefaults(file).string("a"), std::string(9'000, 'b'));
+}
+
+// --- Several writers --------------------------------------------------------------------------------------
+
+template <class Body>
+pid_t startProcess(Body body) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        body();
+        ::_exit(0);
+    }
+    return child;
+}
+
+TEST(JSONFileDefaults, ProcessesThatWriteAtOnceLoseNothing) {
+    const TemporaryFolder folder;
+    const fs::path file = folder / "s.json";
+    constexpr int writerCount = 4;
+    constexpr std::int64_t rounds = 20;
+    std::vector<pid_t> children;
+    for (int writer = 0; writer < writerCount; ++writer)
+        children.push_back(startProcess([&] {
+            JSONFileDefaults defaults(file);
+            const std::string key = "writer " + std::to_string(writer);
+            for (std::int64_t round = 1; round <= rounds; ++round)
+                defaults.set(key + " round " + std::to_string(round), round);
+        }));
+    for (const pid_t child : children) {
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+    const JSONFileDefaults defaults(file);
+    for (int writer = 0; writer < writerCount; ++writer)
+        for (std::int64_t round = 1; round <= rounds; ++round)
+            ASSERT_EQ(
+                defaults.integer("writer " + std::to_string(writer) + " round " + std::to_string(round)),
+                round);
+}
+
+TEST(JSONFileDefaults, AProcessKilledAtAnyMomentLeavesAWholeFile) {
+    const TemporaryFolder folder;
+    const fs::path file = folder / "s.json";
+    JSONFileDefaults defaults(file);
+    defaults.set("mine", std::string("stays"));
+    for (int round = 0; round < 25; ++round) {
+        const pid_t child = startProcess([&] {
+            JSONFileDefaults other(file);
+            for (std::int64_t value = 0;; ++value)
+                other.set("theirs", std::string(static_cast<std::size_t>(value % 3000), 'x'));
+        });
+        std::this_thread::sleep_for(std::chrono::microseconds(3'000 + 517 * round));
+        ::kill(child, SIGKILL);
+        ::waitpid(child, nullptr, 0);
+        EXPECT_EQ(defaults.string("mine"), "stays");
+        defaults.set("round", std::int64_t{round});
+        EXPECT_TRUE(defaults.synchronize());
+    }
+    EXPECT_FALSE(fs::exists(folder / "s.json.damaged"));
+}
+
+TEST(JSONFileDefaults, ThreadsShareAStore) {
+    const TemporaryFolder folder;
+    JSONFileDefaults defaults(folder / "s.json");
+    std::vector<std::thread> threads;
+    for (int index = 0; index < 4; ++index)
+        threads.emplace_back([&, index] {
+            const std::string key = "thread " + std::to_string(index);
+            for (std::int64_t round = 0; round < 25; ++round) {
+                defaults.set(key, round);
+                EXPECT_EQ(defaults.integer(key), round);
+                defaults.registerDefaults({{"shared", round}});
+                EXPECT_NE(defaults.integer("shared"), std::nullopt);
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_TRUE(defaults.synchronize());
+    const JSONFileDefaults again(folder / "s.json");
+    for (int index = 0; index < 4; ++index)
+        EXPECT_EQ(again.integer("thread " + std::to_string(index)), 24);
+}
+
+#ifndef __APPLE__
+TEST(UserDefaults, LivesInTheConfigurationFolder) {
+    const TemporaryFolder folder;
+    const std::string report = test::runUnprivileged([&]() -> std::string {
+        const TemporaryFolder home;
+        ::setenv("HOME", home.path().c_str(), 1);
+        ::setenv("XDG_CONFIG_HOME", (home / "config").c_str(), 1);
+        UserDefaults::standard()->set("a", true);
+        UserDefaults::suite("com.example.tests")->set("a", true);
+        ::setenv("XDG_CONFIG_HOME", "relative", 1);
+        UserDefaults::suite("com.example.tests")->set("a", true);
+        std::string found;
+        for (const char* path :
+             {"config/com.tarnwell.json", "config/com.example.tests.json", ".config/com.example.tests.json"})
+            found += fs::exists(home / path) ? '+' : '-';
+        return found;
+    });
+    EXPECT_EQ(report, "+++");
+}
+#endif
+
+} // namespace
+
+} // namespace tarnwell

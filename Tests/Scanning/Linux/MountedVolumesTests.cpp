@@ -1,0 +1,347 @@
+// Volumes as they are on a running system: real file systems, compared with what other tools say of them.
+
+#include "TarnwellCore/Analysis/Shell.hpp"
+#include "TarnwellCore/Scanning/DiskInfo.hpp"
+#include "TarnwellCore/Scanning/DiskSpaceAlertPolicy.hpp"
+#include "TarnwellCore/Scanning/SpaceMonitor.hpp"
+
+#include "Tests/Support/MountedImage.hpp"
+#include "Tests/Support/TemporaryFolder.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+namespace tarnwell {
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::milliseconds;
+using test::MountedImage;
+
+/// Mount points and types from the kernel's own table; of several on one point the last.
+std::map<std::string, std::string> kernelMounts() {
+    std::map<std::string, std::string> types;
+    std::ifstream table("/proc/self/mountinfo");
+    for (std::string line; std::getline(table, line);) {
+        std::istringstream fields(line);
+        std::string skipped;
+        std::string escaped;
+        fields >> skipped >> skipped >> skipped >> skipped >> escaped;
+        std::string path;
+        for (std::size_t index = 0; index < escaped.size(); ++index) {
+            if (escaped[index] == '\\') {
+                path.push_back(static_cast<char>(std::stoi(escaped.substr(index + 1, 3), nullptr, 8)));
+                index += 3;
+            } else {
+                path.push_back(escaped[index]);
+            }
+        }
+        while (skipped != "-")
+            fields >> skipped;
+        fields >> types[path];
+    }
+    return types;
+}
+
+struct Figures {
+    std::string type;
+    std::int64_t size = -1;
+    std::int64_t available = -1;
+};
+
+Figures askDf(const std::string& path) {
+    Figures figures;
+    const auto result = Shell::run("/bin/df", {"-B1", "--output=fstype,size,avail", "--", path}, 30);
+    if (result && result->succeeded()) {
+        std::istringstream lines(result->standardOutput);
+        std::string heading;
+        std::getline(lines, heading);
+        lines >> figures.type >> figures.size >> figures.available;
+    }
+    return figures;
+}
+
+const VolumeInfo* find(const std::vector<VolumeInfo>& volumes, const std::string& path) {
+    const auto found = std::ranges::find(volumes, path, &VolumeInfo::path);
+    return found != volumes.end() ? &*found : nullptr;
+}
+
+void bind(const fs::path& from, const fs::path& to) {
+    ASSERT_EQ(::mount(from.c_str(), to.c_str(), nullptr, MS_BIND, nullptr), 0) << to;
+}
+
+/// A look at the volumes may be under way and keep the file system busy for a moment.
+void unmountPatiently(MountedImage& image) {
+    for (int attempt = 0;; ++attempt) {
+        try {
+            return image.unmount();
+        } catch (const std::runtime_error&) {
+            if (attempt == 50)
+                throw;
+            std::this_thread::sleep_for(milliseconds(20));
+        }
+    }
+}
+
+TEST(MountedVolumes, AgreeWithTheKernelAndWithDf) {
+    const auto kernel = kernelMounts();
+    const auto volumes = DiskInfo::mountedVolumes(true);
+    for (const VolumeInfo& volume : volumes) {
+        const auto mount = kernel.find(volume.path);
+        ASSERT_NE(mount, kernel.end()) << volume.path;
+        EXPECT_EQ(volume.fileSystemType, mount->second) << volume.path;
+        if (!volume.isBrowsable)
+            continue;
+        const Figures df = askDf(volume.path);
+        EXPECT_EQ(volume.totalCapacity, df.size) << volume.path;
+        EXPECT_NEAR(static_cast<double>(volume.availableCapacity), static_cast<double>(df.available), 1e9);
+    }
+    for (const auto& [path, type] : kernel) {
+        if (type == "proc" || type == "devpts" || path == "/") {
+            EXPECT_NE(find(volumes, path), nullptr) << path;
+        }
+    }
+}
+
+TEST(MountedVolumes, AnImageIsAVolumeOfItsOwn) {
+    const std::string uuid = "6f3c1d1e-6d0b-4d8c-9f52-0a3d7c5e8b11";
+    const struct {
+        const char* type;
+        const char* formatOption;
+        const char* name; // of the mount point
+        const char* volumeName;
+        bool hasUUID;
+    } cases[] = {
+        {"ext4", "-LMy Disk", "volume", "My Disk", false},
+        {"ext4", "-U6f3c1d1e-6d0b-4d8c-9f52-0a3d7c5e8b11", "a b\n'\\040\xFF", "a b\n'\\040\xFF", true},
+        {"btrfs", "-LData", "volume", "Data", false},
+        {"btrfs", "-U6f3c1d1e-6d0b-4d8c-9f52-0a3d7c5e8b11", "volume", "volume", true},
+        {"xfs", "-Lroom", "volume", "room", false},
+    };
+    for (const auto& each : cases) {
+        const auto image =
+            MountedImage::make({.type = each.type, .name = each.name, .formatOption = each.formatOption});
+        if (!image)
+            GTEST_SKIP() << image.error();
+        const std::string path = (*image)->path();
+        const std::string file = path + "/file";
+        std::ofstream(file) << "hello";
+        ::sync();
+
+        const auto volume = DiskInfo::volume((*image)->path());
+        ASSERT_TRUE(volume) << each.type;
+        EXPECT_EQ(volume->path, path);
+        EXPECT_EQ(volume->url, path + "/");
+        EXPECT_EQ(volume->name, each.volumeName);
+        EXPECT_EQ(volume->fileSystemType, each.type);
+        EXPECT_FALSE(volume->isRootVolume);
+        EXPECT_FALSE(volume->isReadOnly);
+        EXPECT_FALSE(volume->isNetwork);
+        EXPECT_FALSE(volume->isInternal);
+        EXPECT_FALSE(volume->isRemovable);
+        EXPECT_TRUE(volume->isEjectable);
+        EXPECT_TRUE(volume->isBrowsable);
+        if (each.hasUUID && volume->uuid) { // old kernels do not tell
+            EXPECT_EQ(volume->uuid, uuid);
+        }
+        const Figures df = askDf(path);
+        EXPECT_EQ(volume->totalCapacity, df.size) << each.type;
+        EXPECT_EQ(volume->availableCapacity, df.available) << each.type;
+        EXPECT_EQ(volume->availableForImportantUsage, df.available);
+        const auto statistics = DiskInfo::fileSystemStatistics(file);
+        EXPECT_EQ(statistics, (DiskInfo::FileSystemStatistics{df.size, df.available, each.type, false}));
+
+        // The same volume by any road.
+        EXPECT_EQ(DiskInfo::volume(path + "//"), volume);
+        EXPECT_EQ(DiskInfo::volumeContaining(file), volume);
+        const test::TemporaryFolder elsewhere;
+        fs::create_symlink(path, elsewhere / "link");
+        EXPECT_EQ(DiskInfo::volume(elsewhere / "link"), volume);
+        EXPECT_EQ(DiskInfo::volumeContaining(elsewhere / "link/file"), volume);
+        EXPECT_EQ(DiskInfo::volumeContaining(elsewhere.path())->path, "/");
+        EXPECT_FALSE(DiskInfo::volume(file));
+        const auto volumes = DiskInfo::mountedVolumes(false);
+        ASSERT_NE(find(volumes, path), nullptr);
+        EXPECT_EQ(*find(volumes, path), *volume);
+
+        (*image)->remount("ro");
+        EXPECT_TRUE(DiskInfo::volume(path)->isReadOnly);
+        EXPECT_TRUE(DiskInfo::fileSystemStatistics(file)->isReadOnly);
+        (*image)->unmount();
+        EXPECT_FALSE(DiskInfo::volume(path));
+        EXPECT_EQ(find(DiskInfo::mountedVolumes(true), path), nullptr);
+    }
+}
+
+TEST(MountedVolumes, MemoryFurtherMountsAndSingleFilesAreNotBrowsable) {
+    const auto image = MountedImage::make({.type = "ext4", .size = 64'000'000});
+    const auto memory = MountedImage::make({.type = "tmpfs", .size = 1'000'000});
+    if (!image || !memory)
+        GTEST_SKIP() << (image ? memory.error() : image.error());
+    const test::TemporaryFolder folder;
+    const fs::path again = folder.makeFolder("x");
+    const fs::path file = folder.writeFile("file", "");
+    const fs::path covered = folder.makeFolder("outer/covered");
+    std::ofstream((*image)->path() / "content") << "hello";
+    bind((*image)->path(), again);
+    bind((*image)->path() / "content", file);
+    bind((*image)->path(), covered);
+    bind(again, folder / "outer");
+
+    const auto visible = DiskInfo::mountedVolumes(false);
+    EXPECT_NE(find(visible, (*image)->path()), nullptr);
+    for (const fs::path& path : {(*memory)->path(), again, file, folder / "outer"}) {
+        EXPECT_EQ(find(visible, path), nullptr) << path;
+        const auto volume = DiskInfo::volume(path);
+        ASSERT_TRUE(volume) << path;
+        EXPECT_FALSE(volume->isBrowsable) << path;
+        EXPECT_NE(find(DiskInfo::mountedVolumes(true), path), nullptr) << path;
+    }
+    EXPECT_EQ(DiskInfo::volume((*memory)->path())->totalCapacity, askDf((*memory)->path()).size);
+    // Out of reach below another mount.
+    EXPECT_EQ(find(DiskInfo::mountedVolumes(true), covered), nullptr);
+    EXPECT_FALSE(DiskInfo::volume(covered));
+    for (const fs::path& path : {folder / "outer", covered, file, again})
+        EXPECT_EQ(::umount2(path.c_str(), MNT_DETACH), 0) << path;
+}
+
+TEST(MountedVolumes, AServerThatDoesNotAnswerHoldsNobodyUp) {
+    const auto place = MountedImage::make({.type = "tmpfs", .size = 1'000'000});
+    if (!place)
+        GTEST_SKIP() << place.error();
+    // A user-space file system that nobody serves: every call on it waits until the connection is cut.
+    const fs::path point = (*place)->path() / "share";
+    fs::create_directory(point);
+    const int connection = ::open("/dev/fuse", O_RDWR | O_CLOEXEC);
+    const std::string options =
+        "fd=" + std::to_string(connection) + ",rootmode=40000,user_id=0,group_id=0,subtype=sshfs";
+    if (::mount("me@host:/home", point.c_str(), "fuse", MS_NOSUID, options.c_str()) != 0) {
+        ::close(connection);
+        GTEST_SKIP() << "no user-space file systems here";
+    }
+    const std::string below = point / "folder/file";
+    const auto start = std::chrono::steady_clock::now();
+    for (int round = 0; round < 5; ++round) {
+        const auto volumes = DiskInfo::mountedVolumes(false);
+        const VolumeInfo* const volume = find(volumes, point);
+        ASSERT_NE(volume, nullptr);
+        EXPECT_TRUE(volume->isNetwork);
+        EXPECT_EQ(volume->fileSystemType, "fuse.sshfs");
+        EXPECT_EQ(volume->totalCapacity, 0);
+        EXPECT_TRUE(DiskInfo::volume(point));
+        EXPECT_EQ(DiskInfo::fileSystemStatistics(point), std::nullopt);
+        EXPECT_EQ(DiskInfo::volumeContaining(below), std::nullopt);
+    }
+    SpaceMonitor monitor(0.1, SpaceMonitor::Paths{{below, "/"}}, false);
+    EXPECT_EQ(monitor.updates().next()->volumes.size(), 1U);
+    monitor.stop();
+    // One wait for the figures and one for the path; then it is known to hang.
+    EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(15'000));
+    ::close(connection);
+    EXPECT_EQ(::umount2(point.c_str(), MNT_DETACH), 0);
+}
+
+class WatchedVolume {
+public:
+    explicit WatchedVolume(std::string path)
+        : path_(std::move(path)), monitor_(0.1, SpaceMonitor::AllVolumes{}, false) {}
+
+    /// Reads updates until one shows the volume as wanted (null: absent). Fails the test after a while.
+    template <class Condition>
+    bool waitUntil(Condition condition) {
+        for (int round = 0; round < 200; ++round) {
+            const auto update = monitor_.updates().next();
+            for (const auto& alert : policy.evaluate(update->volumes))
+                alerts.push_back(alert.volumePath);
+            const auto delta = update->availableDelta.find(path_);
+            if (delta != update->availableDelta.end())
+                changed += delta->second;
+            hadDelta = delta != update->availableDelta.end();
+            if (condition(find(update->volumes, path_)))
+                return true;
+        }
+        return false;
+    }
+
+    DiskSpaceAlertPolicy policy{10'000'000};
+    std::vector<std::string> alerts;
+    /// The sum of the volume's changes.
+    std::int64_t changed = 0;
+    bool hadDelta = false;
+
+private:
+    std::string path_;
+    SpaceMonitor monitor_;
+};
+
+TEST(MountedVolumes, MonitorSeesAVolumeFillEmptyGoAndReturn) {
+    for (const char* type : {"ext4", "btrfs", "xfs"}) {
+        const auto made = MountedImage::make(
+            {.type = type, .size = std::string(type) == "ext4" ? 60'000'000U : 320'000'000U});
+        if (!made)
+            GTEST_SKIP() << made.error();
+        MountedImage& image = **made;
+        const std::string path = image.path();
+        WatchedVolume watched(path);
+        std::int64_t atFirst = 0;
+        ASSERT_TRUE(watched.waitUntil([&](const VolumeInfo* volume) {
+            atFirst = volume != nullptr ? volume->availableCapacity : 0;
+            return volume != nullptr;
+        })) << type;
+        EXPECT_FALSE(watched.hadDelta);
+        // The machine's own volumes may be short of room; this is about the image.
+        const auto warnings = [&] { return std::ranges::count(watched.alerts, path); };
+        ASSERT_EQ(warnings(), 0);
+
+        const std::string file = path + "/filler";
+        const int filler = ::open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+        const std::string block(1'000'000, 'x');
+        while (::write(filler, block.data(), block.size()) > 0) {
+        }
+        ::fsync(filler);
+        ::close(filler);
+        std::int64_t full = 0;
+        ASSERT_TRUE(watched.waitUntil([&](const VolumeInfo* volume) {
+            full = volume->availableCapacity;
+            return full < 5'000'000;
+        })) << type;
+        EXPECT_EQ(watched.changed, full - atFirst) << type;
+        EXPECT_EQ(warnings(), 1) << type;
+
+        fs::remove(file);
+        ::sync();
+        std::int64_t emptied = 0;
+        ASSERT_TRUE(watched.waitUntil([&](const VolumeInfo* volume) {
+            emptied = volume->availableCapacity;
+            return emptied > atFirst / 2;
+        })) << type;
+        EXPECT_EQ(watched.changed, emptied - atFirst) << type;
+        EXPECT_EQ(warnings(), 1) << type;
+
+        unmountPatiently(image);
+        const auto isAbsent = [](const VolumeInfo* volume) { return volume == nullptr; };
+        const auto isPresent = [](const VolumeInfo* volume) { return volume != nullptr; };
+        ASSERT_TRUE(watched.waitUntil(isAbsent)) << type;
+        EXPECT_FALSE(watched.hadDelta);
+        image.mount();
+        ASSERT_TRUE(watched.waitUntil(isPresent)) << type;
+        EXPECT_FALSE(watched.hadDelta);
+        ASSERT_TRUE(watched.waitUntil(isPresent)) << type;
+        EXPECT_TRUE(watched.hadDelta);
+    }
+}
+
+} // namespace
+} // namespace tarnwell

@@ -1,0 +1,162 @@
+// What real accidents leave of a store: processes killed while they save, full disks, crowds.
+
+#include "TarnwellCore/Snapshots/SnapshotStore.hpp"
+
+#include "Tests/Support/MountedImage.hpp"
+#include "Tests/Support/SampleSnapshots.hpp"
+#include "Tests/Support/TemporaryFolder.hpp"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <random>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace tarnwell {
+namespace {
+
+using test::makeCheckableSnapshot;
+using test::TemporaryFolder;
+
+constexpr std::size_t entryCount = 800;
+
+bool isWhole(const ScanSnapshot& snapshot) {
+    return snapshot == makeCheckableSnapshot(snapshot.id, entryCount);
+}
+
+/// Runs `body` in a process of its own, which ends with it.
+pid_t startProcess(const std::function<void()>& body) {
+    const pid_t process = ::fork();
+    if (process == 0) {
+        try {
+            body();
+        } catch (const std::exception&) {
+            ::_exit(1);
+        }
+        ::_exit(0);
+    }
+    return process;
+}
+
+/// The status with which a process ended.
+int waitFor(pid_t process) {
+    int status = 0;
+    EXPECT_EQ(::waitpid(process, &status, 0), process);
+    return status;
+}
+
+TEST(SnapshotCrash, AKilledSaveLeavesWholeSnapshotsOnly) {
+    const TemporaryFolder folder;
+    SnapshotStore store(folder.path());
+    const UUID older = UUID::random();
+    store.save(makeCheckableSnapshot(older, entryCount));
+    std::mt19937 random(7);
+    int killedInTime = 0;
+    int leftovers = 0;
+    for (int round = 0; round < 300; ++round) {
+        const pid_t process = startProcess([&] {
+            // One file is replaced again and again, others are new.
+            for (;;) {
+                store.save(makeCheckableSnapshot(older, entryCount));
+                store.save(makeCheckableSnapshot(UUID::random(), entryCount));
+            }
+        });
+        ASSERT_GT(process, 0);
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 6000));
+        ::kill(process, SIGKILL);
+        killedInTime += WIFSIGNALED(waitFor(process)) ? 1 : 0;
+
+        std::ptrdiff_t jsonFiles = 0;
+        for (const fs::directory_entry& entry : fs::directory_iterator(folder.path())) {
+            jsonFiles += entry.path().extension() == ".json" ? 1 : 0;
+            if (entry.path().extension() == ".tmp") {
+                ++leftovers;
+                fs::remove(entry.path());
+            }
+        }
+        const std::vector<ScanSnapshot> listed = store.list();
+        ASSERT_EQ(std::ssize(listed), jsonFiles) << "round " << round;
+        ASSERT_TRUE(std::ranges::all_of(listed, isWhole)) << "round " << round;
+        ASSERT_NE(std::ranges::find(listed, older, &ScanSnapshot::id), listed.end()) << "round " << round;
+        for (const ScanSnapshot& snapshot : listed)
+            if (snapshot.id != older)
+                store.deleteSnapshot(snapshot.id);
+    }
+    EXPECT_EQ(killedInTime, 300);
+    EXPECT_GT(leftovers, 30) << "too few were killed in the middle of a save to prove anything";
+}
+
+TEST(SnapshotCrash, TwentyProcessesSaveWhileOthersList) {
+    const TemporaryFolder folder;
+    constexpr int savers = 20;
+    constexpr int savesEach = 5;
+    std::vector<pid_t> processes;
+    for (int saver = 0; saver < savers; ++saver)
+        processes.push_back(startProcess([&] {
+            SnapshotStore store(folder.path() / "deep/store");
+            for (int round = 0; round < savesEach; ++round)
+                store.save(makeCheckableSnapshot(UUID::random(), entryCount));
+        }));
+    SnapshotStore store(folder.path() / "deep/store");
+    std::size_t listedBefore = 0;
+    for (const pid_t process : processes) {
+        const std::vector<ScanSnapshot> listed = store.list();
+        EXPECT_GE(listed.size(), listedBefore);
+        EXPECT_TRUE(std::ranges::all_of(listed, isWhole));
+        listedBefore = listed.size();
+        EXPECT_EQ(waitFor(process), 0);
+    }
+    EXPECT_EQ(std::distance(fs::directory_iterator(store.directory()), fs::directory_iterator()),
+              savers * savesEach);
+    const std::vector<ScanSnapshot> listed = store.list();
+    EXPECT_EQ(listed.size(), std::size_t{savers * savesEach});
+    EXPECT_TRUE(std::ranges::all_of(listed, isWhole));
+}
+
+TEST(SnapshotCrash, AFullAndAReadOnlyFileSystemLoseNothing) {
+    const auto image = test::MountedImage::make({.type = "tmpfs", .size = 1'000'000});
+    if (!image)
+        GTEST_SKIP() << image.error();
+    SnapshotStore store((*image)->path());
+    const auto failure = [&] {
+        const ScanSnapshot snapshot = makeCheckableSnapshot(UUID::random(), entryCount);
+        try {
+            store.save(snapshot);
+        } catch (const std::system_error& error) {
+            const std::string path = (store.directory() / (snapshot.id.text() + ".json")).string();
+            EXPECT_EQ(error.what(), "Could not write " + path + ": " + error.code().message());
+            return error.code().value();
+        }
+        return 0;
+    };
+    std::size_t saved = 0;
+    int error = 0;
+    while ((error = failure()) == 0 && saved < 100)
+        ++saved;
+    EXPECT_EQ(error, ENOSPC);
+    EXPECT_GT(saved, 2u);
+    const auto expectAll = [&] {
+        const std::vector<ScanSnapshot> listed = store.list();
+        EXPECT_EQ(listed.size(), saved);
+        EXPECT_TRUE(std::ranges::all_of(listed, isWhole));
+        EXPECT_EQ(std::distance(fs::directory_iterator(store.directory()), fs::directory_iterator()),
+                  std::ssize(listed));
+    };
+    expectAll();
+    (*image)->remount("ro");
+    EXPECT_EQ(failure(), EROFS);
+    expectAll();
+}
+
+} // namespace
+} // namespace tarnwell
