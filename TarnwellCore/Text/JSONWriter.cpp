@@ -35,8 +35,7 @@ char* put(char* place, char character) {
 }
 
 char* put(char* place, std::string_view bytes) {
-    std::memcpy(place, bytes.data(), bytes.size());
-    return place + bytes.size();
+    return place + bytes.copy(place, bytes.size());
 }
 
 /// Whether the bytes stand in a JSON string as they are: ASCII without control characters, quotes and

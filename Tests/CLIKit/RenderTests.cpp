@@ -32,7 +32,7 @@ std::vector<PlainRow> plainChildren(const FileNode& of, SizeMode mode, std::int6
     if (depthRemaining < 1)
         return rows;
     std::vector<const FileNode*> children(of.children().begin(), of.children().end());
-    std::stable_sort(children.begin(), children.end(), [&](const FileNode* a, const FileNode* b) {
+    std::sort(children.begin(), children.end(), [&](const FileNode* a, const FileNode* b) {
         return a->sizeFor(mode) != b->sizeFor(mode) ? a->sizeFor(mode) > b->sizeFor(mode)
                                                     : a->name() < b->name();
     });
