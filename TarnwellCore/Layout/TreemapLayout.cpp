@@ -61,7 +61,6 @@ std::vector<TreemapItem> LayoutRun::run(std::span<const FileNode* const> childre
             continue;
         }
         tiles_.resize(level.begin);
-        rects_.resize(level.begin);
         levels_.pop_back();
     }
     return std::move(items_);

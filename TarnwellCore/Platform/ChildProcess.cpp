@@ -191,7 +191,7 @@ ChildProcess::~ChildProcess() {
             state->keepsOutput = false;
             state->waitForExit(std::nullopt);
         }).detach();
-    } catch (const std::system_error&) {
+    } catch (const std::system_error&) { // NOLINT(bugprone-empty-catch)
         // No thread to be had: the program stays unreaped until this process ends.
     }
 }

@@ -134,8 +134,7 @@ bool lockExclusively(const OpenFile& file) {
     do
         result = ::flock(file.descriptor(), LOCK_EX);
     while (result == -1 && errno == EINTR);
-    return result == 0 || errno == ENOLCK || errno == ENOTSUP || errno == EOPNOTSUPP || errno == ENOSYS ||
-           errno == EINVAL;
+    return result == 0 || errno == ENOLCK || errno == ENOTSUP || errno == ENOSYS || errno == EINVAL;
 }
 
 /// A second name for a damaged file, while another one takes its place.
@@ -206,7 +205,11 @@ JSONFileDefaults::JSONFileDefaults(fs::path file, FileCalls calls)
     : file_(std::move(file)), calls_(std::move(calls)) {}
 
 JSONFileDefaults::~JSONFileDefaults() {
-    synchronize();
+    try {
+        synchronize();
+    } catch (...) {
+        // Out of memory: the changes are lost, as those of a program that ended a moment earlier.
+    }
 }
 
 /// Brings `cached_` up to date; null when there are no values to be had. The caller holds `mutex_`.

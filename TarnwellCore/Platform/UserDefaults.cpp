@@ -126,7 +126,7 @@ std::optional<UserDefaultsValue> UserDefaults::registeredValue(std::string_view 
 }
 
 std::optional<UserDefaultsValue> UserDefaults::object(std::string_view key) const {
-    std::optional<UserDefaultsValue> value = storedValue(key);
+    const std::optional<UserDefaultsValue> value = storedValue(key);
     return value ? value : registeredValue(key);
 }
 

@@ -135,9 +135,11 @@ public:
     }
 
 private:
-    // Few, short names that begin like one another, so that prefixes meet them often.
+    // Few, short names that begin like one another, so that prefixes meet them often. No scan finds a "/" in
+    // a name, a tree made by hand may.
     std::string name() {
-        static const char* const names[] = {"a", "b", "ab", "a.X", "b.x", "a.yy", ".x", "b.", "\xFF", "c"};
+        static const char* const names[] = {"a",  "b",  "ab",   "a.X", "b.x", "a.yy",
+                                            ".x", "b.", "\xFF", "yy",  "a/b"};
         return pick(names);
     }
 
@@ -213,6 +215,7 @@ TEST(RuleEvaluator, LocationsAreComparedByWholeComponents) {
     FileNode& downloads = builder.addFolder(builder.root(), "Downloads");
     builder.addFile(downloads, "file", 1);
     builder.addFile(builder.addFolder(builder.root(), "Downloads2"), "file", 1);
+    builder.addFile(builder.addFolder(builder.root(), "Down"), "oads", 1);
     const auto root = builder.finish();
 
     const struct {
@@ -222,7 +225,8 @@ TEST(RuleEvaluator, LocationsAreComparedByWholeComponents) {
         {"~/Downloads/", {"/home/u/Downloads"}},
         {"~//Downloads", {"/home/u/Downloads"}},
         {"/home/u/Downloads/file", {"/home/u/Downloads/file"}},
-        {"/home/u/Down", {}},
+        {"/home/u/Down", {"/home/u/Down"}},
+        {"/home/u/Do", {}},
         {"/home/u/Downloads/file/deeper", {}},
         {"/home", {"/home/u"}},
         {"~/", {"/home/u"}},

@@ -16,10 +16,10 @@ using Values = NSDictionary<NSURLResourceKey, id>;
 NSArray<NSURLResourceKey>* _Nonnull volumeKeys() {
     return @[
         NSURLVolumeNameKey, NSURLVolumeTotalCapacityKey, NSURLVolumeAvailableCapacityKey,
-        NSURLVolumeAvailableCapacityForImportantUsageKey, NSURLVolumeAvailableCapacityForOpportunisticUsageKey,
-        NSURLVolumeIsInternalKey, NSURLVolumeIsRemovableKey, NSURLVolumeIsEjectableKey,
-        NSURLVolumeIsRootFileSystemKey, NSURLVolumeIsReadOnlyKey, NSURLVolumeIsLocalKey,
-        NSURLVolumeIsBrowsableKey, NSURLVolumeUUIDStringKey
+        NSURLVolumeAvailableCapacityForImportantUsageKey,
+        NSURLVolumeAvailableCapacityForOpportunisticUsageKey, NSURLVolumeIsInternalKey,
+        NSURLVolumeIsRemovableKey, NSURLVolumeIsEjectableKey, NSURLVolumeIsRootFileSystemKey,
+        NSURLVolumeIsReadOnlyKey, NSURLVolumeIsLocalKey, NSURLVolumeIsBrowsableKey, NSURLVolumeUUIDStringKey
     ];
 }
 
