@@ -48,11 +48,17 @@ void appendField(std::string& text, std::string_view content, bool isQuotedField
     text += isQuotedField ? "\"," : ",";
 }
 
-void appendField(std::string& text, std::int64_t number) {
-    char field[24];
-    char* const end = std::to_chars(field, field + sizeof field - 1, number).ptr;
-    *end = ',';
-    text.append(field, static_cast<std::size_t>(end + 1 - field));
+/// The numbers of a row together: they are short.
+void appendFields(std::string& text, const CLIListedNode& row) {
+    char fields[80];
+    char* end = fields;
+    for (const std::int64_t number : {row.size(), row.allocatedSize(), row.reclaimableSize()}) {
+        end = std::to_chars(end, fields + sizeof fields - 1, number).ptr;
+        *end++ = ',';
+    }
+    text.append(fields, static_cast<std::size_t>(end - fields));
+    appendDecimalText(text, row.share);
+    text += '\n';
 }
 
 /// No document is longer than this, and none much shorter.
@@ -78,11 +84,7 @@ std::string csv(const CLIListedScan& scan) {
         appendField(text, path.name(), path.nameIsRemarkable());
         appendField(text, path.path(), path.pathIsRemarkable());
         text += row.isDirectory() ? "true," : "false,";
-        appendField(text, row.size());
-        appendField(text, row.allocatedSize());
-        appendField(text, row.reclaimableSize());
-        appendDecimalText(text, row.share);
-        text += '\n';
+        appendFields(text, row);
     }
     return text;
 }

@@ -6,7 +6,9 @@
 
 #include "TarnwellCLIKit/CLIListing.hpp"
 
+#include <bit>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -80,7 +82,7 @@ private:
 template <class Form>
 class RowContentLength {
 public:
-    /// Bytes of the row's name, path and three sizes.
+    /// Bytes of the row's name, path and three sizes; for each size at most one too many.
     std::size_t of(const CLIListedNode& row) {
         const FileNode& node = *row.node;
         if (!RowPathParts::returnToParent(levels_, node))
@@ -94,11 +96,10 @@ public:
     }
 
 private:
+    /// Decimal digits and a sign: exact or one too many.
     static std::size_t digits(std::int64_t number) {
-        std::size_t count = number < 0 ? 2 : 1;
-        for (; number >= 10 || number <= -10; number /= 10)
-            ++count;
-        return count;
+        const auto bits = static_cast<std::size_t>(std::bit_width(static_cast<std::uint64_t>(number)));
+        return number < 0 ? 20 : bits * 1233 / 4096 + 1; // 1233 / 4096 is just above log10(2)
     }
 
     std::vector<RowPathParts::Level> levels_;

@@ -28,9 +28,10 @@ package_names() {
         ;;
     "debian test") echo libgtest-dev libgmock-dev ;;
     "debian test-optional") echo btrfs-progs xfsprogs ;;
-    "debian benchmark") echo ncdu gdu ;;
+    "debian benchmark") echo ncdu gdu libbenchmark-dev ;;
     "homebrew build") echo cmake ninja ccache rapidjson ;;
     "homebrew test") echo googletest ;;
+    "homebrew benchmark") echo google-benchmark ;;
     esac
 }
 

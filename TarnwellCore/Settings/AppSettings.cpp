@@ -267,11 +267,13 @@ void AppSettings::setConfirmBeforeTrash(bool value) {
     set(Key::confirmBeforeTrash, value);
 }
 
-std::optional<std::string> AppSettings::cleanupRulesData() const {
-    return defaults_->data(rawValue(Key::cleanupRules));
+std::optional<std::vector<CleanupRule>> AppSettings::cleanupRules() const {
+    const std::optional<std::string> json = defaults_->data(rawValue(Key::cleanupRules));
+    return json ? std::optional(CleanupRule::rules(*json)) : std::nullopt;
 }
-void AppSettings::setCleanupRulesData(const std::optional<std::string>& json) {
-    set(Key::cleanupRules, json ? stored(std::optional(DataValue{*json})) : std::nullopt);
+void AppSettings::setCleanupRules(const std::optional<std::vector<CleanupRule>>& rules) {
+    set(Key::cleanupRules,
+        rules ? stored(std::optional(DataValue{CleanupRule::encodeStored(*rules)})) : std::nullopt);
 }
 
 // --- Free space -------------------------------------------------------------------------------------------

@@ -2,6 +2,7 @@
 
 // The application's settings, typed, over the user's stored values: one key a setting.
 
+#include "TarnwellCore/Analysis/CleanupRule.hpp"
 #include "TarnwellCore/Layout/TreemapConfiguration.hpp"
 #include "TarnwellCore/Platform/Date.hpp"
 #include "TarnwellCore/Platform/UserDefaults.hpp"
@@ -120,9 +121,10 @@ public:
 
     bool confirmBeforeTrash() const;
     void setConfirmBeforeTrash(bool value);
-    /// The user's cleanup rules in their stored form, a JSON array.
-    std::optional<std::string> cleanupRulesData() const;
-    void setCleanupRulesData(const std::optional<std::string>& json);
+    /// The user's cleanup rules; nothing until a list was stored, which may be empty. An element of the
+    /// stored list that is no rule is left out.
+    std::optional<std::vector<CleanupRule>> cleanupRules() const;
+    void setCleanupRules(const std::optional<std::vector<CleanupRule>>& rules);
 
     // --- Free space -----------------------------------------------------------------------------------
 

@@ -19,7 +19,7 @@ namespace tarnwell::SnapshotCoding {
 namespace {
 
 /// Longer than any path; a text beyond it is not one of ours.
-constexpr std::size_t longestToken = std::size_t{64} << 20;
+constexpr std::size_t longestToken = std::size_t{16} << 20;
 /// How deep the value of an unknown key may be nested.
 constexpr int deepestNesting = 512;
 constexpr std::size_t pieceSize = std::size_t{64} << 10;

@@ -101,7 +101,9 @@ TEST_F(AppSettingsTest, EverySettingIsKeptUnderItsKeyUntilReset) {
     writer.setSnapshotScheduleRoot("/");
     const Date date = dateFromReferenceSeconds(774'000'000.25);
     writer.setLastScheduledSnapshotAt(date);
-    writer.setCleanupRulesData("[{\"id\": \"\\u00e4\"}]");
+    const std::vector<CleanupRule> rules = {{.id = "1", .name = "Old \xC3\xA4", .minimumSize = 5},
+                                            {.id = "2", .name = "Off", .isEnabled = false}};
+    writer.setCleanupRules(rules);
     for (const Key key : AppSettings::allKeys())
         EXPECT_NE(text().find('"' + std::string(AppSettings::rawValue(key)) + "\": "), std::string::npos);
 
@@ -130,7 +132,7 @@ TEST_F(AppSettingsTest, EverySettingIsKeptUnderItsKeyUntilReset) {
     EXPECT_EQ(reader.snapshotCadence(), "weekly");
     EXPECT_EQ(reader.snapshotScheduleRoot(), "/");
     EXPECT_EQ(reader.lastScheduledSnapshotAt(), date);
-    EXPECT_EQ(reader.cleanupRulesData(), "[{\"id\": \"\\u00e4\"}]");
+    EXPECT_EQ(reader.cleanupRules(), rules);
 
     ScanOptions options;
     options.crossFilesystemBoundaries = true;
@@ -149,15 +151,15 @@ TEST_F(AppSettingsTest, EverySettingIsKeptUnderItsKeyUntilReset) {
     expectDefaults(writer);
     expectDefaults(settings());
     EXPECT_EQ(settings().scanOptions(), ScanOptions());
-    EXPECT_EQ(settings().cleanupRulesData(), "[{\"id\": \"\\u00e4\"}]");
+    EXPECT_EQ(settings().cleanupRules(), rules);
     EXPECT_EQ(settings().lastScheduledSnapshotAt(), date);
-    reader.setCleanupRulesData(std::nullopt);
+    reader.setCleanupRules(std::nullopt);
     reader.setLastScheduledSnapshotAt(std::nullopt);
     reader.setLastScanPath(std::nullopt);
     reader.setSnapshotScheduleRoot(std::nullopt);
     reader.setLastKnownFullDiskAccessStatus(std::nullopt);
     EXPECT_EQ(text(), "{}\n");
-    EXPECT_EQ(settings().cleanupRulesData(), std::nullopt);
+    EXPECT_EQ(settings().cleanupRules(), std::nullopt);
     EXPECT_EQ(settings().lastKnownFullDiskAccessStatus(), std::nullopt);
 }
 
@@ -185,7 +187,7 @@ TEST_F(AppSettingsTest, ValuesOfTheWrongKindReadAsDefaults) {
             if (key != Key::colorMode && key != Key::snapshotCadence)
                 expectDefaults(odd);
             EXPECT_EQ(odd.lastScheduledSnapshotAt(), std::nullopt);
-            EXPECT_EQ(odd.cleanupRulesData(), std::nullopt);
+            EXPECT_EQ(odd.cleanupRules(), std::nullopt);
             EXPECT_EQ(odd.lastKnownFullDiskAccessStatus(), std::nullopt);
         }
     EXPECT_EQ(settingsWith(Key::theme, "\"purple\"").theme(), AppTheme::system);
@@ -193,6 +195,9 @@ TEST_F(AppSettingsTest, ValuesOfTheWrongKindReadAsDefaults) {
     EXPECT_EQ(settingsWith(Key::colorMode, "4").colorModeRawValue(), "category");
     EXPECT_FALSE(settingsWith(Key::confirmBeforeTrash, "\"NO\"").confirmBeforeTrash());
     EXPECT_EQ(settingsWith(Key::treemapDepth, "\"2\"").treemapDepth(), 2);
+    // Data, but no list of rules.
+    EXPECT_EQ(settingsWith(Key::cleanupRules, "{\"base64\": \"AAAA\"}").cleanupRules(),
+              std::vector<CleanupRule>());
 }
 
 TEST(AppTheme, Names) {

@@ -28,7 +28,7 @@ namespace {
 using test::makeCheckableSnapshot;
 using test::TemporaryFolder;
 
-constexpr std::size_t entryCount = 800;
+constexpr std::size_t entryCount = 400;
 
 bool isWhole(const ScanSnapshot& snapshot) {
     return snapshot == makeCheckableSnapshot(snapshot.id, entryCount);
@@ -59,12 +59,17 @@ TEST(SnapshotCrash, AKilledSaveLeavesWholeSnapshotsOnly) {
     const TemporaryFolder folder;
     SnapshotStore store(folder.path());
     const UUID older = UUID::random();
+    const auto start = std::chrono::steady_clock::now();
     store.save(makeCheckableSnapshot(older, entryCount));
+    const auto duration = std::chrono::steady_clock::now() - start;
     std::mt19937 random(7);
     int killedInTime = 0;
     int leftovers = 0;
-    for (int round = 0; round < 300; ++round) {
+    for (int round = 0; round < 250; ++round) {
+        int ready[2];
+        ASSERT_EQ(::pipe(ready), 0);
         const pid_t process = startProcess([&] {
+            ::close(ready[1]);
             // One file is replaced again and again, others are new.
             for (;;) {
                 store.save(makeCheckableSnapshot(older, entryCount));
@@ -72,7 +77,12 @@ TEST(SnapshotCrash, AKilledSaveLeavesWholeSnapshotsOnly) {
             }
         });
         ASSERT_GT(process, 0);
-        std::this_thread::sleep_for(std::chrono::microseconds(random() % 6000));
+        // The pipe ends when the process runs.
+        ::close(ready[1]);
+        char byte = 0;
+        EXPECT_EQ(::read(ready[0], &byte, 1), 0);
+        ::close(ready[0]);
+        std::this_thread::sleep_for(duration * (random() % 200) / 100);
         ::kill(process, SIGKILL);
         killedInTime += WIFSIGNALED(waitFor(process)) ? 1 : 0;
 
@@ -92,14 +102,14 @@ TEST(SnapshotCrash, AKilledSaveLeavesWholeSnapshotsOnly) {
             if (snapshot.id != older)
                 store.deleteSnapshot(snapshot.id);
     }
-    EXPECT_EQ(killedInTime, 300);
+    EXPECT_EQ(killedInTime, 250);
     EXPECT_GT(leftovers, 30) << "too few were killed in the middle of a save to prove anything";
 }
 
 TEST(SnapshotCrash, TwentyProcessesSaveWhileOthersList) {
     const TemporaryFolder folder;
     constexpr int savers = 20;
-    constexpr int savesEach = 5;
+    constexpr int savesEach = 3;
     std::vector<pid_t> processes;
     for (int saver = 0; saver < savers; ++saver)
         processes.push_back(startProcess([&] {
@@ -124,7 +134,7 @@ TEST(SnapshotCrash, TwentyProcessesSaveWhileOthersList) {
 }
 
 TEST(SnapshotCrash, AFullAndAReadOnlyFileSystemLoseNothing) {
-    const auto image = test::MountedImage::make({.type = "tmpfs", .size = 1'000'000});
+    const auto image = test::MountedImage::make({.type = "tmpfs", .size = 500'000});
     if (!image)
         GTEST_SKIP() << image.error();
     SnapshotStore store((*image)->path());

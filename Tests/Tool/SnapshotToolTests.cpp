@@ -6,6 +6,7 @@
 #include "Tests/Support/MountedImage.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -71,6 +72,7 @@ TEST_F(SnapshotTool, ASessionShowsWhatGrewShrankCameAndWent) {
     file("Movies/short.mov", 3);
     file("Mail/inbox", 2);
     file("Mail/outbox", 1);
+    file("Mail/draft", 0);
     file("Photos/raw/old", 12);
     file("Photos/raw/new", 1);
     file("notes", 4);
@@ -78,16 +80,18 @@ TEST_F(SnapshotTool, ASessionShowsWhatGrewShrankCameAndWent) {
                 testing::MatchesRegex("Saved snapshot [-0-9A-F]{36}\n" + x.string() + "\n53 MB on disk\n"));
     file("Movies/long.mov", 5);
     file("Mail/inbox", 20);
+    file("Mail/draft", 11);
     fs::remove(x / "Photos/raw/old");
     file("Downloads/image.iso", 15);
-    file("notes", 9);
+    file("Downloads/readme", 1);
+    file("notes", 12);
     file("Photos/raw/new", 4);
     const std::string saved = output({"save", x, "--json"});
     EXPECT_THAT(saved, testing::StartsWith("{\n  \"createdAt\": \"20"));
 
     const std::string list = output({"list"});
-    ASSERT_THAT(list, testing::MatchesRegex("([-0-9A-F]{36}  [-0-9]{10}T[0-9:]{8}Z  5[37] MB  " + x.string() +
-                                            "\n){2}"));
+    ASSERT_THAT(list, testing::MatchesRegex("([-0-9A-F]{36}  [-0-9]{10}T[0-9:]{8}Z  (53|72) MB  " +
+                                            x.string() + "\n){2}"));
     const std::string newest = list.substr(0, 36);
     const std::string oldest = list.substr(list.find('\n') + 1, 36);
     EXPECT_THAT(saved, testing::HasSubstr(newest));
@@ -95,14 +99,16 @@ TEST_F(SnapshotTool, ASessionShowsWhatGrewShrankCameAndWent) {
     const std::string heading =
         "Before " + oldest + "  " + x.string() + "\nAfter " + newest + "  " + x.string() + "\n";
     const std::string difference = heading + "Changes of at least 10 MB (allocated size):\n"
+                                             "+29 MB  grew  Mail\n"
                                              "-25 MB  shrank  Movies\n"
                                              "-25 MB  shrank  Movies/long.mov\n"
-                                             "+18 MB  grew  Mail\n"
+                                             "+19 MB  grew  (root)\n"
                                              "+18 MB  grew  Mail/inbox\n"
-                                             "+15 MB  added  Downloads\n"
+                                             "+16 MB  added  Downloads\n"
                                              "+15 MB  added  Downloads/image.iso\n"
                                              "-12 MB  removed  Photos/raw/old\n"
-                                             "Total change: +4 MB\n";
+                                             "+11 MB  belowThreshold  Mail/draft\n"
+                                             "Total change: +19 MB\n";
     EXPECT_EQ(output({"diff", "previous", "latest"}), difference);
     EXPECT_EQ(output({"diff", oldest.substr(0, 35), newest}), difference);
     EXPECT_THAT(
@@ -128,7 +134,7 @@ TEST_F(SnapshotTool, KilledAtAnyMomentItStoresWholeSnapshotsOrNone) {
     for (int round = 0; round < 100; ++round) {
         const pid_t process = ::fork();
         if (process == 0) {
-            ::freopen("/dev/null", "w", stdout);
+            ::dup2(::open("/dev/null", O_WRONLY), STDOUT_FILENO);
             ::execv("/usr/bin/env", arguments.data());
             ::_exit(127);
         }
