@@ -1,5 +1,6 @@
 #include "TarnwellCore/Scanning/FileNode.hpp"
 
+#include "TarnwellCore/Classification/FileClassifier.hpp"
 #include "TarnwellCore/Classification/PathUtil.hpp"
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
 
@@ -20,6 +21,15 @@ double cappedFraction(std::int64_t part, std::int64_t whole) {
     if (whole < 1)
         return 0;
     return std::min(static_cast<double>(part) / static_cast<double>(whole), 1.0);
+}
+
+/// A root's name is a path: its last component counts.
+FileCategory categoryOf(std::string_view name, bool isDirectory) {
+    name = PathUtil::lastComponent(name);
+    if (!isDirectory)
+        return FileClassifier::classify(name, std::nullopt, false);
+    return FileClassifier::classifyDirectoryByNameOrExtension(name, PathUtil::fileExtension(name))
+        .value_or(FileCategory::folder);
 }
 
 /// The root's name as the start of longer paths.
@@ -53,7 +63,7 @@ std::optional<std::string_view> pathBelow(std::string_view prefix, std::string_v
 
 } // namespace
 
-FileNode::FileNode(std::size_t nameLength, bool isDirectory, const FileNodeAttributes& attributes)
+FileNode::FileNode(std::string_view name, bool isDirectory, const FileNodeAttributes& attributes)
     : size(attributes.size),
       allocatedSize(attributes.allocatedSize),
       privateSize(attributes.privateSize),
@@ -62,11 +72,11 @@ FileNode::FileNode(std::size_t nameLength, bool isDirectory, const FileNodeAttri
                                        attributes.flags.contains(FileNodeFlags::dataless))),
       modificationSeconds(attributes.modificationSeconds),
       accessSeconds(attributes.accessSeconds),
-      nameLength_(static_cast<std::uint32_t>(nameLength)),
+      nameLength_(static_cast<std::uint32_t>(name.size())),
       extFlags(attributes.extFlags),
       fileCount(isDirectory ? 0 : 1),
       flags(attributes.flags),
-      category(attributes.category),
+      category(attributes.category ? *attributes.category : categoryOf(name, isDirectory)),
       isDirectory_(isDirectory),
       reportsPrivateSize(attributes.reportsPrivateSize),
       includesSharedCloneBlocks(sharesCloneBlocks(attributes.extFlags)) {}

@@ -15,6 +15,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <map>
 #include <optional>
 #include <span>
@@ -33,7 +34,8 @@ struct FileNodeAttributes {
     double modificationSeconds = missingFileTime;
     double accessSeconds = missingFileTime;
     FileNodeFlags flags = {};
-    FileCategory category = FileCategory::other;
+    /// Absent: what the classifier says of the name, without path rules.
+    std::optional<FileCategory> category = {};
     std::int64_t privateSize = 0;
     bool reportsPrivateSize = false;
     std::uint32_t extFlags = 0;
@@ -123,6 +125,8 @@ public:
     std::string path() const;
     /// Appends what `path()` returns, in one pass and at most one growth of `text`.
     void appendPath(std::string& text) const;
+    /// `path()` as a file-system path.
+    std::filesystem::path url() const { return path(); }
     /// The root's last path component; any other node's name.
     std::string_view displayName() const;
 
@@ -200,7 +204,7 @@ public:
 
 private:
     friend class NodeArena;
-    FileNode(std::size_t nameLength, bool isDirectory, const FileNodeAttributes& attributes);
+    FileNode(std::string_view name, bool isDirectory, const FileNodeAttributes& attributes);
 
     template <class Node, class Body>
     static void walk(Node& start, Body& body) {

@@ -1,25 +1,15 @@
 #include "TarnwellCore/Scanning/FileTreeBuilder.hpp"
 
-#include "TarnwellCore/Classification/FileClassifier.hpp"
-#include "TarnwellCore/Classification/PathUtil.hpp"
 #include "TarnwellCore/Scanning/TreeAggregation.hpp"
 
 #include <algorithm>
 
 namespace tarnwell {
 
-FileTreeBuilder::FileTreeBuilder(std::string_view rootPath, FileNodeAttributes attributes)
+FileTreeBuilder::FileTreeBuilder(std::string_view rootPath, const FileNodeAttributes& attributes)
     : arena_(std::make_shared<TreeArena>(1)), root_(arena_->region(0).makeNode(rootPath, true, attributes)) {}
 
 FileTreeBuilder::~FileTreeBuilder() = default;
-
-FileNode& FileTreeBuilder::addFolder(FileNode& parent, std::string_view name) {
-    FileNodeAttributes attributes;
-    attributes.category =
-        FileClassifier::classifyDirectoryByNameOrExtension(name, PathUtil::fileExtension(name))
-            .value_or(FileCategory::folder);
-    return addFolder(parent, name, attributes);
-}
 
 FileNode& FileTreeBuilder::addFolder(FileNode& parent, std::string_view name,
                                      const FileNodeAttributes& attributes) {
@@ -29,7 +19,6 @@ FileNode& FileTreeBuilder::addFolder(FileNode& parent, std::string_view name,
 FileNode& FileTreeBuilder::addFile(FileNode& parent, std::string_view name, std::int64_t size) {
     FileNodeAttributes attributes;
     attributes.size = attributes.allocatedSize = size;
-    attributes.category = FileClassifier::classify(name, std::nullopt, false);
     return addFile(parent, name, attributes);
 }
 

@@ -14,15 +14,13 @@ namespace tarnwell {
 class FileTreeBuilder {
 public:
     /// Starts a tree whose root is a folder with this whole path as its name.
-    explicit FileTreeBuilder(std::string_view rootPath, FileNodeAttributes attributes = folderAttributes());
+    explicit FileTreeBuilder(std::string_view rootPath, const FileNodeAttributes& attributes = {});
     ~FileTreeBuilder();
 
     FileNode& root() { return *root_; }
 
-    /// Appends a folder to `parent`, a folder of this tree. Its category defaults to the classifier's
-    /// answer for the name.
-    FileNode& addFolder(FileNode& parent, std::string_view name);
-    FileNode& addFolder(FileNode& parent, std::string_view name, const FileNodeAttributes& attributes);
+    /// Appends a folder to `parent`, a folder of this tree.
+    FileNode& addFolder(FileNode& parent, std::string_view name, const FileNodeAttributes& attributes = {});
 
     /// Appends a file with equal apparent and allocated size.
     FileNode& addFile(FileNode& parent, std::string_view name, std::int64_t size);
@@ -32,12 +30,6 @@ public:
     std::shared_ptr<FileNode> finish();
     /// The tree as built: sums as given, children in creation order.
     std::shared_ptr<FileNode> finishWithoutAggregation();
-
-    static FileNodeAttributes folderAttributes() {
-        FileNodeAttributes attributes;
-        attributes.category = FileCategory::folder;
-        return attributes;
-    }
 
 private:
     FileNode& attach(FileNode& parent, FileNode& child);

@@ -17,12 +17,12 @@ namespace {
 
 std::size_t descriptorsToKeep() {
     constexpr rlim_t largest = 16384;
-    constexpr rlim_t reserve = 24; // some for each of a usual number of workers
     struct rlimit limit = {};
     if (::getrlimit(RLIMIT_NOFILE, &limit) != 0)
         return 0;
     const rlim_t half = std::min(limit.rlim_cur, largest) / 2;
-    return half > reserve ? static_cast<std::size_t>(half - reserve) : 0;
+    const rlim_t reserve = std::min<rlim_t>(24, half / 2); // some for each of a usual number of workers
+    return static_cast<std::size_t>(half - reserve);
 }
 
 } // namespace

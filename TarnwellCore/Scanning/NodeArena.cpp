@@ -37,7 +37,7 @@ void NodeArena::addChunk(std::size_t atLeast) {
 
 FileNode* NodeArena::makeNode(std::string_view name, bool isDirectory, const FileNodeAttributes& attributes) {
     void* place = allocate(sizeof(FileNode) + name.size());
-    auto* node = new (place) FileNode(name.size(), isDirectory, attributes);
+    auto* node = new (place) FileNode(name, isDirectory, attributes);
     name.copy(reinterpret_cast<char*>(node + 1), name.size());
     return node;
 }

@@ -28,16 +28,6 @@ double secondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-FileNodeAttributes rootAttributes(std::string_view rootPath, double modificationSeconds) {
-    const std::string_view name = PathUtil::lastComponent(rootPath);
-    FileNodeAttributes attributes;
-    attributes.modificationSeconds = modificationSeconds;
-    attributes.category =
-        FileClassifier::classifyDirectoryByNameOrExtension(name, PathUtil::fileExtension(name))
-            .value_or(FileCategory::folder);
-    return attributes;
-}
-
 } // namespace
 
 ScanEngine::ScanEngine(std::string rootPath, ScanOptions options, bool buildsTree)
@@ -89,8 +79,9 @@ ScanResult ScanEngine::run() {
     std::shared_ptr<TreeArena> arena;
     if (buildsTree_) {
         arena = std::make_shared<TreeArena>(static_cast<std::size_t>(workers));
-        rootItem.node =
-            arena->region(0).makeNode(rootPath_, true, rootAttributes(rootPath_, modificationSeconds));
+        FileNodeAttributes attributes;
+        attributes.modificationSeconds = modificationSeconds;
+        rootItem.node = arena->region(0).makeNode(rootPath_, true, attributes);
         rootItem.inheritedCategory = FileClassifier::componentCategory(PathUtil::lastComponent(rootPath_));
     }
     FileNode* root = rootItem.node;

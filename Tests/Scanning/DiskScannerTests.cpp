@@ -77,6 +77,7 @@ TEST(DiskScanner, Measures) {
 TEST(DiskScanner, ReportsProgressUntilItIsDone) {
     const TemporaryFolder folder;
     test::makeRandomTree(folder.path(), 3000, 1);
+    int total = 0;
     for (const double interval : {0.0, 0.001, std::nan(""), 1e300}) {
         ScanOptions options;
         options.progressInterval = interval;
@@ -97,10 +98,26 @@ TEST(DiskScanner, ReportsProgressUntilItIsDone) {
                 .get();
         isDone = true;
         EXPECT_LE(lastFiles, result.stats.fileCount);
+        total += reports;
         if (interval == 1e300) {
             EXPECT_EQ(reports, 0);
         }
     }
+    EXPECT_GT(total, 0);
+
+    EXPECT_THROW(
+        {
+            // Whether a report comes before a scan of milliseconds ends is up to the system: try until one
+            // does.
+            ScanOptions options;
+            options.progressInterval = 0;
+            for (int round = 0; round < 1000; ++round)
+                DiskScanner()
+                    .scan(folder.path(), options,
+                          [](const ScanProgress&) { throw std::runtime_error("from the handler"); })
+                    .get();
+        },
+        std::runtime_error);
 }
 
 TEST(ScanSession, StreamsTheNewestReportsAndAFinalOne) {

@@ -17,6 +17,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -273,6 +274,23 @@ TEST(ScanEngine, RootsThatCannotBeScanned) {
     }
 }
 
+TEST(ScanEngine, ClosedPackagesThatCannotBeReadSaySo) {
+    const TemporaryFolder folder;
+    folder.makeFile("Locked.app/binary", 100);
+    ::chmod((folder / "Locked.app").c_str(), 0);
+    ::chmod(folder.path().c_str(), 0755);
+    for (const bool descends : {true, false}) {
+        const std::string text = test::runUnprivileged([&] {
+            ScanOptions options;
+            options.descendIntoPackages = descends;
+            const ScanResult result = scan(folder.path(), options);
+            return std::to_string(at(result, "Locked.app").flags.rawValue()) + " " +
+                   std::to_string(result.stats.inaccessibleCount);
+        });
+        EXPECT_EQ(text, "34 1");
+    }
+}
+
 TEST(ScanEngine, UnreadableFoldersBelowTheRootAreListed) {
     const TemporaryFolder folder;
     folder.makeFile("locked/secret", 100);
@@ -382,6 +400,12 @@ TEST(ScanEngine, CancellationAtEveryStage) {
             engine->cancel();
         return DirectoryCalls::live().extendedStatus(parent, name, status);
     };
+    // What a kernel call delivers is still looked at: at most one folder for each worker.
+    std::size_t widest = 0;
+    scan(folder.path()).root->forEachDescendant([&](const FileNode& node) {
+        widest = std::max(widest, node.children().size());
+        return true;
+    });
     int cancelled = 0;
     for (int stage = 0; stage <= 400; stage += 1 + stage / 8) {
         ScanOptions options;
@@ -397,9 +421,11 @@ TEST(ScanEngine, CancellationAtEveryStage) {
             EXPECT_EQ(error.kind(), ScanError::Kind::cancelled);
             EXPECT_STREQ(error.what(), "The scan was cancelled.");
             ++cancelled;
+            EXPECT_LE(-countdown, static_cast<int>(widest) * *options.workerCount);
         }
     }
     EXPECT_GT(cancelled, 20);
+    EXPECT_LT(widest * 4, 300u); // or the bound above would say nothing
 }
 
 TEST(ScanEngine, RunsWithFewDescriptors) {
@@ -442,6 +468,39 @@ int makeChain(const std::filesystem::path& top, int depth) {
     }
     ::close(folder);
     return files;
+}
+
+TEST(ScanEngine, DeepChainsNeedFewDescriptors) {
+    // A sibling waits at each of 3,000 levels, ten times what the process may open: were every folder opened
+    // from the last one that kept its descriptor, this would be millions of steps.
+    const TemporaryFolder folder;
+    ::chmod(folder.path().c_str(), 0755);
+    int parent = ::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    constexpr int depth = 3000;
+    for (int level = 0; level < depth; ++level) {
+        ASSERT_EQ(::mkdirat(parent, "sibling", 0755), 0);
+        ASSERT_EQ(::mkdirat(parent, "level", 0755), 0);
+        const int next = ::openat(parent, "level", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        ::close(parent);
+        parent = next;
+    }
+    ::close(parent);
+    const std::string text = test::runUnprivileged([&]() -> std::string {
+        const rlimit limit = {256, 256};
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+        // Several scans share what there is.
+        std::vector<std::thread> threads;
+        std::atomic<int> wholeScans = 0;
+        for (int index = 0; index < 3; ++index)
+            threads.emplace_back([&] {
+                const ScanResult result = scan(folder.path());
+                wholeScans += result.root->directoryCount == 2 * depth && result.stats.inaccessibleCount == 0;
+            });
+        for (std::thread& thread : threads)
+            thread.join();
+        return std::to_string(wholeScans);
+    });
+    EXPECT_EQ(text, "3");
 }
 
 TEST(ScanEngine, ChainsBeyondPathMax) {

@@ -1,7 +1,9 @@
 #include "TarnwellCore/Platform/UserPaths.hpp"
 
 #import <Foundation/Foundation.h>
+#include <sys/stat.h>
 
+#include <cstdlib>
 #include <vector>
 
 namespace tarnwell {
@@ -45,7 +47,15 @@ std::string resolveLinks(const std::filesystem::path& path) {
         if (text.length == 0)
             return path.native();
         NSURL* url = [NSURL fileURLWithPath:text].URLByStandardizingPath.URLByResolvingSymlinksInPath;
-        return pathBytes(url.path).value_or(path.native());
+        const std::string resolved = pathBytes(url.path).value_or(path.native());
+        // Foundation strips "/private" from what it resolves, which turns /private/tmp back into a link.
+        struct stat status = {};
+        if (::lstat(resolved.c_str(), &status) != 0 || !S_ISLNK(status.st_mode))
+            return resolved;
+        char* real = ::realpath(resolved.c_str(), nullptr);
+        std::string target = real != nullptr ? real : resolved;
+        std::free(real);
+        return target;
     }
 }
 
