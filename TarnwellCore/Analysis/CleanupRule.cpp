@@ -121,6 +121,7 @@ std::vector<std::string> CleanupRule::normalizedExtensions(const std::vector<std
 
 std::string CleanupRule::conditionSummary() const {
     std::vector<std::string> kinds;
+    kinds.reserve(categories.size() + extensions.size());
     for (const FileCategory category : categories)
         kinds.emplace_back(displayName(category));
     for (const std::string& extension : extensions)

@@ -24,7 +24,7 @@ std::string_view suffixOf(std::string_view name) {
 /// Absolute, without "." and "..", without a "/" at the end.
 fs::path standardized(const fs::path& path) {
     std::error_code error;
-    fs::path absolute = fs::absolute(path, error);
+    const fs::path absolute = fs::absolute(path, error);
     std::string text = (error ? path : absolute).lexically_normal().native();
     while (text.size() > 1 && text.back() == '/')
         text.pop_back();
@@ -61,6 +61,7 @@ bool SQLiteSidecarFiles::isDatabaseFile(std::string_view name) {
 
 std::vector<fs::path> SQLiteSidecarFiles::sidecarURLs(const fs::path& database) {
     std::vector<fs::path> paths;
+    paths.reserve(sidecarSuffixes.size());
     for (const std::string_view suffix : sidecarSuffixes)
         paths.emplace_back(database.native() + std::string(suffix));
     return paths;
@@ -86,7 +87,7 @@ std::vector<fs::path> SQLiteSidecarFiles::incompleteFamilyPaths(const std::vecto
     std::vector<fs::path> requested;
     std::set<std::string> requestedTexts;
     for (const fs::path& path : amongRequested) {
-        fs::path standard = standardized(path);
+        const fs::path standard = standardized(path);
         if (requestedTexts.insert(standard.native()).second)
             requested.push_back(path);
     }

@@ -98,7 +98,7 @@ std::string daysText(std::int64_t days) {
 }
 
 bool isWithin(const fs::path& inner, const fs::path& outer) {
-    std::string_view in = inner.native();
+    const std::string_view in = inner.native();
     std::string_view out = outer.native();
     while (out.ends_with('/'))
         out.remove_suffix(1);

@@ -143,6 +143,8 @@ SpaceSaverProbe::largeFileFindings(const FileNode& in, std::int64_t largeThresho
                                   FileNodeFlags::inaccessible, FileNodeFlags::excluded,
                                   FileNodeFlags::special,      FileNodeFlags::dataless};
     in.forEachDescendant([&](const FileNode& node) {
+        if (!node.isDirectory() && node.size < smallest)
+            return false;
         if (leftOut.contains(node) || isTrash(node))
             return false;
         if (node.isDirectory() && (&node == &in || !isPackageFolder(node)))

@@ -61,9 +61,9 @@ private:
     struct State {
         std::mutex mutex;
         std::condition_variable changed;
-        std::deque<T> values;      // guarded by mutex
-        std::size_t capacity = 1;  // constant after construction
-        bool isFinished = false;   // guarded by mutex
+        std::deque<T> values;     // guarded by mutex
+        std::size_t capacity = 1; // constant after construction
+        bool isFinished = false;  // guarded by mutex
     };
     std::shared_ptr<State> state_;
 };

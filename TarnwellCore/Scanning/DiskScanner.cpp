@@ -8,7 +8,9 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <exception>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -18,37 +20,56 @@ namespace {
 
 using ProgressHandler = DiskScanner::ProgressHandler;
 
-/// Hands out the engine's totals at intervals, from a thread of its own. Destroying it stops the reports.
+/// Hands out the engine's totals at intervals, from a thread of its own.
 class ProgressPoller {
 public:
     ProgressPoller(const ScanEngine& engine, double interval, const ProgressHandler& handler) {
         // Whatever the number, NaN included, the thread neither spins nor sleeps beyond reason.
         const double seconds = interval > 0.001 ? std::min(interval, 86'400.0) : 0.001;
         thread_ = std::thread([this, &engine, seconds, &handler] {
-            std::unique_lock guard(mutex_);
-            while (!changed_.wait_for(guard, std::chrono::duration<double>(seconds),
-                                      [&] { return isStopped_; })) {
-                guard.unlock();
-                handler(engine.progress());
-                guard.lock();
+            try {
+                poll(engine, seconds, handler);
+            } catch (...) {
+                failure_ = std::current_exception();
             }
         });
     }
 
-    ~ProgressPoller() {
+    ~ProgressPoller() { stop(); }
+
+    /// Ends the reports; throws what the handler threw.
+    void finish() {
+        stop();
+        if (failure_)
+            std::rethrow_exception(failure_);
+    }
+
+private:
+    void poll(const ScanEngine& engine, double seconds, const ProgressHandler& handler) {
+        std::unique_lock guard(mutex_);
+        while (
+            !changed_.wait_for(guard, std::chrono::duration<double>(seconds), [&] { return isStopped_; })) {
+            guard.unlock();
+            handler(engine.progress());
+            guard.lock();
+        }
+    }
+
+    void stop() {
         {
             const std::lock_guard guard(mutex_);
             isStopped_ = true;
         }
         changed_.notify_all();
-        thread_.join();
+        if (thread_.joinable())
+            thread_.join();
     }
 
-private:
     std::mutex mutex_;
     std::condition_variable changed_;
     bool isStopped_ = false; // guarded by mutex_
     std::thread thread_;
+    std::exception_ptr failure_; // read once the thread has ended
 };
 
 ScanResult runScan(const std::filesystem::path& url, const ScanOptions& options,
@@ -58,7 +79,10 @@ ScanResult runScan(const std::filesystem::path& url, const ScanOptions& options,
     std::optional<ProgressPoller> poller;
     if (progress)
         poller.emplace(engine, options.progressInterval, progress);
-    return engine.run();
+    ScanResult result = engine.run();
+    if (poller)
+        poller->finish();
+    return result;
 }
 
 /// An empty path is the root's.

@@ -26,7 +26,8 @@ public:
     using ProgressHandler = std::function<void(const ScanProgress&)>;
 
     /// Scans the folder on background threads. `progress` is called from another thread, every
-    /// `options.progressInterval` seconds, never after the future is ready. The future throws ScanError.
+    /// `options.progressInterval` seconds, never after the future is ready; an exception that it throws ends
+    /// the reports and, once the scan is done, leaves the future. The future throws ScanError.
     std::future<ScanResult> scan(const std::filesystem::path& url, ScanOptions options = {},
                                  ProgressHandler progress = nullptr, CancellationToken token = {}) const;
 
@@ -37,7 +38,8 @@ public:
 
     /// Measures several paths, one after another.
     std::future<std::map<std::filesystem::path, DirectoryMeasurement>>
-    measure(std::vector<std::filesystem::path> urls, ScanOptions options = {}, CancellationToken token = {}) const;
+    measure(std::vector<std::filesystem::path> urls, ScanOptions options = {},
+            CancellationToken token = {}) const;
 
     /// Starts a scan whose progress is read as a stream.
     std::unique_ptr<ScanSession> session(const std::filesystem::path& url, ScanOptions options = {}) const;

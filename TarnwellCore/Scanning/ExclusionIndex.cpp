@@ -1,5 +1,6 @@
 #include "TarnwellCore/Scanning/ExclusionIndex.hpp"
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -44,7 +45,7 @@ void ExclusionIndex::add(const std::set<std::string, std::less<>>& paths) {
     const auto rootParts = components(rootPath_);
     for (const std::string& path : paths) {
         const auto parts = components(path);
-        if (parts.size() <= rootParts.size() ||
+        if (path.starts_with('/') != rootPath_.starts_with('/') || parts.size() <= rootParts.size() ||
             !std::equal(rootParts.begin(), rootParts.end(), parts.begin()))
             continue;
         Level* level = &root_;

@@ -15,61 +15,142 @@ namespace tarnwell {
 
 namespace {
 
-int descriptorsToKeep() {
+std::size_t descriptorsToKeep() {
     constexpr rlim_t largest = 16384;
-    constexpr int reserve = 24; // three a worker, for a usual number of workers
+    constexpr rlim_t reserve = 24; // some for each of a usual number of workers
     struct rlimit limit = {};
     if (::getrlimit(RLIMIT_NOFILE, &limit) != 0)
         return 0;
-    return std::max(0, static_cast<int>(std::min(limit.rlim_cur, largest)) / 2 - reserve);
+    const rlim_t half = std::min(limit.rlim_cur, largest) / 2;
+    return half > reserve ? static_cast<std::size_t>(half - reserve) : 0;
 }
 
 } // namespace
 
-DescriptorBudget::DescriptorBudget() : remaining_(descriptorsToKeep()) {}
+DescriptorBudget& DescriptorBudget::shared() {
+    static auto* const budget = new DescriptorBudget(descriptorsToKeep());
+    return *budget;
+}
 
-FolderHandle::~FolderHandle() {
-    if (descriptor_ >= 0) {
-        ::close(descriptor_);
-        budget_->giveBack();
+void DescriptorBudget::adoptLimit() {
+    const std::size_t capacity = descriptorsToKeep();
+    const std::lock_guard guard(mutex_);
+    capacity_ = capacity;
+}
+
+void DescriptorBudget::releaseAll() {
+    const std::lock_guard guard(mutex_);
+    for (FolderHandle* folder : kept_)
+        folder->unpin();
+    kept_.clear();
+}
+
+bool DescriptorBudget::admit(FolderHandle& folder) {
+    const std::lock_guard guard(mutex_);
+    if (kept_.size() >= capacity_)
+        makeRoom();
+    else if (stride_ > 1 && kept_.size() < capacity_ / 4)
+        stride_ /= 2;
+    return kept_.size() < capacity_ && folder.depth_ % stride_ == 0 && kept_.insert(&folder).second;
+}
+
+void DescriptorBudget::makeRoom() {
+    constexpr std::int64_t largestStride = std::int64_t{1} << 40;
+    while (!kept_.empty() && kept_.size() >= capacity_ && stride_ < largestStride) {
+        stride_ *= 2;
+        std::erase_if(kept_, [&](FolderHandle* folder) {
+            const bool isLeftOut = folder->depth_ % stride_ != 0;
+            if (isLeftOut)
+                folder->unpin();
+            return isLeftOut;
+        });
     }
 }
 
-bool FolderHandle::keepOpen(int descriptor, DescriptorBudget& budget) {
-    if (!budget.take())
-        return false;
+void DescriptorBudget::withdraw(FolderHandle& folder) {
+    const std::lock_guard guard(mutex_);
+    if (kept_.erase(&folder) > 0)
+        folder.unpin();
+}
+
+FolderHandle::~FolderHandle() {
+    if (budget_ != nullptr)
+        budget_->withdraw(*this);
+}
+
+/// Keeps the descriptor open until `unpin`; false when there is none.
+bool FolderHandle::pin() {
+    int users = users_.load(std::memory_order_relaxed);
+    while (users > 0)
+        if (users_.compare_exchange_weak(users, users + 1, std::memory_order_acquire,
+                                         std::memory_order_relaxed))
+            return true;
+    return false;
+}
+
+void FolderHandle::unpin() {
+    if (users_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        const int error = errno;
+        ::close(descriptor_);
+        errno = error;
+    }
+}
+
+bool FolderHandle::keepOpen(int descriptor, std::size_t subfolderCount, DescriptorBudget& budget) {
     descriptor_ = descriptor;
+    unopenedSubfolders_.store(subfolderCount, std::memory_order_relaxed);
+    users_.store(1, std::memory_order_relaxed);
     budget_ = &budget;
-    return true;
+    if (budget.admit(*this)) // from here on another worker may close it to make room
+        return true;
+    users_.store(0, std::memory_order_relaxed);
+    budget_ = nullptr;
+    return false;
+}
+
+void FolderHandle::noteSubfolderOpened() {
+    if (budget_ != nullptr && unopenedSubfolders_.fetch_sub(1, std::memory_order_relaxed) == 1)
+        budget_->withdraw(*this);
 }
 
 int FolderHandle::open(const DirectoryCalls& calls) const {
     if (parent_ == nullptr)
         return openFolder(name_);
-    if (parent_->descriptor_ >= 0)
-        return calls.openEntry(parent_->descriptor_, name_.c_str(),
-                               O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
 
-    std::vector<const FolderHandle*> way;
-    const FolderHandle* start = this;
-    for (; start->parent_ != nullptr && start->descriptor_ < 0; start = start->parent_)
+    std::vector<const FolderHandle*> way{this};
+    FolderHandle* start = parent_;
+    for (; !start->pin(); start = start->parent_) {
+        if (start->parent_ == nullptr) {
+            start = nullptr; // from the root's path, then
+            break;
+        }
         way.push_back(start);
-    std::string relativePath;
-    for (auto step = way.rbegin(); step != way.rend(); ++step) {
-        if (!relativePath.empty())
-            relativePath += '/';
-        relativePath += (*step)->name_;
     }
-    const bool isStartOpen = start->descriptor_ >= 0;
-    const int from = isStartOpen ? start->descriptor_ : openFolder(start->name_);
-    if (from < 0)
-        return -1;
-    const int folder = openFolderBelow(from, relativePath);
-    if (!isStartOpen) {
-        const int error = errno;
-        ::close(from);
-        errno = error;
+    int folder = -1;
+    if (start == parent_) {
+        folder = calls.openEntry(start->descriptor_, name_.c_str(),
+                                 O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    } else {
+        std::string relativePath;
+        for (auto step = way.rbegin(); step != way.rend(); ++step) {
+            if (!relativePath.empty())
+                relativePath += '/';
+            relativePath += (*step)->name_;
+        }
+        const FolderHandle* root = way.back()->parent_;
+        const int from = start != nullptr ? start->descriptor_ : openFolder(root->name_);
+        if (from >= 0)
+            folder = openFolderBelow(from, relativePath);
+        if (start == nullptr && from >= 0) {
+            const int error = errno;
+            ::close(from);
+            errno = error;
+        }
     }
+    if (start != nullptr)
+        start->unpin();
+    if (folder >= 0)
+        parent_->noteSubfolderOpened();
     return folder;
 }
 

@@ -4,40 +4,55 @@
 //
 // Folders are opened below their parent's descriptor, by name alone: no path is built, no path can be too
 // long, and no link that is put in the place of a folder can lead the scan elsewhere. A folder that has
-// subfolders keeps its descriptor open until they have been opened. As descriptors are few, a scan has a
-// budget of them; a folder that gets none is closed after it was read, and its subfolders are opened from the
-// nearest ancestor that is still open, component by component.
+// subfolders keeps its descriptor until they have been opened. As descriptors are few, all scans of the
+// process share a budget of them. When it is spent, only the folders at every second level keep theirs, then
+// at every fourth, and so on; a folder whose parent kept none is opened from the nearest ancestor that did,
+// component by component. So a level costs at most about twice the depth divided by the budget, however deep
+// the tree is.
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
+#include <mutex>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <utility>
 
 namespace tarnwell {
 
 struct DirectoryCalls;
+class FolderHandle;
 
-/// How many descriptors a scan may keep open for later. Safe from any thread.
+/// Which folders keep a descriptor for later. Safe from any thread.
 class DescriptorBudget {
 public:
-    /// Half of what the process may open: the rest is for the workers' reading and for everyone else.
-    DescriptorBudget();
-    explicit DescriptorBudget(int count) : remaining_(count) {}
+    explicit DescriptorBudget(std::size_t capacity) : capacity_(capacity) {}
 
-    bool take() {
-        if (remaining_.fetch_sub(1, std::memory_order_relaxed) > 0)
-            return true;
-        giveBack();
-        return false;
-    }
-    void giveBack() { remaining_.fetch_add(1, std::memory_order_relaxed); }
+    /// The one of all scans: half of what the process may open, the rest is for the workers' reading and for
+    /// everyone else. Lives as long as the process.
+    static DescriptorBudget& shared();
+
+    /// Looks again at what the process may open.
+    void adoptLimit();
+
+    /// Closes what is kept and not in use at this moment: the process has run out of descriptors.
+    void releaseAll();
 
 private:
-    std::atomic<int> remaining_;
+    friend class FolderHandle;
+
+    bool admit(FolderHandle& folder);
+    void withdraw(FolderHandle& folder);
+    void makeRoom();
+
+    std::mutex mutex_;
+    std::size_t capacity_;    // guarded by mutex_, as is all below
+    std::int64_t stride_ = 1; // folders at levels that it divides may keep theirs
+    std::unordered_set<FolderHandle*> kept_;
 };
 
-/// Shared by the workers through FolderRef. Immutable once it was handed to another worker.
+/// Shared by the workers through FolderRef.
 class FolderHandle {
 public:
     FolderHandle(const FolderHandle&) = delete;
@@ -46,25 +61,38 @@ public:
     /// Opens the folder for reading. The descriptor is the caller's; -1 and errno on failure.
     int open(const DirectoryCalls& calls) const;
 
-    /// Takes over the folder's descriptor for the opening of its subfolders. False when the budget is spent:
-    /// the descriptor is still the caller's. Called by the worker that read the folder, before it hands the
-    /// subfolders on. The budget must outlive every handle.
-    bool keepOpen(int descriptor, DescriptorBudget& budget);
+    /// Takes over the folder's descriptor for the opening of its subfolders, of which there are
+    /// `subfolderCount`. False when the budget has no room: the descriptor is still the caller's. Called at
+    /// most once, by the worker that read the folder, before it hands the subfolders on. The budget must
+    /// outlive every handle.
+    bool keepOpen(int descriptor, std::size_t subfolderCount, DescriptorBudget& budget);
 
     /// The full path, built on demand.
     std::string path() const;
 
 private:
     friend class FolderRef;
+    friend class DescriptorBudget;
 
-    FolderHandle(FolderHandle* parent, std::string_view name) : parent_(parent), name_(name) {}
+    FolderHandle(FolderHandle* parent, std::string_view name)
+        : parent_(parent), depth_(parent == nullptr ? 0 : parent->depth_ + 1), name_(name) {}
     ~FolderHandle();
 
+    bool pin();
+    void unpin();
+    void noteSubfolderOpened();
+
     std::atomic<std::size_t> references_ = 1;
-    FolderHandle* parent_; // holds a reference
-    int descriptor_ = -1;
+    FolderHandle* const parent_; // holds a reference
+    const std::int64_t depth_;
+
+    // The descriptor is open while it has users: those that open something below it, and the budget.
+    int descriptor_ = -1; // constant once the subfolders were handed on, as is budget_
     DescriptorBudget* budget_ = nullptr;
-    std::string name_; // the root's is its whole path
+    std::atomic<int> users_ = 0;
+    std::atomic<std::size_t> unopenedSubfolders_ = 0;
+
+    const std::string name_; // the root's is its whole path
 };
 
 /// A counted reference to a folder. Letting go of the last one of a long chain takes no recursion.

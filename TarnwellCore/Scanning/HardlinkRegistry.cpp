@@ -11,16 +11,17 @@ namespace tarnwell {
 namespace {
 
 /// The index of the sighting with the smallest path, the first of equal ones.
-std::size_t ownerIndex(std::vector<HardlinkRegistry::Sighting>& group) {
+std::size_t ownerIndex(const std::vector<HardlinkRegistry::Sighting>& group) {
     if (group.size() == 1)
         return 0;
-    const auto takePath = [](HardlinkRegistry::Sighting& sighting) {
-        return sighting.node != nullptr ? sighting.node->path() : std::move(sighting.path);
+    const auto pathOf = [](const HardlinkRegistry::Sighting& sighting) {
+        return sighting.node != nullptr ? sighting.node->path()
+                                        : sighting.folder.child(sighting.name)->path();
     };
     std::size_t owner = 0;
-    std::string smallest = takePath(group[0]);
+    std::string smallest = pathOf(group[0]);
     for (std::size_t index = 1; index < group.size(); ++index) {
-        std::string path = takePath(group[index]);
+        std::string path = pathOf(group[index]);
         if (path < smallest) {
             smallest = std::move(path);
             owner = index;

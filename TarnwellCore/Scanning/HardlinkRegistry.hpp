@@ -8,6 +8,7 @@
 
 #include "TarnwellCore/Platform/UnfairLock.hpp"
 #include "TarnwellCore/Scanning/FileNode.hpp"
+#include "TarnwellCore/Scanning/FolderHandle.hpp"
 #include "TarnwellCore/Scanning/PathMetadata.hpp"
 
 #include <cstdint>
@@ -24,9 +25,10 @@ public:
     struct Sighting {
         /// The link's node; null inside a folder without nodes.
         FileNode* node = nullptr;
-        /// For a link without a node: the folder that takes its bytes, its path and its sizes.
+        /// For a link without a node: the folder that takes its bytes, its place and its sizes.
         FileNode* collapseTarget = nullptr;
-        std::string path = {};
+        FolderRef folder = {};
+        std::string name = {};
         std::int64_t size = 0;
         std::int64_t allocatedSize = 0;
         std::int64_t reclaimableSize = 0;

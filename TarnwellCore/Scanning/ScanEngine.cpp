@@ -76,6 +76,7 @@ void ScanEngine::checkRoot(std::int32_t& rootDeviceID, double& modificationSecon
 }
 
 ScanResult ScanEngine::run() {
+    const auto start = std::chrono::steady_clock::now();
     ScanResult result;
     result.startedAt = currentDate();
     result.options = options_;
@@ -97,11 +98,12 @@ ScanResult ScanEngine::run() {
     rootItem.exclusions = exclusions_.rootLevel();
     queue_.push(std::move(rootItem));
 
+    DescriptorBudget::shared().adoptLimit();
     const ScanContext context{.options = options_,
                               .calls = calls_,
                               .buildsTree = buildsTree_,
                               .cancelFlag = cancelFlag_,
-                              .descriptors = descriptors_,
+                              .descriptors = DescriptorBudget::shared(),
                               .hardlinks = hardlinks_,
                               .queue = queue_};
     runWorkers(workers, [&](int index) {
@@ -119,7 +121,7 @@ ScanResult ScanEngine::run() {
     result.stats = queue_.stats();
     result.inaccessiblePaths = queue_.takeInaccessiblePaths();
     std::sort(result.inaccessiblePaths.begin(), result.inaccessiblePaths.end());
-    result.duration = secondsSince(startTime_);
+    result.duration = secondsSince(start);
     return result;
 }
 

@@ -4,7 +4,6 @@
 
 #include "TarnwellCore/Scanning/AtomicFlag.hpp"
 #include "TarnwellCore/Scanning/ExclusionIndex.hpp"
-#include "TarnwellCore/Scanning/FolderHandle.hpp"
 #include "TarnwellCore/Scanning/HardlinkRegistry.hpp"
 #include "TarnwellCore/Scanning/ScanQueue.hpp"
 #include "TarnwellCore/Scanning/ScanResult.hpp"
@@ -47,8 +46,7 @@ private:
     const DirectoryCalls& calls_;
     const std::chrono::steady_clock::time_point startTime_;
     AtomicFlag cancelFlag_;
-    DescriptorBudget descriptors_; // outlives the queue, whose folders give descriptors back
-    ExclusionIndex exclusions_;    // immutable while workers run
+    ExclusionIndex exclusions_; // immutable while workers run
     HardlinkRegistry hardlinks_;
     ScanQueue queue_;
 };

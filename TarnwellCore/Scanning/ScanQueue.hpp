@@ -34,7 +34,8 @@ struct WorkItem {
     FolderRef folder;
     /// Its node; null when it gets none.
     FileNode* node = nullptr;
-    /// The folder whose sums take in everything below this one; null where nodes are made.
+    /// The folder whose sums take in everything below this one, itself where it has a node but its contents
+    /// get none; null where nodes are made.
     FileNode* collapseTarget = nullptr;
     /// What the exclusions say about its entries; null for nothing.
     const ExclusionIndex::Level* exclusions = nullptr;

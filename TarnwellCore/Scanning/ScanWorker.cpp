@@ -29,6 +29,16 @@ FileCategory categoryOfFolder(std::string_view name, std::string_view extension)
     return FileClassifier::classifyDirectoryByNameOrExtension(name, extension).value_or(FileCategory::folder);
 }
 
+/// Closes its descriptor, also when memory runs out while the folder is worked on.
+struct OpenFolder {
+    int descriptor;
+
+    ~OpenFolder() {
+        if (descriptor >= 0)
+            ::close(descriptor);
+    }
+};
+
 } // namespace
 
 ScanWorker::ScanWorker(const ScanContext& context, NodeArena* arena)
@@ -39,7 +49,7 @@ ScanWorker::ScanWorker(const ScanContext& context, NodeArena* arena)
 void ScanWorker::run() {
     try {
         while (context_.queue.take(batch_)) {
-            while (!batch_.empty() && !context_.cancelFlag.isSet()) {
+            while (!batch_.empty() && !context_.cancelFlag.isSet() && !context_.queue.isStopped()) {
                 processFolder(batch_.back());
                 batch_.pop_back();
             }
@@ -54,19 +64,15 @@ void ScanWorker::run() {
 
 void ScanWorker::processFolder(const WorkItem& item) {
     tally_.stats.maximumDepth = std::max(tally_.stats.maximumDepth, item.depth);
-    const int folder = openFolderPatiently(item);
-    if (folder < 0) {
-        noteInaccessible(item);
-        return;
-    }
-    if (!reader_.readEntries(folder, item.deviceID, entries_, DirectoryReader::Descriptor::fresh)) {
-        ::close(folder);
+    OpenFolder folder{openFolderPatiently(item)};
+    if (folder.descriptor < 0 || !reader_.readEntries(folder.descriptor, item.deviceID, entries_,
+                                                      DirectoryReader::Descriptor::fresh)) {
         noteInaccessible(item);
         return;
     }
 
     const bool isDeepest = item.node != nullptr && item.depth >= context_.options.maximumDepth;
-    collapseTarget_ = isDeepest ? item.node : item.collapseTarget;
+    collapseTarget_ = item.collapseTarget == nullptr && isDeepest ? item.node : item.collapseTarget;
     delta_ = {.node = collapseTarget_};
     children_.clear();
     const std::size_t producedBefore = produced_.size();
@@ -79,8 +85,9 @@ void ScanWorker::processFolder(const WorkItem& item) {
         attachChildren(*item.node);
     if (collapseTarget_ != nullptr && (delta_.files > 0 || delta_.directories > 0))
         tally_.collapseDeltas.push_back(delta_);
-    if (produced_.size() == producedBefore || !item.folder->keepOpen(folder, context_.descriptors))
-        ::close(folder);
+    const std::size_t subfolders = produced_.size() - producedBefore;
+    if (subfolders > 0 && item.folder->keepOpen(folder.descriptor, subfolders, context_.descriptors))
+        folder.descriptor = -1;
 }
 
 int ScanWorker::openFolderPatiently(const WorkItem& item) const {
@@ -95,6 +102,7 @@ int ScanWorker::openFolderPatiently(const WorkItem& item) const {
             continue;
         if ((error != EMFILE && error != ENFILE) || attempt == attempts || context_.cancelFlag.isSet())
             return folder;
+        context_.descriptors.releaseAll();
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
         errno = error;
     }
@@ -159,6 +167,7 @@ void ScanWorker::processSubfolder(const WorkItem& item, const RawDirectoryEntry&
     const ScanOptions& options = context_.options;
     ++tally_.stats.directoryCount;
     ++delta_.directories;
+    delta_.sharesClones = delta_.sharesClones || FileNode::sharesCloneBlocks(entry.extFlags);
     const std::string_view folderExtension = extension(entry.name);
     const bool isPackage = !folderExtension.empty() && FileClassifier::isPackageExtension(folderExtension);
     if (isPackage) {
@@ -178,10 +187,9 @@ void ScanWorker::processSubfolder(const WorkItem& item, const RawDirectoryEntry&
             item.inheritedCategory ? *item.inheritedCategory : categoryOfFolder(entry.name, folderExtension);
         FileNode* node = makeNode(entry, true, flags, category);
         children_.push_back(node);
+        next.node = node;
         if (isPackage && !options.descendIntoPackages)
             next.collapseTarget = node;
-        else
-            next.node = node;
         next.inheritedCategory =
             item.inheritedCategory ? item.inheritedCategory : FileClassifier::componentCategory(entry.name);
     }
@@ -226,7 +234,8 @@ void ScanWorker::processFile(const WorkItem& item, const RawDirectoryEntry& entr
             HardlinkRegistry::Sighting sighting{.node = node};
             if (node == nullptr) {
                 sighting = {.collapseTarget = collapseTarget_,
-                            .path = item.folder->path() + "/" + std::string(entry.name),
+                            .folder = item.folder,
+                            .name = std::string(entry.name),
                             .size = entry.logicalSize,
                             .allocatedSize = entry.allocatedSize,
                             .reclaimableSize = reclaimable};

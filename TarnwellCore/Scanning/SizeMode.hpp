@@ -17,9 +17,12 @@ enum class SizeMode : std::uint8_t {
 /// "apparent", "allocated" or "reclaimable".
 constexpr std::string_view rawValue(SizeMode mode) {
     switch (mode) {
-    case SizeMode::apparent: return "apparent";
-    case SizeMode::allocated: return "allocated";
-    case SizeMode::reclaimable: return "reclaimable";
+    case SizeMode::apparent:
+        return "apparent";
+    case SizeMode::allocated:
+        return "allocated";
+    case SizeMode::reclaimable:
+        return "reclaimable";
     }
     return "apparent";
 }

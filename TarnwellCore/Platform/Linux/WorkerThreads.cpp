@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <exception>
 #include <mutex>
-#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -34,12 +33,12 @@ void runWorkers(int count, const std::function<void(int)>& body) {
     };
     // The calling thread is one of the workers: it would only wait otherwise.
     std::vector<std::thread> threads;
-    for (int index = 1; index < count; ++index) {
-        try {
+    try {
+        threads.reserve(static_cast<std::size_t>(std::max(count, 1)));
+        for (int index = 1; index < count; ++index)
             threads.emplace_back(run, index);
-        } catch (const std::system_error&) {
-            break;
-        }
+    } catch (const std::exception&) {
+        // No more threads or no memory for them: those that run are enough.
     }
     run(0);
     for (std::thread& thread : threads)
