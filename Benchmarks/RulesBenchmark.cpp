@@ -30,7 +30,7 @@ std::shared_ptr<FileNode> makeTree(std::size_t nodeCount) {
         FileNode& parent = *folders[random() % folders.size()];
         const std::string name = "item " + std::to_string(count);
         if (count % 11 == 0) {
-            folders.push_back(&builder.addFolder(parent, name, FileTreeBuilder::folderAttributes()));
+            folders.push_back(&builder.addFolder(parent, name));
             continue;
         }
         FileNodeAttributes attributes;

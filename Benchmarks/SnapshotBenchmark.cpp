@@ -11,6 +11,7 @@
 #include "TarnwellCore/Snapshots/SnapshotStore.hpp"
 
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>

@@ -35,8 +35,7 @@ std::shared_ptr<FileNode> homeFolder(std::size_t nodeCount) {
             std::generate_canonical<double, 53>(random) * std::generate_canonical<double, 53>(random);
         FileNode& parent = *folders[static_cast<std::size_t>(draw * static_cast<double>(folders.size()))];
         if (index % 12 == 0)
-            folders.push_back(&builder.addFolder(parent, "folder " + std::to_string(index),
-                                                 FileTreeBuilder::folderAttributes()));
+            folders.push_back(&builder.addFolder(parent, "folder " + std::to_string(index)));
         else
             builder.addFile(parent, "file " + std::to_string(index) + ".dat", randomFile(random));
     }

@@ -16,6 +16,9 @@ fail() {
 # Several may start at once; the first builds and the others wait. Descriptor 9 holds the lock until it is closed.
 lock_build() {
     mkdir -p "$root/build" || fail "$root/build cannot be made"
+    if ! [ -w "$root/build" ] || { [ -e "$root/build/.lock" ] && ! [ -w "$root/build/.lock" ]; }; then
+        fail "$root/build belongs to another user"
+    fi
     exec 9>"$root/build/.lock"
     if command -v flock >/dev/null; then
         flock 9

@@ -35,7 +35,9 @@ void write(int descriptor, std::string_view text) {
 } // namespace
 
 int main(int count, char** values) {
+    // A reader that has gone and a limit on the size of files are failures of a write like any other.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     const std::vector<std::string> arguments(values + std::min(count, 1), values + count);
     const tarnwell::CLIResult result = tarnwell::CLIMain::run(arguments);
     write(STDOUT_FILENO, result.standardOutput);

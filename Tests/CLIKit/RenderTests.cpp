@@ -208,6 +208,32 @@ TEST(CLIRender, EveryFormAgreesWithThePlainWay) {
                 }
 }
 
+TEST(CLIRender, NamesTheModeAndEachTotal) {
+    FileTreeBuilder builder("/data");
+    FileNodeAttributes clone = {.size = 1, .allocatedSize = 20};
+    clone.privateSize = 3;
+    clone.reportsPrivateSize = true;
+    builder.addFile(builder.root(), "carriage\rreturn", clone);
+    const auto root = builder.finish();
+    const struct {
+        SizeMode mode;
+        const char* name;
+        const char* total;
+    } cases[] = {{SizeMode::apparent, "apparent", "1"},
+                 {SizeMode::allocated, "allocated", "20"},
+                 {SizeMode::reclaimable, "reclaimable", "3"}};
+    for (const auto& each : cases) {
+        const CLIListedScan scan = CLIRender::listedScan(*root, each.mode, 0, std::nullopt);
+        EXPECT_EQ(CLIRender::json(scan),
+                  "{\n  \"children\": [],\n  \"path\": \"/data\",\n  \"sizeMode\": \"" +
+                      std::string(each.name) + "\",\n  \"total\": " + each.total +
+                      ",\n  \"totalAllocatedSize\": 20,\n  \"totalReclaimableSize\": 3,\n"
+                      "  \"totalSize\": 1,\n  \"version\": 1\n}\n");
+        EXPECT_TRUE(CLIRender::csv(CLIRender::listedScan(*root, each.mode, 1, std::nullopt))
+                        .ends_with("\n\"carriage\rreturn\",\"/data/carriage\rreturn\",false,1,20,3,1.0\n"));
+    }
+}
+
 TEST(CLIRender, WritesExactlyThis) {
     FileTreeBuilder builder("/data");
     FileNode& folder = builder.addFolder(builder.root(), "photos, \"old\"");

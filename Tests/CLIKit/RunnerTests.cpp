@@ -4,6 +4,8 @@
 #include "TarnwellCore/Scanning/FileTreeBuilder.hpp"
 #include "TarnwellCore/Scanning/ScanError.hpp"
 
+#include "Tests/Support/TemporaryFolder.hpp"
+
 #include <gtest/gtest.h>
 
 #include <exception>
@@ -73,8 +75,7 @@ TEST(CLIRunner, UsageErrorsAndHelpTouchNothing) {
               (CLIResult{2, "", "tarnwell: no command given\nSee `tarnwell --help` for usage.\n"}));
     EXPECT_EQ(substitute.run({"scan", "/x", "--top", "many"}).exitCode, 2);
     EXPECT_EQ(substitute.run({"help"}), (CLIResult{0, std::string(CLIUsage::text()), ""}));
-    EXPECT_TRUE(CLIUsage::text().starts_with("tarnwell \xE2\x80\x94 disk usage"));
-    EXPECT_TRUE(CLIUsage::text().ends_with("\n  2  usage error\n"));
+    EXPECT_EQ(CLIUsage::text(), test::readFile(TARNWELL_TESTS "/CLIKit/data/usage.txt"));
     EXPECT_TRUE(substitute.scanned.empty());
 }
 

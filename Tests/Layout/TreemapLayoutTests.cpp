@@ -42,7 +42,7 @@ std::shared_ptr<FileNode> randomTree(std::mt19937_64& random, std::size_t nodeCo
         std::string name = "entry " + std::to_string(random() % 1000);
         name.resize(1 + random() % name.size(), '\xFF');
         if (random() % 4 == 0) {
-            folders.push_back(&builder.addFolder(parent, name, FileTreeBuilder::folderAttributes()));
+            folders.push_back(&builder.addFolder(parent, name));
         } else {
             const auto bytes = static_cast<std::int64_t>(random() % (hasManyTies ? 5 : 1'000'000));
             builder.addFile(parent, name,
@@ -390,7 +390,7 @@ TEST(TreemapLayout, DepthIsNoLimit) {
     FileTreeBuilder builder("/root");
     FileNode* folder = &builder.root();
     for (std::int64_t level = 1; level < depth; ++level)
-        folder = &builder.addFolder(*folder, "d", FileTreeBuilder::folderAttributes());
+        folder = &builder.addFolder(*folder, "d");
     const FileNode& file = builder.addFile(*folder, "file", 1);
     const auto root = builder.finish();
     TreemapConfiguration configuration = TreemapConfiguration::exact;

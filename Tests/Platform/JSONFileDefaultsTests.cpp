@@ -231,7 +231,8 @@ TEST(JSONFileDefaults, AFileThatMayNotBeReadIsKeptAsideToo) {
     EXPECT_EQ(report, "{\n  \"a\": true\n}\n{\"secret\": 1}");
 
     // No right to write in the folder: the settings last as long as the program.
-    fs::permissions(folder.path(), fs::perms::owner_all | fs::perms::others_read | fs::perms::others_exec);
+    fs::permissions(folder.path(), fs::perms::owner_read | fs::perms::owner_exec | fs::perms::others_read |
+                                       fs::perms::others_exec);
     EXPECT_EQ(test::runUnprivileged([&] {
                   JSONFileDefaults defaults(folder / "other.json");
                   defaults.set("a", std::string("kept"));

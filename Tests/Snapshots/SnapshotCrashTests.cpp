@@ -84,7 +84,8 @@ TEST(SnapshotCrash, AKilledSaveLeavesWholeSnapshotsOnly) {
         ::close(ready[0]);
         std::this_thread::sleep_for(duration * (random() % 200) / 100);
         ::kill(process, SIGKILL);
-        killedInTime += WIFSIGNALED(waitFor(process)) ? 1 : 0;
+        const int status = waitFor(process);
+        killedInTime += WIFSIGNALED(status) ? 1 : 0;
 
         std::ptrdiff_t jsonFiles = 0;
         for (const fs::directory_entry& entry : fs::directory_iterator(folder.path())) {
