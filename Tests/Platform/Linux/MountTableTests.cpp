@@ -56,7 +56,7 @@ TEST(MountTable, WhatUsersSeeAsPlaces) {
         entry("/etc/hosts", "/dev/vda1", "ext4", "/var/containers/hosts"),
         entry("/data", "/dev/vda1", "ext4", "/srv/data"),
         entry("/workspace", "/dev/vda1", "ext4", "/"),
-        entry("/work/merged", "overlay", "overlay"),
+        entry("/srv/merged", "overlay", "overlay"),
     };
     container[1].isFolder = false;
     EXPECT_EQ(browsablePaths(container), (Paths{"/", "/workspace"}));
