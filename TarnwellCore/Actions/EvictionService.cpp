@@ -4,10 +4,13 @@
 #include "TarnwellCore/Actions/ResumeOnce.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <exception>
 #include <memory>
 #include <optional>
 #include <stdexcept>
+#include <string>
+#include <system_error>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -82,6 +85,8 @@ void throwUnlessEvicted(const CloudEvictionReply& reply) {
 }
 
 CloudItemStatus liveProbe(const fs::path& item) {
+    if (item.native().find('\0') != std::string::npos) // the platform would see another, shorter path
+        throw std::runtime_error(std::generic_category().message(EINVAL));
     const auto status = readCloudItemStatus(item);
     if (!status)
         throw std::runtime_error(status.error());

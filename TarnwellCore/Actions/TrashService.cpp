@@ -37,6 +37,8 @@ std::optional<fs::path> moveToPlatformTrash(const fs::path& url) {
     const fs::path item = withoutTrailingSlashes(url);
     if (item.empty())
         throw std::runtime_error(std::generic_category().message(ENOENT));
+    if (item.native().find('\0') != std::string::npos) // the platform would see another, shorter path
+        throw std::runtime_error(std::generic_category().message(EINVAL));
     auto landed = moveItemToTrash(item);
     if (!landed)
         throw std::runtime_error(landed.error());

@@ -1,10 +1,12 @@
 #include "TarnwellCore/Analysis/SpaceSaverProbe.hpp"
 
 #include "TarnwellCore/Analysis/SpaceSaverMeasuring.hpp"
+#include "TarnwellCore/Platform/Trash.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Scanning/ScanError.hpp"
 
 #include <algorithm>
+#include <map>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -86,12 +88,37 @@ SpaceSaverProbe::evaluate(const DirectoryRule& rule, const DiskScanner& scanner,
     return finding;
 }
 
+namespace {
+
+/// Whether moving a matched item to the Trash would free its space: not what lies in the Trash already, not
+/// what the system looks after, no placeholder, whose removal would take the copy in the cloud.
+bool canBeTrashed(const FileNode& node, const NodeSet& placesOfOthers) {
+    if (node.flags.intersects(FileNodeFlags::dataless | FileNodeFlags::symlink | FileNodeFlags::excluded |
+                              FileNodeFlags::inaccessible | FileNodeFlags::hardlinkDuplicate))
+        return false;
+    for (const FileNode* place = &node; place != nullptr; place = place->parent())
+        if (placesOfOthers.contains(*place) ||
+            (place->parent() != nullptr && place->name().starts_with(".Trash")))
+            return false;
+    return true;
+}
+
+} // namespace
+
 std::vector<SpaceSaverFinding>
 SpaceSaverProbe::cleanupRuleFindings(const std::vector<RuleMatch>& matches) const {
     std::vector<SpaceSaverFinding> findings;
+    std::map<std::string, int> timesSeen; // a stored list may name a rule twice
     for (const RuleMatch& match : matches) {
+        if (match.nodes.empty())
+            continue;
+        NodeSet placesOfOthers(match.nodes.front()->root());
+        placesOfOthers.insertSystemFolders();
+        placesOfOthers.insert(homeTrashDirectory(home));
         SpaceSaverFinding finding;
         finding.id = std::string(rawValue(SpaceSaverKind::cleanupRule)) + ":" + match.rule.id;
+        if (const int times = ++timesSeen[match.rule.id]; times > 1)
+            finding.id += "#" + std::to_string(times);
         finding.kind = SpaceSaverKind::cleanupRule;
         finding.title = match.rule.name;
         finding.subtitle = match.rule.conditionSummary();
@@ -104,14 +131,20 @@ SpaceSaverProbe::cleanupRuleFindings(const std::vector<RuleMatch>& matches) cons
             finding.category = match.rule.categories.front();
         finding.paths.reserve(match.nodes.size());
         for (const FileNode* node : match.nodes) {
-            add(finding, node->path(), sizeOf(*node), 1);
-            if (node->parent() == nullptr) {
-                // A rule so wide that it takes the scanned folder itself must not end in the Trash.
+            if (!canBeTrashed(*node, placesOfOthers))
+                continue;
+            const std::filesystem::path path = node->path();
+            add(finding, path, sizeOf(*node), 1);
+            const bool isHomeOrAbove = isWithin(home, path);
+            const bool isFolderOfHome = node->isDirectory() && path.parent_path() == home;
+            if (node->parent() == nullptr || isHomeOrAbove || isFolderOfHome) {
+                // A rule so wide that it takes the scanned folder, the home or one of its main folders, such
+                // as Downloads, as a whole must not end in the Trash.
                 finding.safety = CleanupSafety::caution;
                 finding.action = SpaceSaverActions::OpenLocation{};
             }
         }
-        if (isWorthReporting(finding))
+        if (finding.itemCount > 0 && isWorthReporting(finding))
             findings.push_back(std::move(finding));
     }
     return findings;

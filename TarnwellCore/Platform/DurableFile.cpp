@@ -134,9 +134,15 @@ void createFoldersDurably(const fs::path& folder, const FileCalls& calls) {
     if (error)
         fail(error, "Could not create ", folder);
     // Not being allowed to read the folder above is no reason to refuse the one in it.
-    for (const fs::path& path : missing)
-        if (const OpenFolder parent(path.parent_path(), calls); parent.error() == 0)
-            static_cast<void>(parent.sync());
+    for (const fs::path& path : missing) {
+        const OpenFolder parent(path.parent_path(), calls);
+        if (const int failure = parent.error() == 0 ? parent.sync() : 0) {
+            // Were they left, the next attempt would find them there and not sync again.
+            for (const fs::path& made : missing)
+                fs::remove(made, error);
+            fail({failure, std::generic_category()}, "Could not create ", folder);
+        }
+    }
 }
 
 } // namespace tarnwell

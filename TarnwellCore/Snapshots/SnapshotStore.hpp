@@ -33,9 +33,10 @@ public:
     /// std::range_error for a date that cannot be written.
     void save(const ScanSnapshot& snapshot);
 
-    /// Every stored snapshot, newest first, those of the same second in the order the system lists their
-    /// files. Looks at the files (or links to files) with the extension "json", hidden ones included; one
-    /// that cannot be read or is not a snapshot is passed over. Throws when the folder cannot be listed.
+    /// Every stored snapshot, newest first, those of the same second by the time of their files, newest
+    /// first, so that `latest` is the last one stored. Looks at the files (or links to files) with the
+    /// extension "json", hidden ones included; one that cannot be read or is not a snapshot is passed over.
+    /// Throws when the folder cannot be listed.
     std::vector<ScanSnapshot> list() const;
 
     /// Removes "<id>.json"; does nothing when there is none. Throws when it cannot be removed.

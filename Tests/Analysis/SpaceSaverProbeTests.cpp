@@ -188,6 +188,32 @@ TEST(SpaceSaverProbe, RuleMatchesBecomeFindings) {
     EXPECT_EQ(findings[1].action, SpaceSaverAction(SpaceSaverActions::OpenLocation{}));
 }
 
+TEST(SpaceSaverProbe, RuleFindingsOfferOnlyWhatTheTrashCanClear) {
+    FileTreeBuilder builder("/");
+    FileNode& user = builder.addFolder(builder.addFolder(builder.root(), "home"), "u");
+    FileNode& downloads = builder.addFolder(user, "Downloads");
+    builder.addFile(downloads, "good.dmg", 5000);
+    builder.addFile(downloads, "cloud.dmg", {.size = 7000, .flags = FileNodeFlags::dataless});
+    builder.addFile(downloads, "link.dmg", {.size = 7000, .flags = FileNodeFlags::symlink});
+    builder.addFile(builder.addFolder(user, ".Trash"), "thrown away.dmg", 7000);
+    builder.addFile(builder.addFolder(builder.root(), "usr"), "system.dmg", 7000);
+    const auto root = builder.finish();
+    const CleanupRule images{.id = "dmg", .name = "Images", .extensions = {"dmg"}};
+    const CleanupRule wide{.id = "dmg", .name = "All downloads", .locationPrefix = "~/Downloads"};
+
+    const auto findings =
+        SpaceSaverProbe("/home/u", 1)
+            .cleanupRuleFindings(RuleEvaluator::evaluate({images, wide}, *root, currentDate(), "/home/u"));
+    ASSERT_EQ(findings.size(), 2u);
+    EXPECT_THAT(findings[0].paths, ElementsAre("/home/u/Downloads/good.dmg"));
+    EXPECT_EQ(findings[0].size, 5000);
+    EXPECT_EQ(findings[0].action, SpaceSaverAction(SpaceSaverActions::Trash{}));
+    EXPECT_EQ(findings[1].id, "cleanupRule:dmg#2");
+    EXPECT_THAT(findings[1].paths, ElementsAre("/home/u/Downloads"));
+    EXPECT_EQ(findings[1].action, SpaceSaverAction(SpaceSaverActions::OpenLocation{}));
+    EXPECT_EQ(findings[1].safety, CleanupSafety::caution);
+}
+
 /// A home in which every kind of step finds something.
 void fillHome(const TemporaryFolder& folder) {
     folder.makeFile(".npm/_cacache/x", 1000);

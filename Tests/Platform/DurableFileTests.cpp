@@ -112,5 +112,23 @@ TEST(DurableFile, FoldersAreMadeWithThoseAbove) {
     }
 }
 
+TEST(DurableFile, FoldersThatMayNotSurviveAreNotLeft) {
+    const TemporaryFolder folder;
+    const fs::path below = folder / "a/b";
+    int failures = 0;
+    for (int call = 0; call < 6; ++call) {
+        FaultyFileCalls faults;
+        try {
+            createFoldersDurably(below, faults.failing(call, EIO));
+        } catch (const std::system_error& error) {
+            ++failures;
+            EXPECT_EQ(error.what(), "Could not create " + below.string() + ": Input/output error");
+            EXPECT_EQ(names(folder.path()), std::set<std::string>{}) << "call " << call;
+        }
+        fs::remove_all(folder / "a");
+    }
+    EXPECT_EQ(failures, 2); // the sync of each folder above
+}
+
 } // namespace
 } // namespace tarnwell
