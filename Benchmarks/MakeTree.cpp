@@ -2,7 +2,7 @@
 // taken on different days and machines speak of the same tree.
 //
 // A plan of parents and file counts is drawn first; one walk then writes it with a single open descriptor, so
-// depth costs nothing. What a folder holds follows from the seed number and the folder's number only.
+// depth costs nothing. What a folder holds follows from its own number and --seed only.
 
 #include <fcntl.h>
 #include <sys/stat.h>
