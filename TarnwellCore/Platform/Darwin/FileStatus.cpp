@@ -2,6 +2,7 @@
 
 #include "TarnwellCore/Platform/Date.hpp"
 #include "TarnwellCore/Platform/FatalError.hpp"
+#include "TarnwellCore/Platform/FileModes.hpp"
 
 #include <sys/stat.h>
 #include <sys/vnode.h>
@@ -15,31 +16,6 @@ static_assert(static_cast<int>(VnodeType::regular) == VREG &&
               static_cast<int>(VnodeType::symbolicLink) == VLNK &&
               static_cast<int>(VnodeType::socket) == VSOCK && static_cast<int>(VnodeType::fifo) == VFIFO &&
               static_cast<int>(VnodeType::bad) == VBAD);
-
-namespace {
-
-VnodeType vnodeTypeFromMode(mode_t mode) {
-    switch (mode & S_IFMT) {
-    case S_IFREG:
-        return VnodeType::regular;
-    case S_IFDIR:
-        return VnodeType::directory;
-    case S_IFLNK:
-        return VnodeType::symbolicLink;
-    case S_IFBLK:
-        return VnodeType::blockDevice;
-    case S_IFCHR:
-        return VnodeType::characterDevice;
-    case S_IFSOCK:
-        return VnodeType::socket;
-    case S_IFIFO:
-        return VnodeType::fifo;
-    default:
-        return VnodeType::bad;
-    }
-}
-
-} // namespace
 
 RawDirectoryEntry entryFromStatus(const struct stat& status) {
     RawDirectoryEntry entry;

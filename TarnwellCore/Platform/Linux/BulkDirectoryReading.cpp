@@ -1,6 +1,7 @@
 #include "TarnwellCore/Platform/BulkDirectoryReading.hpp"
 
 #include "TarnwellCore/Platform/Date.hpp"
+#include "TarnwellCore/Platform/FileModes.hpp"
 #include "TarnwellCore/Platform/Linux/LinuxFileTypes.hpp"
 #include "TarnwellCore/Platform/Linux/SharedExtents.hpp"
 
@@ -86,7 +87,8 @@ const DirectoryCalls& DirectoryCalls::live() {
 }
 
 struct BulkDirectoryReading::State {
-    explicit State(const DirectoryCalls& directoryCalls) : calls(directoryCalls), sharedExtents(directoryCalls) {}
+    explicit State(const DirectoryCalls& directoryCalls)
+        : calls(directoryCalls), sharedExtents(directoryCalls) {}
 
     const DirectoryCalls& calls;
     SharedExtents sharedExtents;

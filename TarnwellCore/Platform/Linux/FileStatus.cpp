@@ -1,6 +1,7 @@
 #include "TarnwellCore/Platform/FileStatus.hpp"
 
 #include "TarnwellCore/Platform/Date.hpp"
+#include "TarnwellCore/Platform/FileModes.hpp"
 #include "TarnwellCore/Platform/Linux/LinuxFileTypes.hpp"
 
 #include <sys/stat.h>
