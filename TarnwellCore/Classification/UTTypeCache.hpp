@@ -6,10 +6,6 @@
 #include "TarnwellCore/Classification/FileCategory.hpp"
 #include "TarnwellCore/Platform/UnfairLock.hpp"
 
-#include <array>
-#include <atomic>
-#include <cstddef>
-#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -39,13 +35,6 @@ private:
         using is_transparent = void;
         std::size_t operator()(std::string_view ext) const { return std::hash<std::string_view>()(ext); }
     };
-
-    FileCategory storedCategory(std::string_view ext);
-
-    /// The latest answers for short extensions, nearly all there are: workers look here before every file
-    /// and would queue for the lock otherwise. A slot is one word, extension and answer together, so that
-    /// it is always whole; 0 is an empty slot. An extension that hashes to a slot displaces the one in it.
-    std::array<std::atomic<std::uint64_t>, 1024> recent_ = {};
 
     const Lookup lookup_;
     UnfairLock lock_;

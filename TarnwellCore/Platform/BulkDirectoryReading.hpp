@@ -3,14 +3,12 @@
 // The platform's way to read a whole folder with its entries' attributes in few calls.
 
 #include "TarnwellCore/Platform/DirectoryCalls.hpp"
-#include "TarnwellCore/Platform/NameStore.hpp"
-#include "TarnwellCore/Platform/RawDirectoryEntry.hpp"
+#include "TarnwellCore/Platform/EntryBatch.hpp"
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
-#include <vector>
 
 namespace tarnwell {
 
@@ -26,11 +24,11 @@ public:
     explicit BulkDirectoryReading(const DirectoryCalls& calls);
     ~BulkDirectoryReading();
 
-    /// Appends the entries of an open folder, without "." and "..". `deviceID` is the folder's device.
-    /// `isAtStart` tells that nothing was read from the descriptor yet. After a failure or a refusal
-    /// `entries` may hold a part of the folder.
+    /// Hands on the entries of an open folder, without "." and "..", all of them unless the consumer wants no
+    /// more or the reading fails on the way. `deviceID` is the folder's device. `isAtStart` tells that
+    /// nothing was read from the descriptor yet. The names lie in `buffer`.
     BulkReadOutcome read(int folder, std::int32_t deviceID, bool isAtStart, std::span<std::byte> buffer,
-                         NameStore& names, std::vector<RawDirectoryEntry>& entries);
+                         EntryBatch& batch);
 
 private:
     struct State;

@@ -61,7 +61,7 @@ double secondsFrom(const Time& time) {
 }
 
 /// One record; false when it is malformed.
-bool decodeRecord(std::span<const std::byte> record, RawDirectoryEntry& entry, std::string_view& name) {
+bool decodeRecord(std::span<const std::byte> record, RawDirectoryEntry& entry) {
     Cursor cursor(record);
     cursor.take<std::uint32_t>(); // its length, known already
     const auto returned = cursor.take<AttributeSet>();
@@ -78,8 +78,8 @@ bool decodeRecord(std::span<const std::byte> record, RawDirectoryEntry& entry, s
         if (!cursor.isInside() || start < 0 ||
             start + static_cast<std::int64_t>(reference.length) > static_cast<std::int64_t>(record.size()))
             return false;
-        name = {reinterpret_cast<const char*>(record.data()) + start, reference.length};
-        name = name.substr(0, name.find('\0'));
+        entry.name = {reinterpret_cast<const char*>(record.data()) + start, reference.length};
+        entry.name = entry.name.substr(0, entry.name.find('\0'));
     }
     if ((returned.common & commonDevice) != 0)
         entry.deviceID = cursor.take<std::int32_t>();
@@ -109,28 +109,34 @@ bool decodeRecord(std::span<const std::byte> record, RawDirectoryEntry& entry, s
     return cursor.isInside();
 }
 
+bool isLeftOut(const RawDirectoryEntry& entry) {
+    return entry.errorCode == 0 && (entry.name.empty() || entry.name == "." || entry.name == "..");
+}
+
 } // namespace
 
-bool decode(std::span<const std::byte> bytes, std::size_t recordCount, NameStore& names,
-            std::vector<RawDirectoryEntry>& entries) {
+DecodeOutcome decode(std::span<const std::byte> bytes, std::size_t recordCount, EntryBatch& batch) {
+    bool isWellFormed = true;
     for (; recordCount > 0; --recordCount) {
+        if (batch.isFull() && !batch.handOn())
+            return DecodeOutcome::stopped;
         std::uint32_t length = 0;
-        if (bytes.size() < sizeof length)
-            return false;
-        std::memcpy(&length, bytes.data(), sizeof length);
-        if (length < sizeof length + sizeof(AttributeSet) || length > bytes.size())
-            return false;
-        RawDirectoryEntry entry;
-        std::string_view name;
-        if (!decodeRecord(bytes.first(length), entry, name))
-            return false;
-        if (entry.errorCode != 0 || !(name.empty() || name == "." || name == "..")) {
-            entry.name = names.add(name);
-            entries.push_back(entry);
-        }
+        if (bytes.size() >= sizeof length)
+            std::memcpy(&length, bytes.data(), sizeof length);
+        isWellFormed = length >= sizeof length + sizeof(AttributeSet) && length <= bytes.size();
+        if (!isWellFormed)
+            break;
+        RawDirectoryEntry& entry = batch.add();
+        isWellFormed = decodeRecord(bytes.first(length), entry);
+        if (!isWellFormed || isLeftOut(entry))
+            batch.removeLast();
+        if (!isWellFormed)
+            break;
         bytes = bytes.subspan(length);
     }
-    return true;
+    if (!batch.handOn())
+        return DecodeOutcome::stopped;
+    return isWellFormed ? DecodeOutcome::complete : DecodeOutcome::malformed;
 }
 
 } // namespace tarnwell::PackedAttributes

@@ -6,13 +6,11 @@
 // itself, and a length that includes a closing NUL. A pure function over bytes: it compiles and is tested on
 // every system.
 
-#include "TarnwellCore/Platform/NameStore.hpp"
-#include "TarnwellCore/Platform/RawDirectoryEntry.hpp"
+#include "TarnwellCore/Platform/EntryBatch.hpp"
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <vector>
 
 namespace tarnwell::PackedAttributes {
 
@@ -39,12 +37,17 @@ inline constexpr std::uint32_t requestedCommon = commonName | commonDevice | com
 inline constexpr std::uint32_t requestedFile = fileLinkCount | fileTotalSize | fileAllocatedSize;
 inline constexpr std::uint32_t requestedExtended = extendedPrivateSize | extendedFlags;
 
-/// Appends the entries of `recordCount` records. Records without an error are left out when their name is
-/// empty, "." or ".."; records with one are kept as they stand. Returns false when the bytes are not what
-/// the kernel writes: a record or a field that does not lie wholly inside the buffer, a length that does
-/// not move on, an attribute that was not asked for. Entries decoded before that remain.
-bool decode(std::span<const std::byte> bytes, std::size_t recordCount, NameStore& names,
-            std::vector<RawDirectoryEntry>& entries);
+enum class DecodeOutcome {
+    complete,
+    stopped,   ///< the consumer wants no more
+    malformed, ///< the bytes are not what the kernel writes
+};
+
+/// Hands on the entries of `recordCount` records, their names as parts of `bytes`. Records without an error
+/// are left out when their name is empty, "." or ".."; records with one are kept as they stand. Malformed is:
+/// a record or a field that does not lie wholly inside the buffer, a length that does not move on, an
+/// attribute that was not asked for. Entries decoded before that are handed on all the same.
+DecodeOutcome decode(std::span<const std::byte> bytes, std::size_t recordCount, EntryBatch& batch);
 
 /// Whether a failed bulk call with this error number of the Darwin kernel means that the file system cannot
 /// read in bulk at all (operation not supported, invalid argument).

@@ -27,14 +27,13 @@ int DirectoryReader::openDirectory(const std::string& path) {
     return folder;
 }
 
-bool DirectoryReader::readEntries(int folder, std::int32_t deviceID, std::vector<RawDirectoryEntry>& entries,
+bool DirectoryReader::readEntries(int folder, std::int32_t deviceID, const EntryConsumer& consumer,
                                   Descriptor state) {
-    entries.clear();
-    names_.clear();
+    batch_.begin(consumer);
     if (unsupportedDevices_.empty() || !unsupportedDevices_.contains(deviceID)) {
         ++bulkAttemptCount_;
-        switch (bulk_.read(folder, deviceID, state == Descriptor::fresh, {buffer_.get(), bufferSize}, names_,
-                           entries)) {
+        switch (
+            bulk_.read(folder, deviceID, state == Descriptor::fresh, {buffer_.get(), bufferSize}, batch_)) {
         case BulkReadOutcome::success:
             return true;
         case BulkReadOutcome::failure:
@@ -43,14 +42,16 @@ bool DirectoryReader::readEntries(int folder, std::int32_t deviceID, std::vector
             break;
         }
         unsupportedDevices_.insert(deviceID);
-        entries.clear();
-        names_.clear();
+        // A file system that changes its mind within a folder: what was handed on must not come twice.
+        if (batch_.hasHandedOn())
+            return false;
+        batch_.removeAll();
     }
     ++posixFallbackCount_;
-    return readOneByOne(folder, entries);
+    return readOneByOne(folder);
 }
 
-bool DirectoryReader::readOneByOne(int folder, std::vector<RawDirectoryEntry>& entries) {
+bool DirectoryReader::readOneByOne(int folder) {
     const int copy = ::fcntl(folder, F_DUPFD_CLOEXEC, 0);
     if (copy < 0)
         return false;
@@ -71,12 +72,17 @@ bool DirectoryReader::readOneByOne(int folder, std::vector<RawDirectoryEntry>& e
         if (name.empty() || name == "." || name == "..")
             continue;
         struct stat status = {};
-        RawDirectoryEntry& entry = entries.emplace_back();
+        RawDirectoryEntry& entry = batch_.add();
         if (calls_.entryStatus(folder, next->d_name, &status) == 0)
             entry = entryFromStatus(status);
         else
             entry.errorCode = static_cast<std::uint32_t>(errno);
-        entry.name = names_.add(name);
+        entry.name = name;
+        // One by one: the name is gone with the next call.
+        const bool isMoreWanted = batch_.handOn();
+        errno = 0;
+        if (!isMoreWanted)
+            break;
     }
     const int error = errno;
     ::closedir(stream);

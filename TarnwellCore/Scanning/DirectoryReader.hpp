@@ -4,8 +4,7 @@
 
 #include "TarnwellCore/Platform/BulkDirectoryReading.hpp"
 #include "TarnwellCore/Platform/DirectoryCalls.hpp"
-#include "TarnwellCore/Platform/NameStore.hpp"
-#include "TarnwellCore/Platform/RawDirectoryEntry.hpp"
+#include "TarnwellCore/Platform/EntryBatch.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -13,7 +12,6 @@
 #include <stdexcept>
 #include <string>
 #include <unordered_set>
-#include <vector>
 
 namespace tarnwell {
 
@@ -43,10 +41,10 @@ public:
     /// PATH_MAX. Returns the descriptor, which is the caller's to close; throws ReadError.
     static int openDirectory(const std::string& path);
 
-    /// Replaces `entries` by what the open folder holds, without "." and ".."; its storage is kept. Their
-    /// names last until the next call. `deviceID` is the folder's device. False when the folder could not
-    /// be read, with the reason in errno. An entry that cannot be read is delivered with its error code.
-    bool readEntries(int folder, std::int32_t deviceID, std::vector<RawDirectoryEntry>& entries,
+    /// Hands what the open folder holds, without "." and "..", to `consumer`, some entries at a time.
+    /// `deviceID` is the folder's device. False when the folder could not be read, or not to its end, with
+    /// the reason in errno. An entry that cannot be read is handed on with its error code.
+    bool readEntries(int folder, std::int32_t deviceID, const EntryConsumer& consumer,
                      Descriptor state = Descriptor::used);
 
     /// Folders that were tried in bulk, and folders that were read one by one.
@@ -54,12 +52,12 @@ public:
     std::size_t posixFallbackCount() const { return posixFallbackCount_; }
 
 private:
-    bool readOneByOne(int folder, std::vector<RawDirectoryEntry>& entries);
+    bool readOneByOne(int folder);
 
     const DirectoryCalls& calls_;
     std::unique_ptr<std::byte[]> buffer_;
     BulkDirectoryReading bulk_;
-    NameStore names_;
+    EntryBatch batch_;
     /// Devices that refused to be read in bulk; never tried again.
     std::unordered_set<std::int32_t> unsupportedDevices_;
     std::size_t bulkAttemptCount_ = 0;

@@ -23,15 +23,6 @@ double cappedFraction(std::int64_t part, std::int64_t whole) {
     return std::min(static_cast<double>(part) / static_cast<double>(whole), 1.0);
 }
 
-/// A root's name is a path: its last component counts.
-FileCategory categoryOf(std::string_view name, bool isDirectory) {
-    name = PathUtil::lastComponent(name);
-    if (!isDirectory)
-        return FileClassifier::classify(name, std::nullopt, false);
-    return FileClassifier::classifyDirectoryByNameOrExtension(name, PathUtil::fileExtension(name))
-        .value_or(FileCategory::folder);
-}
-
 /// The root's name as the start of longer paths.
 std::string_view pathPrefix(std::string_view rootName) {
     if (!rootName.empty() && rootName.back() == '/')
@@ -63,23 +54,13 @@ std::optional<std::string_view> pathBelow(std::string_view prefix, std::string_v
 
 } // namespace
 
-FileNode::FileNode(std::string_view name, bool isDirectory, const FileNodeAttributes& attributes)
-    : size(attributes.size),
-      allocatedSize(attributes.allocatedSize),
-      privateSize(attributes.privateSize),
-      reclaimableSize(reclaimableBytes(attributes.allocatedSize, attributes.privateSize,
-                                       attributes.reportsPrivateSize,
-                                       attributes.flags.contains(FileNodeFlags::dataless))),
-      modificationSeconds(attributes.modificationSeconds),
-      accessSeconds(attributes.accessSeconds),
-      nameLength_(static_cast<std::uint32_t>(name.size())),
-      extFlags(attributes.extFlags),
-      fileCount(isDirectory ? 0 : 1),
-      flags(attributes.flags),
-      category(attributes.category ? *attributes.category : categoryOf(name, isDirectory)),
-      isDirectory_(isDirectory),
-      reportsPrivateSize(attributes.reportsPrivateSize),
-      includesSharedCloneBlocks(sharesCloneBlocks(attributes.extFlags)) {}
+FileCategory FileNode::categoryByName(std::string_view name, bool isDirectory) {
+    name = PathUtil::lastComponent(name); // a root's name is a path
+    if (!isDirectory)
+        return FileClassifier::classify(name, std::nullopt, false);
+    return FileClassifier::classifyDirectoryByNameOrExtension(name, PathUtil::fileExtension(name))
+        .value_or(FileCategory::folder);
+}
 
 std::optional<Date> FileNode::modificationDate() const {
     return dateUnlessMissing(modificationSeconds);

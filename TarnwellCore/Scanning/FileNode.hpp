@@ -204,7 +204,27 @@ public:
 
 private:
     friend class NodeArena;
-    FileNode(std::string_view name, bool isDirectory, const FileNodeAttributes& attributes);
+    FileNode(std::string_view name, bool isDirectory, const FileNodeAttributes& attributes)
+        : size(attributes.size),
+          allocatedSize(attributes.allocatedSize),
+          privateSize(attributes.privateSize),
+          reclaimableSize(reclaimableBytes(attributes.allocatedSize, attributes.privateSize,
+                                           attributes.reportsPrivateSize,
+                                           attributes.flags.contains(FileNodeFlags::dataless))),
+          modificationSeconds(attributes.modificationSeconds),
+          accessSeconds(attributes.accessSeconds),
+          nameLength_(static_cast<std::uint32_t>(name.size())),
+          extFlags(attributes.extFlags),
+          fileCount(isDirectory ? 0 : 1),
+          flags(attributes.flags),
+          category(attributes.category ? *attributes.category : categoryByName(name, isDirectory)),
+          isDirectory_(isDirectory),
+          reportsPrivateSize(attributes.reportsPrivateSize),
+          includesSharedCloneBlocks(sharesCloneBlocks(attributes.extFlags)) {
+        name.copy(reinterpret_cast<char*>(this + 1), name.size());
+    }
+
+    static FileCategory categoryByName(std::string_view name, bool isDirectory);
 
     template <class Node, class Body>
     static void walk(Node& start, Body& body) {

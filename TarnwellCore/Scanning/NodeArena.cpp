@@ -35,13 +35,6 @@ void NodeArena::addChunk(std::size_t atLeast) {
     available_ = length;
 }
 
-FileNode* NodeArena::makeNode(std::string_view name, bool isDirectory, const FileNodeAttributes& attributes) {
-    void* place = allocate(sizeof(FileNode) + name.size());
-    auto* node = new (place) FileNode(name, isDirectory, attributes);
-    name.copy(reinterpret_cast<char*>(node + 1), name.size());
-    return node;
-}
-
 std::span<FileNode*> NodeArena::makeChildArray(std::size_t count) {
     return {static_cast<FileNode**>(allocate(count * sizeof(FileNode*))), count};
 }

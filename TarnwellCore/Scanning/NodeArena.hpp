@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -24,7 +25,9 @@ public:
 
     /// A node with a copy of `name` behind it, without parent and children. Reclaimable size and clone
     /// mark follow from the attributes; `fileCount` is 1 for a file. Throws std::bad_alloc.
-    FileNode* makeNode(std::string_view name, bool isDirectory, const FileNodeAttributes& attributes);
+    FileNode* makeNode(std::string_view name, bool isDirectory, const FileNodeAttributes& attributes) {
+        return new (allocate(sizeof(FileNode) + name.size())) FileNode(name, isDirectory, attributes);
+    }
 
     /// Room for `count` child pointers, not initialised. Throws std::bad_alloc.
     std::span<FileNode*> makeChildArray(std::size_t count);

@@ -1,7 +1,6 @@
 #include "TarnwellCore/Scanning/ScanWorker.hpp"
 
 #include "TarnwellCore/Classification/FileClassifier.hpp"
-#include "TarnwellCore/Classification/UTTypeCache.hpp"
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
 #include "TarnwellCore/Scanning/TreeAggregation.hpp"
 
@@ -16,17 +15,16 @@ namespace tarnwell {
 
 namespace {
 
-/// Path rules do not apply here: they would need a path for every entry.
-FileCategory categoryOfFile(std::string_view name, std::string_view extension) {
-    if (const auto category = FileClassifier::classifyExtension(extension, name))
-        return *category;
-    if (extension.empty())
-        return FileCategory::other;
-    return FileClassifier::utTypeCache().category(extension).value_or(FileCategory::other);
-}
-
 FileCategory categoryOfFolder(std::string_view name, std::string_view extension) {
     return FileClassifier::classifyDirectoryByNameOrExtension(name, extension).value_or(FileCategory::folder);
+}
+
+/// Empties a list and keeps its memory for the next folder, but not that of an unusually large one.
+void reuse(std::vector<FileNode*>& nodes) {
+    constexpr std::size_t largestKept = 16384;
+    if (nodes.capacity() > largestKept)
+        nodes = {};
+    nodes.clear();
 }
 
 /// Closes its descriptor, also when memory runs out while the folder is worked on.
@@ -42,9 +40,10 @@ struct OpenFolder {
 } // namespace
 
 ScanWorker::ScanWorker(const ScanContext& context, NodeArena* arena)
-    : context_(context), arena_(arena), reader_(context.calls) {
-    entries_.reserve(512);
-}
+    : context_(context),
+      arena_(arena),
+      reader_(context.calls),
+      consumer_([this](std::span<const RawDirectoryEntry> entries) { return processEntries(entries); }) {}
 
 void ScanWorker::run() {
     try {
@@ -65,29 +64,35 @@ void ScanWorker::run() {
 void ScanWorker::processFolder(const WorkItem& item) {
     tally_.stats.maximumDepth = std::max(tally_.stats.maximumDepth, item.depth);
     OpenFolder folder{openFolderPatiently(item)};
-    if (folder.descriptor < 0 || !reader_.readEntries(folder.descriptor, item.deviceID, entries_,
-                                                      DirectoryReader::Descriptor::fresh)) {
+    if (folder.descriptor < 0) {
         noteInaccessible(item);
         return;
     }
 
+    item_ = &item;
     const bool isDeepest = item.node != nullptr && item.depth >= context_.options.maximumDepth;
     collapseTarget_ = item.collapseTarget == nullptr && isDeepest ? item.node : item.collapseTarget;
     delta_ = {.node = collapseTarget_};
-    children_.clear();
     const std::size_t producedBefore = produced_.size();
-    for (const RawDirectoryEntry& entry : entries_) {
-        if (context_.cancelFlag.isSet())
-            break;
-        processEntry(item, entry);
-    }
-    if (!children_.empty())
+    // What was read of a folder before its reading failed still counts.
+    if (!reader_.readEntries(folder.descriptor, item.deviceID, consumer_, DirectoryReader::Descriptor::fresh))
+        noteInaccessible(item);
+    if (!files_.empty() || !folders_.empty())
         attachChildren(*item.node);
     if (collapseTarget_ != nullptr && (delta_.files > 0 || delta_.directories > 0))
         tally_.collapseDeltas.push_back(delta_);
     const std::size_t subfolders = produced_.size() - producedBefore;
     if (subfolders > 0 && item.folder->keepOpen(folder.descriptor, subfolders, context_.descriptors))
         folder.descriptor = -1;
+}
+
+bool ScanWorker::processEntries(std::span<const RawDirectoryEntry> entries) {
+    for (const RawDirectoryEntry& entry : entries) {
+        if (context_.cancelFlag.isSet())
+            return false;
+        processEntry(*item_, entry);
+    }
+    return true;
 }
 
 int ScanWorker::openFolderPatiently(const WorkItem& item) const {
@@ -158,8 +163,8 @@ void ScanWorker::addLeaf(const WorkItem& item, const RawDirectoryEntry& entry, F
     attributes.flags = flags;
     attributes.category = item.inheritedCategory ? *item.inheritedCategory
                           : isDirectory          ? categoryOfFolder(entry.name, extension(entry.name))
-                                                 : categoryOfFile(entry.name, extension(entry.name));
-    children_.push_back(arena_->makeNode(entry.name, isDirectory, attributes));
+                                                 : fileCategories_.category(entry.name);
+    (isDirectory ? folders_ : files_).push_back(arena_->makeNode(entry.name, isDirectory, attributes));
 }
 
 void ScanWorker::processSubfolder(const WorkItem& item, const RawDirectoryEntry& entry, FileNodeFlags flags,
@@ -186,7 +191,7 @@ void ScanWorker::processSubfolder(const WorkItem& item, const RawDirectoryEntry&
         const FileCategory category =
             item.inheritedCategory ? *item.inheritedCategory : categoryOfFolder(entry.name, folderExtension);
         FileNode* node = makeNode(entry, true, flags, category);
-        children_.push_back(node);
+        folders_.push_back(node);
         next.node = node;
         if (isPackage && !options.descendIntoPackages)
             next.collapseTarget = node;
@@ -218,11 +223,10 @@ void ScanWorker::processFile(const WorkItem& item, const RawDirectoryEntry& entr
 
     FileNode* node = nullptr;
     if (context_.buildsTree && collapseTarget_ == nullptr) {
-        const FileCategory category = item.inheritedCategory
-                                          ? *item.inheritedCategory
-                                          : categoryOfFile(entry.name, extension(entry.name));
+        const FileCategory category =
+            item.inheritedCategory ? *item.inheritedCategory : fileCategories_.category(entry.name);
         node = makeNode(entry, false, flags, category);
-        children_.push_back(node);
+        files_.push_back(node);
     }
     delta_.sharesClones = delta_.sharesClones || FileNode::sharesCloneBlocks(entry.extFlags);
 
@@ -281,10 +285,12 @@ FileNode* ScanWorker::makeNode(const RawDirectoryEntry& entry, bool isDirectory,
 }
 
 void ScanWorker::attachChildren(FileNode& folder) {
-    const auto children = arena_->makeChildArray(children_.size());
-    std::copy(children_.begin(), children_.end(), children.begin());
+    const auto children = arena_->makeChildArray(files_.size() + folders_.size());
+    std::copy(folders_.begin(), folders_.end(), std::copy(files_.begin(), files_.end(), children.begin()));
     folder.adoptChildren(children);
-    settleFiles(folder);
+    settleFiles(folder, files_.size(), sorter_);
+    reuse(files_);
+    reuse(folders_);
 }
 
 } // namespace tarnwell

@@ -2,14 +2,17 @@
 
 // One thread of a scan: takes folders from the queue, reads them, makes nodes of their entries.
 
+#include "TarnwellCore/Classification/FileCategoryMemo.hpp"
 #include "TarnwellCore/Classification/PathUtil.hpp"
 #include "TarnwellCore/Scanning/DirectoryReader.hpp"
 #include "TarnwellCore/Scanning/FolderHandle.hpp"
 #include "TarnwellCore/Scanning/HardlinkRegistry.hpp"
 #include "TarnwellCore/Scanning/NodeArena.hpp"
+#include "TarnwellCore/Scanning/NodeSorter.hpp"
 #include "TarnwellCore/Scanning/ScanQueue.hpp"
 
 #include <array>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -38,6 +41,8 @@ public:
 
 private:
     void processFolder(const WorkItem& item);
+    /// False when the scan was called off.
+    bool processEntries(std::span<const RawDirectoryEntry> entries);
     int openFolderPatiently(const WorkItem& item) const;
     void noteInaccessible(const WorkItem& item);
     void processEntry(const WorkItem& item, const RawDirectoryEntry& entry);
@@ -57,13 +62,17 @@ private:
     NodeArena* arena_;
     DirectoryReader reader_;
     std::array<char, PathUtil::extensionBufferSize> extensionBuffer_;
-    std::vector<RawDirectoryEntry> entries_;
+    const EntryConsumer consumer_;
+    FileCategoryMemo fileCategories_;
+    NodeSorter sorter_;
     std::vector<WorkItem> batch_;
     std::vector<WorkItem> produced_;
     ScanTally tally_;
 
     // Of the folder at hand:
-    std::vector<FileNode*> children_;
+    const WorkItem* item_ = nullptr;
+    std::vector<FileNode*> files_; // the nodes of its entries
+    std::vector<FileNode*> folders_;
     FileNode* collapseTarget_ = nullptr; // takes everything below the folder; null where nodes are made
     CollapseDelta delta_;
 };

@@ -20,25 +20,6 @@ void addBytes(FileNode& folder, const FileNode& child) {
     addChecked(folder.reclaimableSize, child.reclaimableSize);
 }
 
-bool precedes(const FileNode* a, const FileNode* b) {
-    return precedesBySize(*a, *b);
-}
-
-void sortBySize(std::span<FileNode*> nodes) {
-    // Most folders are small, and a stable sort in place needs no memory.
-    if (nodes.size() > 32) {
-        std::stable_sort(nodes.begin(), nodes.end(), precedes);
-        return;
-    }
-    for (std::size_t index = 1; index < nodes.size(); ++index) {
-        FileNode* node = nodes[index];
-        std::size_t place = index;
-        for (; place > 0 && precedes(node, nodes[place - 1]); --place)
-            nodes[place] = nodes[place - 1];
-        nodes[place] = node;
-    }
-}
-
 /// The folders at the end of a settled folder's children.
 std::span<FileNode*> foldersAtEnd(FileNode& folder) {
     const auto children = folder.mutableChildren();
@@ -50,15 +31,18 @@ std::span<FileNode*> foldersAtEnd(FileNode& folder) {
 
 /// Sorts the folders at the end of `children` and moves each to its place among the sorted files before
 /// them. Files are found by bisection: in a large folder most of them are not looked at.
-void mergeFolders(std::span<FileNode*> children, std::size_t fileCount, std::vector<FileNode*>& scratch) {
-    sortBySize(children.subspan(fileCount));
+void mergeFolders(std::span<FileNode*> children, std::size_t fileCount, NodeSorter& sorter,
+                  std::vector<FileNode*>& scratch) {
+    sorter.sort(children.subspan(fileCount));
     scratch.assign(children.begin() + static_cast<std::ptrdiff_t>(fileCount), children.end());
     std::size_t files = fileCount;
     for (std::size_t folders = scratch.size(); folders > 0; --folders) {
         FileNode* folder = scratch[folders - 1];
         const auto begin = children.begin();
         const auto end = begin + static_cast<std::ptrdiff_t>(files);
-        const auto place = std::upper_bound(begin, end, folder, precedes);
+        const auto place = std::upper_bound(begin, end, folder, [](const FileNode* a, const FileNode* b) {
+            return NodeSorter::precedes(*a, *b);
+        });
         std::move_backward(place, end, end + static_cast<std::ptrdiff_t>(folders));
         files = static_cast<std::size_t>(place - begin);
         children[files + folders - 1] = folder;
@@ -67,31 +51,33 @@ void mergeFolders(std::span<FileNode*> children, std::size_t fileCount, std::vec
 
 } // namespace
 
-bool precedesBySize(const FileNode& a, const FileNode& b) {
-    return a.size != b.size ? a.size > b.size : a.name() < b.name();
-}
-
-void settleFiles(FileNode& folder) {
+void settleFiles(FileNode& folder, std::size_t fileCount, NodeSorter& sorter) {
     if (isCollapsed(folder))
         return;
-    folder.size = folder.allocatedSize = folder.reclaimableSize = 0;
-    folder.fileCount = folder.directoryCount = 0;
-    folder.includesSharedCloneBlocks = folder.sharesBlocksWithClones();
-    const auto children = folder.mutableChildren();
-    for (const FileNode* child : children) {
-        if (child->isDirectory())
+    const auto files = folder.mutableChildren().first(fileCount);
+    std::int64_t size = 0;
+    std::int64_t allocatedSize = 0;
+    std::int64_t reclaimableSize = 0;
+    std::int32_t counted = 0;
+    bool includesSharedCloneBlocks = folder.sharesBlocksWithClones();
+    for (const FileNode* file : files) {
+        includesSharedCloneBlocks = includesSharedCloneBlocks || file->includesSharedCloneBlocks;
+        if (file->flags.contains(FileNodeFlags::inaccessible))
             continue;
-        folder.includesSharedCloneBlocks =
-            folder.includesSharedCloneBlocks || child->includesSharedCloneBlocks;
-        if (child->flags.contains(FileNodeFlags::inaccessible))
+        addChecked(counted, 1);
+        if (file->isHardlinkDuplicate())
             continue;
-        addChecked(folder.fileCount, 1);
-        if (!child->isHardlinkDuplicate())
-            addBytes(folder, *child);
+        addChecked(size, file->size);
+        addChecked(allocatedSize, file->allocatedSize);
+        addChecked(reclaimableSize, file->reclaimableSize);
     }
-    const auto firstFolder = std::stable_partition(
-        children.begin(), children.end(), [](const FileNode* child) { return !child->isDirectory(); });
-    sortBySize(children.first(static_cast<std::size_t>(firstFolder - children.begin())));
+    folder.size = size;
+    folder.allocatedSize = allocatedSize;
+    folder.reclaimableSize = reclaimableSize;
+    folder.fileCount = counted;
+    folder.directoryCount = 0;
+    folder.includesSharedCloneBlocks = includesSharedCloneBlocks;
+    sorter.sort(files);
 }
 
 void setHardlinkDuplicate(FileNode& file, bool isDuplicate) {
@@ -124,6 +110,7 @@ void rollUp(FileNode& root) {
             for (FileNode* child : foldersAtEnd(folder))
                 folders.push_back(child);
     }
+    NodeSorter sorter;
     std::vector<FileNode*> scratch;
     for (auto position = folders.rbegin(); position != folders.rend(); ++position) {
         FileNode& folder = **position;
@@ -138,14 +125,21 @@ void rollUp(FileNode& root) {
                 folder.includesSharedCloneBlocks || child->includesSharedCloneBlocks;
         }
         if (!subfolders.empty())
-            mergeFolders(folder.mutableChildren(), folder.children().size() - subfolders.size(), scratch);
+            mergeFolders(folder.mutableChildren(), folder.children().size() - subfolders.size(), sorter,
+                         scratch);
     }
 }
 
 void aggregate(FileNode& root) {
-    root.forEachDescendant([](FileNode& node) {
-        if (node.isDirectory())
-            settleFiles(node);
+    NodeSorter sorter;
+    root.forEachDescendant([&](FileNode& node) {
+        if (node.isDirectory()) {
+            const auto children = node.mutableChildren();
+            const auto firstFolder =
+                std::stable_partition(children.begin(), children.end(),
+                                      [](const FileNode* child) { return !child->isDirectory(); });
+            settleFiles(node, static_cast<std::size_t>(firstFolder - children.begin()), sorter);
+        }
         return true;
     });
     rollUp(root);

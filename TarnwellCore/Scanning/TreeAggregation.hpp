@@ -11,16 +11,19 @@
 //     plus the sums of its folder children; the folder's own entry does not count;
 //   - fileCount counts every file below that is not inaccessible, duplicates included;
 //   - directoryCount counts the folders below;
-//   - children stand by apparent size, largest first, equal sizes by name in byte order.
+//   - children stand in the order of NodeSorter.
 // A sum beyond 64 bits (counts: 32 bits) is a fatal error.
 
 #include "TarnwellCore/Scanning/FileNode.hpp"
+#include "TarnwellCore/Scanning/NodeSorter.hpp"
+
+#include <cstddef>
 
 namespace tarnwell {
 
-/// Sets the folder's sums to those of its direct file children and orders the children: files first, sorted
-/// among themselves, then folders in the order they had. Does nothing to a collapsed folder.
-void settleFiles(FileNode& folder);
+/// Sets the folder's sums to those of its file children, which are its first `fileCount` children, and sorts
+/// these among themselves. Does nothing to a collapsed folder.
+void settleFiles(FileNode& folder, std::size_t fileCount, NodeSorter& sorter);
 
 /// Takes a node's bytes into or out of its settled parent's sums when its duplicate mark is changed after
 /// `settleFiles` and before `rollUp`.
@@ -31,8 +34,5 @@ void rollUp(FileNode& root);
 
 /// Settles and rolls up a whole tree.
 void aggregate(FileNode& root);
-
-/// The order of children after aggregation.
-bool precedesBySize(const FileNode& a, const FileNode& b);
 
 } // namespace tarnwell

@@ -123,14 +123,30 @@ Record wholeRecord(const std::string& name) {
             .extended = mayShareBlocksFlag | sharesAllBlocksFlag};
 }
 
+struct Decoded {
+    DecodeOutcome outcome = {};
+    std::vector<RawDirectoryEntry> entries; // their names lie in the decoded bytes
+};
+
+Decoded decoded(std::span<const std::byte> bytes, std::size_t count) {
+    Decoded result;
+    const EntryConsumer consumer = [&](std::span<const RawDirectoryEntry> entries) {
+        result.entries.insert(result.entries.end(), entries.begin(), entries.end());
+        return true;
+    };
+    EntryBatch batch;
+    batch.begin(consumer);
+    result.outcome = decode(bytes, count, batch);
+    return result;
+}
+
 TEST(PackedAttributeRecords, DecodesEveryFieldAndMissingOnes) {
     Packer packer;
     packer.add(wholeRecord("a"))
         .add({.name = "folder", .type = 2})
         .add(wholeRecord(std::string(255, '\xFF')));
-    NameStore names;
-    std::vector<RawDirectoryEntry> entries;
-    ASSERT_TRUE(decode(packer.bytes, packer.count, names, entries));
+    const auto [outcome, entries] = decoded(packer.bytes, packer.count);
+    ASSERT_EQ(outcome, DecodeOutcome::complete);
     ASSERT_EQ(entries.size(), 3u);
 
     for (const std::size_t index : {std::size_t{0}, std::size_t{2}}) {
@@ -160,9 +176,8 @@ TEST(PackedAttributeRecords, DropsDotNamesButKeepsErrors) {
     for (const char* name : {".", "..", "", "..."})
         packer.add({.name = name, .type = 2});
     packer.add({.error = 13, .name = "locked"}).add({.error = 5});
-    NameStore names;
-    std::vector<RawDirectoryEntry> entries;
-    ASSERT_TRUE(decode(packer.bytes, packer.count, names, entries));
+    const auto [outcome, entries] = decoded(packer.bytes, packer.count);
+    ASSERT_EQ(outcome, DecodeOutcome::complete);
     ASSERT_EQ(entries.size(), 3u);
     EXPECT_EQ(entries[0].name, "...");
     EXPECT_EQ(entries[1].name, "locked");
@@ -196,9 +211,8 @@ TEST(PackedAttributeRecords, RefusesWhatTheKernelDoesNotWrite) {
         Packer packer;
         packer.add(wholeRecord("name"));
         packer.overwrite(each.place, each.value);
-        NameStore names;
-        std::vector<RawDirectoryEntry> entries;
-        EXPECT_FALSE(decode(packer.bytes, packer.count, names, entries)) << each.fault;
+        const auto [outcome, entries] = decoded(packer.bytes, packer.count);
+        EXPECT_EQ(outcome, DecodeOutcome::malformed) << each.fault;
         EXPECT_TRUE(entries.empty()) << each.fault;
     }
 }
@@ -207,18 +221,15 @@ TEST(PackedAttributeRecords, TruncatedBuffersAndCountsThatLie) {
     Packer packer;
     packer.add(wholeRecord("first")).add(wholeRecord("second"));
     for (std::size_t length = 0; length < packer.bytes.size(); ++length) {
-        NameStore names;
-        std::vector<RawDirectoryEntry> entries;
         // A copy of the exact length, so that a read beyond it is caught by the sanitizer.
         const std::vector<std::byte> cut(packer.bytes.begin(),
                                          packer.bytes.begin() + static_cast<long>(length));
-        EXPECT_FALSE(decode(cut, packer.count, names, entries)) << length;
+        EXPECT_EQ(decoded(cut, packer.count).outcome, DecodeOutcome::malformed) << length;
     }
-    NameStore names;
-    std::vector<RawDirectoryEntry> entries;
-    EXPECT_FALSE(decode(packer.bytes, 3, names, entries));
+    const auto [outcome, entries] = decoded(packer.bytes, 3);
+    EXPECT_EQ(outcome, DecodeOutcome::malformed);
     EXPECT_EQ(entries.size(), 2u);
-    EXPECT_TRUE(decode(packer.bytes, 0, names, entries));
+    EXPECT_EQ(decoded(packer.bytes, 0).outcome, DecodeOutcome::complete);
 }
 
 TEST(PackedAttributeRecords, SurvivesRandomDamage) {
@@ -228,11 +239,29 @@ TEST(PackedAttributeRecords, SurvivesRandomDamage) {
         packer.add(wholeRecord("one")).add({.error = 1, .name = "two"}).add(wholeRecord("three"));
         for (auto changes = random() % 6; changes > 0; --changes)
             packer.bytes[random() % packer.bytes.size()] = static_cast<std::byte>(random());
-        NameStore names;
-        std::vector<RawDirectoryEntry> entries;
-        decode(packer.bytes, random() % 5, names, entries);
-        for (const RawDirectoryEntry& entry : entries)
+        for (const RawDirectoryEntry& entry : decoded(packer.bytes, random() % 5).entries)
             EXPECT_LE(entry.name.size(), packer.bytes.size());
+    }
+}
+
+TEST(PackedAttributeRecords, HandsOnInPartsUntilTheConsumerHasEnough) {
+    Packer packer;
+    constexpr std::size_t count = 1000;
+    for (std::size_t index = 0; index < count; ++index)
+        packer.add(wholeRecord(std::to_string(index)));
+    for (const std::size_t enough : {std::size_t{1}, std::size_t{300}, count, 2 * count}) {
+        std::size_t seen = 0;
+        const EntryConsumer consumer = [&](std::span<const RawDirectoryEntry> entries) {
+            for (const RawDirectoryEntry& entry : entries)
+                EXPECT_EQ(entry.name, std::to_string(seen++));
+            return seen < enough;
+        };
+        EntryBatch batch;
+        batch.begin(consumer);
+        EXPECT_EQ(decode(packer.bytes, packer.count, batch),
+                  enough <= count ? DecodeOutcome::stopped : DecodeOutcome::complete);
+        EXPECT_GE(seen, std::min(enough, count));
+        EXPECT_LT(seen, enough + 300);
     }
 }
 

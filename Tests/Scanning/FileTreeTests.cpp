@@ -255,7 +255,7 @@ TEST(Aggregation, AgreesWithThePlainWayOnRandomTrees) {
             const auto children = folder->children();
             EXPECT_TRUE(
                 std::is_sorted(children.begin(), children.end(),
-                               [](const FileNode* a, const FileNode* b) { return precedesBySize(*a, *b); }))
+                               [](const FileNode* a, const FileNode* b) { return NodeSorter::precedes(*a, *b); }))
                 << "seed " << seed;
         }
     }

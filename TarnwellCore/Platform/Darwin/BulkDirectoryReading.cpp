@@ -62,7 +62,7 @@ BulkDirectoryReading::BulkDirectoryReading(const DirectoryCalls& calls)
 BulkDirectoryReading::~BulkDirectoryReading() = default;
 
 BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t, bool, std::span<std::byte> buffer,
-                                           NameStore& names, std::vector<RawDirectoryEntry>& entries) {
+                                           EntryBatch& batch) {
     // A reused descriptor starts over.
     ::lseek(folder, 0, SEEK_SET);
     for (;;) {
@@ -74,7 +74,12 @@ BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t, bool, std::
                 continue;
             return isUnsupportedError(errno) ? BulkReadOutcome::unsupported : BulkReadOutcome::failure;
         }
-        if (!decode(buffer, static_cast<std::size_t>(records), names, entries)) {
+        switch (decode(buffer, static_cast<std::size_t>(records), batch)) {
+        case DecodeOutcome::complete:
+            break;
+        case DecodeOutcome::stopped:
+            return BulkReadOutcome::success;
+        case DecodeOutcome::malformed:
             errno = EIO;
             return BulkReadOutcome::failure;
         }

@@ -18,14 +18,52 @@ namespace tarnwell {
 
 namespace {
 
-/// The kernel's struct linux_dirent64 up to its name.
-struct PackedEntryHeader {
-    std::uint64_t inode;
-    std::int64_t offset;
-    std::uint16_t length;
+struct PackedEntry {
+    const char* name; // ends in a NUL
+    std::size_t nameLength;
     std::uint8_t type;
 };
-constexpr std::size_t nameOffset = 19;
+
+/// The records that getdents64 packs into a buffer, one after the other.
+class PackedEntries {
+public:
+    explicit PackedEntries(std::span<const std::byte> bytes) : bytes_(bytes) {}
+
+    /// Null at the end, or where the bytes are not what the kernel writes. Lasts until the next call.
+    const PackedEntry* next() {
+        if (bytes_.size() <= nameOffset)
+            return nullptr;
+        Header header;
+        std::memcpy(&header, bytes_.data(), nameOffset);
+        isMalformed_ = header.length <= nameOffset || header.length > bytes_.size();
+        if (isMalformed_)
+            return nullptr;
+        const std::size_t room = header.length - nameOffset;
+        entry_.name = reinterpret_cast<const char*>(bytes_.data() + nameOffset);
+        entry_.nameLength = ::strnlen(entry_.name, room);
+        entry_.type = header.type;
+        isMalformed_ = entry_.nameLength == room;
+        if (isMalformed_)
+            return nullptr;
+        bytes_ = bytes_.subspan(header.length);
+        return &entry_;
+    }
+    bool isMalformed() const { return isMalformed_; }
+
+private:
+    /// The kernel's struct linux_dirent64 up to its name.
+    struct Header {
+        std::uint64_t inode;
+        std::int64_t offset;
+        std::uint16_t length;
+        std::uint8_t type;
+    };
+    static constexpr std::size_t nameOffset = 19;
+
+    std::span<const std::byte> bytes_;
+    PackedEntry entry_ = {};
+    bool isMalformed_ = false;
+};
 
 constexpr unsigned statusMask =
     STATX_TYPE | STATX_MODE | STATX_NLINK | STATX_INO | STATX_SIZE | STATX_BLOCKS | STATX_MTIME | STATX_ATIME;
@@ -99,8 +137,7 @@ BulkDirectoryReading::BulkDirectoryReading(const DirectoryCalls& calls)
 BulkDirectoryReading::~BulkDirectoryReading() = default;
 
 BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t deviceID, bool isAtStart,
-                                           std::span<std::byte> buffer, NameStore& names,
-                                           std::vector<RawDirectoryEntry>& entries) {
+                                           std::span<std::byte> buffer, EntryBatch& batch) {
     if (!isAtStart)
         ::lseek(folder, 0, SEEK_SET);
     const bool mayShareExtents = state_->sharedExtents.isPossible(folder, deviceID);
@@ -114,37 +151,32 @@ BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t deviceID, bo
             return errno == ENOSYS || errno == EOPNOTSUPP || errno == EINVAL ? BulkReadOutcome::unsupported
                                                                              : BulkReadOutcome::failure;
         }
-        const auto end = static_cast<std::size_t>(filled);
-        for (std::size_t position = 0; position + nameOffset < end;) {
-            const std::byte* record = buffer.data() + position;
-            PackedEntryHeader header;
-            std::memcpy(&header, record, nameOffset);
-            if (header.length <= nameOffset || header.length > end - position) {
-                errno = EIO;
-                return BulkReadOutcome::failure;
-            }
-            position += header.length;
-            const char* name = reinterpret_cast<const char*>(record + nameOffset);
-            const std::size_t nameLength = ::strnlen(name, header.length - nameOffset);
-            if (nameLength == header.length - nameOffset) {
-                errno = EIO; // not terminated: the kernel never writes that
-                return BulkReadOutcome::failure;
-            }
-            if (isDotName(name))
+        PackedEntries packed(buffer.first(static_cast<std::size_t>(filled)));
+        while (const PackedEntry* next = packed.next()) {
+            if (isDotName(next->name))
                 continue;
-            RawDirectoryEntry& entry = entries.emplace_back();
+            if (batch.isFull() && !batch.handOn())
+                return BulkReadOutcome::success;
+            RawDirectoryEntry& entry = batch.add();
+            entry.name = {next->name, next->nameLength};
             struct statx status;
-            if (state_->calls.extendedStatus(folder, name, &status) == 0) {
+            if (state_->calls.extendedStatus(folder, next->name, &status) == 0) {
                 fill(entry, status);
                 if (mayShareExtents && entry.objectType == VnodeType::regular && entry.allocatedSize > 0)
-                    state_->sharedExtents.measure(folder, name, entry);
+                    state_->sharedExtents.measure(folder, next->name, entry);
             } else if (errno == ENOSYS) {
+                batch.removeLast();
                 return BulkReadOutcome::unsupported;
             } else {
-                entry.objectType = vnodeTypeFromDirent(header.type);
+                entry.objectType = vnodeTypeFromDirent(next->type);
                 entry.errorCode = static_cast<std::uint32_t>(errno);
             }
-            entry.name = names.add({name, nameLength});
+        }
+        if (!batch.handOn())
+            return BulkReadOutcome::success;
+        if (packed.isMalformed()) {
+            errno = EIO;
+            return BulkReadOutcome::failure;
         }
     }
 }
