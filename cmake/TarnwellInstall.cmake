@@ -15,7 +15,8 @@ endfunction()
 
 install(TARGETS tarnwell-cli RUNTIME COMPONENT tool)
 tarnwell_install_alias(tarnwell-cli "${CMAKE_INSTALL_BINDIR}" tarnwell)
-install(FILES man/tarnwell.1 man/tarnwell-cli.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT tool)
+install(FILES man/tarnwell.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT tool)
+tarnwell_install_alias(tarnwell.1 "${CMAKE_INSTALL_MANDIR}/man1" tarnwell-cli.1)
 
 # Each shell looks for completions under the name of the command that is completed; zsh reads all of its files.
 set(bash_folder "${CMAKE_INSTALL_DATADIR}/bash-completion/completions")
@@ -32,13 +33,13 @@ install(TARGETS TarnwellCore TarnwellCLIKit EXPORT TarnwellTargets
   ARCHIVE COMPONENT development
   INCLUDES DESTINATION "${TARNWELL_INSTALL_INCLUDEDIR}")
 # Intermediate code is for one version of one compiler, and doubles the size; the machine code beside it stays.
-if(TARNWELL_LTO AND NOT APPLE)
+if(TARNWELL_LTO AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   install(CODE "
     set(libraries \"${CMAKE_INSTALL_LIBDIR}\")
     cmake_path(ABSOLUTE_PATH libraries BASE_DIRECTORY \"\${CMAKE_INSTALL_PREFIX}\")
     foreach(library IN ITEMS TarnwellCore TarnwellCLIKit)
       execute_process(COMMAND_ERROR_IS_FATAL ANY COMMAND \"${CMAKE_STRIP}\" --enable-deterministic-archives
-        -R .gnu.lto_* -R .gnu.debuglto_* -R .llvm.lto -N __gnu_lto_slim -N __gnu_lto_v1
+        -R .gnu.lto_* -R .gnu.debuglto_* -N __gnu_lto_slim -N __gnu_lto_v1
         \"\$ENV{DESTDIR}\${libraries}/lib\${library}.a\")
     endforeach()"
     COMPONENT development)

@@ -24,15 +24,15 @@ set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SHLIBDEPS TRUE)
 set(CPACK_DEBIAN_TOOL_PACKAGE_RECOMMENDS shared-mime-info)
 set(CPACK_COMPONENT_TOOL_DESCRIPTION
-"Walks a folder tree, measures every file and folder by its apparent size, by the
-space allocated to it and by the space that deleting it would free, lists what is
-largest, and compares stored scans.")
+"Walks a folder tree, measures every file and folder by its apparent
+size, by the space allocated to it and by the space that deleting it
+would free, lists what is largest, and compares stored scans.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libtarnwell-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libglib2.0-dev, libicu-dev, uuid-dev")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
-"Headers and static libraries of the scanner behind the tool tarnwell, with a CMake
-package and a pkg-config file. For programs in C++23.")
+"Headers and static libraries of the scanner behind the tool tarnwell,
+with a CMake package and a pkg-config file. For programs in C++23.")
 
 include(CPack)
