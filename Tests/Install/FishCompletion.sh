@@ -38,6 +38,6 @@ check 'tarnwell scan ' "$(printf '%s/\n' "${folderNames[@]}" | grep -vE 'line|fe
 check 'tarnwell scan (touch pwned; tarnwell scan ' "$(printf '%s/\n' "${folderNames[@]}" | grep -vE 'line|feed')"
 listed=$(fish --no-config -c 'source $argv[1]; complete -C "tarnwell snapshot diff "' \
     "$PREFIX/share/fish/vendor_completions.d/tarnwell.fish")
-expect_match "a description" "$listed" "*$newest"$'\t'"*bytes  *touch pwned ?\[31m*"
+expect_match "a description" "$listed" "*$newest"$'\t'"*bytes  *touch pwned \?\[31m*"
 expect_no_harm
 finish

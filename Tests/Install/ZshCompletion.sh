@@ -40,7 +40,7 @@ for ((index = 2; index < ${#cases[@]}; index += 2)); do
     expect "${cases[index]}" "$(inserted "${typed[index / 2]-}" 2)" "$(sorted_words ${cases[index + 1]})"
 done
 # What is listed for a folder's name must not reach the terminal as an order.
-expect_match "a description" "$(<"$WORK/typed.screen")" "*$newest*touch pwned ?\[31m*"
+expect_match "a description" "$(<"$WORK/typed.screen")" "*$newest*touch pwned \?\[31m*"
 grep -q $'\033\[31m' "$WORK/typed.screen" && fail "a description with control characters"
 expect_no_harm
 finish

@@ -17,7 +17,8 @@ int main(int count, char** arguments) {
     std::printf("folder: %zu child\n", scan.root->children().size());
 
     const std::string date = tarnwell::DateFormatting::relativeString(scan.startedAt, scan.startedAt);
-    if (date.empty() || tarnwell::UUID::random() == tarnwell::UUID{} || !tarnwell::DiskInfo::bootVolume())
+    static_cast<void>(tarnwell::DiskInfo::mountedVolumes(true));
+    if (date.empty() || tarnwell::UUID::random() == tarnwell::UUID{})
         return 1;
 
     const tarnwell::CLIResult listing = tarnwell::CLIMain::run({"scan", folder});
