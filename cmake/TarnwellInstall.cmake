@@ -58,7 +58,12 @@ install(FILES "${PROJECT_BINARY_DIR}/TarnwellConfig.cmake" "${PROJECT_BINARY_DIR
 
 set(pc_folder "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 cmake_path(ABSOLUTE_PATH pc_folder BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}" OUTPUT_VARIABLE pc_full_folder)
-cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY "${pc_full_folder}" OUTPUT_VARIABLE pc_up)
+set(pc_names prefix libdir includedir)
+set(pc_folders "${CMAKE_INSTALL_PREFIX}" "${CMAKE_INSTALL_LIBDIR}" "${TARNWELL_INSTALL_INCLUDEDIR}")
+foreach(name folder IN ZIP_LISTS pc_names pc_folders)
+  cmake_path(ABSOLUTE_PATH folder BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}")
+  cmake_path(RELATIVE_PATH folder BASE_DIRECTORY "${pc_full_folder}" OUTPUT_VARIABLE "pc_${name}")
+endforeach()
 list(JOIN TARNWELL_MODULES " " pc_requires)
 list(JOIN TARNWELL_FRAMEWORKS " " pc_frameworks)
 configure_file(cmake/tarnwell.pc.in tarnwell.pc @ONLY)
