@@ -58,8 +58,8 @@ install(FILES "${PROJECT_BINARY_DIR}/TarnwellConfig.cmake" "${PROJECT_BINARY_DIR
 
 set(pc_folder "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 cmake_path(ABSOLUTE_PATH pc_folder BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}" OUTPUT_VARIABLE pc_full_folder)
-set(pc_names prefix libdir includedir)
-set(pc_folders "${CMAKE_INSTALL_PREFIX}" "${CMAKE_INSTALL_LIBDIR}" "${TARNWELL_INSTALL_INCLUDEDIR}")
+set(pc_names prefix includedir)
+set(pc_folders "${CMAKE_INSTALL_PREFIX}" "${TARNWELL_INSTALL_INCLUDEDIR}")
 foreach(name folder IN ZIP_LISTS pc_names pc_folders)
   cmake_path(ABSOLUTE_PATH folder BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}")
   cmake_path(RELATIVE_PATH folder BASE_DIRECTORY "${pc_full_folder}" OUTPUT_VARIABLE "pc_${name}")
