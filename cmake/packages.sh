@@ -27,10 +27,11 @@ package_names() {
             libicu-dev
         ;;
     "debian test") echo libgtest-dev libgmock-dev ;;
-    "debian test-optional") echo btrfs-progs xfsprogs ;;
+    "debian test-optional") echo btrfs-progs xfsprogs zsh fish mandoc groff-base dpkg-dev ;;
     "debian benchmark") echo ncdu gdu libbenchmark-dev ;;
     "homebrew build") echo cmake ninja ccache rapidjson ;;
     "homebrew test") echo googletest ;;
+    "homebrew test-optional") echo fish ;;
     "homebrew benchmark") echo google-benchmark ;;
     esac
 }
