@@ -8,7 +8,10 @@ namespace tarnwell {
 
 UTTypeCache::UTTypeCache() : UTTypeCache(FileClassifier::classifyByUTType) {}
 
-UTTypeCache::UTTypeCache(Lookup lookup) : lookup_(std::move(lookup)) {}
+UTTypeCache::UTTypeCache(Lookup lookup) : lookup_(std::move(lookup)) {
+    // Most new extensions then meet an empty bucket, which the processor fetches but once.
+    storage_.max_load_factor(0.25f);
+}
 
 std::optional<FileCategory> UTTypeCache::category(std::string_view ext) {
     const auto known = [](FileCategory stored) {

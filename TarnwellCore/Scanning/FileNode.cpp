@@ -144,7 +144,7 @@ double FileNode::percentOfRoot() const {
 std::int64_t FileNode::sharedWithClones() const {
     if (isDirectory_ || !reportsPrivateSize || !sharesBlocksWithClones())
         return 0;
-    return std::max<std::int64_t>(checkedSubtract(allocatedSize, privateSize), 0);
+    return std::max<std::int64_t>(checkedSubtract(allocatedSize, privateSize_), 0);
 }
 
 std::vector<const FileNode*> FileNode::descendants(std::size_t limit) const {
@@ -243,16 +243,13 @@ void FileNode::detachDescendants() {
             child->parent_ = nullptr;
             pending.push_back(child);
         }
-        node->children_ = nullptr;
         node->childCount_ = 0;
     }
 }
 
-void FileNode::adoptChildren(std::span<FileNode*> children, std::size_t firstNew) {
+void FileNode::setChildren(std::span<FileNode*> children) {
     children_ = children.data();
     childCount_ = static_cast<std::uint32_t>(children.size());
-    for (FileNode* child : children.subspan(firstNew))
-        child->parent_ = this;
 }
 
 } // namespace tarnwell

@@ -56,7 +56,9 @@ public:
     /// Null for the root.
     FileNode* parent() const { return parent_; }
     /// In creation order until aggregation, then larger `size` first, equal sizes by name.
-    std::span<FileNode* const> children() const { return {children_, childCount_}; }
+    std::span<FileNode* const> children() const {
+        return childCount_ == 0 ? std::span<FileNode* const>() : std::span(children_, childCount_);
+    }
     bool isDirectory() const { return isDirectory_; }
 
     // --- What was measured ----------------------------------------------------------------------------
@@ -65,8 +67,6 @@ public:
     std::int64_t size;
     /// Bytes allocated on disk; for folders the aggregated sum.
     std::int64_t allocatedSize;
-    /// Bytes that belong to this file alone, as the file system reported them.
-    std::int64_t privateSize;
     /// Bytes that deleting this item would free.
     std::int64_t reclaimableSize;
     /// Seconds since 2001-01-01 00:00:00 UTC, or `missingTime`.
@@ -74,8 +74,11 @@ public:
     double accessSeconds;
 
 private:
-    FileNode* parent_ = nullptr;
-    FileNode** children_ = nullptr;
+    FileNode* parent_;
+    union {
+        std::int64_t privateSize_; // of a file
+        FileNode** children_;      // of a folder that has any
+    };
     std::uint32_t childCount_ = 0;
     std::uint32_t nameLength_;
 
@@ -97,6 +100,9 @@ public:
     bool reportsPrivateSize : 1;
     /// Whether this entry, or a counted descendant of this folder, shares blocks with a clone.
     bool includesSharedCloneBlocks : 1;
+
+    /// Bytes that belong to this file alone, as the file system reported them; 0 for a folder.
+    std::int64_t privateSize() const { return isDirectory_ ? 0 : privateSize_; }
 
     // --- Derived values -------------------------------------------------------------------------------
 
@@ -195,24 +201,26 @@ public:
 
     // --- Building: for the owner of the tree ----------------------------------------------------------
 
-    /// Makes these the node's children, in this order, and this node their parent. The array must live as
-    /// long as the tree: take it from the tree's arena.
-    /// Those before `firstNew` already are its children.
-    void adoptChildren(std::span<FileNode*> children, std::size_t firstNew = 0);
+    /// Gives a folder these children, in this order, all of them made with it as their parent. The array must
+    /// live as long as the tree: take it from the tree's arena.
+    void setChildren(std::span<FileNode*> children);
     /// The children for reordering in place.
-    std::span<FileNode*> mutableChildren() { return {children_, childCount_}; }
+    std::span<FileNode*> mutableChildren() {
+        return childCount_ == 0 ? std::span<FileNode*>() : std::span(children_, childCount_);
+    }
 
 private:
-    friend class NodeArena;
-    FileNode(std::string_view name, bool isDirectory, const FileNodeAttributes& attributes)
+    friend class NodeArena; // which has put the name behind the node
+    FileNode(FileNode* parent, std::string_view name, bool isDirectory, const FileNodeAttributes& attributes)
         : size(attributes.size),
           allocatedSize(attributes.allocatedSize),
-          privateSize(attributes.privateSize),
           reclaimableSize(reclaimableBytes(attributes.allocatedSize, attributes.privateSize,
                                            attributes.reportsPrivateSize,
                                            attributes.flags.contains(FileNodeFlags::dataless))),
           modificationSeconds(attributes.modificationSeconds),
           accessSeconds(attributes.accessSeconds),
+          parent_(parent),
+          privateSize_(isDirectory ? 0 : attributes.privateSize),
           nameLength_(static_cast<std::uint32_t>(name.size())),
           extFlags(attributes.extFlags),
           fileCount(isDirectory ? 0 : 1),
@@ -220,9 +228,7 @@ private:
           category(attributes.category ? *attributes.category : categoryByName(name, isDirectory)),
           isDirectory_(isDirectory),
           reportsPrivateSize(attributes.reportsPrivateSize),
-          includesSharedCloneBlocks(sharesCloneBlocks(attributes.extFlags)) {
-        name.copy(reinterpret_cast<char*>(this + 1), name.size());
-    }
+          includesSharedCloneBlocks(sharesCloneBlocks(attributes.extFlags)) {}
 
     static FileCategory categoryByName(std::string_view name, bool isDirectory);
 
@@ -233,11 +239,11 @@ private:
             Node* node = pending.back();
             pending.pop_back();
             if (body(*node))
-                pending.insert(pending.end(), node->children_, node->children_ + node->childCount_);
+                pending.insert(pending.end(), node->children().begin(), node->children().end());
         }
     }
 };
 
-static_assert(sizeof(FileNode) <= 112, "a tree of tens of millions of nodes has to fit in memory");
+static_assert(sizeof(FileNode) <= 80, "a tree of tens of millions of nodes has to fit in memory");
 
 } // namespace tarnwell

@@ -7,13 +7,14 @@
 namespace tarnwell {
 
 FileTreeBuilder::FileTreeBuilder(std::string_view rootPath, const FileNodeAttributes& attributes)
-    : arena_(std::make_shared<TreeArena>(1)), root_(arena_->region(0).makeNode(rootPath, true, attributes)) {}
+    : arena_(std::make_shared<TreeArena>(1)),
+      root_(arena_->region(0).makeNode(nullptr, rootPath, true, attributes)) {}
 
 FileTreeBuilder::~FileTreeBuilder() = default;
 
 FileNode& FileTreeBuilder::addFolder(FileNode& parent, std::string_view name,
                                      const FileNodeAttributes& attributes) {
-    return attach(parent, *arena_->region(0).makeNode(name, true, attributes));
+    return attach(parent, *arena_->region(0).makeNode(&parent, name, true, attributes));
 }
 
 FileNode& FileTreeBuilder::addFile(FileNode& parent, std::string_view name, std::int64_t size) {
@@ -24,7 +25,7 @@ FileNode& FileTreeBuilder::addFile(FileNode& parent, std::string_view name, std:
 
 FileNode& FileTreeBuilder::addFile(FileNode& parent, std::string_view name,
                                    const FileNodeAttributes& attributes) {
-    return attach(parent, *arena_->region(0).makeNode(name, false, attributes));
+    return attach(parent, *arena_->region(0).makeNode(&parent, name, false, attributes));
 }
 
 FileNode& FileTreeBuilder::attach(FileNode& parent, FileNode& child) {
@@ -38,7 +39,7 @@ FileNode& FileTreeBuilder::attach(FileNode& parent, FileNode& child) {
         std::copy(present.begin(), present.end(), children.begin());
     }
     children.back() = &child;
-    parent.adoptChildren(children, present.size());
+    parent.setChildren(children);
     return child;
 }
 

@@ -23,10 +23,15 @@ public:
     NodeArena(const NodeArena&) = delete;
     NodeArena& operator=(const NodeArena&) = delete;
 
-    /// A node with a copy of `name` behind it, without parent and children. Reclaimable size and clone
-    /// mark follow from the attributes; `fileCount` is 1 for a file. Throws std::bad_alloc.
-    FileNode* makeNode(std::string_view name, bool isDirectory, const FileNodeAttributes& attributes) {
-        return new (allocate(sizeof(FileNode) + name.size())) FileNode(name, isDirectory, attributes);
+    /// A node with a copy of `name` behind it, without children; `parent` is null for a root. Reclaimable
+    /// size and clone mark follow from the attributes; `fileCount` is 1 for a file. Throws std::bad_alloc.
+    FileNode* makeNode(FileNode* parent, std::string_view name, bool isDirectory,
+                       const FileNodeAttributes& attributes) {
+        auto* place = static_cast<std::byte*>(allocate(sizeof(FileNode) + name.size()));
+        // The name first. The node sets single bits, for which it reads before it writes; a new page that is
+        // read first costs a second fault, and an interrupt of the other processors.
+        name.copy(reinterpret_cast<char*>(place + sizeof(FileNode)), name.size());
+        return new (place) FileNode(parent, name, isDirectory, attributes);
     }
 
     /// Room for `count` child pointers, not initialised. Throws std::bad_alloc.

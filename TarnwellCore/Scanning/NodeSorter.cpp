@@ -1,17 +1,8 @@
 #include "TarnwellCore/Scanning/NodeSorter.hpp"
 
 #include <algorithm>
-#include <cstddef>
-#include <string_view>
 
 namespace tarnwell {
-
-NodeSorter::Key::Key(FileNode& keyed) : size(keyed.size), nameStart(0), node(&keyed) {
-    // A short name is padded with zeros; where that makes two alike, the whole names decide.
-    const std::string_view name = keyed.name();
-    for (std::size_t index = 0; index < sizeof nameStart; ++index)
-        nameStart = nameStart << 8 | (index < name.size() ? static_cast<unsigned char>(name[index]) : 0u);
-}
 
 bool NodeSorter::Key::operator<(const Key& other) const {
     if (size != other.size)
@@ -21,16 +12,15 @@ bool NodeSorter::Key::operator<(const Key& other) const {
     return node->name() < other.node->name();
 }
 
-void NodeSorter::sort(std::span<FileNode*> nodes) {
+std::span<FileNode*> NodeSorter::takeInto(std::span<FileNode*> places) {
     constexpr std::size_t largestKept = 16384;
-    keys_.clear();
-    keys_.reserve(nodes.size());
-    for (FileNode* node : nodes)
-        keys_.emplace_back(*node);
+    const std::size_t count = keys_.size();
     std::sort(keys_.begin(), keys_.end());
-    std::ranges::transform(keys_, nodes.begin(), &Key::node);
+    std::ranges::transform(keys_, places.begin(), &Key::node);
     if (keys_.capacity() > largestKept)
         keys_ = {};
+    keys_.clear();
+    return places.subspan(count);
 }
 
 } // namespace tarnwell

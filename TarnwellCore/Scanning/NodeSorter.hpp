@@ -4,8 +4,12 @@
 
 #include "TarnwellCore/Scanning/FileNode.hpp"
 
+#include <bit>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
+#include <string_view>
 #include <vector>
 
 namespace tarnwell {
@@ -19,18 +23,35 @@ public:
         return a.size != b.size ? a.size > b.size : a.name() < b.name();
     }
 
-    void sort(std::span<FileNode*> nodes);
+    void add(FileNode& node) { keys_.emplace_back(node); }
+    std::size_t count() const { return keys_.size(); }
+
+    /// Puts the nodes that were added to the front of `places`, in order, and forgets them. Returns the rest
+    /// of `places`, which must hold them all.
+    std::span<FileNode*> takeInto(std::span<FileNode*> places);
 
 private:
     /// What decides nearly every comparison, side by side: nodes lie apart in memory.
     struct Key {
-        explicit Key(FileNode& keyed);
+        explicit Key(FileNode& keyed) : size(keyed.size), nameStart(startOf(keyed.name())), node(&keyed) {}
         bool operator<(const Key& other) const;
 
         std::int64_t size;
         std::uint64_t nameStart; // the first eight bytes as one number that orders as they do
         FileNode* node;
     };
+
+    static std::uint64_t startOf(std::string_view name) {
+        std::uint64_t start = 0;
+        if (name.size() >= sizeof start) {
+            std::memcpy(&start, name.data(), sizeof start);
+            return std::endian::native == std::endian::little ? __builtin_bswap64(start) : start;
+        }
+        // Padded with zeros; where that makes two names alike, the whole names decide.
+        for (std::size_t index = 0; index < sizeof start; ++index)
+            start = start << 8 | (index < name.size() ? static_cast<unsigned char>(name[index]) : 0u);
+        return start;
+    }
 
     std::vector<Key> keys_;
 };

@@ -81,7 +81,7 @@ ScanResult ScanEngine::run() {
         arena = std::make_shared<TreeArena>(static_cast<std::size_t>(workers));
         FileNodeAttributes attributes;
         attributes.modificationSeconds = modificationSeconds;
-        rootItem.node = arena->region(0).makeNode(rootPath_, true, attributes);
+        rootItem.node = arena->region(0).makeNode(nullptr, rootPath_, true, attributes);
         rootItem.inheritedCategory = FileClassifier::componentCategory(PathUtil::lastComponent(rootPath_));
     }
     FileNode* root = rootItem.node;

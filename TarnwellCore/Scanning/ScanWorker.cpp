@@ -19,14 +19,6 @@ FileCategory categoryOfFolder(std::string_view name, std::string_view extension)
     return FileClassifier::classifyDirectoryByNameOrExtension(name, extension).value_or(FileCategory::folder);
 }
 
-/// Empties a list and keeps its memory for the next folder, but not that of an unusually large one.
-void reuse(std::vector<FileNode*>& nodes) {
-    constexpr std::size_t largestKept = 16384;
-    if (nodes.capacity() > largestKept)
-        nodes = {};
-    nodes.clear();
-}
-
 /// Closes its descriptor, also when memory runs out while the folder is worked on.
 struct OpenFolder {
     int descriptor;
@@ -77,8 +69,8 @@ void ScanWorker::processFolder(const WorkItem& item) {
     // What was read of a folder before its reading failed still counts.
     if (!reader_.readEntries(folder.descriptor, item.deviceID, consumer_, DirectoryReader::Descriptor::fresh))
         noteInaccessible(item);
-    if (!files_.empty() || !folders_.empty())
-        attachChildren(*item.node);
+    if (item.node != nullptr && collapseTarget_ == nullptr)
+        settle(*item.node);
     if (collapseTarget_ != nullptr && (delta_.files > 0 || delta_.directories > 0))
         tally_.collapseDeltas.push_back(delta_);
     const std::size_t subfolders = produced_.size() - producedBefore;
@@ -164,7 +156,11 @@ void ScanWorker::addLeaf(const WorkItem& item, const RawDirectoryEntry& entry, F
     attributes.category = item.inheritedCategory ? *item.inheritedCategory
                           : isDirectory          ? categoryOfFolder(entry.name, extension(entry.name))
                                                  : fileCategories_.category(entry.name);
-    (isDirectory ? folders_ : files_).push_back(arena_->makeNode(entry.name, isDirectory, attributes));
+    FileNode* node = arena_->makeNode(item.node, entry.name, isDirectory, attributes);
+    if (isDirectory)
+        folders_.push_back(node);
+    else
+        addFile(*node);
 }
 
 void ScanWorker::processSubfolder(const WorkItem& item, const RawDirectoryEntry& entry, FileNodeFlags flags,
@@ -190,7 +186,7 @@ void ScanWorker::processSubfolder(const WorkItem& item, const RawDirectoryEntry&
     if (context_.buildsTree && collapseTarget_ == nullptr) {
         const FileCategory category =
             item.inheritedCategory ? *item.inheritedCategory : categoryOfFolder(entry.name, folderExtension);
-        FileNode* node = makeNode(entry, true, flags, category);
+        FileNode* node = makeNode(item, entry, true, flags, category);
         folders_.push_back(node);
         next.node = node;
         if (isPackage && !options.descendIntoPackages)
@@ -225,8 +221,7 @@ void ScanWorker::processFile(const WorkItem& item, const RawDirectoryEntry& entr
     if (context_.buildsTree && collapseTarget_ == nullptr) {
         const FileCategory category =
             item.inheritedCategory ? *item.inheritedCategory : fileCategories_.category(entry.name);
-        node = makeNode(entry, false, flags, category);
-        files_.push_back(node);
+        node = makeNode(item, entry, false, flags, category);
     }
     delta_.sharesClones = delta_.sharesClones || FileNode::sharesCloneBlocks(entry.extFlags);
 
@@ -250,13 +245,17 @@ void ScanWorker::processFile(const WorkItem& item, const RawDirectoryEntry& entr
             isFirst = context_.hardlinks.isFirst(key);
         }
         if (!isFirst) {
-            if (node != nullptr)
+            if (node != nullptr) {
                 node->flags.insert(FileNodeFlags::hardlinkDuplicate);
+                addFile(*node);
+            }
             ++stats.hardlinkDuplicateCount;
             addChecked(stats.hardlinkSavedBytes, entry.logicalSize);
             return;
         }
     }
+    if (node != nullptr)
+        addFile(*node);
     addChecked(stats.totalSize, entry.logicalSize);
     addChecked(stats.totalAllocatedSize, entry.allocatedSize);
     addChecked(stats.totalReclaimableSize, reclaimable);
@@ -267,8 +266,8 @@ void ScanWorker::processFile(const WorkItem& item, const RawDirectoryEntry& entr
     }
 }
 
-FileNode* ScanWorker::makeNode(const RawDirectoryEntry& entry, bool isDirectory, FileNodeFlags flags,
-                               FileCategory category) {
+FileNode* ScanWorker::makeNode(const WorkItem& item, const RawDirectoryEntry& entry, bool isDirectory,
+                               FileNodeFlags flags, FileCategory category) {
     FileNodeAttributes attributes;
     if (!isDirectory) {
         attributes.size = entry.logicalSize;
@@ -281,16 +280,23 @@ FileNode* ScanWorker::makeNode(const RawDirectoryEntry& entry, bool isDirectory,
     attributes.accessSeconds = entry.accessSeconds;
     attributes.flags = flags;
     attributes.category = category;
-    return arena_->makeNode(entry.name, isDirectory, attributes);
+    return arena_->makeNode(item.node, entry.name, isDirectory, attributes);
 }
 
-void ScanWorker::attachChildren(FileNode& folder) {
-    const auto children = arena_->makeChildArray(files_.size() + folders_.size());
-    std::copy(folders_.begin(), folders_.end(), std::copy(files_.begin(), files_.end(), children.begin()));
-    folder.adoptChildren(children);
-    settleFiles(folder, files_.size(), sorter_);
-    reuse(files_);
-    reuse(folders_);
+/// Gives a folder that was read its children, files first, and the sums of its files.
+void ScanWorker::settle(FileNode& folder) {
+    constexpr std::size_t largestKept = 16384;
+    sums_.store(folder);
+    sums_ = {};
+    const std::size_t count = files_.count() + folders_.size();
+    if (count == 0)
+        return;
+    const auto children = arena_->makeChildArray(count);
+    std::ranges::copy(folders_, files_.takeInto(children).begin());
+    folder.setChildren(children);
+    if (folders_.capacity() > largestKept)
+        folders_ = {};
+    folders_.clear();
 }
 
 } // namespace tarnwell

@@ -10,6 +10,7 @@
 #include "TarnwellCore/Scanning/NodeArena.hpp"
 #include "TarnwellCore/Scanning/NodeSorter.hpp"
 #include "TarnwellCore/Scanning/ScanQueue.hpp"
+#include "TarnwellCore/Scanning/TreeAggregation.hpp"
 
 #include <array>
 #include <span>
@@ -50,13 +51,17 @@ private:
                           const ExclusionIndex::Level* exclusions);
     void processFile(const WorkItem& item, const RawDirectoryEntry& entry, FileNodeFlags flags);
     void addLeaf(const WorkItem& item, const RawDirectoryEntry& entry, FileNodeFlags flags);
-    FileNode* makeNode(const RawDirectoryEntry& entry, bool isDirectory, FileNodeFlags flags,
-                       FileCategory category);
+    FileNode* makeNode(const WorkItem& item, const RawDirectoryEntry& entry, bool isDirectory,
+                       FileNodeFlags flags, FileCategory category);
     /// The lower-case extension of a name; lasts until the next call.
     std::string_view extension(std::string_view name) {
         return PathUtil::lowerCaseExtension(name, extensionBuffer_);
     }
-    void attachChildren(FileNode& folder);
+    void addFile(FileNode& file) {
+        sums_.add(file);
+        files_.add(file);
+    }
+    void settle(FileNode& folder);
 
     const ScanContext& context_;
     NodeArena* arena_;
@@ -64,15 +69,15 @@ private:
     std::array<char, PathUtil::extensionBufferSize> extensionBuffer_;
     const EntryConsumer consumer_;
     FileCategoryMemo fileCategories_;
-    NodeSorter sorter_;
     std::vector<WorkItem> batch_;
     std::vector<WorkItem> produced_;
     ScanTally tally_;
 
     // Of the folder at hand:
     const WorkItem* item_ = nullptr;
-    std::vector<FileNode*> files_; // the nodes of its entries
+    NodeSorter files_; // the nodes of its entries
     std::vector<FileNode*> folders_;
+    FolderSums sums_;
     FileNode* collapseTarget_ = nullptr; // takes everything below the folder; null where nodes are made
     CollapseDelta delta_;
 };

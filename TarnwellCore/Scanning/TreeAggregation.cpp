@@ -1,6 +1,6 @@
 #include "TarnwellCore/Scanning/TreeAggregation.hpp"
 
-#include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
+#include "TarnwellCore/Scanning/NodeSorter.hpp"
 
 #include <algorithm>
 #include <iterator>
@@ -33,8 +33,10 @@ std::span<FileNode*> foldersAtEnd(FileNode& folder) {
 /// them. Files are found by bisection: in a large folder most of them are not looked at.
 void mergeFolders(std::span<FileNode*> children, std::size_t fileCount, NodeSorter& sorter,
                   std::vector<FileNode*>& scratch) {
-    sorter.sort(children.subspan(fileCount));
-    scratch.assign(children.begin() + static_cast<std::ptrdiff_t>(fileCount), children.end());
+    for (FileNode* folder : children.subspan(fileCount))
+        sorter.add(*folder);
+    scratch.resize(children.size() - fileCount);
+    sorter.takeInto(scratch);
     std::size_t files = fileCount;
     for (std::size_t folders = scratch.size(); folders > 0; --folders) {
         FileNode* folder = scratch[folders - 1];
@@ -51,33 +53,13 @@ void mergeFolders(std::span<FileNode*> children, std::size_t fileCount, NodeSort
 
 } // namespace
 
-void settleFiles(FileNode& folder, std::size_t fileCount, NodeSorter& sorter) {
-    if (isCollapsed(folder))
-        return;
-    const auto files = folder.mutableChildren().first(fileCount);
-    std::int64_t size = 0;
-    std::int64_t allocatedSize = 0;
-    std::int64_t reclaimableSize = 0;
-    std::int32_t counted = 0;
-    bool includesSharedCloneBlocks = folder.sharesBlocksWithClones();
-    for (const FileNode* file : files) {
-        includesSharedCloneBlocks = includesSharedCloneBlocks || file->includesSharedCloneBlocks;
-        if (file->flags.contains(FileNodeFlags::inaccessible))
-            continue;
-        addChecked(counted, 1);
-        if (file->isHardlinkDuplicate())
-            continue;
-        addChecked(size, file->size);
-        addChecked(allocatedSize, file->allocatedSize);
-        addChecked(reclaimableSize, file->reclaimableSize);
-    }
-    folder.size = size;
-    folder.allocatedSize = allocatedSize;
-    folder.reclaimableSize = reclaimableSize;
-    folder.fileCount = counted;
+void FolderSums::store(FileNode& folder) const {
+    folder.size = size_;
+    folder.allocatedSize = allocatedSize_;
+    folder.reclaimableSize = reclaimableSize_;
+    folder.fileCount = fileCount_;
     folder.directoryCount = 0;
-    folder.includesSharedCloneBlocks = includesSharedCloneBlocks;
-    sorter.sort(files);
+    folder.includesSharedCloneBlocks = includesSharedCloneBlocks_ || folder.sharesBlocksWithClones();
 }
 
 void setHardlinkDuplicate(FileNode& file, bool isDuplicate) {
@@ -132,14 +114,23 @@ void rollUp(FileNode& root) {
 
 void aggregate(FileNode& root) {
     NodeSorter sorter;
+    std::vector<FileNode*> folders;
     root.forEachDescendant([&](FileNode& node) {
-        if (node.isDirectory()) {
-            const auto children = node.mutableChildren();
-            const auto firstFolder =
-                std::stable_partition(children.begin(), children.end(),
-                                      [](const FileNode* child) { return !child->isDirectory(); });
-            settleFiles(node, static_cast<std::size_t>(firstFolder - children.begin()), sorter);
+        if (!node.isDirectory() || isCollapsed(node))
+            return true;
+        FolderSums sums;
+        folders.clear();
+        const auto children = node.mutableChildren();
+        for (FileNode* child : children) {
+            if (child->isDirectory()) {
+                folders.push_back(child);
+            } else {
+                sums.add(*child);
+                sorter.add(*child);
+            }
         }
+        std::ranges::copy(folders, sorter.takeInto(children).begin());
+        sums.store(node);
         return true;
     });
     rollUp(root);

@@ -2,9 +2,10 @@
 
 // Rolling sizes and counts up a tree, and putting children in order.
 //
-// Two steps, because they want different moments: a folder's own files are added up and sorted while they
-// are still in the processor's caches (`settleFiles`, right after the folder was read), and the folders are
-// rolled up when all of them are there (`rollUp`). A tree made by hand takes both at once with `aggregate`.
+// Two steps, because they want different moments: a folder is settled while its files are still in the
+// processor's caches (its sums are those of its own files, which stand sorted before the folders among its
+// children), and the folders are rolled up when all of them are there (`rollUp`). A tree made by hand takes
+// both at once with `aggregate`.
 //
 // Invariants after `rollUp`, for every folder that is not flagged collapsed:
 //   - each size is the sum over its file children that are neither inaccessible nor hard-link duplicates,
@@ -14,19 +15,41 @@
 //   - children stand in the order of NodeSorter.
 // A sum beyond 64 bits (counts: 32 bits) is a fatal error.
 
+#include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
 #include "TarnwellCore/Scanning/FileNode.hpp"
-#include "TarnwellCore/Scanning/NodeSorter.hpp"
 
-#include <cstddef>
+#include <cstdint>
 
 namespace tarnwell {
 
-/// Sets the folder's sums to those of its file children, which are its first `fileCount` children, and sorts
-/// these among themselves. Does nothing to a collapsed folder.
-void settleFiles(FileNode& folder, std::size_t fileCount, NodeSorter& sorter);
+/// What the files directly in a folder add up to.
+class FolderSums {
+public:
+    void add(const FileNode& file) {
+        includesSharedCloneBlocks_ = includesSharedCloneBlocks_ || file.includesSharedCloneBlocks;
+        if (file.flags.contains(FileNodeFlags::inaccessible))
+            return;
+        addChecked(fileCount_, 1);
+        if (file.isHardlinkDuplicate())
+            return;
+        addChecked(size_, file.size);
+        addChecked(allocatedSize_, file.allocatedSize);
+        addChecked(reclaimableSize_, file.reclaimableSize);
+    }
 
-/// Takes a node's bytes into or out of its settled parent's sums when its duplicate mark is changed after
-/// `settleFiles` and before `rollUp`.
+    /// Makes them the sums of the folder, which then is settled.
+    void store(FileNode& folder) const;
+
+private:
+    std::int64_t size_ = 0;
+    std::int64_t allocatedSize_ = 0;
+    std::int64_t reclaimableSize_ = 0;
+    std::int32_t fileCount_ = 0;
+    bool includesSharedCloneBlocks_ = false;
+};
+
+/// Takes a node's bytes into or out of its settled parent's sums when its duplicate mark is changed before
+/// `rollUp`.
 void setHardlinkDuplicate(FileNode& file, bool isDuplicate);
 
 /// Adds the folders of a settled tree up, from the leaves to `root`, and completes the order of children.
