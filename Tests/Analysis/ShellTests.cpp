@@ -1,10 +1,12 @@
 #include "TarnwellCore/Analysis/Shell.hpp"
 
 #include "Tests/Support/TemporaryFolder.hpp"
+#include "Tests/Support/Unprivileged.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -134,6 +136,26 @@ TEST(Shell, ToolThatIgnoresTerminationIsLeftAndReapedLater) {
     EXPECT_TRUE(hasChildren());
     EXPECT_TRUE(waitUntil([&] { return std::filesystem::exists(finished); }));
     EXPECT_TRUE(waitUntil([] { return !hasChildren(); }));
+}
+
+// Starts threads in a forked child, which wants a parent without any: suites of this name run first.
+TEST(ShellDeathTest, ToolIsLeftUndisturbedWhereThereIsNoThreadToEmptyItsPipes) {
+    const test::TemporaryFolder folder;
+    std::filesystem::permissions(folder.path(), std::filesystem::perms::all);
+    const std::string finished = folder / "finished";
+    const std::string answer = test::runUnprivileged([&]() -> std::string {
+        const std::string script = "trap '' TERM; echo first; sleep 1; echo second && echo x >" + finished;
+        auto result = Shell::runAsync("/bin/sh", {"-c", script}, 0.3, 0);
+        std::this_thread::sleep_for(Seconds(0.2));
+        const rlimit none = {0, 0};
+        if (::setrlimit(RLIMIT_NPROC, &none) != 0)
+            return "no limits here";
+        const auto answered = result.get();
+        if (!answered || answered->exitCode != Shell::timedOutExitCode)
+            return "not timed out";
+        return waitUntil([&] { return std::filesystem::exists(finished); }, 10) ? "finished" : "disturbed";
+    });
+    EXPECT_EQ(answer, "finished");
 }
 
 TEST(Shell, ToolLeftBehindDoesNotDisturbTheEndOfTheProcess) {
