@@ -184,6 +184,7 @@ TEST_F(RealTrashTests, WhatCannotBeMovedStopsNothing) {
                                       folder / "first/below",
                                       "/proc/self/status",
                                       "/",
+                                      "/.",
                                       withNUL,
                                       first,
                                       last};
