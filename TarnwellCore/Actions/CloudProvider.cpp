@@ -1,6 +1,9 @@
 #include "TarnwellCore/Actions/CloudProvider.hpp"
 
-#include <algorithm>
+#include "TarnwellCore/Platform/LetterCase.hpp"
+#include "TarnwellCore/Text/Utf8.hpp"
+
+#include <string>
 
 namespace tarnwell {
 
@@ -44,17 +47,12 @@ std::string_view displayName(CloudProvider provider) {
 }
 
 CloudProvider cloudProviderOfFolder(std::string_view name) {
-    const auto startsWith = [name](std::string_view prefix) {
-        return name.size() >= prefix.size() &&
-               std::ranges::equal(name.substr(0, prefix.size()), prefix, [](char letter, char lower) {
-                   return (letter >= 'A' && letter <= 'Z' ? letter - 'A' + 'a' : letter) == lower;
-               });
-    };
-    if (startsWith("dropbox"))
+    const std::string lower = lowerCased(repairedUTF8(name));
+    if (lower.starts_with("dropbox"))
         return CloudProvider::dropbox;
-    if (startsWith("onedrive"))
+    if (lower.starts_with("onedrive"))
         return CloudProvider::oneDrive;
-    if (startsWith("googledrive"))
+    if (lower.starts_with("googledrive"))
         return CloudProvider::googleDrive;
     return CloudProvider::other;
 }

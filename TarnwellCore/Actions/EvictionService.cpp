@@ -84,9 +84,14 @@ void throwUnlessEvicted(const CloudEvictionReply& reply) {
     }
 }
 
-CloudItemStatus liveProbe(const fs::path& item) {
-    if (item.native().find('\0') != std::string::npos) // the platform would see another, shorter path
+/// In a path with a NUL the platform would see another, shorter one.
+void refuseNUL(const fs::path& item) {
+    if (item.native().find('\0') != std::string::npos)
         throw std::runtime_error(std::generic_category().message(EINVAL));
+}
+
+CloudItemStatus liveProbe(const fs::path& item) {
+    refuseNUL(item);
     const auto status = readCloudItemStatus(item);
     if (!status)
         throw std::runtime_error(status.error());
@@ -94,10 +99,12 @@ CloudItemStatus liveProbe(const fs::path& item) {
 }
 
 void liveEvictUbiquitous(const fs::path& item) {
+    refuseNUL(item);
     throwUnlessEvicted(evictFromUbiquitousStorage(item));
 }
 
 void liveEvictFileProvider(const fs::path& item) {
+    refuseNUL(item);
     struct Waiter {
         ResumeOnce once;
         std::promise<CloudEvictionReply> reply;

@@ -1,5 +1,8 @@
 #include "TarnwellCore/Actions/SyncedRoots.hpp"
 
+#include "TarnwellCore/Platform/LetterCase.hpp"
+#include "TarnwellCore/Text/Utf8.hpp"
+
 #include <algorithm>
 #include <optional>
 #include <system_error>
@@ -62,14 +65,6 @@ PreparedRoot prepared(const SyncedRoot& root) {
     return result;
 }
 
-std::string lowerCased(std::string_view name) {
-    std::string lower(name);
-    for (char& letter : lower)
-        if (letter >= 'A' && letter <= 'Z')
-            letter = static_cast<char>(letter - 'A' + 'a');
-    return lower;
-}
-
 /// What is to be taken for a service's folder: "." and "..", hidden names and what is no single name are not.
 bool isServiceFolderName(std::string_view name) {
     return !name.empty() && !name.starts_with('.') && name.find('/') == std::string_view::npos;
@@ -102,7 +97,7 @@ discover(const fs::path& home, const std::function<bool(const fs::path&)>& fileE
     std::unordered_set<std::string> seen;
     for (std::string& name : subdirectoryNames(storage))
         if (isServiceFolderName(name) && seen.insert(name).second)
-            services.emplace_back(lowerCased(name), std::move(name));
+            services.emplace_back(lowerCased(repairedUTF8(name)), std::move(name));
     // Names that differ only in case come in byte order, whatever order the folder listed them in.
     std::ranges::sort(services);
     for (const auto& [lower, name] : services)

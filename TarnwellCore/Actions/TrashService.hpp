@@ -18,6 +18,7 @@
 #include <future>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tarnwell {
@@ -45,6 +46,10 @@ public:
     std::function<std::future<std::optional<CommandResult>>(const std::string&,
                                                             const std::vector<std::string>&, double, double)>
         runTool;
+
+    /// What the application calls the operations while they run.
+    static constexpr std::string_view movingTitle = "Moving items to the Trash";
+    static constexpr std::string_view emptyingTitle = "Emptying the Trash";
 
     const std::filesystem::path& home() const { return home_; }
 

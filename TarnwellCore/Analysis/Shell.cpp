@@ -1,11 +1,10 @@
 #include "TarnwellCore/Analysis/Shell.hpp"
 
-#include "TarnwellCore/Platform/ChildProcess.hpp"
-#include "TarnwellCore/Platform/ProcessSpawn.hpp"
+#include "TarnwellCore/Platform/ToolRun.hpp"
 #include "TarnwellCore/Text/DecimalText.hpp"
 #include "TarnwellCore/Text/Utf8.hpp"
 
-#include <chrono>
+#include <algorithm>
 #include <system_error>
 #include <utility>
 
@@ -13,57 +12,47 @@ namespace tarnwell::Shell {
 
 namespace {
 
-using Clock = ChildProcess::Clock;
-
-/// How long the tool's own background processes may add to its output once it has ended.
-constexpr auto outputGracePeriod = std::chrono::milliseconds(500);
-
-/// Durations from here on are no limit: the clock's own range is not much wider.
-constexpr double longestDuration = 1e9;
-
-std::optional<Clock::time_point> deadlineAfter(double seconds) {
-    if (!(seconds < longestDuration))
-        return std::nullopt;
-    const std::chrono::duration<double> duration(seconds > 0 ? seconds : 0);
-    return Clock::now() + std::chrono::ceil<Clock::duration>(duration);
+/// Durations from here on, and those that are no number, are no limit: clocks do not reach much further.
+std::optional<double> timeLimit(double seconds) {
+    constexpr double longest = 1e9;
+    return seconds < longest ? std::optional(std::max(seconds, 0.0)) : std::nullopt;
 }
 
-std::optional<ChildProcess> launch(const std::string& executable, const std::vector<std::string>& arguments) {
-    if (!isExecutableFile(executable))
-        return std::nullopt;
-    return ChildProcess::launch(executable, arguments);
+/// Whether the tool is there and its texts can be handed over.
+bool canStart(const std::string& executable, const std::vector<std::string>& arguments) {
+    const auto holdsNUL = [](const std::string& text) { return text.find('\0') != std::string::npos; };
+    return !holdsNUL(executable) && std::ranges::none_of(arguments, holdsNUL) && isExecutableFile(executable);
 }
 
-/// The result of a tool that has ended by itself.
-CommandResult collectResult(ChildProcess& tool) {
-    tool.collectRest(Clock::now() + outputGracePeriod);
-    return {tool.terminationStatus(), repairedUTF8(tool.standardOutput()),
-            repairedUTF8(tool.standardError())};
+CommandResult resultOf(const ToolRun& run) {
+    return {run.status, repairedUTF8(run.standardOutput), repairedUTF8(run.standardError)};
 }
 
 std::optional<CommandResult> runLimited(const std::string& executable,
                                         const std::vector<std::string>& arguments, double timeout,
                                         double killGracePeriod) {
-    auto tool = launch(executable, arguments);
-    if (!tool)
+    if (!canStart(executable, arguments))
         return std::nullopt;
-    if (tool->waitForExit(deadlineAfter(timeout)))
-        return collectResult(*tool);
-    tool->terminate();
-    tool->discardOutput();
-    tool->waitForExit(killGracePeriod > 0 ? deadlineAfter(killGracePeriod) : deadlineAfter(0));
-    return CommandResult{timedOutExitCode, "", "timed out after " + decimalText(timeout) + "s"};
+    const ToolTimeLimits limits{.timeout = timeLimit(timeout),
+                                .gracePeriod = killGracePeriod > 0 ? timeLimit(killGracePeriod) : 0.0};
+    const std::optional<ToolRun> run = runTool(executable, arguments, limits);
+    if (!run)
+        return std::nullopt;
+    if (run->hasTimedOut)
+        return CommandResult{timedOutExitCode, "", "timed out after " + decimalText(timeout) + "s"};
+    return resultOf(*run);
 }
 
 } // namespace
 
 std::optional<CommandResult> run(const std::string& executable, const std::vector<std::string>& arguments,
                                  double /*timeout*/) {
-    auto tool = launch(executable, arguments);
-    if (!tool)
+    if (!canStart(executable, arguments))
         return std::nullopt;
-    tool->waitForExit(std::nullopt);
-    return collectResult(*tool);
+    const std::optional<ToolRun> run = runTool(executable, arguments);
+    if (!run)
+        return std::nullopt;
+    return resultOf(*run);
 }
 
 std::future<std::optional<CommandResult>> runAsync(std::string executable, std::vector<std::string> arguments,

@@ -1,9 +1,9 @@
 #pragma once
 
 // Runs the system's own tools. In spite of the name no shell takes part: arguments reach the tool as they
-// are. A tool gets an empty standard input, this process's environment and working folder, the default
-// signal handling and none of this process's descriptors. Its two outputs are read at the same time, so any
-// amount of either comes back whole.
+// are. A tool gets an empty standard input, this process's environment and working folder and none of its
+// descriptors; on Linux no signal is blocked or ignored in it, whatever this process does with its own. Its
+// two outputs are read at the same time, so any amount of either comes back whole.
 
 #include "TarnwellCore/Analysis/CommandResult.hpp"
 
@@ -14,8 +14,8 @@
 #include <vector>
 
 /// Safe from many threads at once. The result is nothing when the tool cannot be started: a path that is no
-/// executable file, a NUL in a text, a system out of processes, threads or descriptors. A tool that starts
-/// and fails has a result with its exit code.
+/// executable file, a NUL in a text, on macOS an argument that is not UTF-8, a system out of processes,
+/// threads or descriptors. A tool that starts and fails has a result with its exit code.
 ///
 /// The result is ready when the tool itself has ended. Processes that it leaves in the background may hold
 /// its outputs open; what they write within half a second still counts, after that nobody waits for them.

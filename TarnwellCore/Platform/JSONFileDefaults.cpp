@@ -126,16 +126,33 @@ fs::path withSuffix(const fs::path& path, const std::string& suffix) {
     return fs::path(path.native() + suffix);
 }
 
-/// Waits for the lock; a file system without locks gives none, and the writer goes on.
-bool lockExclusively(const OpenFile& file) {
-    if (!file.isOpen())
-        return false;
-    int result = 0;
-    do
-        result = ::flock(file.descriptor(), LOCK_EX);
-    while (result == -1 && errno == EINTR);
-    return result == 0 || errno == ENOLCK || errno == ENOTSUP || errno == ENOSYS || errno == EINVAL;
-}
+/// The file by which the writers of a settings file take turns; locked for as long as this lives.
+class WritersLock {
+public:
+    /// Waits for its turn.
+    WritersLock(const fs::path& path, const FileCalls& calls) : writable_(path, O_RDWR | O_CREAT, calls) {
+        if (writable_.isOpen()) {
+            isHeld_ = lock(writable_);
+        } else if (errno == EACCES || errno == EPERM || errno == EROFS) {
+            // Another user's, for instance root's. Network file systems lock only what is open for writing.
+            readOnly_.emplace(path, O_RDONLY, calls);
+            isHeld_ = readOnly_->isOpen() && (lock(*readOnly_) || errno == EBADF);
+        }
+    }
+
+    /// Also true where the file system has no locks to give: the writer goes on all the same.
+    bool isHeld() const { return isHeld_; }
+
+private:
+    static bool lock(const OpenFile& file) {
+        const int result = withoutInterruption([&] { return ::flock(file.descriptor(), LOCK_EX); });
+        return result == 0 || errno == ENOLCK || errno == ENOTSUP || errno == ENOSYS || errno == EINVAL;
+    }
+
+    OpenFile writable_;
+    std::optional<OpenFile> readOnly_;
+    bool isHeld_ = false;
+};
 
 /// A second name for a damaged file, while another one takes its place.
 class KeptAside {
@@ -276,9 +293,8 @@ bool JSONFileDefaults::write(const Changes& changes) const {
     } catch (const std::system_error&) {
         return false;
     }
-    // Read-only: the lock file may be another user's, for instance root's.
-    const OpenFile lock(withSuffix(target, ".lock"), O_RDONLY | O_CREAT, calls_);
-    if (!lockExclusively(lock))
+    const WritersLock lock(withSuffix(target, ".lock"), calls_);
+    if (!lock.isHeld())
         return false;
     Reading reading = readSettings(target, calls_);
     if (reading.outcome == Reading::Outcome::unavailable)

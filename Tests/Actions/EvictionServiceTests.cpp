@@ -144,16 +144,21 @@ TEST(EvictionServiceTests, TheLiveServiceAnswersForRealFiles) {
     const test::TemporaryFolder folder;
     const fs::path file = folder.makeFile("file", 100);
     fs::create_symlink(file, folder / "link");
+    // To the system this reads as the path of the file.
+    const fs::path withNUL = file.native() + std::string("\0x", 2);
     const EvictionService service = EvictionService::live();
     const std::vector<SyncedRoot> here{{CloudProvider::other, folder.path()}};
     const auto outcomes =
-        service.evict({file, folder / "link", folder / "missing", folder.path()}, here).get();
-    ASSERT_EQ(outcomes.size(), 4u);
+        service.evict({file, folder / "link", folder / "missing", folder.path(), withNUL}, here).get();
+    ASSERT_EQ(outcomes.size(), 5u);
     EXPECT_EQ(outcomes[0],
               refused(file, Kind::notCloudManaged, "This file is not managed by a File Provider."));
     EXPECT_EQ(outcomes[1], refused(folder / "link", Kind::notRegularFile));
     EXPECT_TRUE(std::holds_alternative<EvictionFailed>(outcomes[2]));
     EXPECT_EQ(outcomes[3], refused(folder.path(), Kind::directory));
+    EXPECT_EQ(outcomes[4], EvictionOutcome(EvictionFailed{withNUL, "Invalid argument"}));
+    for (const auto& evict : {service.evictUbiquitousItem, service.evictFileProviderItem})
+        EXPECT_THROW(evict(withNUL), std::runtime_error);
     EXPECT_GE(service.probe(file).allocatedSize, 100);
 }
 

@@ -176,14 +176,23 @@ TEST_F(RealTrashTests, ParentReferencesAreReadAsTheKernelReadsThem) {
 TEST_F(RealTrashTests, WhatCannotBeMovedStopsNothing) {
     const fs::path first = folder.makeFile("first");
     const fs::path last = folder.makeFile("last");
-    const auto outcomes = service
-                              .moveToTrash({first, folder / "missing", fs::path(), folder / "first/below",
-                                            "/proc/self/status", first, last})
-                              .get();
-    ASSERT_EQ(outcomes.size(), 7u);
-    for (std::size_t index = 0; index < 7; ++index) {
+    // To the system this reads as the path of `last`.
+    const fs::path withNUL = last.native() + std::string("\0x", 2);
+    const std::vector<fs::path> items{first,
+                                      folder / "missing",
+                                      fs::path(),
+                                      folder / "first/below",
+                                      "/proc/self/status",
+                                      "/",
+                                      "/.",
+                                      withNUL,
+                                      first,
+                                      last};
+    const auto outcomes = service.moveToTrash(items).get();
+    ASSERT_EQ(outcomes.size(), items.size());
+    for (std::size_t index = 0; index < items.size(); ++index) {
         SCOPED_TRACE(index);
-        const bool moves = index == 0 || index == 6;
+        const bool moves = index == 0 || index == items.size() - 1;
         EXPECT_EQ(outcomes[index].succeeded(), moves);
         EXPECT_EQ(outcomes[index].trashedTo.has_value(), moves);
         EXPECT_NE(outcomes[index].failure, "");

@@ -32,6 +32,12 @@ TEST(SyncedRootsTests, RootsAreFoundByNameAndSorted) {
                                             "/etc",
                                             "Drop",
                                             "Box",
+                                            "\xC3\x89toile",    // É
+                                            "\xC3\xA9toile",    // é
+                                            "\xC3\x8Ale",       // Ê
+                                            "\xC3\xA8re",       // è
+                                            "\xD0\x94\xD0\xB0", // Да
+                                            "\xD0\xB3\xD0\xB0", // га
                                             "\xFF odd"};
         });
     const std::vector<SyncedRoot> expected{
@@ -44,6 +50,12 @@ TEST(SyncedRootsTests, RootsAreFoundByNameAndSorted) {
         {CloudProvider::dropbox, storage / "DROPBOX2/"},
         {CloudProvider::googleDrive, storage / "GoogleDrive-me/"},
         {CloudProvider::oneDrive, storage / "OneDrive-Work/"},
+        {CloudProvider::other, storage / "\xC3\xA8re/"},
+        {CloudProvider::other, storage / "\xC3\x89toile/"},
+        {CloudProvider::other, storage / "\xC3\xA9toile/"},
+        {CloudProvider::other, storage / "\xC3\x8Ale/"},
+        {CloudProvider::other, storage / "\xD0\xB3\xD0\xB0/"},
+        {CloudProvider::other, storage / "\xD0\x94\xD0\xB0/"},
         {CloudProvider::other, storage / "\xFF odd/"},
     };
     EXPECT_EQ(roots, expected);

@@ -1,10 +1,12 @@
 #include "TarnwellCore/Analysis/Shell.hpp"
 
 #include "Tests/Support/TemporaryFolder.hpp"
+#include "Tests/Support/Unprivileged.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -136,6 +138,28 @@ TEST(Shell, ToolThatIgnoresTerminationIsLeftAndReapedLater) {
     EXPECT_TRUE(waitUntil([] { return !hasChildren(); }));
 }
 
+#ifdef __linux__
+// Starts threads in a forked child, which wants a parent without any: suites of this name run first.
+TEST(ShellDeathTest, ToolIsLeftUndisturbedWhereThereIsNoThreadToEmptyItsPipes) {
+    const test::TemporaryFolder folder;
+    std::filesystem::permissions(folder.path(), std::filesystem::perms::all);
+    const std::string finished = folder / "finished";
+    const std::string answer = test::runUnprivileged([&]() -> std::string {
+        const std::string script = "trap '' TERM; echo first; sleep 1; echo second && echo x >" + finished;
+        auto result = Shell::runAsync("/bin/sh", {"-c", script}, 0.3, 0);
+        std::this_thread::sleep_for(Seconds(0.2));
+        const rlimit none = {0, 0};
+        if (::setrlimit(RLIMIT_NPROC, &none) != 0)
+            return "no limits here";
+        const auto answered = result.get();
+        if (!answered || answered->exitCode != Shell::timedOutExitCode)
+            return "not timed out";
+        return waitUntil([&] { return std::filesystem::exists(finished); }, 10) ? "finished" : "disturbed";
+    });
+    EXPECT_EQ(answer, "finished");
+}
+#endif
+
 TEST(Shell, ToolLeftBehindDoesNotDisturbTheEndOfTheProcess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
@@ -207,7 +231,7 @@ TEST(Shell, ManyThreadsRunToolsAtOnce) {
     EXPECT_FALSE(hasChildren());
 }
 
-TEST(Shell, ToolInheritsNeitherDescriptorsNorSignalHandling) {
+TEST(Shell, ToolInheritsNoDescriptors) {
     // Opened by a part of the host that does not think of programs, one of them far up.
     const int low = ::open("/dev/null", O_RDONLY);
     const int high = ::fcntl(low, F_DUPFD, 700);
@@ -218,7 +242,10 @@ TEST(Shell, ToolInheritsNeitherDescriptorsNorSignalHandling) {
     EXPECT_LE(std::stoi(listed->standardOutput), 4) << listed->standardOutput;
     ::close(low);
     ::close(high);
+}
 
+#ifdef __linux__ // elsewhere the system's own task object sees to these
+TEST(Shell, ToolStartsWithDefaultSignalHandling) {
     struct sigaction ignored = {};
     struct sigaction previous = {};
     ignored.sa_handler = SIG_IGN;
@@ -247,6 +274,7 @@ TEST(Shell, HostWithoutStandardStreams) {
         },
         ::testing::ExitedWithCode(0), "");
 }
+#endif
 
 } // namespace
 } // namespace tarnwell

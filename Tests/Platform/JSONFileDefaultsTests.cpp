@@ -4,8 +4,10 @@
 #include "Tests/Support/TemporaryFolder.hpp"
 #include "Tests/Support/Unprivileged.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,7 +16,9 @@
 #include <chrono>
 #include <cmath>
 #include <fstream>
+#include <future>
 #include <limits>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -398,6 +402,54 @@ TEST(JSONFileDefaults, AFullDiskLosesNothing) {
 }
 
 // --- Several writers --------------------------------------------------------------------------------------
+
+#ifdef __linux__
+/// The live calls where a lock needs a file that is open for writing, as on some network file systems; that
+/// may be another user's file.
+FileCalls callsWithOddLocks(bool isWritable) {
+    FileCalls calls = FileCalls::live();
+    calls.open = [isWritable](const char* path, int flags, mode_t mode) {
+        if (!std::string_view(path).ends_with(".lock"))
+            return ::open(path, flags, mode);
+        if ((flags & O_ACCMODE) == O_RDONLY)
+            return ::open(path, O_PATH | O_CLOEXEC); // to lock it is EBADF
+        if (isWritable)
+            return ::open(path, flags, mode);
+        errno = EACCES;
+        return -1;
+    };
+    return calls;
+}
+
+TEST(JSONFileDefaults, StoresWhereLocksAreOdd) {
+    const TemporaryFolder folder;
+    for (const bool isWritable : {true, false}) {
+        JSONFileDefaults defaults(folder / "s.json", callsWithOddLocks(isWritable));
+        defaults.set(isWritable ? "a" : "b", true);
+        EXPECT_TRUE(defaults.synchronize()) << isWritable;
+    }
+    EXPECT_EQ(readFile(folder / "s.json"), "{\n  \"a\": true,\n  \"b\": true\n}\n");
+}
+#endif
+
+TEST(JSONFileDefaults, WaitsForALockThatItMayOnlyRead) {
+    const TemporaryFolder folder;
+    fs::permissions(folder.path(), fs::perms::all);
+    const int held = ::open(folder.writeFile("s.json.lock", "").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(::flock(held, LOCK_EX), 0);
+    auto report = std::async(std::launch::async, [&] {
+        return test::runUnprivileged([&]() -> std::string {
+            ::close(held); // which the child shares
+            JSONFileDefaults defaults(folder / "s.json");
+            defaults.set("a", true);
+            return defaults.synchronize() ? "stored" : "lost";
+        });
+    });
+    EXPECT_EQ(report.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
+    EXPECT_FALSE(fs::exists(folder / "s.json"));
+    ::close(held);
+    EXPECT_EQ(report.get(), "stored");
+}
 
 template <class Body>
 pid_t startProcess(Body body) {

@@ -5,7 +5,9 @@
 #include <sys/param.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <limits>
+#include <memory>
 
 namespace tarnwell {
 
@@ -25,6 +27,24 @@ NSArray<NSURLResourceKey>* _Nonnull volumeKeys() {
 
 NSURL* _Nonnull urlOf(const std::string& path) {
     return [NSURL fileURLWithFileSystemRepresentation:path.c_str() isDirectory:NO relativeToURL:nil];
+}
+
+/// The path with its links followed; null when there is no such item. Foundation's own resolving strips
+/// "/private", under which the system mounts volumes too: one volume would have two paths.
+NSURL* _Nullable resolvedURLOf(const std::string& path) {
+    const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr), &std::free);
+    return real ? urlOf(real.get()) : nil;
+}
+
+bool isVolume(NSURL* _Nullable url) {
+    NSNumber* value = nil;
+    return [url getResourceValue:&value forKey:NSURLIsVolumeKey error:nil] && value.boolValue;
+}
+
+/// The mount point of the volume that holds the item, written as in the list of volumes.
+NSURL* _Nullable volumeOf(NSURL* _Nullable url) {
+    NSURL* volume = nil;
+    return [url getResourceValue:&volume forKey:NSURLVolumeURLKey error:nil] ? volume : nil;
 }
 
 /// Without the trailing "/" of a folder's URL.
@@ -107,19 +127,21 @@ std::vector<VolumeProperties> mountedVolumeProperties(bool includeHidden) {
 
 std::optional<VolumeProperties> volumeProperties(const std::string& path) {
     @autoreleasepool {
-        NSURL* url = urlOf(path).URLByResolvingSymlinksInPath;
-        NSNumber* isVolume = nil;
-        if (![url getResourceValue:&isVolume forKey:NSURLIsVolumeKey error:nil] || !isVolume.boolValue)
-            return std::nullopt;
-        return readProperties(url);
+        NSURL* url = urlOf(path);
+        if (!isVolume(url)) {
+            url = resolvedURLOf(path);
+            if (!isVolume(url))
+                return std::nullopt;
+        }
+        NSURL* volume = volumeOf(url);
+        return readProperties(volume != nil ? volume : url);
     }
 }
 
 std::optional<std::string> mountPointContaining(const std::string& path) {
     @autoreleasepool {
-        NSURL* volume = nil;
-        NSURL* url = urlOf(path).URLByResolvingSymlinksInPath;
-        if (![url getResourceValue:&volume forKey:NSURLVolumeURLKey error:nil] || volume == nil)
+        NSURL* volume = volumeOf(resolvedURLOf(path));
+        if (volume == nil)
             return std::nullopt;
         return pathOf(volume);
     }

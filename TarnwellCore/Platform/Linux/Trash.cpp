@@ -121,6 +121,9 @@ std::expected<std::optional<fs::path>, std::string> moveItemToTrash(const fs::pa
         return std::unexpected(path.error());
     const MovingItem moving(path->c_str());
     const std::optional<fs::path> original = moving.presentPath();
+    // GIO would look for a Trash and try.
+    if (original == "/")
+        return std::unexpected(std::generic_category().message(EBUSY));
     const std::unique_ptr<GFile, decltype(&g_object_unref)> file(g_file_new_for_path(path->c_str()),
                                                                  &g_object_unref);
     GError* error = nullptr;

@@ -1,14 +1,9 @@
-#include "TarnwellCore/Platform/ProcessSpawn.hpp"
-
-#include "TarnwellCore/Platform/ProcessPrimitives.hpp"
+#include "TarnwellCore/Platform/Linux/ProcessSpawn.hpp"
 
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/stat.h>
 #include <unistd.h>
-
-#include <algorithm>
 
 namespace tarnwell {
 
@@ -40,29 +35,16 @@ struct Attributes {
     }
 };
 
-bool holdsNUL(const std::string& text) {
-    return text.find('\0') != std::string::npos;
-}
-
 } // namespace
-
-bool isExecutableFile(const std::string& path) {
-    struct stat attributes = {};
-    return !holdsNUL(path) && ::stat(path.c_str(), &attributes) == 0 && S_ISREG(attributes.st_mode) &&
-           ::access(path.c_str(), X_OK) == 0;
-}
 
 std::optional<pid_t> spawnProcess(const std::string& executable, const std::vector<std::string>& arguments,
                                   int standardOutput, int standardError) {
-    if (holdsNUL(executable) || std::ranges::any_of(arguments, holdsNUL))
-        return std::nullopt;
-
     FileActions actions;
     Attributes attributes;
     if (!actions.isValid || !attributes.isValid)
         return std::nullopt;
     // What a host blocks or ignores (SIGPIPE, often) is its own affair: a program expects the defaults.
-    short flags = POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK;
+    constexpr short flags = POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK;
     sigset_t all;
     sigset_t none;
     sigfillset(&all);
@@ -71,7 +53,7 @@ std::optional<pid_t> spawnProcess(const std::string& executable, const std::vect
         ::posix_spawn_file_actions_addopen(&actions.value, STDIN_FILENO, "/dev/null", O_RDONLY, 0) == 0 &&
         ::posix_spawn_file_actions_adddup2(&actions.value, standardOutput, STDOUT_FILENO) == 0 &&
         ::posix_spawn_file_actions_adddup2(&actions.value, standardError, STDERR_FILENO) == 0 &&
-        withholdDescriptors(actions.value, flags) &&
+        ::posix_spawn_file_actions_addclosefrom_np(&actions.value, STDERR_FILENO + 1) == 0 &&
         ::posix_spawnattr_setsigdefault(&attributes.value, &all) == 0 &&
         ::posix_spawnattr_setsigmask(&attributes.value, &none) == 0 &&
         ::posix_spawnattr_setflags(&attributes.value, flags) == 0;
@@ -85,7 +67,7 @@ std::optional<pid_t> spawnProcess(const std::string& executable, const std::vect
     texts.push_back(nullptr);
     pid_t process = 0;
     if (::posix_spawn(&process, executable.c_str(), &actions.value, &attributes.value, texts.data(),
-                      processEnvironment()) != 0)
+                      environ) != 0)
         return std::nullopt;
     return process;
 }

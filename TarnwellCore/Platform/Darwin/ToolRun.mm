@@ -1,0 +1,261 @@
+#include "TarnwellCore/Platform/ToolRun.hpp"
+
+#include "TarnwellCore/Platform/UnfairLock.hpp"
+
+#import <Foundation/Foundation.h>
+#include <dispatch/dispatch.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <future>
+#include <memory>
+#include <utility>
+#include <vector>
+
+namespace tarnwell {
+
+namespace {
+
+constexpr std::size_t readSize = 65'536;
+
+dispatch_queue_t _Nonnull sharedQueue() {
+    return dispatch_get_global_queue(QOS_CLASS_USER_INITIATED, 0);
+}
+
+dispatch_time_t timeAfter(double seconds) {
+    return dispatch_time(DISPATCH_TIME_NOW, static_cast<std::int64_t>(seconds * NSEC_PER_SEC));
+}
+
+/// Null when the bytes are no text that Foundation can hold.
+NSString* _Nullable stringOf(const std::string& bytes) {
+    return [[NSString alloc] initWithBytes:bytes.data() length:bytes.size() encoding:NSUTF8StringEncoding];
+}
+
+/// What comes out of a tool's two pipes, read while it runs. The pipes are closed as soon as nobody reads
+/// them any more: the task and its pipes may live on in a timer.
+class ToolOutput : public std::enable_shared_from_this<ToolOutput> {
+public:
+    /// Before the launch, lest a tool that ends at once be missed.
+    void start(std::size_t index, NSFileHandle* _Nonnull end) {
+        const int descriptor = end.fileDescriptor;
+        ::fcntl(descriptor, F_SETFL, O_NONBLOCK);
+        const auto self = shared_from_this();
+        const dispatch_group_t openPipes = openPipes_;
+        const dispatch_source_t source =
+            dispatch_source_create(DISPATCH_SOURCE_TYPE_READ, static_cast<uintptr_t>(descriptor), 0, queue_);
+        sources_[index] = source;
+        dispatch_group_enter(openPipes);
+        // The source lets go of both blocks, and of what they hold, once it is cancelled.
+        dispatch_source_set_event_handler(source, ^{
+          self->read(index, descriptor);
+        });
+        dispatch_source_set_cancel_handler(source, ^{
+          [end closeAndReturnError:nil];
+          dispatch_group_leave(openPipes);
+        });
+        dispatch_resume(source);
+    }
+
+    void stop() {
+        for (const dispatch_source_t& source : sources_)
+            dispatch_source_cancel(source);
+    }
+
+    /// Drops what has been read and what will be.
+    void discard() {
+        const auto self = shared_from_this();
+        dispatch_async(queue_, ^{
+          self->keepsBytes_ = false;
+          self->bytes_ = {};
+        });
+    }
+
+    /// After the tool's end: waits for what the pipes still hold, but not for ever for those whom the tool
+    /// has left in the background, then stops.
+    ToolRun runWithStatus(std::int32_t status) {
+        dispatch_group_wait(
+            openPipes_,
+            dispatch_time(DISPATCH_TIME_NOW, std::chrono::nanoseconds(toolOutputGracePeriod).count()));
+        stop();
+        ToolRun run{.status = status};
+        ToolRun* const pointer = &run;
+        dispatch_sync(queue_, ^{
+          pointer->standardOutput = std::move(bytes_[0]);
+          pointer->standardError = std::move(bytes_[1]);
+          keepsBytes_ = false;
+        });
+        return run;
+    }
+
+private:
+    void read(std::size_t index, int descriptor) {
+        const ssize_t count = ::read(descriptor, buffer_.data(), buffer_.size());
+        if (count > 0) {
+            if (keepsBytes_)
+                bytes_[index].append(buffer_.data(), static_cast<std::size_t>(count));
+        } else if (count == 0 || (errno != EINTR && errno != EAGAIN)) {
+            dispatch_source_cancel(sources_[index]);
+        }
+    }
+
+    const dispatch_queue_t _Nonnull queue_ =
+        dispatch_queue_create_with_target("com.tarnwell.tool-output", DISPATCH_QUEUE_SERIAL, sharedQueue());
+    /// Entered once for each pipe that is being read.
+    const dispatch_group_t _Nonnull openPipes_ = dispatch_group_create();
+    std::array<dispatch_source_t _Nonnull, 2> sources_{}; // set before the launch
+    // The rest is touched on `queue_` alone.
+    std::array<std::string, 2> bytes_;
+    bool keepsBytes_ = true;
+    std::vector<char> buffer_ = std::vector<char>(readSize);
+};
+
+/// A Boolean that the termination handler and the timers share.
+class SharedFlag {
+public:
+    bool isSet() {
+        return lock_.withLock([this] { return isSet_; });
+    }
+    /// Returns whether it was set before.
+    bool testAndSet() {
+        return lock_.withLock([this] { return std::exchange(isSet_, true); });
+    }
+
+private:
+    UnfairLock lock_;
+    bool isSet_ = false; // guarded by lock_
+};
+
+/// One run that somebody waits for. Whoever sets `resumed` answers, nobody else ever does.
+struct Waiting {
+    SharedFlag resumed;
+    SharedFlag timedOut;
+    std::promise<ToolRun> answer;
+    /// Keeps the task while its process runs, whoever still waits. The termination handler lets go of it.
+    NSTask* _Nullable task = nil;
+};
+
+/// A task that is ready to be launched, its output being read; null when the system gives no pipes or when
+/// an argument is no text.
+NSTask* _Nullable makeTask(const std::string& executable, const std::vector<std::string>& arguments,
+                           ToolOutput& output) {
+    NSMutableArray<NSString*>* texts = [NSMutableArray arrayWithCapacity:arguments.size()];
+    for (const std::string& argument : arguments) {
+        NSString* text = stringOf(argument);
+        if (text == nil)
+            return nil;
+        [texts addObject:text];
+    }
+    NSPipe* standardOutput = [NSPipe pipe];
+    NSPipe* standardError = [NSPipe pipe];
+    for (NSPipe* pipe : {standardOutput, standardError}) {
+        if (pipe == nil || pipe.fileHandleForReading.fileDescriptor < 0)
+            return nil;
+        // The task hands on nothing but the three streams; this is for what the rest of the process starts.
+        for (NSFileHandle* end : {pipe.fileHandleForReading, pipe.fileHandleForWriting})
+            ::fcntl(end.fileDescriptor, F_SETFD, FD_CLOEXEC);
+    }
+
+    NSTask* task = [[NSTask alloc] init];
+    task.executableURL = [NSURL fileURLWithFileSystemRepresentation:executable.c_str()
+                                                        isDirectory:NO
+                                                      relativeToURL:nil];
+    task.arguments = texts;
+    task.standardInput = NSFileHandle.fileHandleWithNullDevice;
+    task.standardOutput = standardOutput;
+    task.standardError = standardError;
+    output.start(0, standardOutput.fileHandleForReading);
+    output.start(1, standardError.fileHandleForReading);
+    return task;
+}
+
+/// Asks the task to end when its time is up, and answers when its grace period is.
+void scheduleTimers(NSTask* _Nonnull task, const ToolTimeLimits& limits,
+                    const std::shared_ptr<Waiting>& waitingRun,
+                    const std::shared_ptr<ToolOutput>& runOutput) {
+    if (!limits.timeout)
+        return;
+    const auto waiting = waitingRun;
+    const auto output = runOutput;
+    const std::optional<double> gracePeriod = limits.gracePeriod;
+    dispatch_after(timeAfter(*limits.timeout), sharedQueue(), ^{
+      @autoreleasepool {
+          if (waiting->resumed.isSet())
+              return;
+          waiting->timedOut.testAndSet();
+          [task terminate];
+          if (!gracePeriod)
+              return;
+          dispatch_after(timeAfter(*gracePeriod), sharedQueue(), ^{
+            if (waiting->resumed.testAndSet())
+                return;
+            output->discard();
+            waiting->answer.set_value(ToolRun{.hasTimedOut = true});
+          });
+      }
+    });
+}
+
+} // namespace
+
+bool isExecutableFile(const std::string& path) {
+    @autoreleasepool {
+        NSFileManager* files = [[NSFileManager alloc] init];
+        NSString* text = [files stringWithFileSystemRepresentation:path.data() length:path.size()];
+        return text != nil && [files isExecutableFileAtPath:text];
+    }
+}
+
+std::optional<ToolRun> runTool(const std::string& executable, const std::vector<std::string>& arguments) {
+    @autoreleasepool {
+        const auto output = std::make_shared<ToolOutput>();
+        NSTask* task = makeTask(executable, arguments, *output);
+        if (task == nil)
+            return std::nullopt;
+        if (![task launchAndReturnError:nil]) {
+            output->stop();
+            return std::nullopt;
+        }
+        [task waitUntilExit];
+        return output->runWithStatus(task.terminationStatus);
+    }
+}
+
+std::optional<ToolRun> runTool(const std::string& executable, const std::vector<std::string>& arguments,
+                               const ToolTimeLimits& limits) {
+    @autoreleasepool {
+        const auto output = std::make_shared<ToolOutput>();
+        NSTask* task = makeTask(executable, arguments, *output);
+        if (task == nil)
+            return std::nullopt;
+        const auto waiting = std::make_shared<Waiting>();
+        std::future<ToolRun> answer = waiting->answer.get_future();
+        waiting->task = task;
+        task.terminationHandler = ^(NSTask* _Nonnull ended) {
+          @autoreleasepool {
+              const bool hasTimedOut = waiting->timedOut.isSet();
+              if (hasTimedOut)
+                  output->stop();
+              if (!waiting->resumed.testAndSet())
+                  waiting->answer.set_value(
+                      ToolRun{.hasTimedOut = hasTimedOut, .status = ended.terminationStatus});
+              waiting->task = nil;
+          }
+        };
+        if (![task launchAndReturnError:nil]) {
+            task.terminationHandler = nil;
+            waiting->task = nil;
+            output->stop();
+            return std::nullopt;
+        }
+        scheduleTimers(task, limits, waiting, output);
+        ToolRun run = answer.get();
+        // The rest of the output is waited for here: the handler runs where other tasks may need to be told.
+        if (!run.hasTimedOut)
+            return output->runWithStatus(run.status);
+        return run;
+    }
+}
+
+} // namespace tarnwell
