@@ -1,4 +1,5 @@
 #include "TarnwellCore/Scanning/FileTreeBuilder.hpp"
+#include "TarnwellCore/Scanning/NodeSorter.hpp"
 #include "TarnwellCore/Scanning/TreeAggregation.hpp"
 
 #include <gtest/gtest.h>
