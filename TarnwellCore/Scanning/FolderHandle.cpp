@@ -40,37 +40,54 @@ void DescriptorBudget::adoptLimit() {
 
 void DescriptorBudget::releaseAll() {
     const std::lock_guard guard(mutex_);
-    for (FolderHandle* folder : kept_)
-        folder->unpin();
-    kept_.clear();
+    while (firstKept_ != nullptr)
+        drop(*firstKept_);
 }
 
 bool DescriptorBudget::admit(FolderHandle& folder) {
     const std::lock_guard guard(mutex_);
-    if (kept_.size() >= capacity_)
+    if (keptCount_ >= capacity_)
         makeRoom();
-    else if (stride_ > 1 && kept_.size() < capacity_ / 4)
+    else if (stride_ > 1 && keptCount_ < capacity_ / 4)
         stride_ /= 2;
-    return kept_.size() < capacity_ && folder.depth_ % stride_ == 0 && kept_.insert(&folder).second;
+    if (keptCount_ >= capacity_ || folder.depth_ % stride_ != 0)
+        return false;
+    folder.isKept_ = true;
+    folder.nextKept_ = firstKept_;
+    if (firstKept_ != nullptr)
+        firstKept_->previousKept_ = &folder;
+    firstKept_ = &folder;
+    ++keptCount_;
+    return true;
 }
 
 void DescriptorBudget::makeRoom() {
     constexpr std::int64_t largestStride = std::int64_t{1} << 40;
-    while (!kept_.empty() && kept_.size() >= capacity_ && stride_ < largestStride) {
+    while (keptCount_ > 0 && keptCount_ >= capacity_ && stride_ < largestStride) {
         stride_ *= 2;
-        std::erase_if(kept_, [&](FolderHandle* folder) {
-            const bool isLeftOut = folder->depth_ % stride_ != 0;
-            if (isLeftOut)
-                folder->unpin();
-            return isLeftOut;
-        });
+        for (FolderHandle *folder = firstKept_, *next = nullptr; folder != nullptr; folder = next) {
+            next = folder->nextKept_;
+            if (folder->depth_ % stride_ != 0)
+                drop(*folder);
+        }
     }
+}
+
+/// Takes a kept folder off the list and lets go of its descriptor.
+void DescriptorBudget::drop(FolderHandle& folder) {
+    (folder.previousKept_ != nullptr ? folder.previousKept_->nextKept_ : firstKept_) = folder.nextKept_;
+    if (folder.nextKept_ != nullptr)
+        folder.nextKept_->previousKept_ = folder.previousKept_;
+    folder.isKept_ = false;
+    folder.previousKept_ = folder.nextKept_ = nullptr;
+    --keptCount_;
+    folder.unpin();
 }
 
 void DescriptorBudget::withdraw(FolderHandle& folder) {
     const std::lock_guard guard(mutex_);
-    if (kept_.erase(&folder) > 0)
-        folder.unpin();
+    if (folder.isKept_)
+        drop(folder);
 }
 
 FolderHandle::~FolderHandle() {

@@ -16,7 +16,6 @@
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <utility>
 
 namespace tarnwell {
@@ -45,11 +44,14 @@ private:
     bool admit(FolderHandle& folder);
     void withdraw(FolderHandle& folder);
     void makeRoom();
+    void drop(FolderHandle& folder);
 
     std::mutex mutex_;
     std::size_t capacity_;    // guarded by mutex_, as is all below
     std::int64_t stride_ = 1; // folders at levels that it divides may keep theirs
-    std::unordered_set<FolderHandle*> kept_;
+    // Those that keep theirs, linked through themselves: joining and leaving costs every folder of a scan.
+    FolderHandle* firstKept_ = nullptr;
+    std::size_t keptCount_ = 0;
 };
 
 /// Shared by the workers through FolderRef.
@@ -91,6 +93,9 @@ private:
     DescriptorBudget* budget_ = nullptr;
     std::atomic<int> users_ = 0;
     std::atomic<std::size_t> unopenedSubfolders_ = 0;
+    bool isKept_ = false; // guarded by the budget's lock, as are its neighbours in the budget's list
+    FolderHandle* previousKept_ = nullptr;
+    FolderHandle* nextKept_ = nullptr;
 
     const std::string name_; // the root's is its whole path
 };
