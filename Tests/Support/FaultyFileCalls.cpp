@@ -1,5 +1,7 @@
 #include "Tests/Support/FaultyFileCalls.hpp"
 
+#include <signal.h>
+
 #include <algorithm>
 #include <cerrno>
 
@@ -30,6 +32,40 @@ FileCalls FaultyFileCalls::failing(int failingCall, int error) {
         return fails() ? -1 : result;
     };
     calls.rename = [=](const char* from, const char* to) { return fails() ? -1 : live.rename(from, to); };
+    return calls;
+}
+
+FileCalls FaultyFileCalls::dying(int lastCall) {
+    const auto isLast = [lastCall, count = std::make_shared<int>(0)] { return (*count)++ == lastCall; };
+    const auto mayDie = [isLast] {
+        if (isLast())
+            ::raise(SIGKILL);
+    };
+    const FileCalls& live = FileCalls::live();
+    FileCalls calls = live;
+    calls.open = [=](const char* path, int flags, mode_t mode) {
+        mayDie();
+        return live.open(path, flags, mode);
+    };
+    calls.write = [=](int descriptor, const void* bytes, std::size_t count) {
+        if (isLast()) {
+            live.write(descriptor, bytes, count / 2);
+            ::raise(SIGKILL);
+        }
+        return live.write(descriptor, bytes, count);
+    };
+    calls.sync = [=](int descriptor) {
+        mayDie();
+        return live.sync(descriptor);
+    };
+    calls.close = [=](int descriptor) {
+        mayDie();
+        return live.close(descriptor);
+    };
+    calls.rename = [=](const char* from, const char* to) {
+        mayDie();
+        return live.rename(from, to);
+    };
     return calls;
 }
 

@@ -17,6 +17,10 @@ public:
     /// back.
     FileCalls failing(int failingCall, int error);
 
+    /// The process is killed at the call numbered `lastCall` (the first is 0), before it does anything; a
+    /// write has put the first half of its bytes down by then.
+    static FileCalls dying(int lastCall);
+
     /// Real calls of which `write` takes at most a few bytes, and all are interrupted every other time.
     static FileCalls halting();
 
