@@ -13,6 +13,7 @@ endif()
 
 option(TARNWELL_WARNINGS_AS_ERRORS "Stop at the first compiler warning" OFF)
 option(TARNWELL_LTO "Optimise the tool across its translation units" OFF)
+option(TARNWELL_FUZZ "Build the programs in Fuzz/ (clang only)" OFF)
 set(TARNWELL_SANITIZE "" CACHE STRING "Sanitizers for every target, comma-separated")
 
 find_program(TARNWELL_CCACHE ccache)
@@ -32,6 +33,10 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   # GCC 12 warns falsely about std::string's operator+ when it inlines it.
   target_compile_options(tarnwell_compile_settings INTERFACE -Wno-restrict)
 endif()
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND NOT APPLE)
+  # The standard library of GCC 12 uses what it deprecates, in templates that we instantiate.
+  target_compile_options(tarnwell_compile_settings INTERFACE -Wno-deprecated-declarations)
+endif()
 if(TARNWELL_WARNINGS_AS_ERRORS)
   target_compile_options(tarnwell_compile_settings INTERFACE -Werror)
 endif()
@@ -44,6 +49,12 @@ if(TARNWELL_SANITIZE)
   if(TARNWELL_SANITIZE MATCHES "undefined")
     target_compile_options(tarnwell_compile_settings INTERFACE -fno-sanitize-recover=undefined)
   endif()
+endif()
+
+# A fuzz target steers by what its inputs reach in the library, so the library counts that too.
+if(TARNWELL_FUZZ AND TARNWELL_SANITIZE)
+  target_compile_options(tarnwell_compile_settings INTERFACE -fsanitize=fuzzer-no-link
+    "-fsanitize-ignorelist=${PROJECT_SOURCE_DIR}/Fuzz/ignored.txt")
 endif()
 
 # Older ThreadSanitizers find no room for their shadow where the kernel spreads mappings over more than 28 bits.

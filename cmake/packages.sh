@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# The packages that building, testing and measuring need, for every system, and how they are installed.
-# Sourced by `run`, `test`, .ci/run and Benchmarks/compare, after cmake/build.sh.
+# The packages that building, testing, fuzzing and measuring need, for every system, and how they are installed.
+# Sourced by `run`, `test`, .ci/run, Fuzz/run and Benchmarks/compare, after cmake/build.sh.
 
 : "${root:?}"
 # A shell that is not a login shell may not know where Homebrew lives.
@@ -28,6 +28,8 @@ package_names() {
         ;;
     "debian test") echo libgtest-dev libgmock-dev ;;
     "debian test-optional") echo btrfs-progs xfsprogs zsh fish mandoc groff-base dpkg-dev ;;
+    # llvm is for readable reports. On macOS the compiler that everyone has comes without the fuzzer.
+    "debian fuzz") echo clang-19 libclang-rt-19-dev llvm-19 ;;
     "debian benchmark") echo ncdu gdu libbenchmark-dev ;;
     "homebrew build") echo cmake ninja ccache rapidjson ;;
     "homebrew test") echo googletest ;;
@@ -61,17 +63,20 @@ debian_has_lists() {
     compgen -G '/var/lib/apt/lists/*_Packages*' >/dev/null
 }
 
-debian_install() {
+debian_apt() {
     local as_root=()
     [ "$(id -u)" = 0 ] || as_root=(sudo -n)
-    local apt=(${as_root[@]+"${as_root[@]}"} env DEBIAN_FRONTEND=noninteractive
-        apt-get -qq -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0)
-    local install=("${apt[@]}" install --yes --no-install-recommends "$@")
+    ${as_root[@]+"${as_root[@]}"} env DEBIAN_FRONTEND=noninteractive \
+        apt-get -qq -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0 "$@"
+}
+
+debian_install() {
+    local install=(debian_apt install --yes --no-install-recommends "$@")
     if debian_has_lists && "${install[@]}"; then
         return
     fi
     # No lists, or lists so old that they name packages which are gone.
-    "${apt[@]}" update && "${install[@]}"
+    debian_apt update && "${install[@]}"
 }
 
 # Whether packages may be installed here without asking anyone.
@@ -89,6 +94,22 @@ install_packages() {
     debian) debian_install "$@" ;;
     homebrew) NONINTERACTIVE=1 HOMEBREW_NO_AUTO_UPDATE=1 brew install --quiet "$@" ;;
     esac
+}
+
+# Whether the packages of a purpose are here or can be had: older and other systems do not know all of them.
+can_have_packages() {
+    local system names missing name
+    system=$(package_system)
+    names=$(package_names "$system" "$1")
+    [ -n "$names" ] || return 1
+    # shellcheck disable=SC2086
+    missing=$(missing_packages "$system" $names)
+    [ -n "$missing" ] || return 0
+    [ "$system" = debian ] && may_install "$system" || return 1
+    debian_has_lists || debian_apt update >/dev/null 2>&1 || return 1
+    for name in $missing; do
+        apt-cache show "$name" >/dev/null 2>&1 || return 1
+    done
 }
 
 # Sees to the packages of the purposes given; ends the script with the command to type where it may not.

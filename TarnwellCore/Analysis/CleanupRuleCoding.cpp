@@ -1,5 +1,6 @@
 #include "TarnwellCore/Analysis/CleanupRuleCoding.hpp"
 
+#include "TarnwellCore/Platform/JSONNumber.hpp"
 #include "TarnwellCore/Text/JSONWriter.hpp"
 #include "TarnwellCore/Text/Utf8.hpp"
 
@@ -8,7 +9,9 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <utility>
@@ -50,16 +53,19 @@ public:
 
     bool Null() { return scalar(std::monostate()); }
     bool Bool(bool value) { return scalar(value); }
-    bool Int(int value) { return scalar(std::int64_t{value}); }
-    bool Uint(unsigned value) { return scalar(std::int64_t{value}); }
-    bool Int64(std::int64_t value) { return scalar(value); }
-    bool Uint64(std::uint64_t value) {
-        return std::in_range<std::int64_t>(value) ? scalar(static_cast<std::int64_t>(value))
-                                                  : scalar(static_cast<double>(value));
+    /// Every number comes as its text.
+    bool RawNumber(const char* text, rapidjson::SizeType length, bool) {
+        std::int64_t integer = 0;
+        const auto [end, fault] = std::from_chars(text, text + length, integer);
+        if (fault == std::errc() && end == text + length)
+            return scalar(integer);
+        constexpr double beyondAll = std::numeric_limits<double>::infinity();
+        return scalar(doubleFromJSONNumber({text, length}).value_or(beyondAll));
     }
-    bool Double(double value) { return scalar(value); }
     bool String(const char* text, rapidjson::SizeType length, bool) {
-        return scalar(std::string_view(text, length));
+        const std::string_view value(text, length);
+        // Of an escape for half a character RapidJSON makes bytes that are not UTF-8.
+        return isValidUTF8(value) ? scalar(value) : scalar(std::string_view(repairedUTF8(value)));
     }
     bool Key(const char* text, rapidjson::SizeType length, bool) {
         if (isInRule_ && depth_ == elementDepth_ + 1)
@@ -261,7 +267,7 @@ std::optional<RuleReader> read(std::string_view text, bool isList) {
     if (text.find('\0') != std::string_view::npos)
         return std::nullopt;
 
-    constexpr unsigned flags = rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag;
+    constexpr unsigned flags = rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag;
     std::string cutDown;
     for (;;) {
         std::optional<RuleReader> handler(std::in_place, isList);

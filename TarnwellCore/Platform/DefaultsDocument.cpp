@@ -1,11 +1,14 @@
 #include "TarnwellCore/Platform/DefaultsDocument.hpp"
 
+#include "TarnwellCore/Platform/JSONNumber.hpp"
+
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -118,7 +121,7 @@ std::string jsonText(const UserDefaultsValue& value) {
 // --- Reading values -------------------------------------------------------------------------------------
 
 struct Token {
-    enum class Kind { null, scalar, key, beginObject, endObject, beginArray, endArray };
+    enum class Kind { other, scalar, key, beginObject, endObject, beginArray, endArray };
     Kind kind;
     /// Of a scalar (a truth value, a number, a text) and of a key.
     UserDefaultsValue value = false;
@@ -192,32 +195,33 @@ namespace {
 
 /// Takes a JSON object apart into its members.
 template <class Member>
-class MemberReader {
+class MemberReader : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, MemberReader<Member>> {
 public:
     MemberReader(std::string_view text, std::vector<Member>& members)
         : text_(text), stream_(text.data(), text.size()), members_(members) {}
 
     bool read() {
-        constexpr unsigned flags = rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag |
+        constexpr unsigned flags = rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag |
                                    rapidjson::kParseValidateEncodingFlag;
         rapidjson::Reader reader;
         return !reader.Parse<flags>(stream_, *this).IsError();
     }
 
-    // What the parser calls; false ends the parsing.
-    bool Null() { return add({Token::Kind::null}); }
+    // What the parser calls; false ends the parsing. Texts are looked at once more: of an escape that stands
+    // for half a character the parser makes bytes that are not UTF-8.
+    bool Null() { return add({Token::Kind::other}); }
     bool Bool(bool value) { return add({Token::Kind::scalar, value}); }
-    bool Int(int value) { return Int64(value); }
-    bool Uint(unsigned value) { return Int64(value); }
-    bool Int64(std::int64_t value) { return add({Token::Kind::scalar, value}); }
-    bool Uint64(std::uint64_t value) {
-        return std::in_range<std::int64_t>(value) ? Int64(static_cast<std::int64_t>(value))
-                                                  : Double(static_cast<double>(value));
+    /// Every number comes as its text; a whole one that fits is an integer, one beyond the doubles no value.
+    bool RawNumber(const char* text, rapidjson::SizeType length, bool) {
+        std::int64_t integer = 0;
+        const auto [end, error] = std::from_chars(text, text + length, integer);
+        if (error == std::errc() && end == text + length)
+            return add({Token::Kind::scalar, integer});
+        const std::optional<double> number = doubleFromJSONNumber({text, length});
+        return number ? add({Token::Kind::scalar, *number}) : add({Token::Kind::other});
     }
-    bool Double(double value) { return add({Token::Kind::scalar, value}); }
-    bool RawNumber(const char*, rapidjson::SizeType, bool) { return false; }
     bool String(const char* text, rapidjson::SizeType length, bool) {
-        return add({Token::Kind::scalar, std::string(text, length)});
+        return isUTF8({text, length}) && add({Token::Kind::scalar, std::string(text, length)});
     }
     bool StartObject() {
         // Only the outermost value may be without a member to belong to, and it must be an object.
@@ -225,6 +229,8 @@ public:
         return depth_ == 1 || add({Token::Kind::beginObject});
     }
     bool Key(const char* text, rapidjson::SizeType length, bool) {
+        if (!isUTF8({text, length}))
+            return false;
         if (depth_ > 1)
             return add({Token::Kind::key, std::string(text, length)});
         members_.push_back({std::string(text, length), {}, {}});

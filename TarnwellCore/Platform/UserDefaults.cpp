@@ -1,6 +1,6 @@
 #include "TarnwellCore/Platform/UserDefaults.hpp"
 
-#include <rapidjson/reader.h>
+#include "TarnwellCore/Platform/JSONNumber.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -9,29 +9,6 @@
 
 namespace tarnwell {
 namespace {
-
-struct NumberHandler : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, NumberHandler> {
-    std::optional<double> number;
-
-    bool Default() { return false; }
-    bool Int(int value) { return Double(value); }
-    bool Uint(unsigned value) { return Double(value); }
-    bool Int64(std::int64_t value) { return Double(static_cast<double>(value)); }
-    bool Uint64(std::uint64_t value) { return Double(static_cast<double>(value)); }
-    bool Double(double value) {
-        number = value;
-        return true;
-    }
-};
-
-/// The number that a whole text stands for in JSON: the same in every locale.
-std::optional<double> numberFromText(const std::string& text) {
-    NumberHandler handler;
-    rapidjson::StringStream stream(text.c_str());
-    rapidjson::Reader reader;
-    constexpr unsigned flags = rapidjson::kParseFullPrecisionFlag | rapidjson::kParseIterativeFlag;
-    return reader.Parse<flags>(stream, handler).IsError() ? std::nullopt : handler.number;
-}
 
 std::optional<bool> booleanFromText(const std::string& text) {
     std::string lower = text;
@@ -63,7 +40,7 @@ std::optional<double> asNumber(const UserDefaultsValue& value) {
     if (const auto* boolean = std::get_if<bool>(&value))
         return *boolean ? 1.0 : 0.0;
     if (const auto* text = std::get_if<std::string>(&value))
-        return numberFromText(*text);
+        return doubleFromJSONNumber(*text);
     return std::nullopt;
 }
 

@@ -7,6 +7,7 @@
 #include <rapidjson/reader.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -168,7 +169,7 @@ Field fieldNamed(std::string_view key, std::span<const Name> names) {
 
 /// Puts the tokens of a document into a snapshot. A function that returns false ends the parsing: the
 /// document is not a snapshot. The functions' names are RapidJSON's.
-class Receiver {
+class Receiver : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Receiver> {
 public:
     Receiver(SourceStream& stream, ScanSnapshot& snapshot) : stream_(stream), snapshot_(snapshot) {}
 
@@ -235,6 +236,9 @@ public:
         if (isIgnoring())
             return true;
         const std::string_view value(text, length);
+        // Of an escape for half a character RapidJSON makes bytes that are not UTF-8.
+        if (!isValidUTF8(value))
+            return false;
         switch (field_) {
         case Field::id:
             return set(snapshot_.id, UUID::parse(value));
@@ -252,26 +256,17 @@ public:
         return see();
     }
 
-    bool Int64(std::int64_t value) {
+    /// Every number comes as its text: RapidJSON's own conversion is undefined for some (JSONNumber.hpp).
+    bool RawNumber(const char* text, rapidjson::SizeType length, bool) {
         stream_.markToken();
         if (isIgnoring())
             return true;
         std::int64_t* const place = integer();
         if (place == nullptr)
             return false;
-        *place = value;
-        return see();
+        const auto [end, error] = std::from_chars(text, text + length, *place);
+        return error == std::errc() && end == text + length && see();
     }
-
-    bool Uint64(std::uint64_t value) {
-        if (std::in_range<std::int64_t>(value))
-            return Int64(static_cast<std::int64_t>(value));
-        return ignoreValue();
-    }
-    bool Int(int value) { return Int64(value); }
-    bool Uint(unsigned value) { return Int64(value); }
-    bool Double(double) { return ignoreValue(); }
-    bool RawNumber(const char*, rapidjson::SizeType, bool) { return false; }
 
     bool Bool(bool value) {
         if (field_ != Field::entryIsDirectory)
@@ -421,8 +416,8 @@ std::optional<ScanSnapshot> decode(const ByteSource& source) {
     SourceStream stream(source);
     Receiver receiver(stream, *snapshot);
     // The parser without recursion; the receiver bounds its stack as well.
-    const rapidjson::ParseResult parsed =
-        rapidjson::Reader().Parse<rapidjson::kParseIterativeFlag>(stream, receiver);
+    const rapidjson::ParseResult parsed = rapidjson::Reader().Parse < rapidjson::kParseIterativeFlag |
+                                          rapidjson::kParseNumbersAsStringsFlag > (stream, receiver);
     if (!parsed || !stream.isExhausted())
         snapshot.reset();
     return snapshot;

@@ -134,6 +134,17 @@ TEST(CleanupRuleCoding, DecodesWhatIsThere) {
                            .olderThanDays = 30}));
 }
 
+TEST(CleanupRuleCoding, NumbersAndEscapesThatNobodyWrites) {
+    for (const char* const zero : {"0e99", "0e999", "-0.0", "0.00000000001e-2147483639"})
+        EXPECT_EQ(decodeCleanupRule(R"({"id":"i","name":"n","olderThanDays":)" + std::string(zero) + "}"),
+                  (CleanupRule{.id = "i", .name = "n", .olderThanDays = 0}))
+            << zero;
+    // Half of a character is three bytes that mean nothing.
+    const auto rules = CleanupRule::rules(R"([{"id":"\udc00","name":"n"}])");
+    EXPECT_THAT(rules, ElementsAre(CleanupRule{.id = "\uFFFD\uFFFD\uFFFD", .name = "n"}));
+    EXPECT_EQ(CleanupRule::rules(CleanupRule::encodeStored(rules)), rules);
+}
+
 TEST(CleanupRuleCoding, OneBadRuleDoesNotLoseTheOthers) {
     const std::string hugeInteger =
         R"({"id":"i","name":"n","olderThanDays":1)" + std::string(5000, '0') + "}";
@@ -156,6 +167,7 @@ TEST(CleanupRuleCoding, OneBadRuleDoesNotLoseTheOthers) {
         R"({"id":"i","name":"n","minimumSize":0.5})",
         R"({"id":"i","name":"n","minimumSize":9223372036854775808})",
         R"({"id":"i","name":"n","minimumSize":1e999})",
+        R"({"id":"i","name":"n","minimumSize":1.7976931348623159e308})",
         R"({"id":"i","name":"n","minimumSize":-1e19})",
         R"({"id":"e999 \" 1e999","name":"n","minimumSize":-12.5E+00000000000000000000999})",
         R"({"id":"i","name":"n","olderThanDays":true})",

@@ -4,6 +4,8 @@
 #include "TarnwellCore/Text/DecimalText.hpp"
 #include "TarnwellCore/Text/JSONWriter.hpp"
 
+#include "Tests/Support/PlainCSV.hpp"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -90,27 +92,10 @@ void flatten(std::vector<const PlainRow*>& flat, const std::vector<PlainRow>& ro
     }
 }
 
-/// The fields of a CSV document, row by row, as a reader of the format sees them.
-std::vector<std::vector<std::string>> readCSV(const std::string& text) {
-    std::vector<std::vector<std::string>> rows(1, {""});
-    bool isQuoted = false;
-    for (std::size_t index = 0; index < text.size(); ++index) {
-        const char character = text[index];
-        if (character == '"' && isQuoted && index + 1 < text.size() && text[index + 1] == '"')
-            rows.back().back() += text[++index];
-        else if (character == '"')
-            isQuoted = !isQuoted;
-        else if (character == ',' && !isQuoted)
-            rows.back().emplace_back();
-        else if (character == '\n' && !isQuoted)
-            rows.push_back({""});
-        else
-            rows.back().back() += character;
-    }
-    EXPECT_FALSE(isQuoted);
-    EXPECT_EQ(rows.back(), std::vector<std::string>{""}) << "the last row has no line feed";
-    rows.pop_back();
-    return rows;
+std::vector<std::vector<std::string>> readCSV(const std::string& document) {
+    const auto rows = test::readCSV(document);
+    EXPECT_TRUE(rows) << document;
+    return rows.value_or(std::vector<std::vector<std::string>>());
 }
 
 std::string randomName(std::mt19937& random, int number) {

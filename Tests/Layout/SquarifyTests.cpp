@@ -1,9 +1,10 @@
 #include "TarnwellCore/Layout/TreemapLayout.hpp"
 
+#include "Tests/Support/PlainTreemap.hpp"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cfloat>
 #include <cmath>
 #include <limits>
 #include <numeric>
@@ -13,77 +14,6 @@ namespace tarnwell {
 namespace {
 
 using TreemapLayout::squarify;
-
-double worstRatio(const std::vector<double>& areas, double side) {
-    double sum = 0;
-    double smallest = DBL_MAX;
-    double largest = 0;
-    for (const double area : areas) {
-        sum += area;
-        smallest = std::min(smallest, area);
-        largest = std::max(largest, area);
-    }
-    if (!(sum > 0 && smallest > 0))
-        return DBL_MAX;
-    return std::max((side * side) * largest / (sum * sum), (sum * sum) / ((side * side) * smallest));
-}
-
-/// The same subdivision told plainly: each row is judged as a whole again for every value it might take.
-std::vector<Rect> plainSquarify(const std::vector<double>& values, const Rect& area) {
-    std::vector<Rect> tiles(values.size());
-    double sum = 0;
-    for (const double value : values)
-        sum += value;
-    if (area.size.width <= 0 || area.size.height <= 0 || !(sum > 0))
-        return tiles;
-    const double scale = area.size.width * area.size.height / sum;
-    double left = area.origin.x;
-    double top = area.origin.y;
-    double width = area.size.width;
-    double height = area.size.height;
-    std::size_t begin = 0;
-    for (; begin < values.size() && std::min(width, height) > 0;) {
-        const double side = std::min(width, height);
-        std::vector<double> row{scale * values[begin]};
-        while (begin + row.size() < values.size()) {
-            std::vector<double> longer = row;
-            longer.push_back(scale * values[begin + row.size()]);
-            if (worstRatio(row, side) < worstRatio(longer, side))
-                break;
-            row = longer;
-        }
-        double rowArea = 0;
-        for (const double each : row)
-            rowArea += each;
-        const double thickness = rowArea / side;
-        const bool across = width <= height;
-        double position = across ? left : top;
-        for (std::size_t index = 0; index < row.size(); ++index) {
-            const double end = across ? left + width : top + height;
-            double length = rowArea > 0 ? scale * values[begin + index] / thickness : 0;
-            if (index + 1 == row.size())
-                length = std::max(end - position, 0.0);
-            if (across)
-                tiles[begin + index] = Rect(position, top, length, std::min(height, thickness));
-            else
-                tiles[begin + index] = Rect(left, position, std::min(width, thickness), length);
-            position += length;
-        }
-        if (across) {
-            const double taken = std::min(height, thickness);
-            top += taken;
-            height = std::max(height - taken, 0.0);
-        } else {
-            const double taken = std::min(width, thickness);
-            left += taken;
-            width = std::max(width - taken, 0.0);
-        }
-        begin += row.size();
-    }
-    for (; begin < values.size(); ++begin)
-        tiles[begin] = Rect(left, top, 0, 0);
-    return tiles;
-}
 
 struct RandomInput {
     std::vector<double> values;
@@ -127,7 +57,7 @@ TEST(Squarify, AgreesToTheBitWithThePlainSubdivision) {
     for (int round = 0; round < 20'000; ++round) {
         const RandomInput input = randomInput(random, true);
         const std::vector<Rect> tiles = squarify(input.values, input.area);
-        ASSERT_EQ(tiles, plainSquarify(input.values, input.area)) << "round " << round;
+        ASSERT_EQ(tiles, test::plainSquarify(input.values, input.area)) << "round " << round;
     }
 }
 

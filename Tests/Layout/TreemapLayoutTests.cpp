@@ -1,6 +1,8 @@
 #include "TarnwellCore/Layout/TreemapLayout.hpp"
 #include "TarnwellCore/Scanning/FileTreeBuilder.hpp"
 
+#include "Tests/Support/PlainTreemap.hpp"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -60,73 +62,6 @@ std::shared_ptr<FileNode> randomTree(std::mt19937_64& random, std::size_t nodeCo
     }();
 }
 
-/// The rules of a level told plainly, one level a call.
-struct PlainLayout {
-    const TreemapConfiguration& configuration;
-    const RemovedNodes& removed;
-    std::vector<TreemapItem> items = {};
-
-    void lay(std::span<const FileNode* const> children, const FileNode* parent, Rect area,
-             std::int64_t depth) {
-        if (!(area.width() > 0 && area.height() > 0))
-            return;
-        std::vector<std::pair<const FileNode*, std::int64_t>> pairs;
-        for (const FileNode* child : children)
-            if (!removed.containsNodeOrAncestor(*child) && child->sizeFor(configuration.sizeMode) > 0)
-                pairs.emplace_back(child, child->sizeFor(configuration.sizeMode));
-        std::ranges::stable_sort(pairs, [](const auto& a, const auto& b) {
-            return a.second != b.second ? a.second > b.second : a.first->name() < b.first->name();
-        });
-        std::int64_t total = 0;
-        for (const auto& [child, weight] : pairs)
-            total += weight;
-        if (total < 1)
-            return;
-        std::size_t kept = pairs.size();
-        if (configuration.minimumArea > 0) {
-            const double least =
-                configuration.minimumArea / (area.width() * area.height()) * static_cast<double>(total);
-            while (kept > 1 && static_cast<double>(pairs[kept - 1].second) < least)
-                --kept;
-        }
-        std::vector<double> values;
-        std::int64_t merged = 0;
-        for (std::size_t index = 0; index < pairs.size(); ++index) {
-            if (index < kept)
-                values.push_back(static_cast<double>(pairs[index].second));
-            else
-                merged += pairs[index].second;
-        }
-        if (kept < pairs.size() && configuration.aggregateRemainder)
-            values.push_back(static_cast<double>(merged));
-        const std::vector<Rect> rects = TreemapLayout::squarify(values, area);
-        for (std::size_t index = 0; index < rects.size(); ++index) {
-            Rect rect = rects[index];
-            const double gap = configuration.padding;
-            if (gap > 0)
-                rect = rect.insetBy(std::min(rect.width() * 0.5, gap * 0.5),
-                                    std::min(rect.height() * 0.5, gap * 0.5));
-            const auto id = static_cast<std::int64_t>(items.size());
-            if (index == kept) {
-                items.push_back({id, nullptr, parent, rect, depth, merged,
-                                 static_cast<std::int64_t>(pairs.size() - kept)});
-                continue;
-            }
-            const auto [child, weight] = pairs[index];
-            items.push_back({id, child, parent, rect, depth, weight, 0});
-            if (depth >= configuration.maximumDepth || !child->isDirectory() ||
-                !(configuration.minimumSideForRecursion < rect.width()) ||
-                !(configuration.minimumSideForRecursion + configuration.headerHeight < rect.height()))
-                continue;
-            Rect inner = rect.insetBy(configuration.inset, configuration.inset);
-            if (configuration.headerHeight > 0)
-                inner = {inner.minX(), inner.minY() + configuration.headerHeight, inner.width(),
-                         std::max(inner.height() - configuration.headerHeight, 0.0)};
-            lay(child->children(), child, inner, depth + 1);
-        }
-    }
-};
-
 struct RandomCase {
     std::shared_ptr<FileNode> root;
     TreemapConfiguration configuration;
@@ -165,10 +100,9 @@ TEST(TreemapLayout, AgreesWithThePlainRulesOverRandomTrees) {
     std::size_t itemCount = 0;
     for (int round = 0; round < 1'500; ++round) {
         const RandomCase input = randomCase(random);
-        PlainLayout plain{input.configuration, input.removed};
-        plain.lay(input.root->children(), input.root.get(), input.area, 0);
         const auto items = layout(*input.root, input.area, input.configuration, input.removed);
-        ASSERT_EQ(items, plain.items) << "round " << round;
+        ASSERT_EQ(items, test::plainLayout(*input.root, input.area, input.configuration, input.removed))
+            << "round " << round;
         itemCount += items.size();
     }
     EXPECT_GT(itemCount, 50'000u);
@@ -179,25 +113,7 @@ TEST(TreemapLayout, TilesLieInsideTheirParentsAndApartFromTheirSiblings) {
     for (int round = 0; round < 300; ++round) {
         const RandomCase input = randomCase(random);
         const auto items = layout(*input.root, input.area, input.configuration, input.removed);
-        std::vector<const TreemapItem*> open;
-        for (const TreemapItem& item : items) {
-            ASSERT_EQ(item.id, &item - items.data());
-            open.resize(static_cast<std::size_t>(item.depth));
-            const Rect outer = open.empty() ? input.area : open.back()->rect;
-            ASSERT_EQ(item.parent, open.empty() ? input.root.get() : open.back()->node);
-            EXPECT_TRUE(item.rect.minX() >= outer.minX() - 1e-7 && item.rect.maxX() <= outer.maxX() + 1e-7 &&
-                        item.rect.minY() >= outer.minY() - 1e-7 && item.rect.maxY() <= outer.maxY() + 1e-7);
-            for (const TreemapItem& other : std::span(items).first(static_cast<std::size_t>(item.id))) {
-                if (other.parent != item.parent || other.depth != item.depth)
-                    continue;
-                const double width = std::min(item.rect.maxX(), other.rect.maxX()) -
-                                     std::max(item.rect.minX(), other.rect.minX());
-                const double height = std::min(item.rect.maxY(), other.rect.maxY()) -
-                                      std::max(item.rect.minY(), other.rect.minY());
-                ASSERT_TRUE(width <= 1e-7 || height <= 1e-7);
-            }
-            open.push_back(&item);
-        }
+        ASSERT_EQ(test::layoutFault(items, *input.root, input.area, 1e-7), "") << "round " << round;
     }
 }
 

@@ -86,7 +86,7 @@ TEST(JSONFileDefaults, ConvertsWhatHasAMeaningAndNothingElse) {
         "digits": "12", "decimal": "0.25", "YES": "YES", "no": "no", "words": "twelve", "null": null,
         "list": ["a"], "mixed": ["a", 1], "nested": {"a": {"b": [1, {"base64": "AA=="}]}},
         "date": {"secondsSince1970": 978307200}, "data": {"base64": "aGk="}, "bad data": {"base64": "a*=="},
-        "bad date": {"secondsSince1970": "x"}, "odd data": {"base64": "aGk"}, "more": {"base64": "", "x": 1}})"));
+        "bad date": {"secondsSince1970": "x"}, "far date": {"secondsSince1970": 1.7976931348623159e308}, "odd data": {"base64": "aGk"}, "more": {"base64": "", "x": 1}})"));
     using Integer = std::optional<std::int64_t>;
     const struct {
         const char* key;
@@ -123,7 +123,8 @@ TEST(JSONFileDefaults, ConvertsWhatHasAMeaningAndNothingElse) {
     EXPECT_EQ(defaults.stringArray("mixed"), std::nullopt);
     EXPECT_EQ(defaults.date("date"), dateFromReferenceSeconds(0));
     EXPECT_EQ(defaults.data("data"), "hi");
-    for (const char* key : {"bad data", "bad date", "odd data", "more", "text", "mixed", "nested"})
+    for (const char* key :
+         {"bad data", "bad date", "far date", "odd data", "more", "text", "mixed", "nested"})
         EXPECT_EQ(defaults.object(key), std::nullopt) << key;
 
     // What does not convert leaves the registered default in view.
@@ -186,6 +187,8 @@ TEST(JSONFileDefaults, KeepsADamagedFileAside) {
         "{\"a\": 1e999}",
         "{\"a\": \"\xFF\"}",
         "{\"a\": \"\xED\xA0\x80\"}",
+        "{\"a\": \"\\udc00\"}",
+        "{\"\\udc00\": 1}",
         "\xFF\xFE{\0}\0",
         std::string("{\"a\": 1}\0\0", 10),
         std::string(300, '\0'),

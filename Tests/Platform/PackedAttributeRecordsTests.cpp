@@ -1,10 +1,10 @@
 #include "TarnwellCore/Platform/Date.hpp"
 #include "TarnwellCore/Platform/PackedAttributeRecords.hpp"
 
+#include "Tests/Support/PackedRecords.hpp"
+
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -13,100 +13,8 @@ namespace tarnwell {
 namespace {
 
 using namespace PackedAttributes;
-
-/// What one record carries; a field without a value is left out of the record, as the kernel does.
-struct Record {
-    std::optional<std::uint32_t> error = {};
-    std::optional<std::string> name = {};
-    std::optional<std::int32_t> device = {};
-    std::optional<std::uint32_t> type = {};
-    std::optional<std::int64_t> modified = {};
-    std::optional<std::int64_t> accessed = {};
-    std::optional<std::uint32_t> flags = {};
-    std::optional<std::uint64_t> fileID = {};
-    std::optional<std::uint32_t> links = {};
-    std::optional<std::int64_t> size = {};
-    std::optional<std::int64_t> allocated = {};
-    std::optional<std::int64_t> privateSize = {};
-    std::optional<std::uint64_t> extended = {};
-};
-
-/// Packs records by the kernel's rules: fixed parts in bit order, 4-byte alignment, names at the end,
-/// referred to from the place of the reference.
-class Packer {
-public:
-    Packer& add(const Record& record) {
-        const std::size_t start = bytes.size();
-        put(std::uint32_t{0});
-        std::uint32_t common = commonReturnedAttributes;
-        std::uint32_t file = 0;
-        std::uint32_t extended = 0;
-        const std::size_t masks = bytes.size();
-        bytes.resize(bytes.size() + 20);
-        std::size_t reference = 0;
-        const auto field = [&](const auto& value, std::uint32_t& mask, std::uint32_t bit) {
-            if (!value)
-                return;
-            mask |= bit;
-            put(*value);
-        };
-        const auto time = [&](const std::optional<std::int64_t>& seconds, std::uint32_t bit) {
-            if (!seconds)
-                return;
-            common |= bit;
-            put(*seconds);
-            put(std::int64_t{999'999'999});
-        };
-        field(record.error, common, commonError);
-        if (record.name) {
-            common |= commonName;
-            reference = bytes.size();
-            put(std::int32_t{0});
-            put(static_cast<std::uint32_t>(record.name->size() + 1));
-        }
-        field(record.device, common, commonDevice);
-        field(record.type, common, commonObjectType);
-        time(record.modified, commonModificationTime);
-        time(record.accessed, commonAccessTime);
-        field(record.flags, common, commonFlags);
-        field(record.fileID, common, commonFileID);
-        field(record.links, file, fileLinkCount);
-        field(record.size, file, fileTotalSize);
-        field(record.allocated, file, fileAllocatedSize);
-        field(record.privateSize, extended, extendedPrivateSize);
-        field(record.extended, extended, extendedFlags);
-        if (record.name) {
-            overwrite(reference, static_cast<std::int32_t>(bytes.size() - reference));
-            for (const char character : *record.name)
-                bytes.push_back(static_cast<std::byte>(character));
-            bytes.push_back(std::byte{0});
-        }
-        while (bytes.size() % 4 != 0)
-            bytes.push_back(std::byte{0});
-        overwrite(start, static_cast<std::uint32_t>(bytes.size() - start));
-        overwrite(masks, common);
-        overwrite(masks + 12, file);
-        overwrite(masks + 16, extended);
-        ++count;
-        return *this;
-    }
-
-    template <class Value>
-    void overwrite(std::size_t place, Value value) {
-        std::memcpy(bytes.data() + place, &value, sizeof value);
-    }
-
-    std::vector<std::byte> bytes;
-    std::size_t count = 0;
-
-private:
-    template <class Value>
-    void put(Value value) {
-        const std::size_t place = bytes.size();
-        bytes.resize(place + sizeof value);
-        overwrite(place, value);
-    }
-};
+using Packer = test::RecordPacker;
+using Record = test::PackedRecord;
 
 Record wholeRecord(const std::string& name) {
     return {.name = name,

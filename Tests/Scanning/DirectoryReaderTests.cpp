@@ -206,6 +206,7 @@ TEST(DirectoryReader, HostileBulkBuffers) {
         {24, "a\0\0\0\0", 5, true},    // a sound record (the file does not exist)
         {0, "a\0\0\0\0", 5, false},    // would never move on
         {19, "", 0, false},            // no room for a name
+        {23, "a\0\0\0\0", 5, false},   // leaves a byte over
         {4096, "a\0\0\0\0", 5, false}, // reaches beyond what was filled
         {24, "abcde", 5, false},       // not terminated
     };

@@ -108,7 +108,8 @@ TEST(SnapshotCoding, WhatOlderFilesLackIsFilledIn) {
 
 TEST(SnapshotCoding, WhatIsUnknownOrWrittenOtherwiseChangesNothing) {
     const std::string foreign =
-        R"("later": {"id": 1, "entries": [[{"path": null}], 1e300, -0.5, "x"]}, "": [], )";
+        R"("later": {"id": 1, "entries": [[{"path": null}], 1e300, -0.5, "x"]}, "": [], )"
+        R"("numbers": [0e99, 0.00000000001e-2147483639, 1.7976931348623159e308], )";
     for (const std::string& document :
          {replacing("\"createdAt\"", foreign + "\"createdAt\""),
           replacing("\"fileCount\"", foreign + "\"fileCount\""),
@@ -170,6 +171,7 @@ TEST(SnapshotCoding, AnythingElseIsNoSnapshot) {
                                         replacing("/Users", "/Us\xed\xa0\x80"
                                                             "ers"),
                                         replacing("/Users", "\\ud800"),
+                                        replacing("/Users", "\\udc00"),
                                         replacing("/Users", "/Us\ners"),
                                         replacing("\"minimumSize\": 1000000", "\"caf\xe9\": 1"),
                                         replacing("2024-05-01", "2024-05-32"),

@@ -1,15 +1,14 @@
 #include "TarnwellCore/Snapshots/SnapshotDelta.hpp"
 
+#include "Tests/Support/PlainDelta.hpp"
 #include "Tests/Support/SampleSnapshots.hpp"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <limits>
 #include <map>
 #include <random>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -24,6 +23,7 @@ namespace {
 
 using test::makeEntry;
 using test::makeSnapshot;
+using test::plainChanges;
 using Change = SnapshotDelta::Change;
 using Kind = Change::Kind;
 
@@ -172,56 +172,7 @@ TEST(SnapshotDelta, PathsOfNothingButSlashesCostNoMoreThanOthers) {
     EXPECT_EQ(std::ranges::count(delta.changes, true, &Change::isNested), 19);
 }
 
-// --- Against the rules as they are told, pair by pair ---------------------------------------------------
-
-std::vector<Change> compareSlowly(const ScanSnapshot& before, const ScanSnapshot& after,
-                                  std::int64_t threshold, SizeMode mode) {
-    const auto find = [](const ScanSnapshot& snapshot,
-                         const std::string& path) -> const ScanSnapshot::Entry* {
-        for (const ScanSnapshot::Entry& entry : snapshot.entries)
-            if (entry.path == path)
-                return &entry;
-        return nullptr;
-    };
-    std::set<std::string> paths;
-    for (const ScanSnapshot* snapshot : {&before, &after})
-        for (const ScanSnapshot::Entry& entry : snapshot->entries)
-            paths.insert(entry.path);
-    std::vector<Change> changes;
-    for (const std::string& path : paths) {
-        const ScanSnapshot::Entry* old = find(before, path);
-        const ScanSnapshot::Entry* now = find(after, path);
-        Change change{.path = path};
-        change.before = old ? old->sizeFor(mode) : 0;
-        change.after = now ? now->sizeFor(mode) : 0;
-        change.delta = change.after - change.before;
-        if (std::llabs(change.delta) < threshold)
-            continue;
-        const std::size_t slash = path.rfind('/');
-        const std::string parent = slash == path.npos ? "" : path.substr(0, slash);
-        const bool isSameCount = !path.empty() && find(before, parent) && find(after, parent) &&
-                                 find(before, parent)->fileCount == find(after, parent)->fileCount;
-        if (old && now)
-            change.kind = change.delta >= 1 ? Kind::grew : Kind::shrank;
-        else if (old)
-            change.kind = after.minimumSize >= 1 && isSameCount ? Kind::belowThreshold : Kind::removed;
-        else
-            change.kind = before.minimumSize >= 1 && isSameCount ? Kind::belowThreshold : Kind::added;
-        changes.push_back(change);
-    }
-    for (Change& change : changes)
-        for (const Change& other : changes) {
-            const bool isAncestor =
-                (other.path.empty() && !change.path.empty()) || change.path.starts_with(other.path + "/");
-            if (other.path != change.path && isAncestor && (other.delta >= 1) == (change.delta >= 1) &&
-                static_cast<double>(std::llabs(other.delta)) >=
-                    0.8 * static_cast<double>(std::llabs(change.delta)))
-                change.isNested = true;
-        }
-    std::ranges::stable_sort(changes, std::greater(),
-                             [](const Change& change) { return std::llabs(change.delta); });
-    return changes;
-}
+// --- Against the rules as they are told -----------------------------------------------------------------
 
 ScanSnapshot randomSnapshot(std::mt19937& random) {
     static const std::vector<std::string> names = {"a", "b", "a", "ab", "", "\xff", "x y"};
@@ -268,7 +219,7 @@ TEST(SnapshotDelta, RandomPairsFollowTheRules) {
         for (const SizeMode mode : {SizeMode::apparent, SizeMode::allocated, SizeMode::reclaimable}) {
             const auto threshold = static_cast<std::int64_t>(random() % 12) - 1;
             const SnapshotDelta delta = SnapshotDelta::compare(before, after, threshold, mode);
-            ASSERT_EQ(delta.changes, compareSlowly(before, after, threshold, mode)) << "round " << round;
+            ASSERT_EQ(delta.changes, plainChanges(before, after, threshold, mode)) << "round " << round;
 
             // A higher threshold lists some of the same changes.
             const SnapshotDelta higher = SnapshotDelta::compare(before, after, threshold + 3, mode);

@@ -31,8 +31,10 @@ public:
 
     /// Null at the end, or where the bytes are not what the kernel writes. Lasts until the next call.
     const PackedEntry* next() {
-        if (bytes_.size() <= nameOffset)
+        if (bytes_.size() <= nameOffset) {
+            isMalformed_ = !bytes_.empty();
             return nullptr;
+        }
         Header header;
         std::memcpy(&header, bytes_.data(), nameOffset);
         isMalformed_ = header.length <= nameOffset || header.length > bytes_.size();

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 
 namespace tarnwell {
@@ -74,7 +75,7 @@ void SharedExtents::measure(int folder, const char* name, RawDirectoryEntry& ent
     std::uint64_t start = 0;
     bool isComplete = false;
     while (!isComplete) {
-        map = {};
+        std::memset(&map, 0, sizeof map);
         map.fm_start = start;
         map.fm_length = std::numeric_limits<std::uint64_t>::max() - start;
         map.fm_extent_count = extentsPerCall;
