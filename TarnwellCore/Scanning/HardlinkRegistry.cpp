@@ -3,6 +3,7 @@
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
 #include "TarnwellCore/Scanning/TreeAggregation.hpp"
 
+#include <algorithm>
 #include <mutex>
 #include <utility>
 
@@ -10,58 +11,94 @@ namespace tarnwell {
 
 namespace {
 
-/// The index of the sighting with the smallest path, the first of equal ones.
-std::size_t ownerIndex(const std::vector<HardlinkRegistry::Sighting>& group) {
-    if (group.size() == 1)
-        return 0;
-    const auto pathOf = [](const HardlinkRegistry::Sighting& sighting) {
-        return sighting.node != nullptr ? sighting.node->path()
-                                        : sighting.folder.child(sighting.name)->path();
-    };
-    std::size_t owner = 0;
-    std::string smallest = pathOf(group[0]);
-    for (std::size_t index = 1; index < group.size(); ++index) {
-        std::string path = pathOf(group[index]);
-        if (path < smallest) {
-            smallest = std::move(path);
-            owner = index;
-        }
+const FileNode& ancestorOf(const FileNode& node, std::size_t levels) {
+    const FileNode* ancestor = &node;
+    for (; levels > 0; --levels)
+        ancestor = ancestor->parent();
+    return *ancestor;
+}
+
+/// Whether the path of `a` is smaller in byte order than that of `b`, without building either. Both are nodes
+/// of one tree.
+bool precedesByPath(const FileNode& a, const FileNode& b) {
+    const std::size_t depthOfA = a.depth();
+    const std::size_t depthOfB = b.depth();
+    const FileNode* left = &ancestorOf(a, depthOfA - std::min(depthOfA, depthOfB));
+    const FileNode* right = &ancestorOf(b, depthOfB - std::min(depthOfA, depthOfB));
+    while (left->parent() != right->parent()) {
+        left = left->parent();
+        right = right->parent();
     }
-    return owner;
+    // The two names decide, each with what follows it in the path: a "/", or nothing in the node's own name.
+    constexpr int nothing = -1;
+    const auto byteAt = [](const FileNode& place, const FileNode& node, std::size_t index) {
+        if (index < place.name().size())
+            return static_cast<int>(static_cast<unsigned char>(place.name()[index]));
+        return &place == &node ? nothing : int{'/'};
+    };
+    const auto [leftEnd, rightEnd] = std::ranges::mismatch(left->name(), right->name());
+    const auto index = static_cast<std::size_t>(leftEnd - left->name().begin());
+    const int leftByte = byteAt(*left, a, index);
+    const int rightByte = byteAt(*right, b, index);
+    // Two folders of one name can only be one that was replaced while its parent was read.
+    return leftByte != rightByte ? leftByte < rightByte : a.path() < b.path();
+}
+
+std::string pathOf(const HardlinkRegistry::CollapsedLink& link) {
+    return link.folder.child(link.name)->path();
 }
 
 } // namespace
 
 bool HardlinkRegistry::isFirst(const INodeKey& key) {
-    const std::lock_guard guard(lock_);
-    return seenINodes_.insert(key).second;
+    Shard& links = shard(key);
+    const std::lock_guard guard(links.lock);
+    return links.seenINodes.insert(key).second;
 }
 
-bool HardlinkRegistry::record(const INodeKey& key, Sighting sighting) {
-    const std::lock_guard guard(lock_);
-    auto& group = hardlinkGroups_[key];
-    group.push_back(std::move(sighting));
-    return group.size() == 1;
+bool HardlinkRegistry::record(const INodeKey& key, FileNode& link) {
+    Shard& links = shard(key);
+    const std::lock_guard guard(links.lock);
+    const auto [position, isFirst] = links.hardlinkGroups.try_emplace(key);
+    Group& group = position->second;
+    if (isFirst) {
+        group.first = group.owner = &link;
+    } else if (group.owner != nullptr ? precedesByPath(link, *group.owner)
+                                      : link.path() < pathOf(*group.collapsedOwner)) {
+        group.owner = &link;
+        group.collapsedOwner.reset();
+    }
+    return isFirst;
+}
+
+bool HardlinkRegistry::record(const INodeKey& key, CollapsedLink link) {
+    Shard& links = shard(key);
+    const std::lock_guard guard(links.lock);
+    const auto [position, isFirst] = links.hardlinkGroups.try_emplace(key);
+    Group& group = position->second;
+    if (isFirst ||
+        pathOf(link) < (group.owner != nullptr ? group.owner->path() : pathOf(*group.collapsedOwner))) {
+        group.owner = nullptr;
+        group.collapsedOwner = std::make_unique<CollapsedLink>(std::move(link));
+    }
+    return isFirst;
 }
 
 void HardlinkRegistry::assignOwners() {
-    std::unordered_map<INodeKey, std::vector<Sighting>> groups;
-    {
-        const std::lock_guard guard(lock_);
-        groups.swap(hardlinkGroups_);
-    }
-    for (auto& [key, group] : groups) {
-        const std::size_t owner = ownerIndex(group);
-        for (std::size_t index = 0; index < group.size(); ++index) {
-            const Sighting& sighting = group[index];
-            if (sighting.node != nullptr) {
-                setHardlinkDuplicate(*sighting.node, index != owner);
-            } else if (index == owner) {
-                addChecked(sighting.collapseTarget->size, sighting.size);
-                addChecked(sighting.collapseTarget->allocatedSize, sighting.allocatedSize);
-                addChecked(sighting.collapseTarget->reclaimableSize, sighting.reclaimableSize);
+    for (Shard& links : shards_) {
+        const std::lock_guard guard(links.lock);
+        for (auto& [key, group] : links.hardlinkGroups) {
+            if (group.first != nullptr && group.first != group.owner)
+                setHardlinkDuplicate(*group.first, true);
+            if (group.owner != nullptr && group.first != group.owner)
+                setHardlinkDuplicate(*group.owner, false);
+            if (const CollapsedLink* link = group.collapsedOwner.get()) {
+                addChecked(link->collapseTarget->size, link->size);
+                addChecked(link->collapseTarget->allocatedSize, link->allocatedSize);
+                addChecked(link->collapseTarget->reclaimableSize, link->reclaimableSize);
             }
         }
+        links.hardlinkGroups.clear();
     }
 }
 

@@ -230,17 +230,17 @@ void ScanWorker::processFile(const WorkItem& item, const RawDirectoryEntry& entr
         const INodeKey key{entry.deviceID, entry.fileID};
         bool isFirst = false;
         if (context_.buildsTree) {
-            HardlinkRegistry::Sighting sighting{.node = node};
-            if (node == nullptr) {
-                sighting = {.collapseTarget = collapseTarget_,
-                            .folder = item.folder,
-                            .name = std::string(entry.name),
-                            .size = entry.logicalSize,
-                            .allocatedSize = entry.allocatedSize,
-                            .reclaimableSize = reclaimable};
+            if (node != nullptr) {
+                isFirst = context_.hardlinks.record(key, *node);
+            } else {
+                isFirst = context_.hardlinks.record(key, {.collapseTarget = collapseTarget_,
+                                                          .folder = item.folder,
+                                                          .name = std::string(entry.name),
+                                                          .size = entry.logicalSize,
+                                                          .allocatedSize = entry.allocatedSize,
+                                                          .reclaimableSize = reclaimable});
                 isCollapsedBytesDue = false; // they go to whichever link becomes the owner
             }
-            isFirst = context_.hardlinks.record(key, std::move(sighting));
         } else {
             isFirst = context_.hardlinks.isFirst(key);
         }
@@ -286,7 +286,7 @@ FileNode* ScanWorker::makeNode(const WorkItem& item, const RawDirectoryEntry& en
 /// Gives a folder that was read its children, files first, and the sums of its files.
 void ScanWorker::settle(FileNode& folder) {
     constexpr std::size_t largestKept = 16384;
-    sums_.store(folder);
+    sums_.store(folder, folders_.size());
     sums_ = {};
     const std::size_t count = files_.count() + folders_.size();
     if (count == 0)

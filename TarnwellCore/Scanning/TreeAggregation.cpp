@@ -20,13 +20,10 @@ void addBytes(FileNode& folder, const FileNode& child) {
     addChecked(folder.reclaimableSize, child.reclaimableSize);
 }
 
-/// The folders at the end of a settled folder's children.
+/// The folders at the end of a settled folder's children. Before it is rolled up its count of folders is that
+/// of these: most folders have none, and their children need not be looked at.
 std::span<FileNode*> foldersAtEnd(FileNode& folder) {
-    const auto children = folder.mutableChildren();
-    std::size_t first = children.size();
-    while (first > 0 && children[first - 1]->isDirectory())
-        --first;
-    return children.subspan(first);
+    return folder.mutableChildren().last(static_cast<std::size_t>(folder.directoryCount));
 }
 
 /// Sorts the folders at the end of `children` and moves each to its place among the sorted files before
@@ -53,12 +50,12 @@ void mergeFolders(std::span<FileNode*> children, std::size_t fileCount, NodeSort
 
 } // namespace
 
-void FolderSums::store(FileNode& folder) const {
+void FolderSums::store(FileNode& folder, std::size_t subfolderCount) const {
     folder.size = size_;
     folder.allocatedSize = allocatedSize_;
     folder.reclaimableSize = reclaimableSize_;
     folder.fileCount = fileCount_;
-    folder.directoryCount = 0;
+    folder.directoryCount = static_cast<std::int32_t>(subfolderCount);
     folder.includesSharedCloneBlocks = includesSharedCloneBlocks_ || folder.sharesBlocksWithClones();
 }
 
@@ -102,7 +99,7 @@ void rollUp(FileNode& root) {
         for (const FileNode* child : subfolders) {
             addBytes(folder, *child);
             addChecked(folder.fileCount, child->fileCount);
-            addChecked(folder.directoryCount, checkedAdd(child->directoryCount, 1));
+            addChecked(folder.directoryCount, child->directoryCount);
             folder.includesSharedCloneBlocks =
                 folder.includesSharedCloneBlocks || child->includesSharedCloneBlocks;
         }
@@ -130,7 +127,7 @@ void aggregate(FileNode& root) {
             }
         }
         std::ranges::copy(folders, sorter.takeInto(children).begin());
-        sums.store(node);
+        sums.store(node, folders.size());
         return true;
     });
     rollUp(root);

@@ -18,6 +18,7 @@
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
 #include "TarnwellCore/Scanning/FileNode.hpp"
 
+#include <cstddef>
 #include <cstdint>
 
 namespace tarnwell {
@@ -37,8 +38,9 @@ public:
         addChecked(reclaimableSize_, file.reclaimableSize);
     }
 
-    /// Makes them the sums of the folder, which then is settled.
-    void store(FileNode& folder) const;
+    /// Makes them the sums of the folder, which then is settled. Until it is rolled up, its count of folders
+    /// is that of those among its children.
+    void store(FileNode& folder, std::size_t subfolderCount) const;
 
 private:
     std::int64_t size_ = 0;
