@@ -5,8 +5,8 @@
 
 namespace tarnwell::CLIMain {
 
-CLIResult run(const std::vector<std::string>& arguments) {
-    return CLIRunner::run(arguments, CLIServices::live());
+CLIResult run(const std::vector<std::string>& arguments, const TextSink& output) {
+    return CLIRunner::run(arguments, CLIServices::live(), output);
 }
 
 } // namespace tarnwell::CLIMain

@@ -3,13 +3,15 @@
 // The whole command-line tool as one call: arguments in, result out.
 
 #include "TarnwellCLIKit/CLIResult.hpp"
+#include "TarnwellCore/Text/TextOutput.hpp"
 
 #include <string>
 #include <vector>
 
 namespace tarnwell::CLIMain {
 
-/// Runs the command that the arguments (without the program's name) ask for, with the live services.
-CLIResult run(const std::vector<std::string>& arguments);
+/// Runs the command that the arguments (without the program's name) ask for, with the live services. Long
+/// listings go to `output` where there is one, instead of into the result.
+CLIResult run(const std::vector<std::string>& arguments, const TextSink& output = {});
 
 } // namespace tarnwell::CLIMain

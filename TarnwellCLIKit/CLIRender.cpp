@@ -77,6 +77,32 @@ std::string sizeText(std::int64_t bytes) {
     return ByteFormatter::string(bytes, "0 bytes");
 }
 
+constexpr std::string_view totalEnd = "  total\n";
+
+std::size_t longestText(const CLIListedScan& scan) {
+    std::size_t longest = longestLineFrame + totalEnd.size();
+    for (const CLIListedNode& row : scan.children)
+        longest += longestLineFrame + indentOf(row) + row.name().size();
+    return longest;
+}
+
+std::string writeText(const CLIListedScan& scan, TextOutput output) {
+    output.reserve([&] { return longestText(scan); });
+    std::string& text = output.text();
+    for (const CLIListedNode& row : scan.children) {
+        text += sizeText(row.selected);
+        text += "  ";
+        text += ByteFormatter::percent(row.share, 1);
+        text.append(2 + indentOf(row), ' ');
+        text += row.name();
+        text += '\n';
+        output.endPart();
+    }
+    text += sizeText(scan.selectedTotal);
+    text += totalEnd;
+    return output.finish();
+}
+
 } // namespace
 
 std::vector<CLIListedNode> children(const FileNode& of, SizeMode mode, std::int64_t depthRemaining,
@@ -84,6 +110,8 @@ std::vector<CLIListedNode> children(const FileNode& of, SizeMode mode, std::int6
     std::vector<CLIListedNode> listed;
     if (depthRemaining < 1)
         return listed;
+    if (depthRemaining > 1 && !top) // else most of the tree may not be listed
+        listed.reserve(static_cast<std::size_t>(of.fileCount) + static_cast<std::size_t>(of.directoryCount));
     ChildSelection selection(mode, top);
     std::vector<CLIListedNode> pending; // the next row last
     selection.appendReversed(pending, of, level);
@@ -112,23 +140,11 @@ CLIListedScan listedScan(const FileNode& root, SizeMode mode, std::int64_t depth
 }
 
 std::string human(const CLIListedScan& scan) {
-    constexpr std::string_view totalEnd = "  total\n";
-    std::size_t longest = longestLineFrame + totalEnd.size();
-    for (const CLIListedNode& row : scan.children)
-        longest += longestLineFrame + indentOf(row) + row.name().size();
-    std::string text;
-    text.reserve(longest);
-    for (const CLIListedNode& row : scan.children) {
-        text += sizeText(row.selected);
-        text += "  ";
-        text += ByteFormatter::percent(row.share, 1);
-        text.append(2 + indentOf(row), ' ');
-        text += row.name();
-        text += '\n';
-    }
-    text += sizeText(scan.selectedTotal);
-    text += totalEnd;
-    return text;
+    return writeText(scan, TextOutput());
+}
+
+void human(const CLIListedScan& scan, const TextSink& sink) {
+    writeText(scan, TextOutput(sink));
 }
 
 std::string humanListing(const FileNode& root, SizeMode mode, std::int64_t depth,

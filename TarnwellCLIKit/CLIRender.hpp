@@ -4,6 +4,7 @@
 // JSON or CSV. Depth and top limit what is listed, never what was measured. Pure functions; no recursion.
 
 #include "TarnwellCLIKit/CLIListing.hpp"
+#include "TarnwellCore/Text/TextOutput.hpp"
 
 #include <cstdint>
 #include <optional>
@@ -21,14 +22,20 @@ std::vector<CLIListedNode> children(const FileNode& of, SizeMode mode, std::int6
 CLIListedScan listedScan(const FileNode& root, SizeMode mode, std::int64_t depth,
                          std::optional<std::int64_t> top);
 
+// Each document is to be had whole, or in pieces that `sink` gets while it is written; whatever `sink` throws
+// comes out.
+
 /// One line a row: size, share, indented name; then the total. Names go out byte for byte.
 std::string human(const CLIListedScan& scan);
+void human(const CLIListedScan& scan, const TextSink& sink);
 
 /// A pretty-printed JSON document with its keys in ascending order and a line feed at the end.
 std::string json(const CLIListedScan& scan);
+void json(const CLIListedScan& scan, const TextSink& sink);
 
 /// A header and one line a row. Names and paths go out byte for byte, quoted where they have to be.
 std::string csv(const CLIListedScan& scan);
+void csv(const CLIListedScan& scan, const TextSink& sink);
 
 /// `human` of the listing of a whole tree.
 std::string humanListing(const FileNode& root, SizeMode mode, std::int64_t depth,

@@ -72,11 +72,9 @@ std::size_t longestDocument(const std::vector<CLIListedNode>& rows) {
     return length;
 }
 
-} // namespace
-
-std::string csv(const CLIListedScan& scan) {
-    std::string text;
-    text.reserve(longestDocument(scan.children));
+std::string writeDocument(const CLIListedScan& scan, TextOutput output) {
+    output.reserve([&] { return longestDocument(scan.children); });
+    std::string& text = output.text();
     text += header;
     RowPath<FieldForm> path;
     for (const CLIListedNode& row : scan.children) {
@@ -85,8 +83,19 @@ std::string csv(const CLIListedScan& scan) {
         appendField(text, path.path(), path.pathIsRemarkable());
         text += row.isDirectory() ? "true," : "false,";
         appendFields(text, row);
+        output.endPart();
     }
-    return text;
+    return output.finish();
+}
+
+} // namespace
+
+std::string csv(const CLIListedScan& scan) {
+    return writeDocument(scan, TextOutput());
+}
+
+void csv(const CLIListedScan& scan, const TextSink& sink) {
+    writeDocument(scan, TextOutput(sink));
 }
 
 } // namespace tarnwell::CLIRender

@@ -38,11 +38,12 @@ std::size_t longestDocument(const CLIListedScan& scan) {
 /// Writes the rows of a flat list as objects in one another.
 class RowWriter {
 public:
-    explicit RowWriter(JSONWriter& json) : json_(json) {}
+    RowWriter(JSONWriter& json, TextOutput& output) : json_(json), output_(output) {}
 
     void writeRows(const std::vector<CLIListedNode>& rows) {
         for (auto row = rows.begin(); row != rows.end(); ++row) {
             closeRows(row->depth);
+            output_.endPart();
             json_.beginObject();
             json_.key("allocatedSize");
             json_.integer(row->allocatedSize());
@@ -92,21 +93,19 @@ private:
     }
 
     JSONWriter& json_;
+    TextOutput& output_;
     RowPath<EscapedForm> path_;
     /// Rows whose children are being written, the innermost last.
     std::vector<const CLIListedNode*> open_;
 };
 
-} // namespace
-
-std::string json(const CLIListedScan& scan) {
-    std::string text;
-    text.reserve(longestDocument(scan));
-    JSONWriter writer(text);
+std::string writeDocument(const CLIListedScan& scan, TextOutput output) {
+    output.reserve([&] { return longestDocument(scan); });
+    JSONWriter writer(output.text());
     writer.beginObject();
     writer.key("children");
     writer.beginArray();
-    RowWriter(writer).writeRows(scan.children);
+    RowWriter(writer, output).writeRows(scan.children);
     writer.endArray();
     writer.key("path");
     writer.string(scan.path);
@@ -123,8 +122,18 @@ std::string json(const CLIListedScan& scan) {
     writer.key("version");
     writer.integer(1);
     writer.endObject();
-    text += '\n';
-    return text;
+    output.text() += '\n';
+    return output.finish();
+}
+
+} // namespace
+
+std::string json(const CLIListedScan& scan) {
+    return writeDocument(scan, TextOutput());
+}
+
+void json(const CLIListedScan& scan, const TextSink& sink) {
+    writeDocument(scan, TextOutput(sink));
 }
 
 } // namespace tarnwell::CLIRender

@@ -28,6 +28,17 @@ CLIResult failure(std::int32_t exitCode, std::string message) {
     return {.exitCode = exitCode, .standardOutput = {}, .standardError = std::move(message)};
 }
 
+void render(const CLIListedScan& scan, CLITextFormat format, const TextSink& output) {
+    switch (format) {
+    case CLITextFormat::human:
+        return CLIRender::human(scan, output);
+    case CLITextFormat::json:
+        return CLIRender::json(scan, output);
+    case CLITextFormat::csv:
+        return CLIRender::csv(scan, output);
+    }
+}
+
 std::string rendered(const CLIListedScan& scan, CLITextFormat format) {
     switch (format) {
     case CLITextFormat::human:
@@ -43,6 +54,7 @@ std::string rendered(const CLIListedScan& scan, CLITextFormat format) {
 /// One overload a command.
 struct Dispatch {
     const CLIServices& services;
+    const TextSink& output;
 
     CLIResult operator()(const CLIScanRequest& request) const {
         const ScanResult result = services.scan(expandTilde(request.path)).get();
@@ -50,7 +62,10 @@ struct Dispatch {
             return failure(runtimeFailure, "The scan gave no tree.");
         const CLIListedScan scan =
             CLIRender::listedScan(*result.root, request.sizeMode, request.depth, request.top);
-        return success(rendered(scan, request.format));
+        if (!output)
+            return success(rendered(scan, request.format));
+        render(scan, request.format, output);
+        return success({});
     }
     CLIResult operator()(const CLISnapshotSave& request) const {
         return saveSnapshot(request.path, request.json, services);
@@ -66,12 +81,13 @@ struct Dispatch {
 
 } // namespace
 
-CLIResult run(std::span<const std::string> arguments, const CLIServices& services) noexcept {
+CLIResult run(std::span<const std::string> arguments, const CLIServices& services,
+              const TextSink& output) noexcept {
     try {
         auto command = CLIParser::parse(arguments);
         if (!command)
             return failure(usageError, std::move(command.error().message));
-        return std::visit(Dispatch{services}, *command);
+        return std::visit(Dispatch{services, output}, *command);
     } catch (const std::bad_alloc&) {
         return failure(runtimeFailure, "There is not enough memory.");
     } catch (const std::length_error&) {

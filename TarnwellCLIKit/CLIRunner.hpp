@@ -5,6 +5,7 @@
 
 #include "TarnwellCLIKit/CLIResult.hpp"
 #include "TarnwellCLIKit/CLIServices.hpp"
+#include "TarnwellCore/Text/TextOutput.hpp"
 
 #include <span>
 #include <string>
@@ -14,6 +15,11 @@ namespace tarnwell::CLIRunner {
 /// Runs the command that the arguments (without the program's name) ask for. Usage errors are found before
 /// any service is called. Whatever a command throws becomes its result: exit code 1, the description and a
 /// line feed on standard error, nothing on standard output.
-CLIResult run(std::span<const std::string> arguments, const CLIServices& services) noexcept;
+///
+/// A listing may be several times as long as the tree takes memory: with `output`, it goes there piece by
+/// piece instead of into the result, once nothing but a lack of memory can fail any more. What `output`
+/// throws is treated likewise.
+CLIResult run(std::span<const std::string> arguments, const CLIServices& services,
+              const TextSink& output = {}) noexcept;
 
 } // namespace tarnwell::CLIRunner

@@ -14,8 +14,8 @@
 namespace {
 
 /// Writes all of the text, or as much as the other end takes: a closed pipe or a full device changes nothing
-/// about what the command did.
-void write(int descriptor, std::string_view text) {
+/// about what the command did. False when not all was taken.
+bool write(int descriptor, std::string_view text) {
     constexpr std::size_t largestPiece = std::size_t{1} << 30; // some systems refuse pieces beyond 31 bits
     while (!text.empty()) {
         const ssize_t written = ::write(descriptor, text.data(), std::min(text.size(), largestPiece));
@@ -25,11 +25,12 @@ void write(int descriptor, std::string_view text) {
             // Somebody else made the pipe non-blocking.
             pollfd writable = {.fd = descriptor, .events = POLLOUT, .revents = 0};
             if (::poll(&writable, 1, -1) < 0 && errno != EINTR)
-                return;
+                return false;
         } else if (errno != EINTR) {
-            return;
+            return false;
         }
     }
+    return true;
 }
 
 } // namespace
@@ -39,7 +40,9 @@ int main(int count, char** values) {
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
     const std::vector<std::string> arguments(values + std::min(count, 1), values + count);
-    const tarnwell::CLIResult result = tarnwell::CLIMain::run(arguments);
+    bool isTaken = true;
+    const tarnwell::CLIResult result = tarnwell::CLIMain::run(
+        arguments, [&](std::string_view piece) { isTaken = isTaken && write(STDOUT_FILENO, piece); });
     write(STDOUT_FILENO, result.standardOutput);
     write(STDERR_FILENO, result.standardError);
     // Taking a large result apart would cost time and change nothing.

@@ -325,6 +325,32 @@ TEST(CLIRender, ChildrenBelowAnyNodeAtAnyLevel) {
               whole);
 }
 
+TEST(CLIRender, PiecesAreTheWholeDocument) {
+    FileTreeBuilder builder("/data");
+    for (int index = 0; index < 20'000; ++index) {
+        FileNode& folder = builder.addFolder(builder.root(), "folder " + std::to_string(index));
+        builder.addFile(folder, "\"quoted\", " + std::to_string(index), index);
+    }
+    const auto root = builder.finish();
+    const CLIListedScan scan = CLIRender::listedScan(*root, SizeMode::apparent, endless, std::nullopt);
+    const auto expectSame = [](const std::string& whole, const auto& renderTo) {
+        std::string together;
+        std::size_t longest = 0;
+        const TextSink sink = [&](std::string_view piece) {
+            together += piece;
+            longest = std::max(longest, piece.size());
+        };
+        renderTo(sink);
+        EXPECT_EQ(together, whole);
+        EXPECT_LT(longest, std::size_t{1'100'000});
+        EXPECT_THROW(renderTo(TextSink([](std::string_view) { throw std::runtime_error("taken away"); })),
+                     std::runtime_error);
+    };
+    expectSame(CLIRender::json(scan), [&](const TextSink& sink) { CLIRender::json(scan, sink); });
+    expectSame(CLIRender::csv(scan), [&](const TextSink& sink) { CLIRender::csv(scan, sink); });
+    expectSame(CLIRender::human(scan), [&](const TextSink& sink) { CLIRender::human(scan, sink); });
+}
+
 TEST(CLIRender, DeepChains) {
     constexpr int levels = 1'000;
     FileTreeBuilder builder("/");

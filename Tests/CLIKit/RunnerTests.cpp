@@ -63,6 +63,24 @@ TEST(CLIRunner, ScansAndLists) {
     EXPECT_EQ(substitute.scanned, (Words{"/data", "/data", "x/../y", "/data"}));
 }
 
+TEST(CLIRunner, ListingsGoWhereTheyAreWanted) {
+    const Substitute substitute;
+    for (const std::string format : {"--human", "--json", "--csv"}) {
+        Words arguments = {"scan", "/data", "--depth", "9"};
+        if (format != "--human")
+            arguments.push_back(format);
+        std::string output;
+        const TextSink sink = [&](std::string_view piece) { output += piece; };
+        EXPECT_EQ(CLIRunner::run(arguments, substitute.services, sink), (CLIResult{0, "", ""}));
+        EXPECT_EQ(output, substitute.run(arguments).standardOutput);
+    }
+    const TextSink refusing = [](std::string_view) { throw std::runtime_error("No room."); };
+    EXPECT_EQ(CLIRunner::run(Words{"scan", "/data"}, substitute.services, refusing),
+              (CLIResult{1, "", "No room.\n"}));
+    // Short texts stay in the result.
+    EXPECT_NE(CLIRunner::run(Words{"--help"}, substitute.services, refusing).standardOutput, "");
+}
+
 TEST(CLIRunner, ExpandsTheTilde) {
     Substitute substitute;
     (void)substitute.run({"scan", "~/x"});
