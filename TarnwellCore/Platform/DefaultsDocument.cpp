@@ -280,6 +280,10 @@ DefaultsDocument::~DefaultsDocument() = default;
 DefaultsDocument::DefaultsDocument(DefaultsDocument&&) noexcept = default;
 DefaultsDocument& DefaultsDocument::operator=(DefaultsDocument&&) noexcept = default;
 
+bool DefaultsDocument::canHold(std::string_view key) {
+    return isUTF8(key);
+}
+
 std::optional<DefaultsDocument> DefaultsDocument::parse(std::string_view text) {
     DefaultsDocument document;
     // The parser would take a zero byte for the end of the text.

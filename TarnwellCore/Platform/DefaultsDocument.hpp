@@ -22,6 +22,9 @@ public:
     DefaultsDocument(DefaultsDocument&&) noexcept;
     DefaultsDocument& operator=(DefaultsDocument&&) noexcept;
 
+    /// Whether a member can have this key: any text in UTF-8.
+    static bool canHold(std::string_view key);
+
     /// Nothing when the text is not a JSON object in UTF-8.
     static std::optional<DefaultsDocument> parse(std::string_view text);
 
@@ -31,7 +34,7 @@ public:
     std::optional<UserDefaultsValue> value(std::string_view key) const;
     bool hasMember(std::string_view key) const;
 
-    /// Values are finite.
+    /// The key is one that a document can hold; values are finite.
     void set(std::string_view key, const UserDefaultsValue& value);
     void remove(std::string_view key);
 

@@ -256,6 +256,7 @@ std::optional<UserDefaultsValue> JSONFileDefaults::storedValue(std::string_view 
 }
 
 void JSONFileDefaults::store(Changes changes) {
+    std::erase_if(changes, [](const auto& change) { return !DefaultsDocument::canHold(change.first); });
     {
         const std::lock_guard guard(mutex_);
         ++lastSerial_;

@@ -27,7 +27,7 @@ struct DataValue {
 using UserDefaultsValue =
     std::variant<bool, std::int64_t, double, std::string, std::vector<std::string>, DataValue, Date>;
 
-/// One store. Every function is safe from any thread.
+/// One store. Every function is safe from any thread. Keys are UTF-8; under any other nothing is stored.
 ///
 /// A read finds the stored value; where none is stored, or the stored one is not of the asked kind and cannot
 /// be converted to it, the registered default; otherwise nothing. Truth values and numbers convert into one

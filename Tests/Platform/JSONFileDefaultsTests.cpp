@@ -170,6 +170,20 @@ TEST(JSONFileDefaults, ANumberThatIsNotFiniteRemovesTheKey) {
     }
 }
 
+TEST(JSONFileDefaults, AKeyThatIsNoTextDamagesNothing) {
+    const TemporaryFolder folder;
+    const fs::path file = folder.writeFile("s.json", "{\n  \"a\": 1\n}\n");
+    JSONFileDefaults defaults(file);
+    for (const char* key : {"\xFF", "cut \xC3", "\xED\xA0\x80"}) {
+        defaults.set(key, true);
+        EXPECT_EQ(defaults.boolean(key), std::nullopt);
+        defaults.remove(key);
+    }
+    defaults.set("\xC3\xA4", std::int64_t{2});
+    EXPECT_TRUE(defaults.synchronize());
+    EXPECT_EQ(readFile(file), "{\n  \"a\": 1,\n  \"\xC3\xA4\": 2\n}\n");
+}
+
 TEST(JSONFileDefaults, KeepsADamagedFileAside) {
     const std::string deep(1'000'000, '[');
     const std::string damages[] = {
