@@ -168,8 +168,9 @@ TEST_F(RealTrashTests, ParentReferencesAreReadAsTheKernelReadsThem) {
     const fs::path other = folder.writeFile("item", "other");
     EXPECT_EQ(readFile(trash(folder / "link/../item")), "meant");
     EXPECT_EQ(readFile(other), "other");
-    for (const char* path : {"far/..", "far/../.", "missing/../item"})
+    for (const char* path : {"far/..", "far/../.", "missing/../item", "link/.", "far/./"})
         EXPECT_FALSE(service.moveToTrash(folder / path).get().succeeded()) << path;
+    EXPECT_TRUE(isThere(folder / "link"));
     EXPECT_TRUE(isThere(other));
 }
 

@@ -52,17 +52,18 @@ private:
     int descriptor_;
 };
 
-/// GIO strikes ".." out of a path as text, which leads to another item than the kernel's reading when the
-/// component before is a link. Such a path gets its folder resolved first.
+/// GIO strikes "." and ".." out of a path as text, which leads to another item than the kernel's reading when
+/// the component before is a link. A path with ".." gets its folder resolved first; one that ends in either
+/// names no item that could be moved.
 std::expected<std::string, std::string> unambiguousPath(const fs::path& item) {
+    const fs::path name = item.filename();
+    if (name == "." || name == "..")
+        return std::unexpected(std::generic_category().message(EINVAL));
     bool climbs = false;
     for (const fs::path& component : item)
         climbs = climbs || component == "..";
     if (!climbs)
         return item.string();
-    const fs::path name = item.filename();
-    if (name == "." || name == "..")
-        return std::unexpected(std::generic_category().message(EINVAL));
     const fs::path folder = item.has_parent_path() ? item.parent_path() : fs::path(".");
     const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(folder.c_str(), nullptr),
                                                                &std::free);
