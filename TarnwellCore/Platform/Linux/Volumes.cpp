@@ -6,9 +6,11 @@
 #include "TarnwellCore/Platform/Linux/TimeLimitedCalls.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/sysmacros.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -39,18 +41,45 @@ std::int64_t byteCount(std::uint64_t blocks, std::uint64_t blockSize) {
     return static_cast<std::int64_t>(std::min(bytes, largest));
 }
 
-std::optional<FileSystemStatistics> readStatistics(const std::string& path, const MountEntry& mount) {
+/// What is found at a path, all of it at one moment.
+struct Place {
+    /// False only when nothing is mounted there, not when that cannot be told.
+    bool isMountPoint = true;
+    std::optional<struct statvfs> figures = {};
+};
+
+Place lookAt(const std::string& path) {
+    // By a descriptor: were the path asked twice, a volume could go in between, and the second answer would
+    // be that of the file system below.
+    const int descriptor = ::open(path.c_str(), O_PATH | O_CLOEXEC);
+    if (descriptor < 0)
+        return {.isMountPoint = errno != ENOENT && errno != ENOTDIR};
+    Place place;
+    struct statx status = {};
+    if (::statx(descriptor, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, 0, &status) == 0)
+        place.isMountPoint = (status.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) == 0 ||
+                             (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+    struct statvfs figures = {};
+    if (::fstatvfs(descriptor, &figures) == 0)
+        place.figures = figures;
+    ::close(descriptor);
+    return place;
+}
+
+/// The same, of a path on this mount, in limited time.
+Place lookAt(const std::string& path, const MountEntry& mount) {
     // Asking for the figures of an automatic mount would mount it.
     if (mount.type == "autofs")
-        return std::nullopt;
-    const auto ask = [path]() -> std::optional<struct statvfs> {
-        struct statvfs answer = {};
-        if (::statvfs(path.c_str(), &answer) != 0)
-            return std::nullopt;
-        return answer;
-    };
-    static auto& limitedCalls = *new TimeLimitedCalls<struct statvfs>; // for threads that outlive statics
-    const auto record = mount.mayHang() ? limitedCalls.get(path, answerLimit, ask) : ask();
+        return {};
+    if (!mount.mayHang())
+        return lookAt(path);
+    static auto& limitedCalls = *new TimeLimitedCalls<Place>; // for threads that outlive statics
+    return limitedCalls.get(path, answerLimit, [path] { return std::optional(lookAt(path)); })
+        .value_or(Place());
+}
+
+std::optional<FileSystemStatistics> statisticsOf(const Place& place, const MountEntry& mount) {
+    const auto& record = place.figures;
     if (!record)
         return std::nullopt;
     return FileSystemStatistics{byteCount(record->f_blocks, record->f_frsize),
@@ -80,7 +109,11 @@ std::string valueOr(const std::map<dev_t, std::string>& names, dev_t device, con
     return found != names.end() ? found->second : otherwise;
 }
 
-VolumeProperties readProperties(const MountEntry& mount, const DeviceNames& names) {
+/// Nothing when the volume has gone since it was listed.
+std::optional<VolumeProperties> readProperties(const MountEntry& mount, const DeviceNames& names) {
+    const Place place = lookAt(mount.path, mount);
+    if (!place.isMountPoint)
+        return std::nullopt;
     VolumeProperties properties;
     properties.path = mount.path;
     properties.name = lastComponent(mount.path);
@@ -91,7 +124,7 @@ VolumeProperties readProperties(const MountEntry& mount, const DeviceNames& name
     properties.isLocal = mount.isLocal;
     properties.isBrowsable = mount.isBrowsable;
     properties.fileSystemType = mount.type;
-    if (const auto statistics = readStatistics(mount.path, mount)) {
+    if (const auto statistics = statisticsOf(place, mount)) {
         properties.totalCapacity = statistics->total;
         properties.availableCapacity = statistics->available;
         properties.isReadOnly = statistics->isReadOnly;
@@ -144,8 +177,10 @@ std::vector<VolumeProperties> mountedVolumeProperties(bool includeHidden) {
     const DeviceNames names;
     std::vector<VolumeProperties> volumes;
     for (const MountEntry& mount : readMountTable()) {
-        if (includeHidden || mount.isBrowsable)
-            volumes.push_back(readProperties(mount, names));
+        if (!includeHidden && !mount.isBrowsable)
+            continue;
+        if (auto properties = readProperties(mount, names))
+            volumes.push_back(*std::move(properties));
     }
     return volumes;
 }
@@ -176,13 +211,14 @@ std::optional<std::string> mountPointContaining(const std::string& path) {
 std::optional<FileSystemStatistics> fileSystemStatistics(const std::string& path) {
     const std::vector<MountEntry> mounts = readMountTable();
     if (const MountEntry* const mount = mountAt(mounts, path))
-        return readStatistics(path, *mount);
+        return statisticsOf(lookAt(path, *mount), *mount);
     const auto target = resolvedPath(mounts, path);
     if (!target)
         return std::nullopt;
     // Without a table of mounts the figures are still good.
-    const MountEntry* const mount = mountHolding(mounts, *target);
-    return readStatistics(*target, mount != nullptr ? *mount : MountEntry());
+    const MountEntry* const held = mountHolding(mounts, *target);
+    const MountEntry mount = held != nullptr ? *held : MountEntry();
+    return statisticsOf(lookAt(*target, mount), mount);
 }
 
 } // namespace tarnwell

@@ -15,9 +15,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
+#include <future>
 #include <map>
 #include <sstream>
 #include <stdexcept>
@@ -217,6 +219,41 @@ TEST(MountedVolumes, MemoryFurtherMountsAndSingleFilesAreNotBrowsable) {
         EXPECT_EQ(::umount2(path.c_str(), MNT_DETACH), 0) << path;
 }
 
+TEST(MountedVolumes, AVolumeThatGoesMeanwhileIsNotMistakenForTheOneBelow) {
+    const auto place = MountedImage::make({.type = "tmpfs", .size = 1'000'000});
+    if (!place)
+        GTEST_SKIP() << place.error();
+    const fs::path point = (*place)->path() / "coming and going";
+    fs::create_directory(point);
+    const std::int64_t size = 40 * 4096;
+    std::atomic<bool> isOver = false;
+    // Started from here on, so it shares the mounts.
+    std::thread mounter([&] {
+        const std::string options = "size=" + std::to_string(size);
+        while (!isOver) {
+            EXPECT_EQ(::mount("tarnwell-test", point.c_str(), "tmpfs", 0, options.c_str()), 0);
+            std::this_thread::yield();
+            EXPECT_EQ(::umount2(point.c_str(), MNT_DETACH), 0);
+        }
+    });
+    int seen = 0;
+    const auto end = std::chrono::steady_clock::now() + milliseconds(1500);
+    while (std::chrono::steady_clock::now() < end) {
+        const auto volumes = DiskInfo::mountedVolumes(true);
+        const VolumeInfo* const listed = find(volumes, point);
+        const auto asked = DiskInfo::volume(point);
+        for (const VolumeInfo* const volume : {listed, asked ? &*asked : nullptr}) {
+            if (volume == nullptr)
+                continue;
+            ++seen;
+            EXPECT_EQ(volume->totalCapacity, size);
+        }
+    }
+    isOver = true;
+    mounter.join();
+    EXPECT_GT(seen, 0);
+}
+
 TEST(MountedVolumes, AServerThatDoesNotAnswerHoldsNobodyUp) {
     const auto place = MountedImage::make({.type = "tmpfs", .size = 1'000'000});
     if (!place)
@@ -258,10 +295,11 @@ public:
     explicit WatchedVolume(std::string path)
         : path_(std::move(path)), monitor_(0.1, SpaceMonitor::AllVolumes{}, false) {}
 
-    /// Reads updates until one shows the volume as wanted (null: absent). Fails the test after a while.
+    /// Reads updates until one shows the volume as wanted (null: absent); false after a while.
     template <class Condition>
     bool waitUntil(Condition condition) {
-        for (int round = 0; round < 200; ++round) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(100);
+        while (std::chrono::steady_clock::now() < end) {
             const auto update = monitor_.updates().next();
             for (const auto& alert : policy.evaluate(update->volumes))
                 alerts.push_back(alert.volumePath);
@@ -305,13 +343,16 @@ TEST(MountedVolumes, MonitorSeesAVolumeFillEmptyGoAndReturn) {
         const auto warnings = [&] { return std::ranges::count(watched.alerts, path); };
         ASSERT_EQ(warnings(), 0);
 
+        // The disk is filled and emptied in the background: slow as that may be, no update is missed.
         const std::string file = path + "/filler";
-        const int filler = ::open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-        const std::string block(1'000'000, 'x');
-        while (::write(filler, block.data(), block.size()) > 0) {
-        }
-        ::fsync(filler);
-        ::close(filler);
+        auto filling = std::async(std::launch::async, [&file] {
+            const int filler = ::open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+            const std::string block(1'000'000, 'x');
+            while (::write(filler, block.data(), block.size()) > 0) {
+            }
+            ::fsync(filler);
+            ::close(filler);
+        });
         std::int64_t full = 0;
         ASSERT_TRUE(watched.waitUntil([&](const VolumeInfo* volume) {
             full = volume->availableCapacity;
@@ -320,8 +361,11 @@ TEST(MountedVolumes, MonitorSeesAVolumeFillEmptyGoAndReturn) {
         EXPECT_EQ(watched.changed, full - atFirst) << type;
         EXPECT_EQ(warnings(), 1) << type;
 
-        fs::remove(file);
-        ::sync();
+        auto emptying = std::async(std::launch::async, [&file, filling = std::move(filling)]() mutable {
+            filling.get();
+            fs::remove(file);
+            ::sync();
+        });
         std::int64_t emptied = 0;
         ASSERT_TRUE(watched.waitUntil([&](const VolumeInfo* volume) {
             emptied = volume->availableCapacity;
@@ -329,6 +373,7 @@ TEST(MountedVolumes, MonitorSeesAVolumeFillEmptyGoAndReturn) {
         })) << type;
         EXPECT_EQ(watched.changed, emptied - atFirst) << type;
         EXPECT_EQ(warnings(), 1) << type;
+        emptying.get();
 
         unmountPatiently(image);
         const auto isAbsent = [](const VolumeInfo* volume) { return volume == nullptr; };
