@@ -26,6 +26,8 @@ TEST(TimeLimitedCalls, ACallThatHangsCostsOneThreadAndOneWait) {
     for (int round = 0; round < 100; ++round)
         EXPECT_EQ(calls.get("hanging", milliseconds(60'000), hang), std::nullopt);
     EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(20'000));
+    while (made == 0) // its thread may not have had a turn yet
+        std::this_thread::yield();
     EXPECT_EQ(made, 1);
     // Others are not held up, and what failed is no answer either.
     EXPECT_EQ(calls.get("quick", milliseconds(60'000), [] { return 2; }), 2);
@@ -40,12 +42,16 @@ TEST(TimeLimitedCalls, ACallThatHangsCostsOneThreadAndOneWait) {
 TEST(TimeLimitedCalls, ThreadsShareACallThatIsUnderWay) {
     TimeLimitedCalls<int> calls;
     std::atomic<int> made = 0;
+    std::atomic<int> arrived = 0;
     std::vector<std::thread> threads;
     for (int index = 0; index < 8; ++index) {
         threads.emplace_back([&] {
+            ++arrived;
             EXPECT_EQ(calls.get("key", milliseconds(60'000),
                                 [&]() -> std::optional<int> {
                                     ++made;
+                                    while (arrived < 8)
+                                        std::this_thread::yield();
                                     std::this_thread::sleep_for(milliseconds(100));
                                     return 7;
                                 }),
