@@ -48,10 +48,11 @@ bool waitUntil(const std::function<bool()>& holds, double limit = 20) {
 }
 
 /// A tool that ignores the request to end, and says so with a file "ready" in this folder. Once there is one
-/// named "go" it writes more than a pipe holds, then the file "finished". It ends with the folder, too.
-std::string stubbornScript(const std::string& folder) {
-    return "trap '' TERM; cd '" + folder + "' && echo x >ready; while [ -e ready ] && [ ! -e go ]; do " +
-           "sleep 0.05; done; head -c 300000 /dev/zero && echo x >finished";
+/// named "go" it writes so many bytes, then the file "finished". It ends with the folder, too.
+std::string stubbornScript(const std::string& folder, int count) {
+    return "trap '' TERM; cd '" + folder +
+           "' && echo x >ready || exit; while [ -e ready ] && [ ! -e go ]; do " +
+           "sleep 0.05; done; head -c " + std::to_string(count) + " /dev/zero && echo x >finished";
 }
 
 int openDescriptorCount() {
@@ -136,9 +137,10 @@ TEST(Shell, ToolThatIgnoresTerminationIsLeftAndReapedLater) {
     // On a busy machine a tool may be asked before it ignores the request: then it gets more time.
     for (double timeout = 0.1; !HasFailure(); timeout *= 2) {
         const test::TemporaryFolder folder;
+        // More than a pipe holds is written after the caller has gone.
+        const std::string script = stubbornScript(folder.path(), 300'000);
         std::optional<CommandResult> result;
-        const double seconds =
-            secondsOf([&] { result = runScript(stubbornScript(folder.path()), timeout, 0.2); });
+        const double seconds = secondsOf([&] { result = runScript(script, timeout, 0.2); });
         EXPECT_EQ(result, (CommandResult{Shell::timedOutExitCode, "",
                                          "timed out after " + decimalText(timeout) + "s"}));
         EXPECT_GE(seconds, timeout);
@@ -160,11 +162,14 @@ TEST(ShellDeathTest, ToolIsLeftUndisturbedWhereThereIsNoThreadToEmptyItsPipes) {
     std::filesystem::permissions(folder.path(), std::filesystem::perms::all);
     const std::string answer = test::runUnprivileged([&]() -> std::string {
         for (double timeout = 0.4;; timeout *= 2) {
-            const test::TemporaryFolder round(folder.path());
-            auto result = Shell::runAsync("/bin/sh", {"-c", stubbornScript(round.path())}, timeout, 0);
+            const std::filesystem::path round = folder / decimalText(timeout);
+            std::filesystem::create_directory(round);
+            auto result = Shell::runAsync("/bin/sh", {"-c", stubbornScript(round, 100)}, timeout, 0);
             if (!waitUntil([&] { return std::filesystem::exists(round / "ready"); }, timeout / 2)) {
                 if (timeout > 20)
                     return "never ready";
+                std::error_code ignored;
+                std::filesystem::remove_all(round, ignored); // which ends a tool that came late
                 continue;
             }
             const rlimit none = {0, 0};
@@ -173,7 +178,7 @@ TEST(ShellDeathTest, ToolIsLeftUndisturbedWhereThereIsNoThreadToEmptyItsPipes) {
             const auto answered = result.get();
             if (!answered || answered->exitCode != Shell::timedOutExitCode)
                 return "not timed out";
-            round.writeFile("go", "");
+            std::ofstream(round / "go").close();
             return waitUntil([&] { return std::filesystem::exists(round / "finished"); }, 10) ? "finished"
                                                                                               : "disturbed";
         }
