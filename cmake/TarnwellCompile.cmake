@@ -38,9 +38,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND NOT APPLE)
   target_compile_options(tarnwell_compile_settings INTERFACE -Wno-deprecated-declarations)
 endif()
 if(APPLE)
-  # Calls that the oldest system we support does not have, and null where Objective-C promises that there is none.
-  target_compile_options(tarnwell_compile_settings INTERFACE -Wunguarded-availability
-    $<$<COMPILE_LANGUAGE:OBJCXX>:-Wnullable-to-nonnull-conversion>)
+  # Names every call that the oldest system we support does not have.
+  target_compile_options(tarnwell_compile_settings INTERFACE -Wunguarded-availability)
 endif()
 if(TARNWELL_WARNINGS_AS_ERRORS)
   target_compile_options(tarnwell_compile_settings INTERFACE -Werror)

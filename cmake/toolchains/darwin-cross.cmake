@@ -12,14 +12,17 @@
 # its own rules. Libraries and frameworks of which there is no link stub get an empty one: their symbols are left to
 # the loader, and cmake/check-symbols sees to it that none of these is ours.
 
-set(TARNWELL_MACOS_SDK "$ENV{TARNWELL_MACOS_SDK}" CACHE PATH "Headers and link stubs of macOS")
-set(TARNWELL_MACOS_EXTRA_HEADERS "$ENV{TARNWELL_MACOS_EXTRA_HEADERS}" CACHE PATH
-  "Declarations of macOS that TARNWELL_MACOS_SDK lacks")
+# Both may come from the environment as well.
+foreach(folder TARNWELL_MACOS_SDK TARNWELL_MACOS_EXTRA_HEADERS)
+  if(NOT ${folder})
+    set(${folder} "$ENV{${folder}}" CACHE PATH "Declarations of macOS" FORCE)
+  endif()
+endforeach()
 set(TARNWELL_MACOS_ARCHITECTURE arm64 CACHE STRING "arm64 or x86_64")
 set(TARNWELL_MACOS_LIBRARY "${TARNWELL_MACOS_SDK}/include/c++/v1" CACHE PATH "Headers of the C++ library")
 set(TARNWELL_GOOGLETEST /usr/src/googletest CACHE PATH "GoogleTest's sources, to build the tests")
 if(NOT EXISTS "${TARNWELL_MACOS_SDK}/include/sys/attr.h")
-  message(FATAL_ERROR "TARNWELL_MACOS_SDK names no folder with the headers of macOS in include/")
+  message(FATAL_ERROR "TARNWELL_MACOS_SDK must name a folder with the headers of macOS in its include/")
 endif()
 
 set(CMAKE_SYSTEM_NAME Darwin)
@@ -131,5 +134,6 @@ if(TARNWELL_MACOS_EXTRA_HEADERS)
 endif()
 set(CMAKE_C_FLAGS_INIT "${extra_flags}")
 set(CMAKE_CXX_FLAGS_INIT "${library_flags} ${extra_flags}")
-set(CMAKE_OBJCXX_FLAGS_INIT "${library_flags} ${extra_flags}")
+# Stricter than on a Mac, whose headers may promise more or less with every release.
+set(CMAKE_OBJCXX_FLAGS_INIT "${library_flags} ${extra_flags} -Wnullable-to-nonnull-conversion")
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-fuse-ld=lld -Wl,-undefined,dynamic_lookup")
