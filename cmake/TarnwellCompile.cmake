@@ -44,7 +44,8 @@ endif()
 if(TARNWELL_WARNINGS_AS_ERRORS)
   target_compile_options(tarnwell_compile_settings INTERFACE -Werror)
 endif()
-target_compile_definitions(tarnwell_compile_settings INTERFACE $<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>)
+target_compile_definitions(tarnwell_compile_settings INTERFACE $<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>
+  $<$<CONFIG:Debug>:_LIBCPP_HARDENING_MODE=_LIBCPP_HARDENING_MODE_EXTENSIVE>)
 if(TARNWELL_SANITIZE)
   target_compile_options(tarnwell_compile_settings INTERFACE
     "-fsanitize=${TARNWELL_SANITIZE}" -fno-omit-frame-pointer -O1 -g)
