@@ -7,9 +7,6 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_OBJCXX_STANDARD 23)
 set(CMAKE_OBJCXX_STANDARD_REQUIRED ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
-if(APPLE AND NOT CMAKE_OSX_DEPLOYMENT_TARGET)
-  set(CMAKE_OSX_DEPLOYMENT_TARGET 13.3) # the first with floating-point std::to_chars
-endif()
 
 option(TARNWELL_WARNINGS_AS_ERRORS "Stop at the first compiler warning" OFF)
 option(TARNWELL_LTO "Optimise the tool across its translation units" OFF)

@@ -6,6 +6,7 @@
 
 namespace tarnwell {
 
+/// Handed over to another process before it returns: needs no run loop, and no main thread.
 bool openSettingsPage(const std::string& url) {
     @autoreleasepool {
         NSString* text = stringFromUTF8(url);
