@@ -7,9 +7,6 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_OBJCXX_STANDARD 23)
 set(CMAKE_OBJCXX_STANDARD_REQUIRED ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
-if(APPLE AND NOT CMAKE_OSX_DEPLOYMENT_TARGET)
-  set(CMAKE_OSX_DEPLOYMENT_TARGET 13.3) # the first with floating-point std::to_chars
-endif()
 
 option(TARNWELL_WARNINGS_AS_ERRORS "Stop at the first compiler warning" OFF)
 option(TARNWELL_LTO "Optimise the tool across its translation units" OFF)
@@ -37,10 +34,15 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND NOT APPLE)
   # The standard library of GCC 12 uses what it deprecates, in templates that we instantiate.
   target_compile_options(tarnwell_compile_settings INTERFACE -Wno-deprecated-declarations)
 endif()
+if(APPLE)
+  # Names every call that the oldest system we support does not have.
+  target_compile_options(tarnwell_compile_settings INTERFACE -Wunguarded-availability)
+endif()
 if(TARNWELL_WARNINGS_AS_ERRORS)
   target_compile_options(tarnwell_compile_settings INTERFACE -Werror)
 endif()
-target_compile_definitions(tarnwell_compile_settings INTERFACE $<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>)
+target_compile_definitions(tarnwell_compile_settings INTERFACE $<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>
+  $<$<CONFIG:Debug>:_LIBCPP_HARDENING_MODE=_LIBCPP_HARDENING_MODE_EXTENSIVE>)
 if(TARNWELL_SANITIZE)
   target_compile_options(tarnwell_compile_settings INTERFACE
     "-fsanitize=${TARNWELL_SANITIZE}" -fno-omit-frame-pointer -O1 -g)

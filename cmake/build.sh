@@ -20,8 +20,11 @@ lock_build() {
         fail "$root/build belongs to another user"
     fi
     exec 9>"$root/build/.lock"
+    # macOS has no such program, but a Perl; the lock belongs to the descriptor, whoever takes it.
     if command -v flock >/dev/null; then
         flock 9
+    elif command -v perl >/dev/null; then
+        perl -e 'open(LOCK, ">&=", 9) && flock(LOCK, 2) or exit 1'
     fi
 }
 

@@ -31,6 +31,7 @@ package_names() {
     # llvm is for readable reports. On macOS the compiler that everyone has comes without the fuzzer.
     "debian fuzz") echo clang-19 libclang-rt-19-dev llvm-19 ;;
     "debian benchmark") echo ncdu gdu libbenchmark-dev ;;
+    "debian darwin-cross") echo clang-19 lld-19 llvm-19 libc++-19-dev googletest ;;
     "homebrew build") echo cmake ninja ccache rapidjson ;;
     "homebrew test") echo googletest ;;
     "homebrew test-optional") echo fish ;;

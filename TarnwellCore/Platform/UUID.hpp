@@ -5,6 +5,7 @@
 #include <array>
 #include <compare>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,7 +16,11 @@ namespace tarnwell {
 struct UUID {
     std::array<std::uint8_t, 16> bytes{};
 
-    auto operator<=>(const UUID&) const = default;
+    bool operator==(const UUID&) const = default;
+    // The library of Xcode 15 has no three-way comparison of arrays.
+    std::strong_ordering operator<=>(const UUID& other) const {
+        return std::memcmp(bytes.data(), other.bytes.data(), bytes.size()) <=> 0;
+    }
 
     /// The canonical text: upper-case hexadecimal, 8-4-4-4-12 digits with hyphens between.
     std::string text() const;

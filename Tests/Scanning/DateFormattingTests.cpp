@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
@@ -26,6 +27,8 @@ const bool environmentIsSet = [] {
     return true;
 }();
 
+#ifdef __linux__
+// Foundation chooses its words itself, and in the language of the user's settings.
 TEST(DateFormatting, RelativeDatesNameTheLargestWholeUnit) {
     if (DateFormatting::relativeString(noon, noon) != "now")
         GTEST_SKIP() << "the user's language is not English";
@@ -54,6 +57,15 @@ TEST(DateFormatting, RelativeDatesNameTheLargestWholeUnit) {
     };
     for (const auto& each : cases)
         EXPECT_EQ(DateFormatting::relativeString(after(each.seconds), noon), each.text) << each.seconds;
+}
+#endif
+
+TEST(DateFormatting, RelativeDatesTellThePastFromTheFuture) {
+    const std::string texts[] = {DateFormatting::relativeString(after(-3 * day), noon),
+                                 DateFormatting::relativeString(after(3 * day), noon),
+                                 DateFormatting::relativeString(after(-75 * day), noon)};
+    for (const std::string& text : texts)
+        EXPECT_EQ(std::ranges::count(texts, text), 1) << text;
 }
 
 TEST(DateFormatting, AbsoluteDatesCarryDayAndTime) {

@@ -11,7 +11,8 @@ namespace tarnwell::test {
 
 class TemporaryFolder {
 public:
-    /// Made below $TMPDIR, or below `parent`, for instance a file system mounted for the test.
+    /// Made below the system's folder for such things, or below `parent`, for instance a file system mounted
+    /// for the test.
     explicit TemporaryFolder(const std::filesystem::path& parent = {});
     /// Removes the folder with all it holds, also where permissions were taken away.
     ~TemporaryFolder();
@@ -21,6 +22,9 @@ public:
     /// Absolute, links resolved.
     const std::filesystem::path& path() const { return path_; }
     std::filesystem::path operator/(std::string_view name) const { return path_ / name; }
+
+    /// Whether names may be any bytes here; some file systems take UTF-8 only.
+    bool takesAnyName() const;
 
     /// A folder at a path relative to this one, with those above it.
     std::filesystem::path makeFolder(std::string_view relativePath) const;

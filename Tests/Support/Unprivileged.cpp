@@ -9,7 +9,21 @@
 
 namespace tarnwell::test {
 
+namespace {
+
+std::string textOf(const std::function<std::string()>& body) {
+    try {
+        return body();
+    } catch (const std::exception& error) {
+        return std::string("exception: ") + error.what();
+    }
+}
+
+} // namespace
+
 std::string runUnprivileged(const std::function<std::string()>& body) {
+    if (::geteuid() != 0)
+        return textOf(body);
     int ends[2];
     if (::pipe(ends) != 0) {
         ADD_FAILURE() << "no pipe";
@@ -19,15 +33,9 @@ std::string runUnprivileged(const std::function<std::string()>& body) {
     if (child == 0) {
         ::close(ends[0]);
         constexpr unsigned nobody = 65534;
-        if (::geteuid() == 0 &&
-            (::setgroups(0, nullptr) != 0 || ::setgid(nobody) != 0 || ::setuid(nobody) != 0))
+        if (::setgroups(0, nullptr) != 0 || ::setgid(nobody) != 0 || ::setuid(nobody) != 0)
             ::_exit(2);
-        std::string text;
-        try {
-            text = body();
-        } catch (const std::exception& error) {
-            text = std::string("exception: ") + error.what();
-        }
+        const std::string text = textOf(body);
         const bool isWritten =
             ::write(ends[1], text.data(), text.size()) == static_cast<ssize_t>(text.size());
         ::_exit(isWritten ? 0 : 3);

@@ -1,5 +1,7 @@
 #include "TarnwellCore/Platform/CloudItems.hpp"
 
+#include "TarnwellCore/Platform/Darwin/FoundationText.hpp"
+
 #import <FileProvider/FileProvider.h>
 #import <Foundation/Foundation.h>
 #include <sys/stat.h>
@@ -14,16 +16,6 @@ namespace {
 
 using Completion = std::function<void(const CloudEvictionReply&)>;
 using Kind = CloudEvictionReply::Kind;
-
-/// A fresh URL: it carries no resource values from an earlier look.
-NSURL* _Nonnull urlOf(const std::filesystem::path& item) {
-    return [NSURL fileURLWithFileSystemRepresentation:item.c_str() isDirectory:NO relativeToURL:nil];
-}
-
-std::string textOf(NSError* _Nullable error) {
-    const char* text = error.localizedDescription.UTF8String;
-    return text != nullptr ? text : "The operation could not be completed.";
-}
 
 std::optional<UbiquitousDownloadingStatus> downloadingStatusOf(NSString* _Nullable value) {
     if ([value isEqualToString:NSURLUbiquitousItemDownloadingStatusCurrent])
@@ -43,18 +35,14 @@ void evictItem(NSFileProviderItemIdentifier _Nonnull item, NSFileProviderManager
                      if (error == nil)
                          complete({Kind::evicted, {}});
                      else
-                         complete({Kind::failed, textOf(error)});
+                         complete({Kind::failed, descriptionOf(error)});
                    }];
 }
 
-void evictItemInDomain(NSFileProviderItemIdentifier _Nonnull item,
-                       NSFileProviderDomainIdentifier _Nullable domainIdentifier,
+/// Both identifiers are there.
+void evictItemInDomain(NSFileProviderItemIdentifier item, NSFileProviderDomainIdentifier domainIdentifier,
                        const Completion& completion) {
     const Completion complete = completion;
-    if (domainIdentifier == nil) {
-        complete({Kind::unavailable, {}});
-        return;
-    }
     [NSFileProviderManager
         getDomainsWithCompletionHandler:^(NSArray<NSFileProviderDomain*>* domains, NSError* _Nullable) {
           for (NSFileProviderDomain* domain in domains) {
@@ -78,13 +66,13 @@ std::expected<CloudItemStatus, std::string> readCloudItemStatus(const std::files
         return std::unexpected(std::generic_category().message(errno));
     @autoreleasepool {
         NSError* error = nil;
-        NSDictionary<NSURLResourceKey, id>* values = [urlOf(item) resourceValuesForKeys:@[
+        NSDictionary<NSURLResourceKey, id>* values = [fileURL(item, false) resourceValuesForKeys:@[
             NSURLIsDirectoryKey, NSURLIsRegularFileKey, NSURLIsUbiquitousItemKey,
             NSURLUbiquitousItemDownloadingStatusKey, NSURLTotalFileAllocatedSizeKey
         ]
-                                                                                  error:&error];
+                                                                                           error:&error];
         if (values == nil)
-            return std::unexpected(textOf(error));
+            return std::unexpected(descriptionOf(error));
         CloudItemStatus result;
         result.isDirectory = [values[NSURLIsDirectoryKey] boolValue];
         result.isRegularFile = [values[NSURLIsRegularFileKey] boolValue];
@@ -99,9 +87,9 @@ std::expected<CloudItemStatus, std::string> readCloudItemStatus(const std::files
 CloudEvictionReply evictFromUbiquitousStorage(const std::filesystem::path& item) {
     @autoreleasepool {
         NSError* error = nil;
-        if ([[[NSFileManager alloc] init] evictUbiquitousItemAtURL:urlOf(item) error:&error])
+        if ([[[NSFileManager alloc] init] evictUbiquitousItemAtURL:fileURL(item, false) error:&error])
             return {Kind::evicted, {}};
-        return {Kind::failed, textOf(error)};
+        return {Kind::failed, descriptionOf(error)};
     }
 }
 
@@ -114,12 +102,13 @@ void evictFromFileProvider(const std::filesystem::path& item, Completion complet
         }
         const Completion complete = std::move(completion);
         [NSFileProviderManager
-            getIdentifierForUserVisibleFileAtURL:urlOf(item)
-                               completionHandler:^(NSFileProviderItemIdentifier _Nullable identifier,
-                                                   NSFileProviderDomainIdentifier _Nullable domain,
-                                                   NSError* _Nullable) {
+            getIdentifierForUserVisibleFileAtURL:fileURL(item, false)
+                               completionHandler:^(NSFileProviderItemIdentifier identifier,
+                                                   NSFileProviderDomainIdentifier domain, NSError*) {
                                  if (identifier == nil)
                                      complete({Kind::notManaged, {}});
+                                 else if (domain == nil)
+                                     complete({Kind::unavailable, {}});
                                  else
                                      evictItemInDomain(identifier, domain, complete);
                                }];

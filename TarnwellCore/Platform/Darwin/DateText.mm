@@ -1,5 +1,6 @@
 #include "TarnwellCore/Platform/DateText.hpp"
 
+#include "TarnwellCore/Platform/Darwin/FoundationText.hpp"
 #include "TarnwellCore/Platform/UnfairLock.hpp"
 
 #import <Foundation/Foundation.h>
@@ -10,13 +11,10 @@ namespace tarnwell {
 
 namespace {
 
+/// The date, or the end of the years that calendars can reckon with.
 NSDate* foundationDate(Date date) {
-    return [NSDate dateWithTimeIntervalSinceReferenceDate:referenceSeconds(date)];
-}
-
-std::string utf8(NSString* text) {
-    const char* bytes = text.UTF8String;
-    return bytes == nullptr ? std::string() : std::string(bytes);
+    NSDate* exact = [NSDate dateWithTimeIntervalSinceReferenceDate:referenceSeconds(date)];
+    return [[exact laterDate:NSDate.distantPast] earlierDate:NSDate.distantFuture];
 }
 
 struct MediumDate {
@@ -45,8 +43,8 @@ std::string localizedRelativeDate(Date date, Date reference) {
     @autoreleasepool {
         static RelativeDate shared;
         const std::lock_guard guard(shared.lock);
-        return utf8([shared.formatter localizedStringForDate:foundationDate(date)
-                                              relativeToDate:foundationDate(reference)]);
+        return utf8FromString([shared.formatter localizedStringForDate:foundationDate(date)
+                                                        relativeToDate:foundationDate(reference)]);
     }
 }
 
@@ -54,7 +52,7 @@ std::string localizedMediumDate(Date date) {
     @autoreleasepool {
         static MediumDate shared;
         const std::lock_guard guard(shared.lock);
-        return utf8([shared.formatter stringFromDate:foundationDate(date)]);
+        return utf8FromString([shared.formatter stringFromDate:foundationDate(date)]);
     }
 }
 

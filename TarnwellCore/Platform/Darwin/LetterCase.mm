@@ -1,15 +1,14 @@
 #include "TarnwellCore/Platform/LetterCase.hpp"
 
+#include "TarnwellCore/Platform/Darwin/FoundationText.hpp"
+
 #import <Foundation/Foundation.h>
 
 namespace tarnwell {
 
 std::string lowerCased(std::string_view text) {
     @autoreleasepool {
-        NSString* string = [[NSString alloc] initWithBytes:text.data()
-                                                    length:text.size()
-                                                  encoding:NSUTF8StringEncoding];
-        NSData* lower = [string.lowercaseString dataUsingEncoding:NSUTF8StringEncoding];
+        NSData* lower = [stringFromUTF8(text).lowercaseString dataUsingEncoding:NSUTF8StringEncoding];
         return lower != nil ? std::string(static_cast<const char*>(lower.bytes), lower.length)
                             : std::string(text);
     }

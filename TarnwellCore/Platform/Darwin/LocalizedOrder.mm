@@ -1,21 +1,15 @@
 #include "TarnwellCore/Platform/LocalizedOrder.hpp"
 
+#include "TarnwellCore/Platform/Darwin/FoundationText.hpp"
+
 #import <Foundation/Foundation.h>
 
 namespace tarnwell {
 
-namespace {
-
-NSString* _Nullable textOf(std::string_view bytes) {
-    return [[NSString alloc] initWithBytes:bytes.data() length:bytes.size() encoding:NSUTF8StringEncoding];
-}
-
-} // namespace
-
 int compareInLocalizedOrder(std::string_view left, std::string_view right) {
     @autoreleasepool {
-        NSString* leftText = textOf(left);
-        NSString* rightText = textOf(right);
+        NSString* leftText = stringFromUTF8(left);
+        NSString* rightText = stringFromUTF8(right);
         if (leftText == nil || rightText == nil)
             return left.compare(right);
         return static_cast<int>([leftText localizedStandardCompare:rightText]);

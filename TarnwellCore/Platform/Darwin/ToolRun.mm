@@ -1,5 +1,6 @@
 #include "TarnwellCore/Platform/ToolRun.hpp"
 
+#include "TarnwellCore/Platform/Darwin/FoundationText.hpp"
 #include "TarnwellCore/Platform/UnfairLock.hpp"
 
 #import <Foundation/Foundation.h>
@@ -26,11 +27,6 @@ dispatch_queue_t _Nonnull sharedQueue() {
 
 dispatch_time_t timeAfter(double seconds) {
     return dispatch_time(DISPATCH_TIME_NOW, static_cast<std::int64_t>(seconds * NSEC_PER_SEC));
-}
-
-/// Null when the bytes are no text that Foundation can hold.
-NSString* _Nullable stringOf(const std::string& bytes) {
-    return [[NSString alloc] initWithBytes:bytes.data() length:bytes.size() encoding:NSUTF8StringEncoding];
 }
 
 /// What comes out of a tool's two pipes, read while it runs. The pipes are closed as soon as nobody reads
@@ -142,7 +138,7 @@ NSTask* _Nullable makeTask(const std::string& executable, const std::vector<std:
                            ToolOutput& output) {
     NSMutableArray<NSString*>* texts = [NSMutableArray arrayWithCapacity:arguments.size()];
     for (const std::string& argument : arguments) {
-        NSString* text = stringOf(argument);
+        NSString* text = stringFromUTF8(argument);
         if (text == nil)
             return nil;
         [texts addObject:text];
@@ -158,9 +154,7 @@ NSTask* _Nullable makeTask(const std::string& executable, const std::vector<std:
     }
 
     NSTask* task = [[NSTask alloc] init];
-    task.executableURL = [NSURL fileURLWithFileSystemRepresentation:executable.c_str()
-                                                        isDirectory:NO
-                                                      relativeToURL:nil];
+    task.executableURL = fileURL(executable, false);
     task.arguments = texts;
     task.standardInput = NSFileHandle.fileHandleWithNullDevice;
     task.standardOutput = standardOutput;
@@ -208,20 +202,11 @@ bool isExecutableFile(const std::string& path) {
 }
 
 std::optional<ToolRun> runTool(const std::string& executable, const std::vector<std::string>& arguments) {
-    @autoreleasepool {
-        const auto output = std::make_shared<ToolOutput>();
-        NSTask* task = makeTask(executable, arguments, *output);
-        if (task == nil)
-            return std::nullopt;
-        if (![task launchAndReturnError:nil]) {
-            output->stop();
-            return std::nullopt;
-        }
-        [task waitUntilExit];
-        return output->runWithStatus(task.terminationStatus);
-    }
+    return runTool(executable, arguments, ToolTimeLimits());
 }
 
+/// The handler runs on a queue of the task's own. `waitUntilExit` would run the caller's run loop meanwhile,
+/// which on the main thread handles whatever else has happened.
 std::optional<ToolRun> runTool(const std::string& executable, const std::vector<std::string>& arguments,
                                const ToolTimeLimits& limits) {
     @autoreleasepool {

@@ -1,5 +1,7 @@
 #include "TarnwellCore/Platform/Trash.hpp"
 
+#include "TarnwellCore/Platform/Darwin/FoundationText.hpp"
+
 #import <Foundation/Foundation.h>
 #include <sys/stat.h>
 
@@ -24,16 +26,11 @@ std::expected<std::optional<fs::path>, std::string> moveItemToTrash(const fs::pa
     @autoreleasepool {
         struct stat status;
         const bool isDirectory = ::lstat(item.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-        NSURL* url = [NSURL fileURLWithFileSystemRepresentation:item.c_str()
-                                                    isDirectory:isDirectory
-                                                  relativeToURL:nil];
+        NSURL* url = fileURL(item, isDirectory);
         NSURL* landed = nil;
         NSError* error = nil;
-        if (![[[NSFileManager alloc] init] trashItemAtURL:url resultingItemURL:&landed error:&error]) {
-            const char* text = error.localizedDescription.UTF8String;
-            return std::unexpected(
-                std::string(text != nullptr ? text : "The item could not be moved to the Trash."));
-        }
+        if (![[[NSFileManager alloc] init] trashItemAtURL:url resultingItemURL:&landed error:&error])
+            return std::unexpected(descriptionOf(error));
         return pathOf(landed);
     }
 }

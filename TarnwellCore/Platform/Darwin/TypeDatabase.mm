@@ -1,5 +1,7 @@
 #include "TarnwellCore/Platform/TypeDatabase.hpp"
 
+#include "TarnwellCore/Platform/Darwin/FoundationText.hpp"
+
 #import <Foundation/Foundation.h>
 #import <UniformTypeIdentifiers/UniformTypeIdentifiers.h>
 
@@ -7,9 +9,7 @@ namespace tarnwell {
 
 std::optional<TypeConformance> typeConformance(std::string_view fileExtension) {
     @autoreleasepool {
-        NSString* const text = [[NSString alloc] initWithBytes:fileExtension.data()
-                                                        length:fileExtension.size()
-                                                      encoding:NSUTF8StringEncoding];
+        NSString* const text = stringFromUTF8(fileExtension);
         // Nil for bytes that are not UTF-8, which no type declares.
         if (text.length == 0)
             return std::nullopt;

@@ -1,5 +1,7 @@
 #include "TarnwellCore/Platform/UserDefaults.hpp"
 
+#include "TarnwellCore/Platform/Darwin/FoundationText.hpp"
+
 #import <Foundation/Foundation.h>
 
 #include <limits>
@@ -8,10 +10,6 @@
 namespace tarnwell {
 
 namespace {
-
-NSString* _Nullable stringFromUTF8(std::string_view text) {
-    return [[NSString alloc] initWithBytes:text.data() length:text.size() encoding:NSUTF8StringEncoding];
-}
 
 NSData* _Nonnull dataFromBytes(std::string_view bytes) {
     return [NSData dataWithBytes:bytes.data() length:bytes.size()];
@@ -144,9 +142,11 @@ private:
 } // namespace
 
 std::shared_ptr<UserDefaults> UserDefaults::standard() {
-    static const std::shared_ptr<UserDefaults> defaults =
-        std::make_shared<SystemDefaults>(NSUserDefaults.standardUserDefaults);
-    return defaults;
+    @autoreleasepool {
+        static const std::shared_ptr<UserDefaults> defaults =
+            std::make_shared<SystemDefaults>(NSUserDefaults.standardUserDefaults);
+        return defaults;
+    }
 }
 
 std::shared_ptr<UserDefaults> UserDefaults::suite(const std::string& name) {

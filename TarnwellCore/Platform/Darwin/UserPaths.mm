@@ -1,17 +1,23 @@
 #include "TarnwellCore/Platform/UserPaths.hpp"
 
+#include "TarnwellCore/Platform/Darwin/FoundationText.hpp"
+#include "TarnwellCore/Platform/LinkResolution.hpp"
+
 #import <Foundation/Foundation.h>
 #include <sys/stat.h>
 
-#include <cstdlib>
+#include <algorithm>
+#include <climits>
 #include <vector>
 
 namespace tarnwell {
 
 namespace {
 
-/// Null when the bytes are no file name that Foundation can hold.
+/// Nil when the bytes are no text: Foundation holds no such file names.
 NSString* _Nullable pathString(std::string_view path) {
+    if (stringFromUTF8(path) == nil)
+        return nil;
     return [NSFileManager.defaultManager stringWithFileSystemRepresentation:path.data() length:path.size()];
 }
 
@@ -36,26 +42,32 @@ std::filesystem::path homeDirectory() {
 std::string expandTilde(std::string_view path) {
     if (!path.starts_with('~'))
         return std::string(path);
+    // Foundation rewrites what it is given: it gets the first component only.
+    const std::size_t end = std::min(path.find('/'), path.size());
     @autoreleasepool {
-        return pathBytes(pathString(path).stringByExpandingTildeInPath).value_or(std::string(path));
+        std::string expanded = pathBytes(pathString(path.substr(0, end)).stringByExpandingTildeInPath)
+                                   .value_or(std::string(path));
+        if (expanded.starts_with('~'))
+            return std::string(path);
+        if (expanded == "/" && end < path.size())
+            expanded.clear();
+        expanded += path.substr(end);
+        return expanded;
     }
 }
 
 std::string resolveLinks(const std::filesystem::path& path) {
     @autoreleasepool {
-        NSString* text = pathString(path.native());
-        if (text.length == 0)
-            return path.native();
-        NSURL* url = [NSURL fileURLWithPath:text].URLByStandardizingPath.URLByResolvingSymlinksInPath;
-        const std::string resolved = pathBytes(url.path).value_or(path.native());
+        NSString* text = path.native().size() < PATH_MAX ? pathString(path.native()) : nil;
+        NSURL* url = text.length > 0 ? [NSURL fileURLWithPath:text] : nil;
+        url = url.URLByStandardizingPath.URLByResolvingSymlinksInPath;
+        const std::optional<std::string> resolved = pathBytes(url.path);
+        if (!resolved)
+            return resolveEveryLink(path.native());
         // Foundation strips "/private" from what it resolves, which turns /private/tmp back into a link.
         struct stat status = {};
-        if (::lstat(resolved.c_str(), &status) != 0 || !S_ISLNK(status.st_mode))
-            return resolved;
-        char* real = ::realpath(resolved.c_str(), nullptr);
-        std::string target = real != nullptr ? real : resolved;
-        std::free(real);
-        return target;
+        const bool isLink = ::lstat(resolved->c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+        return isLink ? resolveEveryLink(*resolved) : *resolved;
     }
 }
 

@@ -1,5 +1,7 @@
 #include "TarnwellCore/Platform/Volumes.hpp"
 
+#include "TarnwellCore/Platform/Darwin/FoundationText.hpp"
+
 #import <Foundation/Foundation.h>
 #include <sys/mount.h>
 #include <sys/param.h>
@@ -25,15 +27,11 @@ NSArray<NSURLResourceKey>* _Nonnull volumeKeys() {
     ];
 }
 
-NSURL* _Nonnull urlOf(const std::string& path) {
-    return [NSURL fileURLWithFileSystemRepresentation:path.c_str() isDirectory:NO relativeToURL:nil];
-}
-
 /// The path with its links followed; null when there is no such item. Foundation's own resolving strips
 /// "/private", under which the system mounts volumes too: one volume would have two paths.
 NSURL* _Nullable resolvedURLOf(const std::string& path) {
     const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr), &std::free);
-    return real ? urlOf(real.get()) : nil;
+    return real ? fileURL(real.get(), false) : nil;
 }
 
 bool isVolume(NSURL* _Nullable url) {
@@ -127,7 +125,7 @@ std::vector<VolumeProperties> mountedVolumeProperties(bool includeHidden) {
 
 std::optional<VolumeProperties> volumeProperties(const std::string& path) {
     @autoreleasepool {
-        NSURL* url = urlOf(path);
+        NSURL* url = fileURL(path, false);
         if (!isVolume(url)) {
             url = resolvedURLOf(path);
             if (!isVolume(url))

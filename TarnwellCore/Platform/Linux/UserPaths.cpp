@@ -1,5 +1,7 @@
 #include "TarnwellCore/Platform/UserPaths.hpp"
 
+#include "TarnwellCore/Platform/LinkResolution.hpp"
+
 #include <pwd.h>
 #include <unistd.h>
 
@@ -67,6 +69,10 @@ std::string expandTilde(std::string_view path) {
         expanded.clear();
     expanded += rest;
     return expanded;
+}
+
+std::string resolveLinks(const std::filesystem::path& path) {
+    return resolveEveryLink(path.native());
 }
 
 std::optional<std::filesystem::path> applicationSupportDirectory() {

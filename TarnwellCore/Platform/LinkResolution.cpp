@@ -1,4 +1,6 @@
-#include "TarnwellCore/Platform/UserPaths.hpp"
+#include "TarnwellCore/Platform/LinkResolution.hpp"
+
+#include "TarnwellCore/Platform/FolderOpening.hpp"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -7,6 +9,7 @@
 #include <climits>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -88,7 +91,7 @@ private:
         }
     };
 
-    /// As many links in a path as Linux itself follows.
+    /// As many links in a path as the most patient of the systems follows itself.
     static constexpr int maximumLinks = 40;
     /// The kernel gets at most this, one component and a "/".
     static constexpr std::size_t anchorDistance = PATH_MAX / 4;
@@ -139,7 +142,7 @@ private:
         if (end == std::string::npos || end <= anchorLength_)
             return false;
         const std::string step(fromAnchor(), resolved_.c_str() + end);
-        FileDescriptor next(::openat(anchorNumber_, step.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+        FileDescriptor next(FolderOpeningDetail::openForTraversal(anchorNumber_, step.c_str()));
         if (!next.isOpen())
             return false;
         anchor_ = std::move(next);
@@ -161,8 +164,8 @@ private:
 
 } // namespace
 
-std::string resolveLinks(const std::filesystem::path& path) {
-    return LinkResolver().resolve(path.native());
+std::string resolveEveryLink(std::string_view path) {
+    return LinkResolver().resolve(path);
 }
 
 } // namespace tarnwell
