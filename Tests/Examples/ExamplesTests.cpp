@@ -128,7 +128,7 @@ TEST(Examples, ControlCEndsAScanAndLeavesTheTerminalAlone) {
         ::ioctl(side, TIOCSCTTY, 0);
         for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
             ::dup2(side, stream);
-        ::execl(program.c_str(), program.c_str(), "/", nullptr);
+        ::execl(program.c_str(), program.c_str(), "/usr", nullptr);
         ::_exit(126);
     }
     std::string shown;
@@ -149,7 +149,7 @@ TEST(Examples, ControlCEndsAScanAndLeavesTheTerminalAlone) {
     ::close(terminal);
     ASSERT_TRUE(WIFEXITED(status)) << status;
     if (WEXITSTATUS(status) == 0)
-        GTEST_SKIP() << "the machine was scanned before it could be interrupted";
+        GTEST_SKIP() << "/usr was scanned before it could be interrupted";
     EXPECT_EQ(WEXITSTATUS(status), 130) << shown;
     EXPECT_THAT(shown, StartsWith("\r\033[?7l"));
     EXPECT_EQ(count(shown, "\033[?7l"), count(shown, "\033[?7h"));
