@@ -12,6 +12,7 @@
 #include <cmath>
 #include <cstddef>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 using namespace tarnwell;
@@ -79,8 +80,9 @@ std::string Picture::draw(std::int64_t levels) {
     for (const FileCategory category : allFileCategories())
         if (totals_[rawValue(category)] > 0)
             legend_.push_back(category);
-    std::ranges::stable_sort(legend_, std::ranges::greater{},
-                             [&](FileCategory category) { return totals_[rawValue(category)]; });
+    std::ranges::sort(legend_, {}, [&](FileCategory category) {
+        return std::pair(-totals_[rawValue(category)], rawValue(category));
+    });
 
     svg_ = "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 " + number(pictureWidth) + " " +
            number(pictureHeight) + "\" width=\"" + number(pictureWidth) + "\" height=\"" +
