@@ -27,7 +27,9 @@ package_names() {
             libicu-dev
         ;;
     "debian test") echo libgtest-dev libgmock-dev ;;
-    "debian test-optional") echo btrfs-progs xfsprogs zsh fish mandoc groff-base dpkg-dev valgrind ;;
+    "debian test-optional")
+        echo btrfs-progs xfsprogs zsh fish mandoc groff-base dpkg-dev valgrind libxml2-utils
+        ;;
     # llvm is for readable reports. On macOS the compiler that everyone has comes without the fuzzer.
     "debian fuzz") echo clang-19 libclang-rt-19-dev llvm-19 ;;
     "debian benchmark") echo ncdu gdu libbenchmark-dev ;;
