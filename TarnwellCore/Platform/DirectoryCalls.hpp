@@ -3,6 +3,7 @@
 // The kernel calls behind directory reading, as a table, so that a test can make any of them fail.
 
 #include <cstddef>
+#include <cstdint>
 
 struct stat;
 
@@ -18,11 +19,14 @@ struct DirectoryCalls {
     /// is a struct statx.
     int (*extendedStatus)(int folder, const char* name, void* status);
 
-    /// fstatat of an entry below the folder, no link followed.
+    /// fstatat of an entry below the folder, no link followed, no automount triggered.
     int (*entryStatus)(int folder, const char* name, struct stat* status);
 
-    /// openat.
+    /// openat, of what is no folder.
     int (*openEntry)(int folder, const char* name, int flags);
+
+    /// Opens a folder below the folder for reading, no link followed: `openSubfolder`.
+    int (*openFolder)(int folder, const char* name, const std::int32_t* device);
 
     /// The real ones.
     static const DirectoryCalls& live();

@@ -1,5 +1,7 @@
 #include "TarnwellCore/Platform/FolderOpening.hpp"
 
+#include "TarnwellCore/Platform/FileCalls.hpp"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -44,17 +46,18 @@ void step(int& folder, int next, int callersFolder) {
 
 } // namespace
 
-int openFolderBelow(int folder, const std::string& relativePath) {
+int openFolderBelow(int folder, const std::string& relativePath, const std::int32_t* device) {
     if (relativePath.find('/') == std::string::npos)
-        return ::openat(folder, relativePath.c_str(), folderFlags);
+        return openSubfolder(folder, relativePath.c_str(), device);
     std::string_view rest = relativePath;
     int current = folder;
     while (!rest.empty() && current >= 0) {
         const std::string piece = takePiece(rest);
-        const bool isComponent = piece.find('/') == std::string::npos;
-        step(current,
-             isComponent ? ::openat(current, piece.c_str(), folderFlags)
-                         : FolderOpeningDetail::openShortPathBelow(current, piece.c_str()),
+        // What lies on the way may well be on other devices.
+        const std::int32_t* wanted = rest.empty() ? device : nullptr;
+        step(current, withoutInterruption([&] {
+                 return FolderOpeningDetail::openShortPathBelow(current, piece.c_str(), wanted);
+             }),
              folder);
     }
     return current;
@@ -74,7 +77,10 @@ int openParentOfLongPath(const std::string& path, std::string& lastComponent) {
     int current = AT_FDCWD;
     while (!rest.empty()) {
         const std::string piece = takePiece(rest);
-        step(current, FolderOpeningDetail::openForTraversal(current, piece.c_str()), AT_FDCWD);
+        step(current, withoutInterruption([&] {
+                 return FolderOpeningDetail::openForTraversal(current, piece.c_str());
+             }),
+             AT_FDCWD);
         if (current < 0)
             return -1;
     }
@@ -82,7 +88,7 @@ int openParentOfLongPath(const std::string& path, std::string& lastComponent) {
 }
 
 int openFolder(const std::string& path) {
-    const int folder = ::open(path.c_str(), folderFlags);
+    const int folder = withoutInterruption([&] { return ::open(path.c_str(), folderFlags); });
     if (folder >= 0 || errno != ENAMETOOLONG)
         return folder;
     std::string lastComponent;
@@ -90,7 +96,8 @@ int openFolder(const std::string& path) {
     if (parent < 0)
         return -1;
     int current = parent;
-    step(current, ::openat(parent, lastComponent.c_str(), folderFlags), -1);
+    step(current, withoutInterruption([&] { return ::openat(parent, lastComponent.c_str(), folderFlags); }),
+         -1);
     return current;
 }
 

@@ -2,13 +2,20 @@
 
 // Opening folders whose paths may be longer than PATH_MAX, without being led elsewhere by a link.
 
+#include <cstdint>
 #include <string>
 
 namespace tarnwell {
 
-/// Opens the folder at a path below `folder` for reading. No link is followed anywhere in the path: a link
-/// that was put in the place of a folder is an error. -1 and errno on failure.
-int openFolderBelow(int folder, const std::string& relativePath);
+/// Opens the folder of that name in `folder` for reading, by one call as a rule. A link in its place is an
+/// error. With `device`, so is what lies on another one, such as a file system that was mounted there a
+/// moment ago: EXDEV, where the kernel can be told (Linux 5.6); then it triggers no automount either, if it
+/// is new enough to be told that. -1 and errno on failure.
+int openSubfolder(int folder, const char* name, const std::int32_t* device);
+
+/// Opens the folder at a path below `folder` for reading. No link is followed anywhere in the path, and
+/// `device` is as for `openSubfolder`, of the path's end. -1 and errno on failure.
+int openFolderBelow(int folder, const std::string& relativePath, const std::int32_t* device);
 
 /// Opens the folder at a path for reading; a link at its end is an error. -1 and errno on failure.
 int openFolder(const std::string& path);
@@ -22,8 +29,8 @@ namespace FolderOpeningDetail {
 /// Opens a folder to go through it, not to read it; follows links.
 int openForTraversal(int folder, const char* relativePath);
 
-/// As `openFolderBelow`, for a path shorter than PATH_MAX and longer than one component.
-int openShortPathBelow(int folder, const char* relativePath);
+/// As `openFolderBelow`, for a path shorter than PATH_MAX.
+int openShortPathBelow(int folder, const char* relativePath, const std::int32_t* device);
 
 } // namespace FolderOpeningDetail
 } // namespace tarnwell

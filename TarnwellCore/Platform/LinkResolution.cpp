@@ -1,5 +1,6 @@
 #include "TarnwellCore/Platform/LinkResolution.hpp"
 
+#include "TarnwellCore/Platform/FileCalls.hpp"
 #include "TarnwellCore/Platform/FolderOpening.hpp"
 
 #include <fcntl.h>
@@ -128,7 +129,7 @@ private:
     ssize_t readLink(char* target, std::size_t size) {
         while (resolved_.size() - anchorLength_ > anchorDistance + NAME_MAX && moveAnchor()) {
         }
-        return ::readlinkat(anchorNumber_, fromAnchor(), target, size);
+        return withoutInterruption([&] { return ::readlinkat(anchorNumber_, fromAnchor(), target, size); });
     }
 
     /// The text after the anchor; absolute when the anchor is the root.
@@ -142,7 +143,8 @@ private:
         if (end == std::string::npos || end <= anchorLength_)
             return false;
         const std::string step(fromAnchor(), resolved_.c_str() + end);
-        FileDescriptor next(FolderOpeningDetail::openForTraversal(anchorNumber_, step.c_str()));
+        FileDescriptor next(withoutInterruption(
+            [&] { return FolderOpeningDetail::openForTraversal(anchorNumber_, step.c_str()); }));
         if (!next.isOpen())
             return false;
         anchor_ = std::move(next);

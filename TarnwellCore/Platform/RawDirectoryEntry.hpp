@@ -27,6 +27,8 @@ enum class VnodeType : std::uint32_t {
 /// Bits of `RawDirectoryEntry::finderFlags` (the BSD flags word).
 inline constexpr std::uint32_t hiddenFileFlag = 0x8000;
 inline constexpr std::uint32_t datalessFileFlag = 0x4000'0000;
+/// No system's own flag: on this folder a file system gets mounted as soon as somebody opens it.
+inline constexpr std::uint32_t automountFileFlag = 0x8000'0000;
 
 /// Bits of `RawDirectoryEntry::extFlags` (APFS names them EF_MAY_SHARE_BLOCKS and EF_SHARES_ALL_BLOCKS).
 inline constexpr std::uint32_t mayShareBlocksFlag = 0x01;

@@ -1,5 +1,6 @@
 #include "TarnwellCore/Scanning/DirectoryReader.hpp"
 
+#include "TarnwellCore/Platform/FileCalls.hpp"
 #include "TarnwellCore/Platform/FileStatus.hpp"
 #include "TarnwellCore/Platform/FolderOpening.hpp"
 
@@ -66,6 +67,8 @@ bool DirectoryReader::readOneByOne(int folder) {
     for (;;) {
         errno = 0;
         const dirent* next = ::readdir(stream);
+        if (next == nullptr && errno == EINTR)
+            continue;
         if (next == nullptr)
             break;
         const std::string_view name(next->d_name);
@@ -73,7 +76,7 @@ bool DirectoryReader::readOneByOne(int folder) {
             continue;
         struct stat status = {};
         RawDirectoryEntry& entry = batch_.add();
-        if (calls_.entryStatus(folder, next->d_name, &status) == 0)
+        if (withoutInterruption([&] { return calls_.entryStatus(folder, next->d_name, &status); }) == 0)
             entry = entryFromStatus(status);
         else
             entry.errorCode = static_cast<std::uint32_t>(errno);

@@ -47,6 +47,9 @@ public:
     bool readEntries(int folder, std::int32_t deviceID, const EntryConsumer& consumer,
                      Descriptor state = Descriptor::used);
 
+    /// Whether the consumer has seen any entry of the last folder.
+    bool hasHandedOn() const { return batch_.hasHandedOn(); }
+
     /// Folders that were tried in bulk, and folders that were read one by one.
     std::size_t bulkAttemptCount() const { return bulkAttemptCount_; }
     std::size_t posixFallbackCount() const { return posixFallbackCount_; }

@@ -90,9 +90,23 @@ void DescriptorBudget::withdraw(FolderHandle& folder) {
         drop(folder);
 }
 
+int DescriptorBudget::largestWorkerCount() {
+    constexpr rlim_t enough = 16384;
+    constexpr rlim_t othersShare = 6; // the standard streams, and some for the rest of the process
+    constexpr rlim_t eachWorkers = 2; // a folder, and a file of it or a copy of its descriptor
+    struct rlimit limit = {};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return 1;
+    const rlim_t taken = othersShare + descriptorsToKeep();
+    const rlim_t all = std::min(limit.rlim_cur, enough);
+    return all < taken + 2 * eachWorkers ? 1 : static_cast<int>((all - taken) / eachWorkers);
+}
+
 FolderHandle::~FolderHandle() {
     if (budget_ != nullptr)
         budget_->withdraw(*this);
+    if (parent_ == nullptr)
+        unpin();
 }
 
 /// Keeps the descriptor open until `unpin`; false when there is none.
@@ -114,6 +128,8 @@ void FolderHandle::unpin() {
 }
 
 bool FolderHandle::keepOpen(int descriptor, std::size_t subfolderCount, DescriptorBudget& budget) {
+    if (parent_ == nullptr)
+        return false; // has one
     descriptor_ = descriptor;
     unopenedSubfolders_.store(subfolderCount, std::memory_order_relaxed);
     users_.store(1, std::memory_order_relaxed);
@@ -130,23 +146,17 @@ void FolderHandle::noteSubfolderOpened() {
         budget_->withdraw(*this);
 }
 
-int FolderHandle::open(const DirectoryCalls& calls) const {
+int FolderHandle::open(const DirectoryCalls& calls, const std::int32_t* device) const {
     if (parent_ == nullptr)
-        return openFolder(name_);
+        return ::fcntl(descriptor_, F_DUPFD_CLOEXEC, 0);
 
     std::vector<const FolderHandle*> way{this};
     FolderHandle* start = parent_;
-    for (; !start->pin(); start = start->parent_) {
-        if (start->parent_ == nullptr) {
-            start = nullptr; // from the root's path, then
-            break;
-        }
+    for (; !start->pin(); start = start->parent_) // ends at the root
         way.push_back(start);
-    }
     int folder = -1;
     if (start == parent_) {
-        folder = calls.openEntry(start->descriptor_, name_.c_str(),
-                                 O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        folder = calls.openFolder(start->descriptor_, name_.c_str(), device);
     } else {
         std::string relativePath;
         for (auto step = way.rbegin(); step != way.rend(); ++step) {
@@ -154,18 +164,9 @@ int FolderHandle::open(const DirectoryCalls& calls) const {
                 relativePath += '/';
             relativePath += (*step)->name_;
         }
-        const FolderHandle* root = way.back()->parent_;
-        const int from = start != nullptr ? start->descriptor_ : openFolder(root->name_);
-        if (from >= 0)
-            folder = openFolderBelow(from, relativePath);
-        if (start == nullptr && from >= 0) {
-            const int error = errno;
-            ::close(from);
-            errno = error;
-        }
+        folder = openFolderBelow(start->descriptor_, relativePath, device);
     }
-    if (start != nullptr)
-        start->unpin();
+    start->unpin();
     if (folder >= 0)
         parent_->noteSubfolderOpened();
     return folder;
@@ -183,6 +184,15 @@ std::string FolderHandle::path() const {
         path += (*step)->name_;
     }
     return path;
+}
+
+FolderRef FolderRef::root(int descriptor, std::string_view path) {
+    try {
+        return FolderRef(new FolderHandle(descriptor, path));
+    } catch (...) {
+        ::close(descriptor);
+        throw;
+    }
 }
 
 FolderRef FolderRef::child(std::string_view name) const {

@@ -8,7 +8,7 @@
 // process share a budget of them. When it is spent, only the folders at every second level keep theirs, then
 // at every fourth, and so on; a folder whose parent kept none is opened from the nearest ancestor that did,
 // component by component. So a level costs at most about twice the depth divided by the budget, however deep
-// the tree is.
+// the tree is. The root is opened once, by its path, and keeps that descriptor until the end.
 
 #include <atomic>
 #include <cstddef>
@@ -35,6 +35,9 @@ public:
     /// Looks again at what the process may open.
     void adoptLimit();
 
+    /// How many workers find descriptors for their reading besides those that are kept; one at least.
+    static int largestWorkerCount();
+
     /// Closes what is kept and not in use at this moment: the process has run out of descriptors.
     void releaseAll();
 
@@ -60,8 +63,9 @@ public:
     FolderHandle(const FolderHandle&) = delete;
     FolderHandle& operator=(const FolderHandle&) = delete;
 
-    /// Opens the folder for reading. The descriptor is the caller's; -1 and errno on failure.
-    int open(const DirectoryCalls& calls) const;
+    /// Opens the folder for reading. The descriptor is the caller's; -1 and errno on failure. With `device`,
+    /// it is EXDEV when the folder is not on that one (any more). The root is opened but once.
+    int open(const DirectoryCalls& calls, const std::int32_t* device) const;
 
     /// Takes over the folder's descriptor for the opening of its subfolders, of which there are
     /// `subfolderCount`. False when the budget has no room: the descriptor is still the caller's. Called at
@@ -77,7 +81,9 @@ private:
     friend class DescriptorBudget;
 
     FolderHandle(FolderHandle* parent, std::string_view name)
-        : parent_(parent), depth_(parent == nullptr ? 0 : parent->depth_ + 1), name_(name) {}
+        : parent_(parent), depth_(parent->depth_ + 1), name_(name) {}
+    FolderHandle(int descriptor, std::string_view path)
+        : parent_(nullptr), depth_(0), descriptor_(descriptor), users_(1), name_(path) {}
     ~FolderHandle();
 
     bool pin();
@@ -88,7 +94,8 @@ private:
     FolderHandle* const parent_; // holds a reference
     const std::int64_t depth_;
 
-    // The descriptor is open while it has users: those that open something below it, and the budget.
+    // The descriptor is open while it has users: those that open something below it, and the budget; for the
+    // root itself, the handle.
     int descriptor_ = -1; // constant once the subfolders were handed on, as is budget_
     DescriptorBudget* budget_ = nullptr;
     std::atomic<int> users_ = 0;
@@ -115,7 +122,9 @@ public:
     }
     ~FolderRef() { release(handle_); }
 
-    static FolderRef root(std::string_view path) { return FolderRef(new FolderHandle(nullptr, path)); }
+    /// The folder at the path, open at `descriptor`, which is not the caller's any more, also when this
+    /// throws.
+    static FolderRef root(int descriptor, std::string_view path);
     FolderRef child(std::string_view name) const;
 
     FolderHandle* operator->() const { return handle_; }

@@ -1,5 +1,6 @@
 #include "TarnwellCore/Scanning/PathMetadata.hpp"
 
+#include "TarnwellCore/Platform/FileCalls.hpp"
 #include "TarnwellCore/Platform/FileStatus.hpp"
 #include "TarnwellCore/Platform/FolderOpening.hpp"
 
@@ -16,7 +17,11 @@ namespace tarnwell {
 namespace {
 
 bool readStatus(const std::string& path, struct stat& status) {
-    if (::fstatat(AT_FDCWD, path.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
+    const auto readAt = [&](int folder, const std::string& name) {
+        return withoutInterruption(
+                   [&] { return ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW); }) == 0;
+    };
+    if (readAt(AT_FDCWD, path))
         return true;
     if (errno != ENAMETOOLONG)
         return false;
@@ -24,7 +29,7 @@ bool readStatus(const std::string& path, struct stat& status) {
     const int parent = openParentOfLongPath(path, lastComponent);
     if (parent < 0)
         return false;
-    const bool isRead = ::fstatat(parent, lastComponent.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+    const bool isRead = readAt(parent, lastComponent);
     ::close(parent);
     return isRead;
 }

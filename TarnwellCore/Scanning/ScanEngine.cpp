@@ -3,17 +3,20 @@
 #include "TarnwellCore/Classification/FileClassifier.hpp"
 #include "TarnwellCore/Classification/PathUtil.hpp"
 #include "TarnwellCore/Platform/DirectoryCalls.hpp"
+#include "TarnwellCore/Platform/FileStatus.hpp"
+#include "TarnwellCore/Platform/FolderOpening.hpp"
 #include "TarnwellCore/Platform/WorkerThreads.hpp"
-#include "TarnwellCore/Scanning/DirectoryReader.hpp"
 #include "TarnwellCore/Scanning/NodeArena.hpp"
 #include "TarnwellCore/Scanning/PathMetadata.hpp"
 #include "TarnwellCore/Scanning/ScanError.hpp"
 #include "TarnwellCore/Scanning/ScanWorker.hpp"
 #include "TarnwellCore/Scanning/TreeAggregation.hpp"
 
-#include <unistd.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <memory>
 #include <utility>
 
@@ -26,6 +29,10 @@ constexpr int largestWorkerCount = 1024;
 
 double secondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+bool isEmpty(const ScanStats& stats) {
+    return stats.fileCount == 0 && stats.directoryCount == 0 && stats.inaccessibleEntryCount == 0;
 }
 
 } // namespace
@@ -49,20 +56,24 @@ int ScanEngine::defaultWorkerCount(int processors) {
     return processors < 8 ? 4 : std::min(processors, 17) / 2;
 }
 
-void ScanEngine::checkRoot(std::int32_t& rootDeviceID, double& modificationSeconds) const {
+FolderRef ScanEngine::openRoot(std::int32_t& rootDeviceID, double& modificationSeconds) const {
     const auto metadata = PathMetadata::lstat(rootPath_);
     if (!metadata)
         throw ScanError::rootNotFound(rootPath_);
     if (!metadata->isDirectory)
         throw ScanError::rootNotADirectory(rootPath_);
-    rootDeviceID = metadata->deviceID;
-    modificationSeconds =
-        metadata->modificationDate ? referenceSeconds(*metadata->modificationDate) : FileNode::missingTime;
-    try {
-        ::close(DirectoryReader::openDirectory(rootPath_));
-    } catch (const DirectoryReader::ReadError& error) {
-        throw ScanError::rootNotReadable(rootPath_, error.errorNumber());
-    }
+    const int folder = openFolder(rootPath_);
+    if (folder < 0)
+        throw ScanError::rootNotReadable(rootPath_, errno);
+    FolderRef root = FolderRef::root(folder, rootPath_);
+    // Another folder may lie there by now: what is open counts.
+    struct stat status = {};
+    if (::fstat(folder, &status) != 0)
+        throw ScanError::rootNotReadable(rootPath_, errno);
+    const RawDirectoryEntry entry = entryFromStatus(status);
+    rootDeviceID = entry.deviceID;
+    modificationSeconds = entry.modificationSeconds;
+    return root;
 }
 
 ScanResult ScanEngine::run() {
@@ -72,10 +83,10 @@ ScanResult ScanEngine::run() {
     result.options = options_;
     WorkItem rootItem;
     double modificationSeconds = FileNode::missingTime;
-    checkRoot(rootItem.deviceID, modificationSeconds);
+    rootItem.folder = openRoot(rootItem.deviceID, modificationSeconds);
 
     const int workers = std::clamp(options_.workerCount.value_or(defaultWorkerCount(activeProcessorCount())),
-                                   1, largestWorkerCount);
+                                   1, std::min(largestWorkerCount, DescriptorBudget::largestWorkerCount()));
     std::shared_ptr<TreeArena> arena;
     if (buildsTree_) {
         arena = std::make_shared<TreeArena>(static_cast<std::size_t>(workers));
@@ -85,10 +96,10 @@ ScanResult ScanEngine::run() {
         rootItem.inheritedCategory = FileClassifier::componentCategory(PathUtil::lastComponent(rootPath_));
     }
     FileNode* root = rootItem.node;
-    rootItem.folder = FolderRef::root(rootPath_);
     rootItem.exclusions = exclusions_.rootLevel();
     queue_.push(std::move(rootItem));
 
+    std::atomic<int> rootError = 0;
     DescriptorBudget::shared().adoptLimit();
     const ScanContext context{.options = options_,
                               .calls = calls_,
@@ -96,7 +107,8 @@ ScanResult ScanEngine::run() {
                               .cancelFlag = cancelFlag_,
                               .descriptors = DescriptorBudget::shared(),
                               .hardlinks = hardlinks_,
-                              .queue = queue_};
+                              .queue = queue_,
+                              .rootError = rootError};
     runWorkers(workers, [&](int index) {
         NodeArena* region = arena ? &arena->region(static_cast<std::size_t>(index)) : nullptr;
         ScanWorker(context, region).run();
@@ -104,12 +116,14 @@ ScanResult ScanEngine::run() {
 
     if (cancelFlag_.isSet())
         throw ScanError::cancelled();
+    result.stats = queue_.stats();
+    if (rootError != 0 && isEmpty(result.stats))
+        throw ScanError::rootNotReadable(rootPath_, rootError);
     if (root != nullptr) {
         hardlinks_.assignOwners();
         rollUp(*root);
         result.root = arena->shareRoot(root);
     }
-    result.stats = queue_.stats();
     result.inaccessiblePaths = queue_.takeInaccessiblePaths();
     std::sort(result.inaccessiblePaths.begin(), result.inaccessiblePaths.end());
     result.duration = secondsSince(start);

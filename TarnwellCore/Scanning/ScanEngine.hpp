@@ -38,7 +38,7 @@ public:
     static int defaultWorkerCount(int processors);
 
 private:
-    void checkRoot(std::int32_t& rootDeviceID, double& modificationSeconds) const;
+    FolderRef openRoot(std::int32_t& rootDeviceID, double& modificationSeconds) const;
 
     const std::string rootPath_;
     const ScanOptions options_;

@@ -53,11 +53,37 @@ void ScanWorker::run() {
     }
 }
 
+/// Repeats a call that was interrupted, or found no descriptor: other workers and other threads close theirs
+/// within moments.
+template <class Call>
+bool ScanWorker::succeedsPatiently(const Call& call) const {
+    constexpr int attempts = 200;
+    for (int attempt = 1;; ++attempt) {
+        if (call())
+            return true;
+        const int error = errno;
+        if (error == EINTR)
+            continue;
+        if ((error != EMFILE && error != ENFILE) || attempt == attempts || context_.cancelFlag.isSet())
+            return false;
+        context_.descriptors.releaseAll();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        errno = error;
+    }
+}
+
 void ScanWorker::processFolder(const WorkItem& item) {
     tally_.stats.maximumDepth = std::max(tally_.stats.maximumDepth, item.depth);
-    OpenFolder folder{openFolderPatiently(item)};
-    if (folder.descriptor < 0) {
-        noteInaccessible(item);
+    OpenFolder folder{-1};
+    const std::int32_t* device = context_.options.crossFilesystemBoundaries ? nullptr : &item.deviceID;
+    if (!succeedsPatiently([&] {
+            folder.descriptor = item.folder->open(context_.calls, device);
+            return folder.descriptor >= 0;
+        })) {
+        if (errno == EXDEV)
+            noteMountPoint(item);
+        else
+            noteInaccessible(item, errno);
         return;
     }
 
@@ -67,8 +93,14 @@ void ScanWorker::processFolder(const WorkItem& item) {
     delta_ = {.node = collapseTarget_};
     const std::size_t producedBefore = produced_.size();
     // What was read of a folder before its reading failed still counts.
-    if (!reader_.readEntries(folder.descriptor, item.deviceID, consumer_, DirectoryReader::Descriptor::fresh))
-        noteInaccessible(item);
+    bool isRead = false;
+    succeedsPatiently([&] {
+        isRead = reader_.readEntries(folder.descriptor, item.deviceID, consumer_,
+                                     DirectoryReader::Descriptor::fresh);
+        return isRead || reader_.hasHandedOn(); // nothing may come twice
+    });
+    if (!isRead)
+        noteInaccessible(item, errno);
     if (item.node != nullptr && collapseTarget_ == nullptr)
         settle(*item.node);
     if (collapseTarget_ != nullptr && (delta_.files > 0 || delta_.directories > 0))
@@ -87,25 +119,16 @@ bool ScanWorker::processEntries(std::span<const RawDirectoryEntry> entries) {
     return true;
 }
 
-int ScanWorker::openFolderPatiently(const WorkItem& item) const {
-    // Out of descriptors: other workers and other threads close theirs within moments.
-    constexpr int attempts = 200;
-    for (int attempt = 1;; ++attempt) {
-        const int folder = item.folder->open(context_.calls);
-        if (folder >= 0)
-            return folder;
-        const int error = errno;
-        if (error == EINTR)
-            continue;
-        if ((error != EMFILE && error != ENFILE) || attempt == attempts || context_.cancelFlag.isSet())
-            return folder;
-        context_.descriptors.releaseAll();
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        errno = error;
-    }
+/// A file system was mounted on the folder after its parent was read.
+void ScanWorker::noteMountPoint(const WorkItem& item) {
+    ++tally_.stats.mountPointCount;
+    if (item.node != nullptr)
+        item.node->flags.insert(FileNodeFlags::mountPoint);
 }
 
-void ScanWorker::noteInaccessible(const WorkItem& item) {
+void ScanWorker::noteInaccessible(const WorkItem& item, int error) {
+    if (item.depth == 0)
+        context_.rootError = error;
     ++tally_.stats.inaccessibleCount;
     tally_.inaccessiblePaths.push_back(item.folder->path());
     if (item.node != nullptr)
@@ -175,7 +198,8 @@ void ScanWorker::processSubfolder(const WorkItem& item, const RawDirectoryEntry&
         flags.insert(FileNodeFlags::package);
         ++tally_.stats.packageCount;
     }
-    const bool isMountPoint = entry.deviceID != item.deviceID;
+    const bool mountsOnDemand = (entry.finderFlags & automountFileFlag) != 0;
+    const bool isMountPoint = entry.deviceID != item.deviceID || mountsOnDemand;
     if (isMountPoint) {
         flags.insert(FileNodeFlags::mountPoint);
         ++tally_.stats.mountPointCount;
@@ -194,7 +218,7 @@ void ScanWorker::processSubfolder(const WorkItem& item, const RawDirectoryEntry&
         next.inheritedCategory =
             item.inheritedCategory ? item.inheritedCategory : FileClassifier::componentCategory(entry.name);
     }
-    if (isMountPoint && !options.crossFilesystemBoundaries)
+    if (mountsOnDemand || (isMountPoint && !options.crossFilesystemBoundaries))
         return;
     next.folder = item.folder.child(entry.name);
     next.exclusions = exclusions;

@@ -13,6 +13,7 @@
 #include "TarnwellCore/Scanning/TreeAggregation.hpp"
 
 #include <array>
+#include <atomic>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -29,6 +30,8 @@ struct ScanContext {
     DescriptorBudget& descriptors;
     HardlinkRegistry& hardlinks;
     ScanQueue& queue;
+    /// Takes the errno with which the root could not be read, or not to its end.
+    std::atomic<int>& rootError;
 };
 
 /// Confined to its thread.
@@ -44,8 +47,10 @@ private:
     void processFolder(const WorkItem& item);
     /// False when the scan was called off.
     bool processEntries(std::span<const RawDirectoryEntry> entries);
-    int openFolderPatiently(const WorkItem& item) const;
-    void noteInaccessible(const WorkItem& item);
+    template <class Call>
+    bool succeedsPatiently(const Call& call) const;
+    void noteMountPoint(const WorkItem& item);
+    void noteInaccessible(const WorkItem& item, int error);
     void processEntry(const WorkItem& item, const RawDirectoryEntry& entry);
     void processSubfolder(const WorkItem& item, const RawDirectoryEntry& entry, FileNodeFlags flags,
                           const ExclusionIndex::Level* exclusions);

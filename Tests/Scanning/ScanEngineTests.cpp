@@ -330,10 +330,10 @@ TEST(ScanEngine, EntriesThatTellOnlyTheirKindAreCounted) {
 
 // Kernel calls that change the disk between finding a folder and opening it.
 std::function<void(const std::string&)> beforeOpening; // called with the name
-int openAfterHook(int folder, const char* name, int flags) {
+int openAfterHook(int folder, const char* name, const std::int32_t* device) {
     if (beforeOpening)
         beforeOpening(name);
-    return ::openat(folder, name, flags);
+    return DirectoryCalls::live().openFolder(folder, name, device);
 }
 
 TEST(ScanEngine, FoldersThatChangeUnderTheScan) {
@@ -366,7 +366,7 @@ TEST(ScanEngine, FoldersThatChangeUnderTheScan) {
                 each.apply(folder / "victim");
         };
         DirectoryCalls calls = DirectoryCalls::live();
-        calls.openEntry = openAfterHook;
+        calls.openFolder = openAfterHook;
         ScanOptions options;
         options.workerCount = 1;
         const ScanResult result = ScanEngine(folder.path(), options, true, calls).run();

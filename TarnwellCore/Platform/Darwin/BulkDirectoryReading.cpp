@@ -1,5 +1,6 @@
 #include "TarnwellCore/Platform/BulkDirectoryReading.hpp"
 
+#include "TarnwellCore/Platform/FolderOpening.hpp"
 #include "TarnwellCore/Platform/PackedAttributeRecords.hpp"
 
 #include <fcntl.h>
@@ -49,6 +50,7 @@ const DirectoryCalls& DirectoryCalls::live() {
                 return ::fstatat(folder, name, status, AT_SYMLINK_NOFOLLOW);
             },
         .openEntry = [](int folder, const char* name, int flags) { return ::openat(folder, name, flags); },
+        .openFolder = openSubfolder,
     };
     return calls;
 }

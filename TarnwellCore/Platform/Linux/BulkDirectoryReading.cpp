@@ -1,7 +1,10 @@
 #include "TarnwellCore/Platform/BulkDirectoryReading.hpp"
 
 #include "TarnwellCore/Platform/Date.hpp"
+#include "TarnwellCore/Platform/FileCalls.hpp"
 #include "TarnwellCore/Platform/FileModes.hpp"
+#include "TarnwellCore/Platform/FolderOpening.hpp"
+#include "TarnwellCore/Platform/Linux/FileSystemKinds.hpp"
 #include "TarnwellCore/Platform/Linux/LinuxFileTypes.hpp"
 #include "TarnwellCore/Platform/Linux/SharedExtents.hpp"
 
@@ -100,6 +103,8 @@ void fill(RawDirectoryEntry& entry, const struct statx& status) {
     entry.allocatedSize = bytesFromBlocks(status.stx_blocks);
     entry.modificationSeconds = static_cast<double>(status.stx_mtime.tv_sec) - referenceDateOffset;
     entry.accessSeconds = static_cast<double>(status.stx_atime.tv_sec) - referenceDateOffset;
+    if ((status.stx_attributes & STATX_ATTR_AUTOMOUNT) != 0)
+        entry.finderFlags |= automountFileFlag;
 }
 
 bool isDotName(const char* name) {
@@ -119,9 +124,10 @@ const DirectoryCalls& DirectoryCalls::live() {
             },
         .entryStatus =
             [](int folder, const char* name, struct stat* status) {
-                return ::fstatat(folder, name, status, AT_SYMLINK_NOFOLLOW);
+                return ::fstatat(folder, name, status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT);
             },
         .openEntry = [](int folder, const char* name, int flags) { return ::openat(folder, name, flags); },
+        .openFolder = openSubfolder,
     };
     return calls;
 }
@@ -131,6 +137,7 @@ struct BulkDirectoryReading::State {
         : calls(directoryCalls), sharedExtents(directoryCalls) {}
 
     const DirectoryCalls& calls;
+    FileSystemKinds fileSystemKinds;
     SharedExtents sharedExtents;
 };
 
@@ -142,7 +149,7 @@ BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t deviceID, bo
                                            std::span<std::byte> buffer, EntryBatch& batch) {
     if (!isAtStart)
         ::lseek(folder, 0, SEEK_SET);
-    const bool mayShareExtents = state_->sharedExtents.isPossible(folder, deviceID);
+    const FileSystemKind kind = state_->fileSystemKinds.of(folder, deviceID);
     for (;;) {
         const long filled = state_->calls.readPacked(folder, buffer.data(), buffer.size());
         if (filled == 0)
@@ -162,10 +169,14 @@ BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t deviceID, bo
             RawDirectoryEntry& entry = batch.add();
             entry.name = {next->name, next->nameLength};
             struct statx status;
-            if (state_->calls.extendedStatus(folder, next->name, &status) == 0) {
+            if (withoutInterruption(
+                    [&] { return state_->calls.extendedStatus(folder, next->name, &status); }) == 0) {
                 fill(entry, status);
-                if (mayShareExtents && entry.objectType == VnodeType::regular && entry.allocatedSize > 0)
+                if (kind.sharesExtents && entry.objectType == VnodeType::regular && entry.allocatedSize > 0)
                     state_->sharedExtents.measure(folder, next->name, entry);
+                if (kind.mountsOnDemand && entry.objectType == VnodeType::directory &&
+                    entry.deviceID == deviceID)
+                    entry.finderFlags |= automountFileFlag;
             } else if (errno == ENOSYS) {
                 batch.removeLast();
                 return BulkReadOutcome::unsupported;

@@ -1,18 +1,74 @@
 #include "TarnwellCore/Platform/FolderOpening.hpp"
 
+#include "TarnwellCore/Platform/FileStatus.hpp"
+
 #include <fcntl.h>
 #include <linux/openat2.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <string_view>
 
-namespace tarnwell::FolderOpeningDetail {
+namespace tarnwell {
 
 namespace {
 
-/// For kernels before 5.6: one component after the other, none of which may be a link.
+constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+/// Whether `openat2` turned out not to be there: before Linux 5.6, or forbidden by a container.
+std::atomic<bool> isOpenat2Missing = false;
+
+/// `openat2`, or ENOSYS.
+int openBelow(int folder, const char* relativePath, std::uint64_t restrictions) {
+    if (isOpenat2Missing.load(std::memory_order_relaxed)) {
+        errno = ENOSYS;
+        return -1;
+    }
+    struct open_how how = {};
+    how.flags = folderFlags;
+    how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_BENEATH | restrictions;
+    return static_cast<int>(::syscall(SYS_openat2, folder, relativePath, &how, sizeof how));
+}
+
+/// Whether the last `openBelow` says that it is not there, rather than that the folder cannot be opened.
+bool isRefused(int error) {
+    return error == ENOSYS || error == EPERM;
+}
+
+/// Remembers a refusal, given what the plain way came to.
+int afterRefusal(int error, int opened) {
+    if (error == ENOSYS || opened >= 0)
+        isOpenat2Missing.store(true, std::memory_order_relaxed);
+    return opened;
+}
+
+/// Gives the descriptor of an open folder back, unless the folder is not on the device: then it closes it and
+/// returns -1 and EXDEV.
+int requireDevice(int folder, std::int32_t device) {
+    if (folder < 0)
+        return -1;
+    struct stat status = {};
+    const bool isKnown = ::fstat(folder, &status) == 0;
+    if (isKnown && entryFromStatus(status).deviceID == device)
+        return folder;
+    const int error = isKnown ? EXDEV : errno;
+    ::close(folder);
+    errno = error;
+    return -1;
+}
+
+/// Whether a mount is there already, rather than one that would come by opening.
+bool isMounted(int folder, const char* name) {
+    struct statx status = {};
+    return ::statx(folder, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_TYPE, &status) == 0 &&
+           (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
+/// Where there is no `openat2`: one component after the other, none of which may be a link.
 int openStepwise(int folder, std::string_view path) {
     int current = folder;
     while (!path.empty()) {
@@ -20,8 +76,8 @@ int openStepwise(int folder, std::string_view path) {
         path.remove_prefix(component.size());
         while (path.starts_with('/'))
             path.remove_prefix(1);
-        const int access = path.empty() ? O_RDONLY : O_PATH;
-        const int next = ::openat(current, component.c_str(), access | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        const int flags = path.empty() ? folderFlags : O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+        const int next = ::openat(current, component.c_str(), flags);
         const int error = errno;
         if (current != folder)
             ::close(current);
@@ -35,18 +91,38 @@ int openStepwise(int folder, std::string_view path) {
 
 } // namespace
 
-int openForTraversal(int folder, const char* relativePath) {
+int openSubfolder(int folder, const char* name, const std::int32_t* device) {
+    if (device == nullptr)
+        return ::openat(folder, name, folderFlags);
+    const int opened = openBelow(folder, name, RESOLVE_NO_XDEV);
+    if (opened >= 0)
+        return opened;
+    const int error = errno;
+    if (isRefused(error))
+        return afterRefusal(error, ::openat(folder, name, folderFlags));
+    // A folder of the same device may be mounted there: that one belongs to the scan.
+    if (error == EXDEV && isMounted(folder, name))
+        return requireDevice(::openat(folder, name, folderFlags), *device);
+    errno = error;
+    return -1;
+}
+
+int FolderOpeningDetail::openForTraversal(int folder, const char* relativePath) {
     return ::openat(folder, relativePath, O_PATH | O_DIRECTORY | O_CLOEXEC);
 }
 
-int openShortPathBelow(int folder, const char* relativePath) {
-    struct open_how how = {};
-    how.flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-    how.resolve = RESOLVE_NO_SYMLINKS;
-    const long descriptor = ::syscall(SYS_openat2, folder, relativePath, &how, sizeof how);
-    if (descriptor >= 0 || (errno != ENOSYS && errno != EPERM))
-        return static_cast<int>(descriptor);
-    return openStepwise(folder, relativePath);
+int FolderOpeningDetail::openShortPathBelow(int folder, const char* relativePath,
+                                            const std::int32_t* device) {
+    const int opened = openBelow(folder, relativePath, device != nullptr ? RESOLVE_NO_XDEV : 0);
+    if (opened >= 0)
+        return opened;
+    const int error = errno;
+    if (isRefused(error))
+        return afterRefusal(error, openStepwise(folder, relativePath));
+    // So may they on the way.
+    if (error == EXDEV && device != nullptr)
+        return requireDevice(openBelow(folder, relativePath, 0), *device);
+    return -1;
 }
 
-} // namespace tarnwell::FolderOpeningDetail
+} // namespace tarnwell

@@ -1,10 +1,11 @@
 #include "TarnwellCore/Platform/Linux/SharedExtents.hpp"
 
+#include "TarnwellCore/Platform/FileCalls.hpp"
+
 #include <fcntl.h>
 #include <linux/fiemap.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
-#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,12 +15,6 @@
 namespace tarnwell {
 
 namespace {
-
-// The kernel's magic numbers of the file systems with shared extents (<linux/magic.h> lacks some).
-constexpr std::uint32_t btrfsMagic = 0x9123683E;
-constexpr std::uint32_t xfsMagic = 0x58465342;
-constexpr std::uint32_t bcachefsMagic = 0xCA451A4E;
-constexpr std::uint32_t ocfs2Magic = 0x7461636F;
 
 constexpr std::uint32_t extentsPerCall = 250;
 
@@ -46,25 +41,11 @@ struct SharedExtents::ExtentMap {
 SharedExtents::SharedExtents(const DirectoryCalls& calls) : calls_(calls) {}
 SharedExtents::~SharedExtents() = default;
 
-bool SharedExtents::isPossible(int folder, std::int32_t deviceID) {
-    const auto known = sharingDevices_.find(deviceID);
-    if (known != sharingDevices_.end())
-        return known->second;
-    struct statfs status = {};
-    bool isPossible = false;
-    if (::fstatfs(folder, &status) == 0) {
-        const auto magic = static_cast<std::uint32_t>(status.f_type);
-        isPossible =
-            magic == btrfsMagic || magic == xfsMagic || magic == bcachefsMagic || magic == ocfs2Magic;
-    }
-    sharingDevices_.emplace(deviceID, isPossible);
-    return isPossible;
-}
-
 void SharedExtents::measure(int folder, const char* name, RawDirectoryEntry& entry) {
     // Not blocking: should a FIFO have taken the file's place by now, opening it must not wait for a writer.
-    const int file =
-        calls_.openEntry(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    const int file = withoutInterruption([&] {
+        return calls_.openEntry(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    });
     if (file < 0)
         return;
     if (!extents_)
@@ -79,7 +60,7 @@ void SharedExtents::measure(int folder, const char* name, RawDirectoryEntry& ent
         map.fm_start = start;
         map.fm_length = std::numeric_limits<std::uint64_t>::max() - start;
         map.fm_extent_count = extentsPerCall;
-        if (::ioctl(file, FS_IOC_FIEMAP, &map) != 0)
+        if (withoutInterruption([&] { return ::ioctl(file, FS_IOC_FIEMAP, &map); }) != 0)
             break;
         const std::uint32_t count = std::min(map.fm_mapped_extents, extentsPerCall);
         isComplete = count == 0;

@@ -5,9 +5,7 @@
 #include "TarnwellCore/Platform/DirectoryCalls.hpp"
 #include "TarnwellCore/Platform/RawDirectoryEntry.hpp"
 
-#include <cstdint>
 #include <memory>
-#include <unordered_map>
 
 namespace tarnwell {
 
@@ -17,9 +15,6 @@ public:
     explicit SharedExtents(const DirectoryCalls& calls);
     ~SharedExtents();
 
-    /// Whether files on the folder's file system may share extents. Asks the kernel once per device.
-    bool isPossible(int folder, std::int32_t deviceID);
-
     /// Fills the private size and the sharing bits of a regular file with blocks: one open, and one call
     /// for every few hundred extents. Leaves the entry as it is when its extents cannot be read.
     void measure(int folder, const char* name, RawDirectoryEntry& entry);
@@ -27,7 +22,6 @@ public:
 private:
     struct ExtentMap;
     const DirectoryCalls& calls_;
-    std::unordered_map<std::int32_t, bool> sharingDevices_;
     std::unique_ptr<ExtentMap> extents_;
 };
 
