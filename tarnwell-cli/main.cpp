@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
+#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -39,10 +40,16 @@ int main(int count, char** values) {
     // A reader that has gone and a limit on the size of files are failures of a write like any other.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
-    const std::vector<std::string> arguments(values + std::min(count, 1), values + count);
-    bool isTaken = true;
-    const tarnwell::CLIResult result = tarnwell::CLIMain::run(
-        arguments, [&](std::string_view piece) { isTaken = isTaken && write(STDOUT_FILENO, piece); });
+    tarnwell::CLIResult result;
+    try {
+        const std::vector<std::string> arguments(values + std::min(count, 1), values + count);
+        bool isTaken = true;
+        result = tarnwell::CLIMain::run(
+            arguments, [&](std::string_view piece) { isTaken = isTaken && write(STDOUT_FILENO, piece); });
+    } catch (const std::bad_alloc&) {
+        write(STDERR_FILENO, "There is not enough memory.\n");
+        ::_exit(1);
+    }
     write(STDOUT_FILENO, result.standardOutput);
     write(STDERR_FILENO, result.standardError);
     // Taking a large result apart would cost time and change nothing.

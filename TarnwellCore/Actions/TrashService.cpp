@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <exception>
+#include <new>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -60,16 +61,23 @@ std::vector<fs::path> existingVolumeTrashes() {
     return trashes;
 }
 
-TrashOutcome moveOne(const TrashService& service, const fs::path& url) {
-    TrashOutcome outcome{url, std::nullopt, std::nullopt};
+/// Moves the item that the outcome is for and completes the outcome.
+void moveOne(const TrashService& service, TrashOutcome& outcome) noexcept {
+    // Short enough to need no memory, as there may be none.
+    constexpr const char* outOfMemory = "Out of memory.";
     try {
-        outcome.trashedTo = service.trashItem(url);
+        outcome.trashedTo = service.trashItem(outcome.source);
+    } catch (const std::bad_alloc&) {
+        outcome.failure = outOfMemory;
     } catch (const std::exception& error) {
-        outcome.failure = error.what();
+        try {
+            outcome.failure = error.what();
+        } catch (const std::bad_alloc&) {
+            outcome.failure = outOfMemory;
+        }
     } catch (...) {
         outcome.failure = "The item could not be moved to the Trash.";
     }
-    return outcome;
 }
 
 std::optional<std::int64_t> entryCount(const fs::path& folder) {
@@ -103,17 +111,23 @@ TrashService::TrashService(fs::path home)
       runTool(Shell::runAsync) {}
 
 std::future<std::vector<TrashOutcome>> TrashService::moveToTrash(std::vector<fs::path> urls) const {
-    return runInBackground([service = *this, urls = std::move(urls)] {
-        std::vector<TrashOutcome> outcomes;
-        outcomes.reserve(urls.size());
-        for (const fs::path& url : urls)
-            outcomes.push_back(moveOne(service, url));
-        return outcomes;
+    // All that takes memory comes before the first move: what was moved is never lost sight of.
+    std::vector<TrashOutcome> outcomes;
+    outcomes.reserve(urls.size());
+    for (fs::path& url : urls)
+        outcomes.push_back({std::move(url), std::nullopt, std::nullopt});
+    return runInBackground([service = *this, outcomes = std::move(outcomes)]() mutable {
+        for (TrashOutcome& outcome : outcomes)
+            moveOne(service, outcome);
+        return std::move(outcomes);
     });
 }
 
 std::future<TrashOutcome> TrashService::moveToTrash(fs::path url) const {
-    return runInBackground([service = *this, url = std::move(url)] { return moveOne(service, url); });
+    return runInBackground([service = *this, outcome = TrashOutcome{std::move(url), {}, {}}]() mutable {
+        moveOne(service, outcome);
+        return std::move(outcome);
+    });
 }
 
 std::future<EmptyTrashOutcome> TrashService::emptyTrash(double timeout) const {

@@ -114,6 +114,12 @@ int replaceFile(const fs::path& file, std::string_view contents, const FileCalls
     return error;
 }
 
+/// False also where that cannot be told.
+bool isMissing(const fs::path& path) {
+    std::error_code error;
+    return fs::status(path, error).type() == fs::file_type::not_found;
+}
+
 [[noreturn]] void fail(std::error_code error, const char* attempt, const fs::path& path) {
     throw std::system_error(error, attempt + path.string());
 }
@@ -128,7 +134,8 @@ void replaceFileDurably(const fs::path& file, std::string_view contents, const F
 void createFoldersDurably(const fs::path& folder, const FileCalls& calls) {
     std::error_code error;
     std::vector<fs::path> missing;
-    for (fs::path path = folder; !path.empty() && !fs::exists(path, error); path = path.parent_path())
+    // The root folder is its own parent: also where no folder answers, the way up ends.
+    for (fs::path path = folder; path.has_relative_path() && isMissing(path); path = path.parent_path())
         missing.push_back(path);
     fs::create_directories(folder, error);
     if (error)

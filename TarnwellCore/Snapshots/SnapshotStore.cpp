@@ -84,7 +84,10 @@ std::vector<fs::path> SnapshotStore::snapshotFiles() const {
     };
     std::vector<File> files;
     std::error_code error;
-    fs::directory_iterator entry(directory_, error);
+    fs::directory_iterator entry;
+    do
+        entry = fs::directory_iterator(directory_, error);
+    while (error == std::errc::interrupted);
     while (!error && entry != fs::directory_iterator()) {
         std::error_code unusable;
         // Opening a device may do something.

@@ -106,14 +106,23 @@ struct ChildProcess::State {
     }
 
     /// Waits until a pipe can be read or the program ends, at most until the deadline, and reads once from
-    /// each pipe that is ready. Returns whether the exit descriptor is ready.
+    /// each pipe that is ready. Returns whether the program may have ended.
     bool step(std::optional<Clock::time_point> deadline, bool watchesExit) {
         std::array<pollfd, 3> polled{};
         for (std::size_t index = 0; index < outputs.size(); ++index)
             polled[index] = {outputs[index].descriptor.number(), POLLIN, 0};
         polled[2] = {watchesExit ? exit.number() : -1, POLLIN, 0};
-        if (::poll(polled.data(), polled.size(), pollTimeout(deadline)) <= 0)
+        const int ready = ::poll(polled.data(), polled.size(), pollTimeout(deadline));
+        if (ready == 0 || (ready < 0 && errno == EINTR))
             return false;
+        if (ready < 0) {
+            // No memory for polling, or none allowed: looking now and then does as well, no pipe blocks.
+            std::this_thread::sleep_for(lookInterval);
+            for (Output& output : outputs)
+                if (output.descriptor.isOpen())
+                    read(output);
+            return true;
+        }
         for (std::size_t index = 0; index < outputs.size(); ++index) {
             if (polled[index].revents != 0)
                 read(outputs[index]);
@@ -121,12 +130,12 @@ struct ChildProcess::State {
         return polled[2].revents != 0;
     }
 
-    /// Reaps the program if it has ended, or waits for that.
-    void reap(bool waits) {
+    /// Reaps the program if it has ended.
+    void reap() {
         int waitStatus = 0;
         pid_t reaped = 0;
         do {
-            reaped = ::waitpid(process, &waitStatus, waits ? 0 : WNOHANG);
+            reaped = ::waitpid(process, &waitStatus, WNOHANG);
         } while (reaped < 0 && errno == EINTR);
         if (reaped == 0)
             return;
@@ -140,11 +149,11 @@ struct ChildProcess::State {
         while (!hasEnded) {
             if (exit.isOpen()) {
                 if (step(deadline, true))
-                    reap(true);
+                    reap();
             } else {
                 const Clock::time_point nextLook = Clock::now() + lookInterval;
                 step(deadline ? std::min(*deadline, nextLook) : nextLook, false);
-                reap(false);
+                reap();
             }
             if (!hasEnded && hasPassed(deadline))
                 return false;

@@ -7,6 +7,7 @@
 
 #include <climits>
 #include <cstdlib>
+#include <exception>
 #include <memory>
 #include <system_error>
 
@@ -89,21 +90,36 @@ std::string notedPath(const fs::path& original, const fs::path& trash) {
 void completeNote(const fs::path& original, const fs::path& landed) {
     const fs::path trash = landed.parent_path().parent_path();
     const fs::path note = trash / "info" / (landed.filename().string() + ".trashinfo");
+    using Text = std::unique_ptr<char, decltype(&g_free)>;
+    const Text path(g_uri_escape_string(notedPath(original, trash).c_str(), "/", FALSE), &g_free);
+    const std::unique_ptr<GDateTime, decltype(&g_date_time_unref)> now(g_date_time_new_now_local(),
+                                                                       &g_date_time_unref);
+    const Text date(g_date_time_format(now.get(), "%Y-%m-%dT%H:%M:%S"), &g_free);
+    const std::string text =
+        std::string("[Trash Info]\nPath=") + path.get() + "\nDeletionDate=" + date.get() + "\n";
+
     const int descriptor = ::open(note.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC);
     if (descriptor < 0)
         return;
     struct stat status;
-    if (::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_size == 0) {
-        using Text = std::unique_ptr<char, decltype(&g_free)>;
-        const Text path(g_uri_escape_string(notedPath(original, trash).c_str(), "/", FALSE), &g_free);
-        const std::unique_ptr<GDateTime, decltype(&g_date_time_unref)> now(g_date_time_new_now_local(),
-                                                                           &g_date_time_unref);
-        const Text date(g_date_time_format(now.get(), "%Y-%m-%dT%H:%M:%S"), &g_free);
-        const std::string text =
-            std::string("[Trash Info]\nPath=") + path.get() + "\nDeletionDate=" + date.get() + "\n";
-        [[maybe_unused]] const ssize_t written = ::write(descriptor, text.data(), text.size());
-    }
+    if (::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_size == 0) [[maybe_unused]]
+        const ssize_t written = ::write(descriptor, text.data(), text.size());
     ::close(descriptor);
+}
+
+/// After the move nothing may fail any more: a caller that hears of a failure believes the item is where it
+/// was.
+std::optional<fs::path> whereItLanded(const std::optional<fs::path>& original,
+                                      const MovingItem& moving) noexcept {
+    std::optional<fs::path> landed;
+    try {
+        landed = moving.presentPath();
+        if (original && landed)
+            completeNote(*original, *landed);
+    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+        // Out of memory: the item is in the Trash all the same.
+    }
+    return landed;
 }
 
 /// The shared Trash of a volume counts only as the freedesktop.org text wants it: a real folder (no link)
@@ -132,10 +148,7 @@ std::expected<std::optional<fs::path>, std::string> moveItemToTrash(const fs::pa
         const std::unique_ptr<GError, decltype(&g_error_free)> owned(error, &g_error_free);
         return std::unexpected(std::string(error->message));
     }
-    std::optional<fs::path> landed = moving.presentPath();
-    if (original && landed)
-        completeNote(*original, *landed);
-    return landed;
+    return whereItLanded(original, moving);
 }
 
 fs::path homeTrashDirectory(const fs::path& home) {
