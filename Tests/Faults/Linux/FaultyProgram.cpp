@@ -1,0 +1,339 @@
+#include "Tests/Faults/Linux/FaultyProgram.hpp"
+
+#include "Tests/Support/TemporaryFolder.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <mutex>
+#include <set>
+#include <sstream>
+#include <thread>
+
+namespace fs = std::filesystem;
+
+namespace tarnwell::test {
+
+namespace {
+
+constexpr int reportNumber = 3;
+constexpr int secondsToLive = 120;
+constexpr std::size_t largestMemory = std::size_t{2} << 30;
+
+/// The sanitizer runtimes that this process uses must come first in every list of libraries.
+std::string preloadedLibraries() {
+    std::string libraries;
+    std::ifstream maps("/proc/self/maps");
+    std::set<std::string> seen;
+    for (std::string line; std::getline(maps, line);) {
+        const std::size_t start = line.find('/');
+        if (start == std::string::npos)
+            continue;
+        const std::string path = line.substr(start);
+        const bool isRuntime =
+            path.find("/libasan.so") != std::string::npos || path.find("/libtsan.so") != std::string::npos;
+        if (isRuntime && seen.insert(path).second)
+            libraries += path + ":";
+    }
+    return libraries + TARNWELL_FAULTY_CALLS;
+}
+
+const std::string& librariesToPreload() {
+    static const std::string libraries = preloadedLibraries();
+    return libraries;
+}
+
+bool isSanitized() {
+    return librariesToPreload() != TARNWELL_FAULTY_CALLS;
+}
+
+/// A file without a name.
+class Scratch {
+public:
+    Scratch() : descriptor_(::memfd_create("outcome", MFD_CLOEXEC)) {}
+    ~Scratch() { ::close(descriptor_); }
+    Scratch(const Scratch&) = delete;
+    Scratch& operator=(const Scratch&) = delete;
+
+    int descriptor() const { return descriptor_; }
+    std::string contents() const {
+        std::string text(static_cast<std::size_t>(::lseek(descriptor_, 0, SEEK_END)), '\0');
+        const ssize_t count = ::pread(descriptor_, text.data(), text.size(), 0);
+        text.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        return text;
+    }
+
+private:
+    int descriptor_;
+};
+
+std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    for (const std::string& text : texts)
+        pointers.push_back(const_cast<char*>(text.c_str()));
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+void limit(__rlimit_resource resource, std::size_t amount) {
+    const rlimit limits = {amount, amount};
+    if (amount != 0)
+        ::setrlimit(resource, &limits);
+}
+
+/// Waits for a process, not for ever; its exit code as in FaultyOutcome.
+int exitCodeOf(pid_t process) {
+    const int exit = static_cast<int>(::syscall(SYS_pidfd_open, process, 0));
+    pollfd polled = {.fd = exit, .events = POLLIN, .revents = 0};
+    if (exit >= 0 && ::poll(&polled, 1, secondsToLive * 1000) == 0)
+        ::kill(process, SIGKILL);
+    ::close(exit);
+    int status = 0;
+    ::waitpid(process, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+} // namespace
+
+std::string Fault::text() const {
+    return (count == 0 ? "all " + kind + " calls" : kind + " call " + std::to_string(call)) +
+           (error == 0 ? std::string(" short") : std::string(": ") + ::strerrorname_np(error));
+}
+
+long FaultyOutcome::count(const std::string& name) const {
+    const auto found = report.find(name);
+    return found == report.end() ? 0 : found->second;
+}
+
+bool isThorough() {
+    const char* value = std::getenv("TARNWELL_THOROUGH");
+    return value != nullptr && std::string_view(value) == "1";
+}
+
+FaultyOutcome runWithFault(const Program& program, const std::optional<Fault>& fault) {
+    const bool sanitizes = isSanitized();
+    std::vector<std::string> environment{"LD_PRELOAD=" + librariesToPreload(),
+                                         "PATH=/usr/sbin:/usr/bin:/sbin:/bin",
+                                         "TARNWELL_FAULT_REPORT=" + std::to_string(reportNumber)};
+    for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"})
+        if (const char* value = std::getenv(name))
+            environment.push_back(std::string(name) + "=" + value);
+    if (fault) {
+        environment.push_back("TARNWELL_FAULT_KIND=" + fault->kind);
+        environment.push_back("TARNWELL_FAULT_CALL=" + std::to_string(fault->call));
+        environment.push_back("TARNWELL_FAULT_COUNT=" + std::to_string(fault->count));
+        environment.push_back("TARNWELL_FAULT_ERROR=" + std::to_string(fault->error));
+    }
+    environment.insert(environment.end(), program.environment.begin(), program.environment.end());
+    const std::vector<char*> arguments = pointersTo(program.arguments);
+    const std::vector<char*> variables = pointersTo(environment);
+
+    const Scratch output;
+    const Scratch error;
+    const Scratch report;
+    const pid_t process = ::fork();
+    if (process == 0) { // only what is safe after a fork among threads
+        ::dup2(output.descriptor(), STDOUT_FILENO);
+        ::dup2(error.descriptor(), STDERR_FILENO);
+        const int lifted = ::fcntl(report.descriptor(), F_DUPFD_CLOEXEC, 100);
+        ::syscall(SYS_close_range, 3, 99, 0);
+        ::dup2(lifted, reportNumber);
+        limit(RLIMIT_NOFILE, program.descriptorLimit);
+        limit(RLIMIT_STACK, program.stackLimit);
+        if (!sanitizes) // sanitizers take terabytes of addresses
+            limit(RLIMIT_AS, largestMemory);
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        const rlimit noCore = {0, 0};
+        ::setrlimit(RLIMIT_CORE, &noCore);
+        ::execve(arguments[0], arguments.data(), variables.data());
+        ::_exit(126);
+    }
+    FaultyOutcome outcome;
+    outcome.exitCode = exitCodeOf(process);
+    outcome.output = output.contents();
+    outcome.error = error.contents();
+    std::istringstream lines(report.contents());
+    std::string name;
+    for (long count = 0; lines >> name >> count;)
+        outcome.report[name] = count;
+    return outcome;
+}
+
+std::string whyNotFaulty() {
+    const FaultyOutcome outcome = runWithFault({{TARNWELL_TOOL, "--help"}, {}}, std::nullopt);
+    if (outcome.exitCode != 0)
+        return "a library cannot be preloaded here: " + outcome.error;
+    return outcome.report.empty() ? "the preloaded library says nothing here" : "";
+}
+
+namespace {
+
+constexpr std::array usualErrors = {EACCES, ENOENT, EIO, EMFILE, ENOMEM, ENOSPC, ESTALE, ELOOP, ENAMETOOLONG};
+
+bool isIn(std::initializer_list<std::string_view> kinds, std::string_view kind) {
+    return std::ranges::find(kinds, kind) != kinds.end();
+}
+
+bool movesBytes(std::string_view kind) {
+    return isIn({"read", "write", "getdents"}, kind);
+}
+
+/// Calls that the system may interrupt.
+bool mayBeInterrupted(std::string_view kind) {
+    return isIn(
+        {"open", "openat2", "close", "read", "write", "sync", "getdents", "lock", "ioctl", "poll", "wait"},
+        kind);
+}
+
+std::vector<int> errorsFor(std::string_view kind, long call, bool all) {
+    if (kind == "memory")
+        return {ENOMEM};
+    std::vector<int> errors(usualErrors.begin(), usualErrors.end());
+    if (!all) {
+        // Sanitized programs take their time.
+        const std::size_t count = isSanitized() ? 1 : 3;
+        const auto first =
+            static_cast<std::ptrdiff_t>(static_cast<std::size_t>(call) * count % errors.size());
+        std::ranges::rotate(errors, errors.begin() + first);
+        errors.resize(count);
+    }
+    if (isIn({"statx", "openat2", "getdents", "ioctl", "lock", "pidfd"}, kind))
+        errors.push_back(ENOSYS);
+    if (isIn({"rename", "link", "openat2"}, kind))
+        errors.push_back(EXDEV);
+    if (isIn({"thread", "spawn"}, kind))
+        errors.push_back(EAGAIN);
+    return errors;
+}
+
+std::vector<Fault> faultsFor(const FaultyOutcome& undisturbed) {
+    std::vector<Fault> faults;
+    for (const auto& [kind, calls] : undisturbed.report) {
+        if (isIn({"failed", "descriptors", "devices"}, kind) || calls == 0)
+            continue;
+        const long step = kind == "memory" && !isThorough() ? 1 + calls / 40 : 1;
+        for (long call = 1; call <= calls; call += step) {
+            for (const int error : errorsFor(kind, call, isThorough()))
+                faults.push_back({.kind = kind, .call = call, .error = error});
+            if (mayBeInterrupted(kind))
+                faults.push_back({.kind = kind, .call = call, .error = EINTR});
+            if (movesBytes(kind))
+                faults.push_back({.kind = kind, .call = call, .error = 0});
+        }
+        for (const int error : errorsFor(kind, 1, true))
+            faults.push_back({.kind = kind, .count = 0, .error = error});
+        if (movesBytes(kind))
+            faults.push_back({.kind = kind, .count = 0, .error = 0});
+    }
+    return faults;
+}
+
+/// What is wrong with a run, whatever the program.
+std::string generalComplaint(const FaultScenario& scenario, const FaultyOutcome& outcome,
+                             const FaultyOutcome& undisturbed, const Fault& fault) {
+    // Without any memory not even a message can be made.
+    const bool mayEnd = fault.kind == "memory" && (fault.count == 0 || scenario.mayEndWithoutMemory);
+    if (mayEnd && outcome.exitCode == 128 + SIGABRT)
+        return {};
+    if (outcome.exitCode != 0 && outcome.exitCode != 1)
+        return "exit code " + std::to_string(outcome.exitCode);
+    if (outcome.exitCode == 1 && scenario.failsSilently && !outcome.output.empty())
+        return "a failure with output";
+    if (outcome.exitCode == 1 && scenario.failsSilently && !outcome.error.ends_with('\n'))
+        return "a failure without a message";
+    if (outcome.count("descriptors") > undisturbed.count("descriptors"))
+        return std::to_string(outcome.count("descriptors")) + " descriptors are left open";
+    if (outcome.count("devices") != 0)
+        return "a device was opened";
+    // What an older kernel lacks has another way; but not for a folder that was read in part.
+    const bool isLacking = fault.error == ENOSYS && fault.count == 0 &&
+                           isIn({"openat2", "statx", "getdents", "pidfd"}, fault.kind);
+    const bool isInterruption = fault.error == EINTR && mayBeInterrupted(fault.kind);
+    const bool isHarmless = fault.error == 0 || (isInterruption && !scenario.mayGiveUpInterrupted) ||
+                            isLacking || outcome.count("failed") == 0;
+    if (isHarmless && (outcome.exitCode != undisturbed.exitCode ||
+                       scenario.essence(outcome.output) != scenario.essence(undisturbed.output)))
+        return "another result than without the fault";
+    return {};
+}
+
+/// Gathers what went wrong in many runs, on several threads.
+class Complaints {
+public:
+    void add(const Fault& fault, const std::string& complaint, const FaultyOutcome& outcome) {
+        const std::lock_guard guard(mutex_);
+        ++count_;
+        if (count_ <= 12)
+            text_ += fault.text() + ": " + complaint + "\n  exit code " + std::to_string(outcome.exitCode) +
+                     ", output: " + outcome.output.substr(0, 400) +
+                     "\n  error: " + outcome.error.substr(0, 1500) + "\n";
+    }
+    void expectNone() const { EXPECT_EQ(count_, 0) << text_; }
+
+private:
+    std::mutex mutex_;
+    int count_ = 0;    // guarded by mutex_
+    std::string text_; // guarded by mutex_
+};
+
+} // namespace
+
+void expectToSurviveFaults(const FaultScenario& scenario) {
+    const bool hasMemoryPlace = ::access("/dev/shm", W_OK) == 0;
+    const TemporaryFolder folder(scenario.place.empty() && hasMemoryPlace ? "/dev/shm" : scenario.place);
+    const fs::path original = folder.makeFolder("original");
+    scenario.prepare(original);
+    const FaultyOutcome undisturbed = runWithFault(scenario.program(original), std::nullopt);
+    ASSERT_EQ(undisturbed.exitCode, 0) << undisturbed.error;
+    ASSERT_FALSE(undisturbed.report.empty());
+    const std::vector<Fault> faults = faultsFor(undisturbed);
+    ASSERT_FALSE(faults.empty());
+    Complaints complaints;
+    std::atomic<std::size_t> next = 0;
+    std::atomic<std::size_t> spoiled = 0;
+    const auto work = [&](int thread) {
+        fs::path world = original;
+        for (std::size_t index = next++; index < faults.size(); index = next++) {
+            const Fault& fault = faults[index];
+            if (scenario.changesWorld) {
+                world = folder / ("world" + std::to_string(thread));
+                fs::remove_all(world);
+                fs::create_directory(world);
+                scenario.prepare(world);
+            }
+            const FaultyOutcome outcome = runWithFault(scenario.program(world), fault);
+            spoiled += outcome.count("failed") > 0 ? 1 : 0;
+            std::string complaint = generalComplaint(scenario, outcome, undisturbed, fault);
+            if (complaint.empty() && scenario.complaint)
+                complaint = scenario.complaint(world, outcome, undisturbed, fault);
+            if (!complaint.empty())
+                complaints.add(fault, complaint, outcome);
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 3; ++thread)
+        threads.emplace_back(work, thread);
+    for (std::thread& thread : threads)
+        thread.join();
+    complaints.expectNone();
+    // Threads take turns as they like, so a few calls may come a little less often than before.
+    EXPECT_GT(spoiled * 10, faults.size() * 8) << "too few calls failed to prove anything";
+    testing::Test::RecordProperty("runs", static_cast<int>(faults.size()));
+}
+
+} // namespace tarnwell::test

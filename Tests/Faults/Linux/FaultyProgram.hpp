@@ -1,0 +1,87 @@
+#pragma once
+
+// Runs a program whose system calls are watched, and one or more of which are made to fail, by a preloaded
+// library (Shim/FaultyCalls.cpp).
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tarnwell::test {
+
+struct Program {
+    /// The first is the program's path.
+    std::vector<std::string> arguments;
+    /// "NAME=value", besides PATH.
+    std::vector<std::string> environment;
+    /// How many descriptors it may have open; 0 for as many as this process.
+    std::size_t descriptorLimit = 0;
+    /// Bytes of stack of each of its threads; 0 for as many as this process.
+    std::size_t stackLimit = 0;
+};
+
+struct Fault {
+    /// A name from the library's table.
+    std::string kind;
+    /// The first call of that kind to fail, from 1 on, and how many do; 0 for all from there on.
+    long call = 1;
+    long count = 1;
+    /// 0: it moves as few bytes as it may.
+    int error = 0;
+
+    std::string text() const;
+};
+
+struct FaultyOutcome {
+    /// 128 and the signal for a program that a signal ended, SIGKILL for one that had to be stopped.
+    int exitCode = -1;
+    std::string output;
+    std::string error;
+    /// What the library reports: calls by kind; "failed", "descriptors" and "devices".
+    std::map<std::string, long> report;
+
+    long count(const std::string& name) const;
+};
+
+/// Why programs cannot be run this way here; empty when they can.
+std::string whyNotFaulty();
+
+/// Runs the program to its end. Safe from any thread.
+FaultyOutcome runWithFault(const Program& program, const std::optional<Fault>& fault);
+
+/// Whether the long form of tests was asked for, by TARNWELL_THOROUGH=1 in the environment.
+bool isThorough();
+
+/// A program and what must hold whatever fails in it.
+struct FaultScenario {
+    /// Makes all that the program needs in an empty folder.
+    std::function<void(const std::filesystem::path& world)> prepare;
+    std::function<Program(const std::filesystem::path& world)> program;
+    /// What of an output does not change from run to run.
+    std::function<std::string(std::string)> essence = [](std::string output) { return output; };
+    /// What is wrong with the world or the outcome after a run that ended with 0 or 1; empty when nothing is.
+    std::function<std::string(const std::filesystem::path& world, const FaultyOutcome& outcome,
+                              const FaultyOutcome& undisturbed, const Fault& fault)>
+        complaint;
+    /// Where the worlds are made; in memory, as far as there is a place for that, when empty.
+    std::filesystem::path place = {};
+    /// Whether each run needs a world of its own.
+    bool changesWorld = true;
+    /// Whether a library below may end the process when it gets no memory.
+    bool mayEndWithoutMemory = false;
+    /// Whether a library below may give up a call that was interrupted.
+    bool mayGiveUpInterrupted = false;
+    /// Whether nothing may stand on standard output when the exit code is 1.
+    bool failsSilently = true;
+};
+
+/// Runs the program undisturbed, then with each of its calls failing, one after the other, with several
+/// errors each (with each error in the thorough form), then with all calls of each kind failing. Expects of
+/// every run: exit code 0 or 1, never a signal; no descriptor left open, no device opened; a call that is
+/// interrupted or that moves few bytes changes nothing; and what the scenario expects.
+void expectToSurviveFaults(const FaultScenario& scenario);
+
+} // namespace tarnwell::test

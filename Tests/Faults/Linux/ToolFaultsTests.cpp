@@ -1,0 +1,337 @@
+// The tool, while each of its system calls fails.
+
+#include "TarnwellCore/Snapshots/SnapshotStore.hpp"
+
+#include "Tests/Faults/Linux/FaultyProgram.hpp"
+#include "Tests/Support/MountedImage.hpp"
+#include "Tests/Support/RandomTree.hpp"
+#include "Tests/Support/SampleSnapshots.hpp"
+#include "Tests/Support/TemporaryFolder.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <rapidjson/document.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <string>
+
+namespace fs = std::filesystem;
+
+namespace tarnwell {
+namespace {
+
+using test::Fault;
+using test::FaultScenario;
+using test::FaultyOutcome;
+using test::Program;
+
+/// Two stored snapshots, of which the second is larger.
+constexpr const char* olderID = "11111111-1111-4111-8111-111111111111";
+constexpr const char* newerID = "22222222-2222-4222-8222-222222222222";
+
+void write(const fs::path& file, std::string_view text) {
+    fs::create_directories(file.parent_path());
+    std::ofstream(file, std::ios::binary) << text;
+}
+
+/// Some of everything, in `world`/tree.
+void makeTree(const fs::path& world) {
+    const fs::path tree = world / "tree";
+    write(tree / "notes.txt", std::string(5'000, 'n'));
+    write(tree / "photo.JPG", std::string(20'000, 'p'));
+    write(tree / "Tool.app/Contents/binary", std::string(9'000, 'b'));
+    fs::create_symlink("nowhere", tree / "link");
+    fs::create_hard_link(tree / "notes.txt", tree / "second name");
+    ::mkfifo((tree / "pipe").c_str(), 0644);
+    fs::path level = tree;
+    for (int depth = 0; depth < 9; ++depth) {
+        level /= "level " + std::to_string(depth);
+        write(level / "file", std::string(static_cast<std::size_t>(depth) * 100, 'd'));
+        fs::create_directory(level / "sibling");
+    }
+}
+
+void makeSmallTree(const fs::path& world) {
+    write(world / "tree/one", std::string(9'000, '1'));
+    write(world / "tree/folder/two", std::string(200'000, '2'));
+    write(world / "tree/folder/three", std::string(7'000, '3'));
+    ::mkfifo((world / "tree/folder/pipe").c_str(), 0644);
+    const int folder = ::open(world.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ::syncfs(folder); // only then do files have extents
+    ::close(folder);
+}
+
+fs::path storeOf(const fs::path& world) {
+    return world / "data/Tarnwell/Snapshots";
+}
+
+void makeStore(const fs::path& world) {
+    SnapshotStore store(storeOf(world));
+    for (const char* id : {olderID, newerID}) {
+        ScanSnapshot snapshot = test::makeCheckableSnapshot(*UUID::parse(id), 40);
+        snapshot.createdAt = dateFromReferenceSeconds(id == olderID ? 700'000'000 : 700'100'000);
+        store.save(snapshot);
+    }
+    write(storeOf(world) / "damaged.json", "{");
+}
+
+void makeTreeAndStore(const fs::path& world) {
+    makeTree(world);
+    makeStore(world);
+}
+
+Program tool(const fs::path& world, std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), TARNWELL_TOOL);
+    return {.arguments = std::move(arguments),
+            .environment = {"HOME=" + world.string(), "XDG_DATA_HOME=" + (world / "data").string()}};
+}
+
+std::map<std::string, std::string> filesIn(const fs::path& folder) {
+    std::map<std::string, std::string> files;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder))
+        files[entry.path().filename()] = test::readFile(entry.path());
+    return files;
+}
+
+/// Snapshots as they were; what else there is in the store.
+struct StoreState {
+    bool areOldOnesWhole = false;
+    std::vector<std::string> others;
+
+    explicit StoreState(const fs::path& world) {
+        static const std::map<std::string, std::string> original = [] {
+            const test::TemporaryFolder folder;
+            makeStore(folder.path());
+            return filesIn(storeOf(folder.path()));
+        }();
+        std::map<std::string, std::string> files = filesIn(storeOf(world));
+        areOldOnesWhole = std::ranges::all_of(original, [&](const auto& file) {
+            const auto found = files.find(file.first);
+            return found != files.end() && found->second == file.second;
+        });
+        for (const auto& [name, contents] : files)
+            if (!original.contains(name))
+                others.push_back(name);
+    }
+};
+
+std::string withoutIdentities(const std::string& text) {
+    static const std::regex uuid("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}");
+    static const std::regex world("[^\" \n]*/(original|world[0-9]+)/");
+    static const std::regex date("20[0-9-]{8}T[0-9:]{8}Z");
+    return std::regex_replace(std::regex_replace(std::regex_replace(text, uuid, "UUID"), world, "WORLD/"),
+                              date, "DATE");
+}
+
+/// The sizes in a listing by path; nothing for one that is not whole.
+std::optional<std::map<std::string, std::int64_t>> sizesIn(const std::string& json) {
+    rapidjson::Document document;
+    document.Parse(json.c_str());
+    if (document.HasParseError() || !document.IsObject() || !document.HasMember("totalSize"))
+        return std::nullopt;
+    std::map<std::string, std::int64_t> sizes{{"", document["totalSize"].GetInt64()}};
+    std::vector<const rapidjson::Value*> pending{&document};
+    while (!pending.empty()) {
+        const rapidjson::Value& parent = *pending.back();
+        pending.pop_back();
+        if (!parent.HasMember("children"))
+            continue;
+        for (const rapidjson::Value& child : parent["children"].GetArray()) {
+            sizes[child["path"].GetString()] = child["size"].GetInt64();
+            pending.push_back(&child);
+        }
+    }
+    return sizes;
+}
+
+/// A listing may lack what could not be read; what it has is no more than there is.
+std::string listingComplaint(const fs::path&, const FaultyOutcome& outcome, const FaultyOutcome& undisturbed,
+                             const Fault&) {
+    if (outcome.exitCode != 0)
+        return {};
+    const auto sizes = sizesIn(outcome.output);
+    const auto all = sizesIn(undisturbed.output);
+    if (!sizes || !all)
+        return "the listing is not whole";
+    for (const auto& [path, size] : *sizes) {
+        const auto real = all->find(path);
+        if (real == all->end())
+            return "lists what is not there: " + path;
+        // Which of two links carries the bytes depends on which could be read.
+        const bool mayCarryLink = path.ends_with("second name") || path.ends_with("notes.txt");
+        if (size > real->second && !mayCarryLink)
+            return "lists more than there is: " + path;
+    }
+    return {};
+}
+
+/// Whatever happens, the snapshots that were there stay whole, and nothing is left behind.
+std::string readingComplaint(const fs::path& world, const FaultyOutcome&, const FaultyOutcome&,
+                             const Fault&) {
+    const StoreState state(world);
+    if (!state.areOldOnesWhole)
+        return "a stored snapshot was lost or changed";
+    return state.others.empty() ? "" : "left behind: " + state.others.front();
+}
+
+std::string savingComplaint(const fs::path& world, const FaultyOutcome& outcome, const FaultyOutcome&,
+                            const Fault& fault) {
+    const StoreState state(world);
+    if (!state.areOldOnesWhole)
+        return "a stored snapshot was lost or changed";
+    const bool mayBeLeft = fault.count == 0 && fault.kind == "unlink";
+    // Memory may run out when the snapshot is stored and the answer is made.
+    const bool mayBeStored = outcome.exitCode == 0 || fault.kind == "memory";
+    if ((state.others.size() > (mayBeStored ? 1u : 0u) && !mayBeLeft) ||
+        (outcome.exitCode == 0 && state.others.empty()))
+        return std::to_string(state.others.size()) +
+               " files more than before: " + (state.others.empty() ? "" : state.others.front());
+    if (state.others.empty() || mayBeLeft)
+        return {};
+    if (outcome.exitCode == 0 && outcome.output.find(state.others.front().substr(0, 36)) == std::string::npos)
+        return "stored " + state.others.front();
+    const std::vector<ScanSnapshot> listed = SnapshotStore(storeOf(world)).list();
+    return listed.size() == 3 && listed.front().totalFiles <= 20 ? "" : "the new snapshot is not whole";
+}
+
+class ToolFaults : public testing::Test {
+protected:
+    void SetUp() override {
+        static const std::string reason = test::whyNotFaulty();
+        if (!reason.empty())
+            GTEST_SKIP() << reason;
+    }
+};
+
+TEST_F(ToolFaults, Scan) {
+    test::expectToSurviveFaults({
+        .prepare = makeTree,
+        .program =
+            [](const fs::path& world) {
+                return tool(world, {"scan", world / "tree", "--json", "--depth=99"});
+            },
+        .complaint = listingComplaint,
+        .changesWorld = false,
+    });
+}
+
+TEST_F(ToolFaults, ScanThatReopensFolders) {
+    // So few descriptors that hardly a folder keeps its own.
+    test::expectToSurviveFaults({
+        .prepare = makeTree,
+        .program =
+            [](const fs::path& world) {
+                Program program = tool(world, {"scan", world / "tree", "--json", "--depth=99"});
+                program.descriptorLimit = 12;
+                return program;
+            },
+        .complaint = listingComplaint,
+        .changesWorld = false,
+    });
+}
+
+TEST_F(ToolFaults, ScanWhereExtentsAreShared) {
+    const auto image = test::MountedImage::make({.type = "btrfs"});
+    if (!image)
+        GTEST_SKIP() << image.error();
+    test::expectToSurviveFaults({
+        .prepare = makeSmallTree,
+        .program = [](const fs::path& world) { return tool(world, {"scan", world / "tree", "--json"}); },
+        .complaint = listingComplaint,
+        .place = (*image)->path(),
+        .changesWorld = false,
+    });
+}
+
+TEST_F(ToolFaults, FewDescriptorsChangeNothing) {
+    const test::TemporaryFolder world;
+    makeTree(world.path());
+    test::makeRandomTree(world.makeFolder("tree/random"), 400, 9);
+    Program program = tool(world.path(), {"scan", world / "tree", "--json", "--depth=99"});
+    const FaultyOutcome whole = test::runWithFault(program, std::nullopt);
+    ASSERT_EQ(whole.exitCode, 0) << whole.error;
+    for (const std::size_t limit : {20, 15, 12, 10}) {
+        program.descriptorLimit = limit;
+        const FaultyOutcome outcome = test::runWithFault(program, std::nullopt);
+        EXPECT_EQ(outcome.exitCode, 0) << limit << ": " << outcome.error;
+        EXPECT_TRUE(outcome.output == whole.output) << limit;
+    }
+}
+
+TEST_F(ToolFaults, SnapshotSave) {
+    test::expectToSurviveFaults({
+        .prepare = makeTreeAndStore,
+        .program = [](const fs::path& world) { return tool(world, {"snapshot", "save", world / "tree"}); },
+        .essence = withoutIdentities,
+        .complaint = savingComplaint,
+    });
+}
+
+TEST_F(ToolFaults, SnapshotSaveIntoAStoreThatIsNotThere) {
+    test::expectToSurviveFaults({
+        .prepare = makeTree,
+        .program = [](const fs::path& world) { return tool(world, {"snapshot", "save", world / "tree"}); },
+        .essence = withoutIdentities,
+        .complaint = [](const fs::path& world, const FaultyOutcome& outcome, const FaultyOutcome&,
+                        const Fault& fault) -> std::string {
+            std::size_t files = 0;
+            std::error_code none;
+            for (const fs::directory_entry& entry : fs::recursive_directory_iterator(world / "data", none))
+                files += entry.is_directory() ? 0 : 1;
+            if (fault.count == 0 && fault.kind == "unlink")
+                return {};
+            const bool isRight =
+                outcome.exitCode == 0 ? files == 1 : files == 0 || (files == 1 && fault.kind == "memory");
+            return isRight ? "" : std::to_string(files) + " files";
+        },
+    });
+}
+
+TEST_F(ToolFaults, SnapshotList) {
+    test::expectToSurviveFaults({
+        .prepare = makeStore,
+        .program = [](const fs::path& world) { return tool(world, {"snapshot", "list"}); },
+        .complaint = [](const fs::path& world, const FaultyOutcome& outcome, const FaultyOutcome& undisturbed,
+                        const Fault& fault) -> std::string {
+            const std::size_t middle = undisturbed.output.find('\n') + 1;
+            const std::string whole = undisturbed.output;
+            const std::string& seen = outcome.output;
+            // What cannot be read is passed over.
+            const bool isPart = seen == whole || seen == whole.substr(0, middle) ||
+                                seen == whole.substr(middle) || seen == "No snapshots.\n";
+            if (outcome.exitCode == 0 && !isPart)
+                return "lists something else";
+            return readingComplaint(world, outcome, undisturbed, fault);
+        },
+        .changesWorld = false,
+        .mayEndWithoutMemory = true, // the iterator over folders
+    });
+}
+
+TEST_F(ToolFaults, SnapshotDiff) {
+    test::expectToSurviveFaults({
+        .prepare = makeStore,
+        .program =
+            [](const fs::path& world) {
+                return tool(world, {"snapshot", "diff", olderID, newerID, "--json"});
+            },
+        .complaint = [](const fs::path& world, const FaultyOutcome& outcome, const FaultyOutcome& undisturbed,
+                        const Fault& fault) -> std::string {
+            if (outcome.exitCode == 0 && outcome.output != undisturbed.output)
+                return "shows another difference";
+            return readingComplaint(world, outcome, undisturbed, fault);
+        },
+        .changesWorld = false,
+        .mayEndWithoutMemory = true, // the iterator over folders
+    });
+}
+
+} // namespace
+} // namespace tarnwell

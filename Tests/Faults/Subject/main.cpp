@@ -1,0 +1,96 @@
+// What the tool does not do itself, as a program: settings, other programs, the Trash, measuring, deleting. Prints
+// what came of it; the exit code is 1 where something failed.
+
+#include "TarnwellCore/Actions/TrashService.hpp"
+#include "TarnwellCore/Analysis/Shell.hpp"
+#include "TarnwellCore/Platform/UserDefaults.hpp"
+#include "TarnwellCore/Scanning/DiskScanner.hpp"
+#include "TarnwellCore/Snapshots/SnapshotStore.hpp"
+
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+namespace tarnwell {
+namespace {
+
+using Words = std::vector<std::string>;
+
+int set(const Words& words) {
+    const auto defaults = UserDefaults::suite("com.tarnwell");
+    defaults->set(words.at(0), words.at(1));
+    const bool isStored = defaults->synchronize();
+    std::puts(isStored ? "stored" : "kept");
+    return isStored ? 0 : 1;
+}
+
+int get(const Words& words) {
+    const auto value = UserDefaults::suite("com.tarnwell")->string(words.at(0));
+    std::puts(value ? value->c_str() : "none");
+    return value ? 0 : 1;
+}
+
+int trash(const Words& words) {
+    const std::vector<std::filesystem::path> items(words.begin(), words.end());
+    int exitCode = 0;
+    for (const TrashOutcome& outcome : TrashService(std::getenv("HOME")).moveToTrash(items).get()) {
+        std::printf("%s %s\n", outcome.succeeded() ? "moved" : "failed", outcome.source.c_str());
+        exitCode |= outcome.succeeded() ? 0 : 1;
+    }
+    return exitCode;
+}
+
+void show(const std::optional<CommandResult>& result) {
+    if (!result)
+        std::puts("not started");
+    else
+        std::printf("%d [%s] [%s]\n", result->exitCode, result->standardOutput.c_str(),
+                    result->standardError.c_str());
+}
+
+int shell(const Words& words) {
+    show(Shell::run("/bin/sh", words, 20));
+    show(Shell::runAsync("/bin/sh", words, 20, 1).get());
+    return 0;
+}
+
+int measure(const Words& words) {
+    const DirectoryMeasurement measurement = DiskScanner().measure(words.at(0)).get();
+    std::printf("%d %lld %lld %lld\n", measurement.isMissing ? 1 : 0,
+                static_cast<long long>(measurement.logicalSize),
+                static_cast<long long>(measurement.fileCount),
+                static_cast<long long>(measurement.directoryCount));
+    return 0;
+}
+
+int remove(const Words& words) {
+    SnapshotStore().deleteSnapshot(UUID::parse(words.at(0)).value());
+    return 0;
+}
+
+int run(const std::string& command, const Words& words) {
+    if (command == "set")
+        return set(words);
+    if (command == "get")
+        return get(words);
+    if (command == "trash")
+        return trash(words);
+    if (command == "shell")
+        return shell(words);
+    if (command == "measure")
+        return measure(words);
+    return remove(words);
+}
+
+} // namespace
+} // namespace tarnwell
+
+int main(int count, char** values) {
+    try {
+        return tarnwell::run(values[1], {values + 2, values + count});
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 1;
+    }
+}
