@@ -1,0 +1,147 @@
+// Scans of trees that another process keeps changing: seconds, or minutes in the thorough form.
+
+#include "TarnwellCore/Scanning/FileNode.hpp"
+#include "TarnwellCore/Scanning/ScanEngine.hpp"
+
+#include "Tests/Faults/Linux/FaultyProgram.hpp"
+#include "Tests/Support/MountedImage.hpp"
+#include "Tests/Support/TemporaryFolder.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <string>
+
+namespace fs = std::filesystem;
+
+namespace tarnwell {
+namespace {
+
+using test::MountedImage;
+using test::TemporaryFolder;
+
+/// What no scan may find: far more than all that is there to be found.
+constexpr std::int64_t secretSize = 1'000'000'000'000;
+
+void makeSparse(const fs::path& file, std::int64_t size) {
+    const int descriptor = ::open(file.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
+    (void)!::ftruncate(descriptor, size); // of what is gone already, fails
+    ::close(descriptor);
+}
+
+/// Another process, which does the same again and again until this is gone.
+class Meanwhile {
+public:
+    explicit Meanwhile(const std::function<void(int round)>& change) : process_(::fork()) {
+        if (process_ == 0)
+            for (int round = 0;; ++round)
+                change(round);
+    }
+    ~Meanwhile() {
+        ::kill(process_, SIGKILL);
+        ::waitpid(process_, nullptr, 0);
+    }
+    Meanwhile(const Meanwhile&) = delete;
+    Meanwhile& operator=(const Meanwhile&) = delete;
+
+private:
+    pid_t process_;
+};
+
+/// Scans often, or for a minute.
+void scanAgainAndAgain(const fs::path& folder) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    for (int round = 0; test::isThorough() ? std::chrono::steady_clock::now() < end : round < 150; ++round) {
+        ScanOptions options;
+        options.workerCount = 1 + round % 4;
+        const ScanResult result = ScanEngine(folder, options).run();
+        EXPECT_LT(result.root->size, secretSize);
+        EXPECT_EQ(result.root->node("steady")->size, 1234);
+        EXPECT_EQ(result.stats.totalSize, result.root->size);
+        EXPECT_EQ(result.stats.fileCount, result.root->fileCount);
+        EXPECT_EQ(result.stats.directoryCount, result.root->directoryCount);
+        if (testing::Test::HasFailure())
+            return;
+    }
+}
+
+TEST(ChangingTrees, LinksPlantedInPlaceOfFoldersLeadNowhere) {
+    // At every level of a deep tree a folder and a link to the tree of secrets, made alike, change places.
+    constexpr int depth = 30;
+    const TemporaryFolder outside;
+    const TemporaryFolder folder;
+    folder.makeFile("steady/file", 1234);
+    fs::path inner = folder.path();
+    fs::path secret = outside.path();
+    for (int level = 0; level < depth; ++level) {
+        inner /= "folder";
+        secret /= "folder";
+        fs::create_directories(inner);
+        fs::create_directories(secret);
+        (void)folder.makeFile((inner.lexically_relative(folder.path()) / "file").string(), 10);
+        makeSparse(secret / "secret", secretSize);
+        fs::create_symlink(secret, inner.parent_path() / "link");
+    }
+    const Meanwhile swaps([&](int round) {
+        fs::path parent = folder.path();
+        for (int level = 0; level < round * 7 % depth; ++level)
+            parent /= "folder";
+        const fs::path one = parent / "folder";
+        const fs::path other = parent / "link";
+        (void)::renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE);
+        (void)::renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE);
+    });
+    scanAgainAndAgain(folder.path());
+}
+
+TEST(ChangingTrees, EverythingChangesTypeVanishesAndComesBack) {
+    const bool mayMount = MountedImage::make({.type = "tmpfs", .size = 10'000'000}).has_value();
+    const TemporaryFolder outside;
+    makeSparse(outside / "secret", secretSize);
+    const TemporaryFolder folder;
+    folder.makeFile("steady/file", 1234);
+    folder.makeFile("busy/keeps/file", 10);
+    const Meanwhile changes([&](int round) {
+        const fs::path place = folder / "busy" / std::to_string(round % 5);
+        std::error_code ignored;
+        if (::umount2(place.c_str(), MNT_DETACH) != 0)
+            fs::remove_all(place, ignored);
+        switch (round * 7 % 6) {
+        case 0:
+            ::mkfifo(place.c_str(), 0644);
+            break;
+        case 1:
+            fs::create_symlink(outside.path(), place, ignored);
+            break;
+        case 2:
+            makeSparse(place, 100);
+            break;
+        case 3:
+            fs::create_directories(place, ignored);
+            if (mayMount && ::mount("tarnwell-test", place.c_str(), "tmpfs", 0, nullptr) == 0)
+                makeSparse(place / "secret", secretSize);
+            break;
+        default:
+            fs::create_directories(place / "a" / "b" / "c", ignored);
+            makeSparse(place / "a" / "b" / "file", 100);
+            fs::rename(place / "a", folder / "busy" / "moved", ignored);
+            break;
+        }
+    });
+    scanAgainAndAgain(folder.path());
+    for (int place = 0; place < 5; ++place)
+        ::umount2((folder / "busy" / std::to_string(place)).c_str(), MNT_DETACH);
+}
+
+} // namespace
+} // namespace tarnwell
