@@ -150,14 +150,14 @@ int FolderHandle::open(const DirectoryCalls& calls, const std::int32_t* device) 
     if (parent_ == nullptr)
         return ::fcntl(descriptor_, F_DUPFD_CLOEXEC, 0);
 
-    std::vector<const FolderHandle*> way{this};
     FolderHandle* start = parent_;
-    for (; !start->pin(); start = start->parent_) // ends at the root
-        way.push_back(start);
     int folder = -1;
-    if (start == parent_) {
+    if (start->pin()) {
         folder = calls.openFolder(start->descriptor_, name_.c_str(), device);
     } else {
+        std::vector<const FolderHandle*> way{this};
+        for (; !start->pin(); start = start->parent_) // ends at the root
+            way.push_back(start);
         std::string relativePath;
         for (auto step = way.rbegin(); step != way.rend(); ++step) {
             if (!relativePath.empty())

@@ -2,6 +2,7 @@
 #include "TarnwellCore/Scanning/NodeArena.hpp"
 #include "TarnwellCore/Scanning/TreeAggregation.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -24,7 +25,7 @@ public:
     explicit LinkedTree(std::mt19937& random) : random_(random) {
         root_ = arena_->makeNode(nullptr, "/root", true, {});
         folders_.push_back(root_);
-        places_.push_back(FolderRef::root("/root"));
+        places_.push_back(FolderRef::root(::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC), "/root"));
         for (int index = 0; index < 60; ++index) {
             const std::size_t parent = random() % folders_.size();
             const std::string_view name = names[random() % names.size()];
