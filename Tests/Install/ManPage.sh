@@ -1,10 +1,13 @@
 #!/usr/bin/env bash
-# The man page renders without a warning, under both names.
+# The man page renders without a warning, under both names, and its examples come out as they are typed.
 . "${BASH_SOURCE[0]%/*}/support.sh"
 has mandoc || has groff || skip "neither mandoc nor groff is installed"
 
 cd "$PREFIX/share/man" || exit 1
-# page RENDERER NAME COMMAND...
+# mdoc sets words that are a comma or a period close to the word before.
+examples=$(sed -n 's/^\(\.Dl \)\{0,1\}\(\$ \)/\2/p' man1/tarnwell.1)
+expect_match "examples of the source" "$examples" '*$ tarnwell scan *$ tarnwell snapshot diff *'
+# check_page WHAT COMMAND...
 check_page() {
     local what=$1 page
     shift
@@ -13,17 +16,18 @@ check_page() {
     for section in NAME SYNOPSIS "SIZE MODES" FILES "EXIT STATUS" EXAMPLES; do
         printf '%s\n' "$page" | grep -qx "$section" || fail "$what shows no section $section"
     done
+    expect "examples of $what" "$(printf '%s\n' "$page" | sed -n 's/^ *\(\$ \)/\1/p')" "$examples"
 }
 for name in tarnwell tarnwell-cli; do
     if has mandoc; then
         # Below a warning is advice, such as on pages that are not installed.
         expect "mandoc -T lint $name" "$(mandoc -T lint -W warning "man1/$name.1" 2>&1)" ""
-        check_page "mandoc $name" mandoc -T utf8 "man1/$name.1"
+        check_page "mandoc $name" mandoc -T utf8 -O width=120 "man1/$name.1"
     else
         note "mandoc is not installed"
     fi
     if has groff; then
-        check_page "groff $name" groff -ww -mdoc -T utf8 "man1/$name.1"
+        check_page "groff $name" groff -ww -mdoc -rLL=120n -T utf8 "man1/$name.1"
     else
         note "groff is not installed"
     fi
