@@ -46,7 +46,7 @@ if(TARNWELL_LTO AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
 endif()
 foreach(library IN ITEMS TarnwellCore TarnwellCLIKit)
   install(DIRECTORY "${library}" DESTINATION "${TARNWELL_INSTALL_INCLUDEDIR}" COMPONENT development
-    FILES_MATCHING PATTERN "*.hpp" PATTERN Linux EXCLUDE PATTERN Darwin EXCLUDE)
+    FILES_MATCHING PATTERN "*.hpp" REGEX "/Platform/[^/.]+$" EXCLUDE) # folders of one system
 endforeach()
 
 install(EXPORT TarnwellTargets NAMESPACE Tarnwell:: DESTINATION "${TARNWELL_INSTALL_CMAKEDIR}" COMPONENT development)

@@ -67,7 +67,7 @@ listing() {
 
 # The public headers below a folder of the checkout or of an installation.
 headers() {
-    (cd "$1" && find TarnwellCore TarnwellCLIKit -name '*.hpp' ! -path '*/Linux/*' ! -path '*/Darwin/*' | sort)
+    (cd "$1" && find TarnwellCore TarnwellCLIKit -name '*.hpp' ! -path '*/Platform/*/*' | sort)
 }
 
 can_change_root() {
