@@ -24,7 +24,7 @@ struct DirectoryRule {
     bool operator==(const DirectoryRule&) const = default;
 };
 
-/// The 22 entries. A broad one (all user caches) may hold folders of narrower ones: those may be cleared
+/// The entries. A broad one (all user caches) may hold folders of narrower ones: those may be cleared
 /// without a second look, the broad one may not.
 const std::vector<DirectoryRule>& directoryRules();
 

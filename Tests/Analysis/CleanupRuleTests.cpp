@@ -158,7 +158,7 @@ TEST(CleanupRuleCoding, OneBadRuleDoesNotLoseTheOthers) {
         R"({"id":"i","name":"n","isEnabled":1})",
         R"({"id":"i","name":"n","locationPrefix":[]})",
         R"({"id":"i","name":"n","categories":3})",
-        R"({"id":"i","name":"n","categories":[20]})",
+        R"({"id":"i","name":"n","categories":[200]})",
         R"({"id":"i","name":"n","categories":[-1]})",
         R"({"id":"i","name":"n","categories":["video"]})",
         R"({"id":"i","name":"n","extensions":[null]})",

@@ -59,6 +59,7 @@ TEST(SpaceSaverKind, NamesReadBack) {
     for (std::size_t index = 0; index < spaceSaverKindCount; ++index) {
         const auto kind = static_cast<SpaceSaverKind>(index);
         names.insert(rawValue(kind));
+        EXPECT_NE(rawValue(kind), "") << index;
         EXPECT_EQ(spaceSaverKindFromRawValue(rawValue(kind)), kind);
     }
     EXPECT_EQ(names.size(), spaceSaverKindCount);
