@@ -29,6 +29,8 @@ static_assert(FSOPT_ATTR_CMN_EXTENDED == 0x20 && ATTR_BIT_MAP_COUNT == 5);
 static_assert(ENOTSUP == 45 && EINVAL == 22);
 static_assert(mayShareBlocksFlag == EF_MAY_SHARE_BLOCKS && sharesAllBlocksFlag == EF_SHARES_ALL_BLOCKS);
 static_assert(hiddenFileFlag == UF_HIDDEN && datalessFileFlag == SF_DATALESS);
+// The flags word is the kernel's own here; what Linux notes in it is a bit that this system keeps unassigned.
+static_assert((automountFileFlag & (UF_SETTABLE | SF_SETTABLE | SF_DATALESS)) == 0);
 
 long readPackedRecords(int folder, std::byte* buffer, std::size_t size) {
     attrlist request = {};
