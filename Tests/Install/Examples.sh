@@ -15,8 +15,9 @@ expect_match "treemap-svg" "$(build/treemap-svg sample 2>&1)" '<svg *file</text>
 
 if has pkg-config; then
     export PKG_CONFIG_PATH="$PREFIX/$LIBDIR/pkgconfig"
-    # shellcheck disable=SC2046
-    must "$CXX" -std=c++23 examples/LargestFiles.cpp -o largest-files $(pkg-config --cflags --libs tarnwell)
+    eval "flags=($(pkg-config --cflags --libs tarnwell))" # written for a shell, blanks in paths escaped
+    # shellcheck disable=SC2154
+    must "$CXX" -std=c++23 examples/LargestFiles.cpp -o largest-files "${flags[@]}"
     expect "largest-files by hand" "$(./largest-files sample 2>&1)" "$expected"
 else
     note "building by hand needs pkg-config"

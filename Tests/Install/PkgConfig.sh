@@ -7,9 +7,10 @@ has pkg-config || skip "pkg-config is not installed"
 cp -R "$PREFIX" moved
 export PKG_CONFIG_PATH="$WORK/moved/$LIBDIR/pkgconfig"
 expect version "$(pkg-config --modversion tarnwell)" "$VERSION"
-flags=$(pkg-config --cflags --libs tarnwell) || fail "pkg-config does not know tarnwell"
-# shellcheck disable=SC2086
-must "$CXX" -std=c++23 "$SOURCE/Tests/Install/Outside/main.cpp" -o outside $flags
+words=$(pkg-config --cflags --libs tarnwell) || fail "pkg-config does not know tarnwell"
+eval "flags=($words)" # it writes them for a shell, blanks in paths escaped
+# shellcheck disable=SC2154
+must "$CXX" -std=c++23 "$SOURCE/Tests/Install/Outside/main.cpp" -o outside "${flags[@]}"
 
 mkdir -p sample/folder
 expect_match "program output" "$(./outside "$WORK/sample" 2>&1)" "folder: 1 child*total"

@@ -7,6 +7,7 @@ store_snapshots
 newest=${stored%%$'\n'*}
 make_folders
 mkdir -p folders/-dash
+ln -s "$PREFIX/bin" bin # a path without blanks
 cd folders || exit 1
 
 flags="--csv --depth --help --json --size-mode --top -h"
@@ -26,7 +27,7 @@ cases=(
     'tarnwell snapshot save two<tab>' 'snapshot save two\ \ words/'
     'tarnwell snapshot diff <all>' "snapshot diff latest previous $stored"
     'tarnwell-cli snapshot diff LA<tab>PREV<tab>' 'snapshot diff latest previous'
-    "$PREFIX/bin/tarnwell snapshot diff $(printf '%.9s' "$newest" | tr '[:upper:]' '[:lower:]')<tab>" "snapshot diff $newest"
+    "../bin/tarnwell snapshot diff $(printf '%.9s' "$newest" | tr '[:upper:]' '[:lower:]')<tab>" "snapshot diff $newest"
 )
 lines=()
 for ((index = 0; index < ${#cases[@]}; index += 2)); do

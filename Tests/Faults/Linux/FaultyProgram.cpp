@@ -35,6 +35,17 @@ constexpr int reportNumber = 3;
 constexpr int secondsToLive = 120;
 constexpr std::size_t largestMemory = std::size_t{2} << 30;
 
+/// The library of failing calls by a path that the loader can take: it parts its list at blanks and colons.
+std::string faultyCalls() {
+    const std::string library = TARNWELL_FAULTY_CALLS;
+    if (library.find_first_of(" :") == std::string::npos)
+        return library;
+    static const TemporaryFolder folder;
+    const fs::path link = folder / "calls.so";
+    fs::create_symlink(library, link);
+    return link;
+}
+
 /// The sanitizer runtimes that this process uses must come first in every list of libraries.
 std::string preloadedLibraries() {
     std::string libraries;
@@ -50,7 +61,7 @@ std::string preloadedLibraries() {
         if (isRuntime && seen.insert(path).second)
             libraries += path + ":";
     }
-    return libraries + TARNWELL_FAULTY_CALLS;
+    return libraries + faultyCalls();
 }
 
 const std::string& librariesToPreload() {
@@ -59,7 +70,8 @@ const std::string& librariesToPreload() {
 }
 
 bool isSanitized() {
-    return librariesToPreload() != TARNWELL_FAULTY_CALLS;
+    static const bool isAlone = librariesToPreload().find("san.so") == std::string::npos;
+    return !isAlone;
 }
 
 /// A file without a name.
