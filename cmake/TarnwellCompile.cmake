@@ -51,6 +51,10 @@ if(TARNWELL_SANITIZE)
   if(TARNWELL_SANITIZE MATCHES "undefined")
     target_compile_options(tarnwell_compile_settings INTERFACE -fno-sanitize-recover=undefined)
   endif()
+  if(TARNWELL_SANITIZE MATCHES "integer") # clang only
+    target_compile_options(tarnwell_compile_settings INTERFACE -fno-sanitize-recover=all
+      "-fsanitize-ignorelist=${PROJECT_SOURCE_DIR}/cmake/sanitizer-ignored.txt")
+  endif()
 endif()
 
 # A fuzz target steers by what its inputs reach in the library, so the library counts that too.
