@@ -166,8 +166,7 @@ private:
         if (floor < 1 || item.path.empty())
             return false;
         const std::size_t slash = item.path.rfind('/');
-        const Item* const parent =
-            items_.find(item.path.substr(0, slash == std::string_view::npos ? 0 : slash));
+        const Item* const parent = items_.find(item.path.substr(0, slash == item.path.npos ? 0 : slash));
         return parent && parent->before && parent->after &&
                parent->before->fileCount == parent->after->fileCount;
     }
@@ -183,7 +182,7 @@ private:
             return other && other->isKept && (other->delta >= 1) == (item.delta >= 1) &&
                    static_cast<double>(magnitude(other->delta)) >= leastMagnitude;
         };
-        for (std::size_t end = item.path.rfind('/'); end != std::string_view::npos && end > 0;
+        for (std::size_t end = item.path.rfind('/'); end != item.path.npos && end > 0;
              end = item.path.rfind('/', end - 1))
             if (isToldBy(item.path.substr(0, end)))
                 return true;
