@@ -55,6 +55,10 @@ if(TARNWELL_SANITIZE)
     # What the sanitizers put in hides from GCC that a std::optional without a value is not destroyed.
     target_compile_options(tarnwell_compile_settings INTERFACE -Wno-maybe-uninitialized)
   endif()
+  if(TARNWELL_SANITIZE MATCHES "integer") # clang only
+    target_compile_options(tarnwell_compile_settings INTERFACE -fno-sanitize-recover=all
+      "-fsanitize-ignorelist=${PROJECT_SOURCE_DIR}/cmake/sanitizer-ignored.txt")
+  endif()
 endif()
 
 # A fuzz target steers by what its inputs reach in the library, so the library counts that too.

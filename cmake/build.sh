@@ -1,6 +1,7 @@
 # shellcheck shell=bash
-# What `run`, `test`, .ci/run, Fuzz/run and Benchmarks/compare share: messages, one build at a time, and a build
-# that is silent when there is nothing to do. Needs `root`, the checkout's full path. Writes to standard error only.
+# What `run`, `test`, .ci/run, cmake/lint, Fuzz/run and Benchmarks/compare share: messages, one build at a time, and
+# a build that is silent when there is nothing to do. Needs `root`, the checkout's full path. Writes to standard
+# error only.
 
 : "${root:?}"
 

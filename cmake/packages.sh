@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# The packages that building, testing, fuzzing and measuring need, for every system, and how they are installed.
-# Sourced by `run`, `test`, .ci/run, Fuzz/run and Benchmarks/compare, after cmake/build.sh.
+# The packages that building, testing, checking, fuzzing and measuring need, for every system, and how they are
+# installed. Sourced by `run`, `test`, .ci/run, cmake/lint, Fuzz/run and Benchmarks/compare, after cmake/build.sh.
 
 : "${root:?}"
 # A shell that is not a login shell may not know where Homebrew lives.
@@ -32,6 +32,8 @@ package_names() {
         ;;
     # llvm is for readable reports. On macOS the compiler that everyone has comes without the fuzzer.
     "debian fuzz") echo clang-19 libclang-rt-19-dev llvm-19 ;;
+    # The compiler is for the flags that everything is read with; nothing is built.
+    "debian lint") echo clang-19 clang-tidy-19 cppcheck ;;
     "debian benchmark") echo ncdu gdu libbenchmark-dev ;;
     "debian darwin-cross") echo clang-19 lld-19 llvm-19 libc++-19-dev googletest ;;
     "homebrew build") echo cmake ninja ccache rapidjson ;;

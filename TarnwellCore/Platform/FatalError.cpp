@@ -6,7 +6,8 @@
 namespace tarnwell {
 
 void fatalError(std::string_view message) noexcept {
-    std::fprintf(stderr, "tarnwell: fatal error: %.*s\n", static_cast<int>(message.size()), message.data());
+    static_cast<void>(std::fprintf(stderr, "tarnwell: fatal error: %.*s\n", static_cast<int>(message.size()),
+                                   message.data()));
     std::abort();
 }
 

@@ -224,7 +224,7 @@ JSONFileDefaults::JSONFileDefaults(fs::path file, FileCalls calls)
 JSONFileDefaults::~JSONFileDefaults() {
     try {
         synchronize();
-    } catch (...) {
+    } catch (...) { // NOLINT(bugprone-empty-catch)
         // Out of memory: the changes are lost, as those of a program that ended a moment earlier.
     }
 }

@@ -24,7 +24,7 @@ std::optional<std::string> currentFolder() {
     // The kernel's "(unreachable)/..." stands for a folder outside of this process's root.
     if (!path || *path != '/')
         return std::nullopt;
-    return path.get();
+    return std::string(path.get());
 }
 
 class FileDescriptor {

@@ -42,7 +42,7 @@ constexpr std::array<std::string_view, 25> keyTexts = {
 };
 static_assert(static_cast<std::size_t>(Key::cleanupRules) + 1 == keyTexts.size());
 
-constexpr std::array<Key, keyTexts.size()> keys = [] {
+constexpr std::array<Key, keyTexts.size()> keys = []() {
     std::array<Key, keyTexts.size()> all{};
     for (std::size_t index = 0; index < all.size(); ++index)
         all[index] = static_cast<Key>(index);

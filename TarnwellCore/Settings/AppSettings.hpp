@@ -81,7 +81,7 @@ public:
     SizeMode sizeMode() const;
     void setSizeMode(SizeMode mode);
     std::string colorModeRawValue() const;
-    void setColorModeRawValue(const std::string& text);
+    void setColorModeRawValue(const std::string& value);
     bool showLabels() const;
     void setShowLabels(bool value);
     /// A choice of what is shown; scans count hidden items regardless.
@@ -141,7 +141,7 @@ public:
 
     /// "off" unless set.
     std::string snapshotCadence() const;
-    void setSnapshotCadence(const std::string& text);
+    void setSnapshotCadence(const std::string& value);
     std::optional<std::string> snapshotScheduleRoot() const;
     void setSnapshotScheduleRoot(const std::optional<std::string>& path);
     std::optional<Date> lastScheduledSnapshotAt() const;

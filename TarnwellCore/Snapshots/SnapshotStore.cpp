@@ -58,7 +58,7 @@ std::vector<ScanSnapshot> SnapshotStore::list() const {
         for (std::size_t index = nextFile++; index < files.size(); index = nextFile++)
             found[index] = read(files[index]);
     };
-    const std::size_t processors = static_cast<std::size_t>(activeProcessorCount());
+    const auto processors = static_cast<std::size_t>(activeProcessorCount());
     runWorkers(static_cast<int>(std::min(processors, files.size())), readFiles);
 
     std::vector<ScanSnapshot> snapshots;
@@ -101,6 +101,7 @@ std::vector<fs::path> SnapshotStore::snapshotFiles() const {
     // The system's own order means nothing. This one tells snapshots of the same second apart.
     std::ranges::stable_sort(files, std::greater(), &File::modified);
     std::vector<fs::path> paths;
+    paths.reserve(files.size());
     for (File& file : files)
         paths.push_back(std::move(file.path));
     return paths;

@@ -103,7 +103,7 @@ std::optional<Date> dateFromISO8601(std::string_view text) {
         return std::nullopt;
     const sys_seconds midnight = std::chrono::sys_days(calendarDay);
     const std::int64_t time =
-        midnight.time_since_epoch().count() + hours * 3600 + minutes * 60 + seconds - *offset;
+        midnight.time_since_epoch().count() + (std::int64_t{hours} * 60 + minutes) * 60 + seconds - *offset;
     if (time < earliestSecond || time > latestSecond)
         return std::nullopt;
     return Date(Date::duration(static_cast<double>(time)));

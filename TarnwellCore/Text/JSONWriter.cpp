@@ -169,7 +169,8 @@ void JSONWriter::boolean(bool value) {
     write(value ? "true" : "false");
 }
 
-void JSONWriter::appendEscaped(std::string& text, std::string_view bytes) {
+// Once at most: what is repaired is valid.
+void JSONWriter::appendEscaped(std::string& text, std::string_view bytes) { // NOLINT(misc-no-recursion)
     if (isPlain(bytes)) [[likely]] {
         text += bytes;
         return;
@@ -195,7 +196,8 @@ void JSONWriter::appendEscaped(std::string& text, std::string_view bytes) {
     }
 }
 
-std::size_t JSONWriter::escapedLength(std::string_view bytes) {
+// Once at most, again.
+std::size_t JSONWriter::escapedLength(std::string_view bytes) { // NOLINT(misc-no-recursion)
     if (isPlain(bytes)) [[likely]]
         return bytes.size();
     if (!isValidUTF8(bytes))

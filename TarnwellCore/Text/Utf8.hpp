@@ -7,11 +7,11 @@
 
 namespace tarnwell {
 
-/// Whether all of `bytes` is well-formed UTF-8 (no overlong forms, no surrogates, nothing beyond U+10FFFF).
-bool isValidUTF8(std::string_view bytes);
+/// Whether all of `text` is well-formed UTF-8 (no overlong forms, no surrogates, nothing beyond U+10FFFF).
+bool isValidUTF8(std::string_view text);
 
 /// A copy in which each maximal ill-formed part is one U+FFFD, as Unicode recommends ("substitution of
 /// maximal subparts").
-std::string repairedUTF8(std::string_view bytes);
+std::string repairedUTF8(std::string_view text);
 
 } // namespace tarnwell

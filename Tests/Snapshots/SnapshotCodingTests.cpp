@@ -191,7 +191,7 @@ TEST(SnapshotCoding, AnythingElseIsNoSnapshot) {
 
 TEST(SnapshotCoding, DepthAndLengthDoNoHarm) {
     // Endless sources: only the bounds end them.
-    const auto endless = [](std::string start, std::string repeated) {
+    const auto endless = [](const std::string& start, const std::string& repeated) {
         return decode([=, isFirst = true](std::span<char> piece) mutable {
             if (std::exchange(isFirst, false))
                 return static_cast<std::ptrdiff_t>(start.copy(piece.data(), piece.size()));

@@ -31,7 +31,7 @@ struct PlainLayout {
     const RemovedNodes& removed;
     std::vector<TreemapItem> items = {};
 
-    void lay(std::span<const FileNode* const> children, const FileNode* parent, Rect area,
+    void lay(std::span<const FileNode* const> children, const FileNode* parent, const Rect& area,
              std::int64_t depth) {
         if (!(area.width() > 0 && area.height() > 0))
             return;

@@ -43,11 +43,9 @@ bool passesOutside(const fs::path& device) {
 std::string unescaped(const std::string& name) {
     std::string text;
     for (std::size_t position = 0; position < name.size(); ++position) {
-        unsigned byte = 0;
         if (name.compare(position, 2, "\\x") == 0 && position + 4 <= name.size() &&
             name.find_first_not_of("0123456789abcdefABCDEF", position + 2) >= position + 4) {
-            byte = static_cast<unsigned>(std::stoul(name.substr(position + 2, 2), nullptr, 16));
-            text.push_back(static_cast<char>(byte));
+            text.push_back(static_cast<char>(std::stoul(name.substr(position + 2, 2), nullptr, 16)));
             position += 3;
         } else {
             text.push_back(name[position]);

@@ -163,7 +163,7 @@ std::optional<std::string> resolvedPath(const std::vector<MountEntry>& mounts, c
     const auto resolve = [path]() -> std::optional<std::string> {
         const std::unique_ptr<char, decltype(&std::free)> text(::realpath(path.c_str(), nullptr), &std::free);
         if (text)
-            return text.get();
+            return std::string(text.get());
         return errno == ENAMETOOLONG ? std::optional(resolveLinks(path)) : std::nullopt;
     };
     static auto& limitedCalls = *new TimeLimitedCalls<std::string>; // for threads that outlive statics
