@@ -4,9 +4,12 @@
 
 : "${root:?}"
 # A shell that is not a login shell may not know where Homebrew lives.
-if ! command -v brew >/dev/null && [ -x /opt/homebrew/bin/brew ]; then
-    PATH=/opt/homebrew/bin:$PATH
-fi
+for folder in /opt/homebrew/bin /usr/local/bin; do
+    if ! command -v brew >/dev/null && [ -x "$folder/brew" ]; then
+        PATH=$folder:$PATH
+    fi
+done
+unset folder
 
 package_system() {
     if [ "$(uname -s)" = Darwin ]; then
@@ -84,6 +87,12 @@ debian_install() {
     debian_apt update && "${install[@]}"
 }
 
+homebrew_install() {
+    local install=(env NONINTERACTIVE=1 HOMEBREW_NO_AUTO_UPDATE=1 brew install --quiet "$@")
+    # Bottles that its lists name may be gone, or none be there for a system newer than they are.
+    "${install[@]}" || { brew update --quiet && "${install[@]}"; }
+}
+
 # Whether packages may be installed here without asking anyone.
 may_install() {
     case $1 in
@@ -97,7 +106,7 @@ install_packages() {
     shift
     case $system in
     debian) debian_install "$@" ;;
-    homebrew) NONINTERACTIVE=1 HOMEBREW_NO_AUTO_UPDATE=1 brew install --quiet "$@" ;;
+    homebrew) homebrew_install "$@" ;;
     esac
 }
 

@@ -94,10 +94,12 @@ std::optional<UserDefaultsValue> valueFromObject(id _Nonnull object) {
     return std::nullopt;
 }
 
-/// The system's own store; it is safe from any thread and writes on its own.
+/// The system's own store; it is safe from any thread and writes on its own, some time after a change.
 class SystemDefaults final : public UserDefaults {
 public:
-    explicit SystemDefaults(NSUserDefaults* _Nonnull defaults) : defaults_(defaults) {}
+    /// `application` is the name under which the system keeps what is stored here.
+    SystemDefaults(NSUserDefaults* _Nonnull defaults, NSString* _Nonnull application)
+        : defaults_(defaults), application_(application) {}
 
     void registerDefaults(const Values& values) override {
         UserDefaults::registerDefaults(values);
@@ -110,7 +112,12 @@ public:
         }
     }
 
-    bool synchronize() override { return true; }
+    /// A program without a run loop that ends at once would otherwise take its last changes with it.
+    bool synchronize() override {
+        @autoreleasepool {
+            return CFPreferencesAppSynchronize((__bridge CFStringRef)application_) != 0;
+        }
+    }
 
 protected:
     std::optional<UserDefaultsValue> storedValue(std::string_view key) const override {
@@ -137,23 +144,25 @@ protected:
 
 private:
     NSUserDefaults* _Nonnull const defaults_;
+    NSString* _Nonnull const application_;
 };
 
 } // namespace
 
 std::shared_ptr<UserDefaults> UserDefaults::standard() {
     @autoreleasepool {
-        static const std::shared_ptr<UserDefaults> defaults =
-            std::make_shared<SystemDefaults>(NSUserDefaults.standardUserDefaults);
+        static const std::shared_ptr<UserDefaults> defaults = std::make_shared<SystemDefaults>(
+            NSUserDefaults.standardUserDefaults, (__bridge NSString*)kCFPreferencesCurrentApplication);
         return defaults;
     }
 }
 
 std::shared_ptr<UserDefaults> UserDefaults::suite(const std::string& name) {
     @autoreleasepool {
-        // The program's own name and that of the global domain name no suite.
-        NSUserDefaults* defaults = [[NSUserDefaults alloc] initWithSuiteName:stringFromUTF8(name)];
-        return defaults != nil ? std::make_shared<SystemDefaults>(defaults) : standard();
+        NSString* text = stringFromUTF8(name);
+        // The program's own name and that of the global domain name no suite, nor do bytes that are no text.
+        NSUserDefaults* defaults = text != nil ? [[NSUserDefaults alloc] initWithSuiteName:text] : nil;
+        return defaults != nil ? std::make_shared<SystemDefaults>(defaults, text) : standard();
     }
 }
 

@@ -30,6 +30,7 @@ TEST(SystemDefaults, KeepValuesOfEveryKindUnderTheSuite) {
     for (const auto& [key, value] : values)
         writer->set(key, value);
     writer->set("odd", std::vector<std::string>{"/\xFF", "/b"});
+    EXPECT_TRUE(writer->synchronize());
     const auto reader = UserDefaults::suite(suite);
     for (const auto& [key, value] : values)
         EXPECT_EQ(reader->object(key), value) << key;
