@@ -64,16 +64,6 @@ std::string preloadedLibraries() {
     return libraries + faultyCalls();
 }
 
-const std::string& librariesToPreload() {
-    static const std::string libraries = preloadedLibraries();
-    return libraries;
-}
-
-bool isSanitized() {
-    static const bool isAlone = librariesToPreload().find("san.so") == std::string::npos;
-    return !isAlone;
-}
-
 /// A file without a name.
 class Scratch {
 public:
@@ -132,15 +122,24 @@ long FaultyOutcome::count(const std::string& name) const {
     return found == report.end() ? 0 : found->second;
 }
 
+bool isSanitized() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return true;
+#elif defined(__has_feature)
+    return __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
+#else
+    return false;
+#endif
+}
+
 bool isThorough() {
     const char* value = std::getenv("TARNWELL_THOROUGH");
     return value != nullptr && std::string_view(value) == "1";
 }
 
 FaultyOutcome runWithFault(const Program& program, const std::optional<Fault>& fault) {
-    const bool sanitizes = isSanitized();
-    std::vector<std::string> environment{"LD_PRELOAD=" + librariesToPreload(),
-                                         "PATH=/usr/sbin:/usr/bin:/sbin:/bin",
+    static const std::string libraries = preloadedLibraries();
+    std::vector<std::string> environment{"LD_PRELOAD=" + libraries, "PATH=/usr/sbin:/usr/bin:/sbin:/bin",
                                          "TARNWELL_FAULT_REPORT=" + std::to_string(reportNumber)};
     for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"})
         if (const char* value = std::getenv(name))
@@ -167,8 +166,7 @@ FaultyOutcome runWithFault(const Program& program, const std::optional<Fault>& f
         ::dup2(lifted, reportNumber);
         limit(RLIMIT_NOFILE, program.descriptorLimit);
         limit(RLIMIT_STACK, program.stackLimit);
-        if (!sanitizes) // sanitizers take terabytes of addresses
-            limit(RLIMIT_AS, largestMemory);
+        limit(RLIMIT_AS, isSanitized() ? 0 : largestMemory); // sanitizers take terabytes of addresses
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         const rlimit noCore = {0, 0};
         ::setrlimit(RLIMIT_CORE, &noCore);

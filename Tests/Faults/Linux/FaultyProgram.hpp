@@ -55,6 +55,9 @@ FaultyOutcome runWithFault(const Program& program, const std::optional<Fault>& f
 /// Whether the long form of tests was asked for, by TARNWELL_THOROUGH=1 in the environment.
 bool isThorough();
 
+/// Whether programs are built with a sanitizer, which takes memory and time.
+bool isSanitized();
+
 /// A program and what must hold whatever fails in it.
 struct FaultScenario {
     /// Makes all that the program needs in an empty folder.

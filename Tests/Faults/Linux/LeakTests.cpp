@@ -1,5 +1,6 @@
 // What the tool leaves allocated or open at its end, for each command.
 
+#include "Tests/Faults/Linux/FaultyProgram.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 #include <gtest/gtest.h>
@@ -15,12 +16,6 @@ namespace fs = std::filesystem;
 
 namespace tarnwell {
 namespace {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool isSanitized = true;
-#else
-constexpr bool isSanitized = false;
-#endif
 
 constexpr int leakCode = 99;
 
@@ -56,7 +51,7 @@ int exitCodeOf(const fs::path& folder, std::vector<std::string> words) {
 }
 
 TEST(Leaks, NoCommandLeaksMemoryOrDescriptors) {
-    if (isSanitized)
+    if (test::isSanitized())
         GTEST_SKIP() << "the address sanitizer looks for leaks itself, in every run of the tool";
     if (valgrind().empty())
         GTEST_SKIP() << "valgrind is not installed";
