@@ -52,7 +52,8 @@ private:
         bool isSorted = true; // as it is after a scan when the mode is the apparent size
         for (const FileNode* child : children) {
             sorted_.push_back({child->sizeFor(mode_), child, sorted_.size()});
-            isSorted = isSorted && (sorted_.size() == 1 || precedes(sorted_[sorted_.size() - 2], sorted_.back()));
+            isSorted =
+                isSorted && (sorted_.size() == 1 || precedes(sorted_[sorted_.size() - 2], sorted_.back()));
         }
         if (!isSorted)
             std::partial_sort(sorted_.begin(), sorted_.begin() + static_cast<std::ptrdiff_t>(kept),

@@ -17,7 +17,8 @@ struct TreemapItem {
     const FileNode* node = nullptr;
     /// The node whose children this tile is among; null when the caller named none.
     const FileNode* parent = nullptr;
-    /// The tile without its padding. Null for one too thin to be halved, in the range of the smallest doubles.
+    /// The tile without its padding. Null for one too thin to be halved, in the range of the smallest
+    /// doubles.
     Rect rect;
     /// 0 for the first level.
     std::int64_t depth = 0;

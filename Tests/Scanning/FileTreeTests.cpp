@@ -254,9 +254,9 @@ TEST(Aggregation, AgreesWithThePlainWayOnRandomTrees) {
             EXPECT_EQ(folder->fileCount, fileCount);
             EXPECT_EQ(folder->directoryCount, directoryCount);
             const auto children = folder->children();
-            EXPECT_TRUE(
-                std::is_sorted(children.begin(), children.end(),
-                               [](const FileNode* a, const FileNode* b) { return NodeSorter::precedes(*a, *b); }))
+            EXPECT_TRUE(std::is_sorted(
+                children.begin(), children.end(),
+                [](const FileNode* a, const FileNode* b) { return NodeSorter::precedes(*a, *b); }))
                 << "seed " << seed;
         }
     }
