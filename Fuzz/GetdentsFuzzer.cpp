@@ -68,8 +68,11 @@ int extendedStatus(int, const char* name, void* result) {
     return 0;
 }
 
-constexpr DirectoryCalls calls = {
-    .readPacked = readPacked, .extendedStatus = extendedStatus, .entryStatus = nullptr, .openEntry = nullptr};
+constexpr DirectoryCalls calls = {.readPacked = readPacked,
+                                  .extendedStatus = extendedStatus,
+                                  .entryStatus = nullptr,
+                                  .openEntry = nullptr,
+                                  .openFolder = nullptr};
 
 /// Of an entry, what the kernel told.
 struct Entry {

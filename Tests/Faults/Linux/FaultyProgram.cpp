@@ -139,8 +139,10 @@ bool isThorough() {
 
 FaultyOutcome runWithFault(const Program& program, const std::optional<Fault>& fault) {
     static const std::string libraries = preloadedLibraries();
-    std::vector<std::string> environment{"LD_PRELOAD=" + libraries, "PATH=/usr/sbin:/usr/bin:/sbin:/bin",
+    std::vector<std::string> environment{"PATH=/usr/sbin:/usr/bin:/sbin:/bin",
                                          "TARNWELL_FAULT_REPORT=" + std::to_string(reportNumber)};
+    if (program.isWatched)
+        environment.push_back("LD_PRELOAD=" + libraries);
     for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"})
         if (const char* value = std::getenv(name))
             environment.push_back(std::string(name) + "=" + value);

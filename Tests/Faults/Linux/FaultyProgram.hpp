@@ -21,6 +21,8 @@ struct Program {
     std::size_t descriptorLimit = 0;
     /// Bytes of stack of each of its threads; 0 for as many as this process.
     std::size_t stackLimit = 0;
+    /// Whether calls are counted, and made to fail; some sanitizers do not bear it.
+    bool isWatched = true;
 };
 
 struct Fault {
