@@ -1,4 +1,5 @@
-// Scans of trees that another process keeps changing: seconds, or minutes in the thorough form.
+// Scans of trees that another process keeps changing: seconds, or minutes in the thorough form. Each also as
+// on an older kernel, where folders are opened another way.
 
 #include "TarnwellCore/Scanning/FileNode.hpp"
 #include "TarnwellCore/Scanning/ScanEngine.hpp"
@@ -9,17 +10,24 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <signal.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <functional>
+#include <iterator>
 #include <string>
 
 namespace fs = std::filesystem;
@@ -75,7 +83,51 @@ void scanAgainAndAgain(const fs::path& folder) {
     }
 }
 
-TEST(ChangingTrees, LinksPlantedInPlaceOfFoldersLeadNowhere) {
+/// Makes the kernel say to this process that it has no `openat2`, as before Linux 5.6. Whether it does now.
+bool loseOpenat2() {
+    sock_filter program[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat2, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog filter = {.len = std::size(program), .filter = program};
+    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0 &&
+           ::syscall(SYS_openat2, AT_FDCWD, "/", nullptr, 0) == -1 && errno == ENOSYS;
+}
+
+enum class Kernel { present, older };
+
+class ChangingTrees : public testing::TestWithParam<Kernel> {
+protected:
+    static void scan(const fs::path& folder) {
+        if (GetParam() == Kernel::present)
+            return scanAgainAndAgain(folder);
+        constexpr int cannotLose = 77;
+        std::fflush(nullptr);
+        const pid_t process = ::fork();
+        if (process == 0) {
+            if (!loseOpenat2())
+                ::_exit(cannotLose);
+            scanAgainAndAgain(folder);
+            std::fflush(nullptr);
+            ::_exit(testing::Test::HasFailure() ? 1 : 0);
+        }
+        int status = 0;
+        ::waitpid(process, &status, 0);
+        if (WIFEXITED(status) && WEXITSTATUS(status) == cannotLose)
+            GTEST_SKIP() << "no call can be taken from a process here";
+        EXPECT_EQ(status, 0) << "see above";
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(OnKernels, ChangingTrees, testing::Values(Kernel::present, Kernel::older),
+                         [](const auto& kernel) {
+                             return std::string(kernel.param == Kernel::present ? "present" : "older");
+                         });
+
+TEST_P(ChangingTrees, LinksPlantedInPlaceOfFoldersLeadNowhere) {
     // At every level of a deep tree a folder and a link to the tree of secrets, made alike, change places.
     constexpr int depth = 30;
     const TemporaryFolder outside;
@@ -101,10 +153,10 @@ TEST(ChangingTrees, LinksPlantedInPlaceOfFoldersLeadNowhere) {
         (void)::renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE);
         (void)::renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE);
     });
-    scanAgainAndAgain(folder.path());
+    scan(folder.path());
 }
 
-TEST(ChangingTrees, EverythingChangesTypeVanishesAndComesBack) {
+TEST_P(ChangingTrees, EverythingChangesTypeVanishesAndComesBack) {
     const bool mayMount = MountedImage::make({.type = "tmpfs", .size = 10'000'000}).has_value();
     const TemporaryFolder outside;
     makeSparse(outside / "secret", secretSize);
@@ -138,7 +190,7 @@ TEST(ChangingTrees, EverythingChangesTypeVanishesAndComesBack) {
             break;
         }
     });
-    scanAgainAndAgain(folder.path());
+    scan(folder.path());
     for (int place = 0; place < 5; ++place)
         ::umount2((folder / "busy" / std::to_string(place)).c_str(), MNT_DETACH);
 }
