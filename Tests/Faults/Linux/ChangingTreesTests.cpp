@@ -1,6 +1,8 @@
 // Scans of trees that another process keeps changing: seconds, or minutes in the thorough form. Each also as
 // on an older kernel, where folders are opened another way.
 
+#include "TarnwellCore/Platform/FileStatus.hpp"
+#include "TarnwellCore/Platform/FolderOpening.hpp"
 #include "TarnwellCore/Scanning/FileNode.hpp"
 #include "TarnwellCore/Scanning/ScanEngine.hpp"
 
@@ -101,16 +103,16 @@ enum class Kernel { present, older };
 
 class ChangingTrees : public testing::TestWithParam<Kernel> {
 protected:
-    static void scan(const fs::path& folder) {
+    static void onKernel(const std::function<void()>& body) {
         if (GetParam() == Kernel::present)
-            return scanAgainAndAgain(folder);
+            return body();
         constexpr int cannotLose = 77;
         std::fflush(nullptr);
         const pid_t process = ::fork();
         if (process == 0) {
             if (!loseOpenat2())
                 ::_exit(cannotLose);
-            scanAgainAndAgain(folder);
+            body();
             std::fflush(nullptr);
             ::_exit(testing::Test::HasFailure() ? 1 : 0);
         }
@@ -153,7 +155,7 @@ TEST_P(ChangingTrees, LinksPlantedInPlaceOfFoldersLeadNowhere) {
         (void)::renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE);
         (void)::renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE);
     });
-    scan(folder.path());
+    onKernel([&] { scanAgainAndAgain(folder.path()); });
 }
 
 TEST_P(ChangingTrees, EverythingChangesTypeVanishesAndComesBack) {
@@ -190,9 +192,35 @@ TEST_P(ChangingTrees, EverythingChangesTypeVanishesAndComesBack) {
             break;
         }
     });
-    scan(folder.path());
+    onKernel([&] { scanAgainAndAgain(folder.path()); });
     for (int place = 0; place < 5; ++place)
         ::umount2((folder / "busy" / std::to_string(place)).c_str(), MNT_DETACH);
+}
+
+TEST_P(ChangingTrees, FoldersOnWhichSomethingIsMountedAreNotOpened) {
+    if (!MountedImage::make({.type = "tmpfs", .size = 10'000'000}))
+        GTEST_SKIP() << "nothing can be mounted here";
+    const TemporaryFolder folder;
+    const fs::path point = folder.makeFolder("parent/point");
+    (void)folder.makeFolder("parent/plain");
+    ASSERT_EQ(::mount("tarnwell-test", point.c_str(), "tmpfs", 0, nullptr), 0);
+    const int root = ::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int parent = ::open((folder / "parent").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    struct stat status = {};
+    ASSERT_EQ(::fstat(root, &status), 0);
+    const std::int32_t device = entryFromStatus(status).deviceID;
+    const auto isOpened = [](int opened) { return opened >= 0 && ::close(opened) == 0; };
+    onKernel([&] {
+        for (const std::int32_t* wanted : {&device, static_cast<const std::int32_t*>(nullptr)}) {
+            EXPECT_TRUE(isOpened(openSubfolder(parent, "plain", wanted)));
+            EXPECT_TRUE(isOpened(openFolderBelow(root, "parent/plain", wanted)));
+            EXPECT_EQ(isOpened(openSubfolder(parent, "point", wanted)), wanted == nullptr);
+            EXPECT_EQ(isOpened(openFolderBelow(root, "parent/point", wanted)), wanted == nullptr);
+        }
+    });
+    ::umount2(point.c_str(), MNT_DETACH);
+    ::close(parent);
+    ::close(root);
 }
 
 } // namespace
