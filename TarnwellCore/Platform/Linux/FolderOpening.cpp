@@ -99,7 +99,7 @@ int openSubfolder(int folder, const char* name, const std::int32_t* device) {
         return opened;
     const int error = errno;
     if (isRefused(error))
-        return afterRefusal(error, ::openat(folder, name, folderFlags));
+        return requireDevice(afterRefusal(error, ::openat(folder, name, folderFlags)), *device);
     // A folder of the same device may be mounted there: that one belongs to the scan.
     if (error == EXDEV && isMounted(folder, name))
         return requireDevice(::openat(folder, name, folderFlags), *device);
@@ -117,8 +117,10 @@ int FolderOpeningDetail::openShortPathBelow(int folder, const char* relativePath
     if (opened >= 0)
         return opened;
     const int error = errno;
-    if (isRefused(error))
-        return afterRefusal(error, openStepwise(folder, relativePath));
+    if (isRefused(error)) {
+        const int found = afterRefusal(error, openStepwise(folder, relativePath));
+        return device != nullptr ? requireDevice(found, *device) : found;
+    }
     // So may they on the way.
     if (error == EXDEV && device != nullptr)
         return requireDevice(openBelow(folder, relativePath, 0), *device);

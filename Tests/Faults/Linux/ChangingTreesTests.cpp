@@ -1,5 +1,8 @@
-// Scans of trees that another process keeps changing: seconds, or minutes in the thorough form.
+// Scans of trees that another process keeps changing: seconds, or minutes in the thorough form. Each also as
+// on an older kernel, where folders are opened another way.
 
+#include "TarnwellCore/Platform/FileStatus.hpp"
+#include "TarnwellCore/Platform/FolderOpening.hpp"
 #include "TarnwellCore/Scanning/FileNode.hpp"
 #include "TarnwellCore/Scanning/ScanEngine.hpp"
 
@@ -9,17 +12,24 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <signal.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <functional>
+#include <iterator>
 #include <string>
 
 namespace fs = std::filesystem;
@@ -75,7 +85,51 @@ void scanAgainAndAgain(const fs::path& folder) {
     }
 }
 
-TEST(ChangingTrees, LinksPlantedInPlaceOfFoldersLeadNowhere) {
+/// Makes the kernel say to this process that it has no `openat2`, as before Linux 5.6. Whether it does now.
+bool loseOpenat2() {
+    sock_filter program[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat2, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog filter = {.len = std::size(program), .filter = program};
+    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0 &&
+           ::syscall(SYS_openat2, AT_FDCWD, "/", nullptr, 0) == -1 && errno == ENOSYS;
+}
+
+enum class Kernel { present, older };
+
+class ChangingTrees : public testing::TestWithParam<Kernel> {
+protected:
+    static void onKernel(const std::function<void()>& body) {
+        if (GetParam() == Kernel::present)
+            return body();
+        constexpr int cannotLose = 77;
+        std::fflush(nullptr);
+        const pid_t process = ::fork();
+        if (process == 0) {
+            if (!loseOpenat2())
+                ::_exit(cannotLose);
+            body();
+            std::fflush(nullptr);
+            ::_exit(testing::Test::HasFailure() ? 1 : 0);
+        }
+        int status = 0;
+        ::waitpid(process, &status, 0);
+        if (WIFEXITED(status) && WEXITSTATUS(status) == cannotLose)
+            GTEST_SKIP() << "no call can be taken from a process here";
+        EXPECT_EQ(status, 0) << "see above";
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(OnKernels, ChangingTrees, testing::Values(Kernel::present, Kernel::older),
+                         [](const auto& kernel) {
+                             return std::string(kernel.param == Kernel::present ? "present" : "older");
+                         });
+
+TEST_P(ChangingTrees, LinksPlantedInPlaceOfFoldersLeadNowhere) {
     // At every level of a deep tree a folder and a link to the tree of secrets, made alike, change places.
     constexpr int depth = 30;
     const TemporaryFolder outside;
@@ -101,10 +155,10 @@ TEST(ChangingTrees, LinksPlantedInPlaceOfFoldersLeadNowhere) {
         (void)::renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE);
         (void)::renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE);
     });
-    scanAgainAndAgain(folder.path());
+    onKernel([&] { scanAgainAndAgain(folder.path()); });
 }
 
-TEST(ChangingTrees, EverythingChangesTypeVanishesAndComesBack) {
+TEST_P(ChangingTrees, EverythingChangesTypeVanishesAndComesBack) {
     const bool mayMount = MountedImage::make({.type = "tmpfs", .size = 10'000'000}).has_value();
     const TemporaryFolder outside;
     makeSparse(outside / "secret", secretSize);
@@ -138,9 +192,35 @@ TEST(ChangingTrees, EverythingChangesTypeVanishesAndComesBack) {
             break;
         }
     });
-    scanAgainAndAgain(folder.path());
+    onKernel([&] { scanAgainAndAgain(folder.path()); });
     for (int place = 0; place < 5; ++place)
         ::umount2((folder / "busy" / std::to_string(place)).c_str(), MNT_DETACH);
+}
+
+TEST_P(ChangingTrees, FoldersOnWhichSomethingIsMountedAreNotOpened) {
+    if (!MountedImage::make({.type = "tmpfs", .size = 10'000'000}))
+        GTEST_SKIP() << "nothing can be mounted here";
+    const TemporaryFolder folder;
+    const fs::path point = folder.makeFolder("parent/point");
+    (void)folder.makeFolder("parent/plain");
+    ASSERT_EQ(::mount("tarnwell-test", point.c_str(), "tmpfs", 0, nullptr), 0);
+    const int root = ::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int parent = ::open((folder / "parent").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    struct stat status = {};
+    ASSERT_EQ(::fstat(root, &status), 0);
+    const std::int32_t device = entryFromStatus(status).deviceID;
+    const auto isOpened = [](int opened) { return opened >= 0 && ::close(opened) == 0; };
+    onKernel([&] {
+        for (const std::int32_t* wanted : {&device, static_cast<const std::int32_t*>(nullptr)}) {
+            EXPECT_TRUE(isOpened(openSubfolder(parent, "plain", wanted)));
+            EXPECT_TRUE(isOpened(openFolderBelow(root, "parent/plain", wanted)));
+            EXPECT_EQ(isOpened(openSubfolder(parent, "point", wanted)), wanted == nullptr);
+            EXPECT_EQ(isOpened(openFolderBelow(root, "parent/point", wanted)), wanted == nullptr);
+        }
+    });
+    ::umount2(point.c_str(), MNT_DETACH);
+    ::close(parent);
+    ::close(root);
 }
 
 } // namespace

@@ -1,4 +1,5 @@
-// Settings, the runner of other programs, the Trash and measuring, while each of their system calls fails.
+// Settings, the runner of other programs, the Trash, measuring and deleting, while each of their system calls
+// fails.
 
 #include "Tests/Faults/Linux/FaultyProgram.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
@@ -7,6 +8,7 @@
 #include <rapidjson/document.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -153,6 +155,30 @@ TEST_F(ServiceFaults, MovingToTheTrash) {
         },
         .mayGiveUpInterrupted = true,
         .failsSilently = false,
+    });
+}
+
+TEST_F(ServiceFaults, DeletingASnapshot) {
+    static constexpr const char* unwanted = "11111111-1111-4111-8111-111111111111";
+    static const auto storeOf = [](const fs::path& world) { return world / "data/Tarnwell/Snapshots"; };
+    test::expectToSurviveFaults({
+        .prepare =
+            [](const fs::path& world) {
+                write(storeOf(world) / (unwanted + std::string(".json")), "unwanted");
+                write(storeOf(world) / "22222222-2222-4222-8222-222222222222.json", "kept");
+            },
+        .program = [](const fs::path& world) { return subject(world, {"delete", unwanted}); },
+        .complaint = [](const fs::path& world, const FaultyOutcome& outcome, const FaultyOutcome&,
+                        const Fault& fault) -> std::string {
+            if (test::readFile(storeOf(world) / "22222222-2222-4222-8222-222222222222.json") != "kept")
+                return "another snapshot was lost";
+            // What is not there any more need not be removed.
+            const bool seemsGone = fault.kind == "unlink" && fault.error == ENOENT;
+            const bool isThere = fs::exists(storeOf(world) / (unwanted + std::string(".json")));
+            if (isThere != (outcome.exitCode == 1) && !seemsGone)
+                return isThere ? "not deleted, but said so" : "deleted, but said it was not";
+            return {};
+        },
     });
 }
 

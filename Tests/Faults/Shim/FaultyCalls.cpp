@@ -308,6 +308,10 @@ FAULTY(seek, off_t, lseek, (int descriptor, off_t offset, int from), (descriptor
 FAULTY(seek, off_t, lseek64, (int descriptor, off_t offset, int from), (descriptor, offset, from))
 FAULTY(truncate, int, ftruncate, (int descriptor, off_t size), (descriptor, size))
 FAULTY(truncate, int, ftruncate64, (int descriptor, off_t size), (descriptor, size))
+FAULTY(truncate, int, fallocate, (int descriptor, int mode, off_t offset, off_t size),
+       (descriptor, mode, offset, size))
+FAULTY(truncate, int, fallocate64, (int descriptor, int mode, off_t offset, off_t size),
+       (descriptor, mode, offset, size))
 FAULTY(opendir, DIR*, opendir, (const char* path), (path))
 FAULTY(opendir, DIR*, fdopendir, (int descriptor), (descriptor))
 FAULTY(readdir, dirent*, readdir, (DIR * stream), (stream))

@@ -63,7 +63,7 @@ int measure(const Words& words) {
     return 0;
 }
 
-int remove(const Words& words) {
+int deleteSnapshot(const Words& words) {
     SnapshotStore().deleteSnapshot(UUID::parse(words.at(0)).value());
     return 0;
 }
@@ -79,7 +79,10 @@ int run(const std::string& command, const Words& words) {
         return shell(words);
     if (command == "measure")
         return measure(words);
-    return remove(words);
+    if (command == "delete")
+        return deleteSnapshot(words);
+    std::fprintf(stderr, "no such command: %s\n", command.c_str());
+    return 2;
 }
 
 } // namespace
