@@ -93,7 +93,8 @@ TEST(SnapshotCrash, AKillAtAnyCallOfASaveLeavesWholeSnapshotsOnly) {
                 dying.save(makeCheckableSnapshot(isReplaced ? older : UUID::random(), entryCount));
             });
             ASSERT_GT(process, 0);
-            isKilled = WIFSIGNALED(waitFor(process));
+            const int status = waitFor(process);
+            isKilled = WIFSIGNALED(status);
             SCOPED_TRACE("killed at call " + std::to_string(kills));
             leftovers += expectOnlyWholeSnapshots(store, older);
         }
@@ -120,7 +121,8 @@ TEST(SnapshotCrash, AKillAtAnyTimeLeavesWholeSnapshotsOnly) {
         ASSERT_GT(process, 0);
         std::this_thread::sleep_for(duration * (random() % 300) / 100);
         ::kill(process, SIGKILL);
-        EXPECT_TRUE(WIFSIGNALED(waitFor(process)));
+        const int status = waitFor(process);
+        EXPECT_TRUE(WIFSIGNALED(status));
         SCOPED_TRACE("round " + std::to_string(round));
         expectOnlyWholeSnapshots(store, older);
     }
