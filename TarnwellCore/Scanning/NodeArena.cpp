@@ -1,36 +1,35 @@
 #include "TarnwellCore/Scanning/NodeArena.hpp"
 
-#include "TarnwellCore/Platform/PageMemory.hpp"
+#include <sys/mman.h>
 
 #include <algorithm>
+#include <new>
 
 namespace tarnwell {
 
 namespace {
 
-// A small tree should not claim much memory, a large one should not be cut into many pieces. From the second
-// chunk on, chunks consist of large pages.
+// A small tree should not claim much address space, a large one should not be cut into many pieces. Memory
+// counts only once it is touched.
 constexpr std::size_t firstChunkLength = std::size_t{256} << 10;
 constexpr std::size_t largestChunkLength = std::size_t{64} << 20;
-
-std::size_t roundedUp(std::size_t length, std::size_t multiple) {
-    return (length + multiple - 1) / multiple * multiple;
-}
 
 } // namespace
 
 NodeArena::~NodeArena() {
     for (const Chunk& chunk : chunks_)
-        unmapPages(chunk.base, chunk.length);
+        ::munmap(chunk.base, chunk.length);
 }
 
 void NodeArena::addChunk(std::size_t atLeast) {
-    const bool isSmall = chunks_.empty() && atLeast <= firstChunkLength;
-    const std::size_t doubled = chunks_.empty() ? 0 : std::min(chunks_.back().length * 2, largestChunkLength);
-    const std::size_t length =
-        isSmall ? firstChunkLength : roundedUp(std::max(doubled, atLeast), largePageSize);
+    const std::size_t doubled =
+        chunks_.empty() ? firstChunkLength : std::min(chunks_.back().length * 2, largestChunkLength);
+    const std::size_t page = std::size_t{1} << 16; // a multiple of the page size on every system
+    const std::size_t length = (std::max(doubled, atLeast) + page - 1) & ~(page - 1);
     chunks_.reserve(chunks_.size() + 1);
-    void* base = mapPages(length);
+    void* base = ::mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (base == MAP_FAILED)
+        throw std::bad_alloc();
     chunks_.push_back({base, length});
     next_ = static_cast<std::byte*>(base);
     available_ = length;
