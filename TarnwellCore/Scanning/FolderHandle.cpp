@@ -73,21 +73,32 @@ void DescriptorBudget::makeRoom() {
     }
 }
 
-/// Takes a kept folder off the list and lets go of its descriptor.
-void DescriptorBudget::drop(FolderHandle& folder) {
+void DescriptorBudget::unlink(FolderHandle& folder) {
     (folder.previousKept_ != nullptr ? folder.previousKept_->nextKept_ : firstKept_) = folder.nextKept_;
     if (folder.nextKept_ != nullptr)
         folder.nextKept_->previousKept_ = folder.previousKept_;
     folder.isKept_ = false;
     folder.previousKept_ = folder.nextKept_ = nullptr;
     --keptCount_;
+}
+
+/// Takes a kept folder off the list and lets go of its descriptor. Under the lock, without which the folder
+/// may be gone any moment.
+void DescriptorBudget::drop(FolderHandle& folder) {
+    unlink(folder);
     folder.unpin();
 }
 
+/// Called by those who keep the folder themselves. Nobody waits for the closing of its descriptor: under the
+/// lock that would cost several workers more than all else here.
 void DescriptorBudget::withdraw(FolderHandle& folder) {
-    const std::lock_guard guard(mutex_);
-    if (folder.isKept_)
-        drop(folder);
+    {
+        const std::lock_guard guard(mutex_);
+        if (!folder.isKept_)
+            return;
+        unlink(folder);
+    }
+    folder.unpin();
 }
 
 int DescriptorBudget::largestWorkerCount() {

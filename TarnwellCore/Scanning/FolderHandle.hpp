@@ -47,6 +47,7 @@ private:
     bool admit(FolderHandle& folder);
     void withdraw(FolderHandle& folder);
     void makeRoom();
+    void unlink(FolderHandle& folder);
     void drop(FolderHandle& folder);
 
     std::mutex mutex_;

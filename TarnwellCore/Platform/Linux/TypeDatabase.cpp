@@ -4,11 +4,15 @@
 
 #include "TarnwellCore/Platform/TypeDatabase.hpp"
 
+#include "TarnwellCore/Platform/Linux/TypePatterns.hpp"
+
 #include <gio/gio.h>
 
+#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 namespace tarnwell {
 
@@ -170,6 +174,14 @@ TypeConformance conformanceOf(const char* type) {
     return conformance;
 }
 
+/// Those of the folders that GIO reads its database from.
+TypePatterns installedPatterns() {
+    std::vector<std::filesystem::path> folders{std::filesystem::path(g_get_user_data_dir()) / "mime"};
+    for (const char* const* folder = g_get_system_data_dirs(); *folder != nullptr; ++folder)
+        folders.push_back(std::filesystem::path(*folder) / "mime");
+    return TypePatterns::read(folders);
+}
+
 } // namespace
 
 std::optional<TypeConformance> typeConformance(std::string_view fileExtension) {
@@ -180,6 +192,11 @@ std::optional<TypeConformance> typeConformance(std::string_view fileExtension) {
     // The database takes "*.1" to "*.9" for manual pages; far more files end so for a version or a
     // generation.
     if (fileExtension.size() == 1 && fileExtension[0] >= '0' && fileExtension[0] <= '9')
+        return std::nullopt;
+
+    // What gets installed later is not known to a process that runs already.
+    static const TypePatterns patterns = installedPatterns();
+    if (!patterns.mayKnow(fileExtension))
         return std::nullopt;
 
     const std::string name = "x." + std::string(fileExtension);
