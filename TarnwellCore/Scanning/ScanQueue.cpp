@@ -77,22 +77,22 @@ bool ScanQueue::take(std::vector<WorkItem>& batch) {
     return true;
 }
 
-void ScanQueue::finish(std::vector<WorkItem>& produced, ScanTally& tally) {
+void ScanQueue::finish(std::vector<WorkItem>& left, ScanTally& tally) {
     const std::lock_guard guard(mutex_);
     --busyWorkers_;
-    std::move(produced.begin(), produced.end(), std::back_inserter(queue_));
+    std::move(left.begin(), left.end(), std::back_inserter(queue_));
     merge(stats_, tally.stats);
     std::move(tally.inaccessiblePaths.begin(), tally.inaccessiblePaths.end(),
               std::back_inserter(inaccessiblePaths_));
     std::for_each(tally.collapseDeltas.begin(), tally.collapseDeltas.end(), apply);
 
     const bool isDone = (queue_.empty() && busyWorkers_ == 0) || isStopped();
-    if (isDone || produced.size() >= waitingWorkers_)
+    if (isDone || left.size() >= waitingWorkers_)
         condition_.notify_all();
     else
-        for (std::size_t count = produced.size(); count > 0; --count)
+        for (std::size_t count = left.size(); count > 0; --count)
             condition_.notify_one();
-    produced.clear();
+    left.clear();
     tally.clear();
 }
 

@@ -2,15 +2,17 @@
 
 // How the workers of a scan share its folders.
 //
-// The queue is a stack: a worker takes some folders from its end, at most half of them, reads them without a
-// lock, and puts the subfolders it found back together with what it counted. A worker that finds the stack
-// empty waits, because a worker that is still busy may bring more; when the last busy worker brings nothing,
-// the scan is done and all are woken to leave. Every wait is on one condition variable, and everything shared
-// is guarded by its mutex.
+// The queue is a stack: a worker takes some folders from its end, at most half of them. Without a lock it
+// reads them and the subfolders it finds, always the last one found, until it has read as many as a batch may
+// have or sees that another worker waits; then it puts those that are left back, together with what it
+// counted. A worker that finds the stack empty waits, because a worker that is still busy may bring more;
+// when the last busy worker brings nothing, the scan is done and all are woken to leave. Every wait is on one
+// condition variable, and everything shared is guarded by its mutex.
 //
 //   take    waits for folders; false: nothing will come any more, or the scan was called off
-//   finish  hands in what a batch produced; wakes one waiter for each folder, or all of them when there are
-//           folders enough or when there is nothing left to wait for
+//   finish  hands in what a batch left over and counted; wakes one waiter for each folder, or all of them
+//   when
+//           there are folders enough or when there is nothing left to wait for
 //   stop    calls the scan off: busy workers end after the entry at hand, waiting ones leave
 
 #include "TarnwellCore/Classification/FileCategory.hpp"
@@ -19,6 +21,7 @@
 #include "TarnwellCore/Scanning/FolderHandle.hpp"
 #include "TarnwellCore/Scanning/ScanResult.hpp"
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -67,14 +70,16 @@ struct ScanTally {
 
 class ScanQueue {
 public:
-    /// The most folders a worker takes at once.
+    /// The most folders that a worker takes at once, and the most that it reads before it comes back.
     static constexpr std::size_t largestBatch = 24;
 
     void push(WorkItem item);
 
     bool take(std::vector<WorkItem>& batch);
-    /// Empties `produced` and `tally`.
-    void finish(std::vector<WorkItem>& produced, ScanTally& tally);
+    /// Empties `left` and `tally`.
+    void finish(std::vector<WorkItem>& left, ScanTally& tally);
+    /// As it was a moment ago; takes no lock.
+    bool isAnyoneWaiting() const { return waitingWorkers_.load(std::memory_order_relaxed) > 0; }
     void stop();
     bool isStopped() const { return stopped_.isSet(); }
 
@@ -90,7 +95,7 @@ private:
     AtomicFlag stopped_;
     std::vector<WorkItem> queue_; // guarded by mutex_, as is all below
     std::size_t busyWorkers_ = 0;
-    std::size_t waitingWorkers_ = 0;
+    std::atomic<std::size_t> waitingWorkers_ = 0;
     ScanStats stats_;
     std::vector<std::string> inaccessiblePaths_;
     FolderRef currentFolder_;

@@ -39,17 +39,29 @@ ScanWorker::ScanWorker(const ScanContext& context, NodeArena* arena)
 
 void ScanWorker::run() {
     try {
-        while (context_.queue.take(batch_)) {
-            while (!batch_.empty() && !context_.cancelFlag.isSet() && !context_.queue.isStopped()) {
-                processFolder(batch_.back());
-                batch_.pop_back();
-            }
-            context_.queue.finish(produced_, tally_);
+        while (context_.queue.take(pending_)) {
+            processBatch();
+            context_.queue.finish(pending_, tally_);
         }
     } catch (...) {
         // The others would wait for this worker's folders for ever.
         context_.queue.stop();
         throw;
+    }
+}
+
+/// Depth first: a subfolder is opened while the processor's caches still hold what the kernel knows of it.
+void ScanWorker::processBatch() {
+    for (std::size_t count = 0; !pending_.empty() && count < ScanQueue::largestBatch; ++count) {
+        if (context_.cancelFlag.isSet() || context_.queue.isStopped()) {
+            pending_.clear();
+            return;
+        }
+        const WorkItem item = std::move(pending_.back());
+        pending_.pop_back();
+        processFolder(item);
+        if (pending_.size() > 1 && context_.queue.isAnyoneWaiting())
+            return;
     }
 }
 
@@ -91,7 +103,7 @@ void ScanWorker::processFolder(const WorkItem& item) {
     const bool isDeepest = item.node != nullptr && item.depth >= context_.options.maximumDepth;
     collapseTarget_ = item.collapseTarget == nullptr && isDeepest ? item.node : item.collapseTarget;
     delta_ = {.node = collapseTarget_};
-    const std::size_t producedBefore = produced_.size();
+    const std::size_t pendingBefore = pending_.size();
     // What was read of a folder before its reading failed still counts.
     bool isRead = false;
     succeedsPatiently([&] {
@@ -105,7 +117,7 @@ void ScanWorker::processFolder(const WorkItem& item) {
         settle(*item.node);
     if (collapseTarget_ != nullptr && (delta_.files > 0 || delta_.directories > 0))
         tally_.collapseDeltas.push_back(delta_);
-    const std::size_t subfolders = produced_.size() - producedBefore;
+    const std::size_t subfolders = pending_.size() - pendingBefore;
     if (subfolders > 0 && item.folder->keepOpen(folder.descriptor, subfolders, context_.descriptors))
         folder.descriptor = -1;
 }
@@ -224,7 +236,7 @@ void ScanWorker::processSubfolder(const WorkItem& item, const RawDirectoryEntry&
     next.exclusions = exclusions;
     next.depth = item.depth + 1;
     next.deviceID = entry.deviceID;
-    produced_.push_back(std::move(next));
+    pending_.push_back(std::move(next));
 }
 
 void ScanWorker::processFile(const WorkItem& item, const RawDirectoryEntry& entry, FileNodeFlags flags) {

@@ -44,6 +44,7 @@ public:
     void run();
 
 private:
+    void processBatch();
     void processFolder(const WorkItem& item);
     /// False when the scan was called off.
     bool processEntries(std::span<const RawDirectoryEntry> entries);
@@ -74,8 +75,7 @@ private:
     std::array<char, PathUtil::extensionBufferSize> extensionBuffer_;
     const EntryConsumer consumer_;
     FileCategoryMemo fileCategories_;
-    std::vector<WorkItem> batch_;
-    std::vector<WorkItem> produced_;
+    std::vector<WorkItem> pending_; // a stack
     ScanTally tally_;
 
     // Of the folder at hand:
