@@ -1,6 +1,7 @@
 #include "TarnwellCLIKit/CLIRender.hpp"
 
 #include "TarnwellCore/Scanning/ByteFormatter.hpp"
+#include "TarnwellCore/Scanning/NodeSorter.hpp"
 
 #include <algorithm>
 #include <string_view>
@@ -8,21 +9,6 @@
 namespace tarnwell::CLIRender {
 
 namespace {
-
-/// A child with its size read once: a comparison would otherwise fetch two nodes from all over the memory.
-struct SortedChild {
-    std::int64_t selected;
-    const FileNode* node;
-    std::size_t position;
-};
-
-bool precedes(const SortedChild& a, const SortedChild& b) {
-    if (a.selected != b.selected)
-        return a.selected > b.selected;
-    if (const int order = a.node->name().compare(b.node->name()); order != 0)
-        return order < 0;
-    return a.position < b.position;
-}
 
 /// Chooses and orders the children of one folder at a time; keeps its memory between folders.
 class ChildSelection {
@@ -32,39 +18,27 @@ public:
 
     /// Appends the rows for the children of `folder`, the last one first.
     void appendReversed(std::vector<CLIListedNode>& rows, const FileNode& folder, std::int64_t depth) {
-        const std::size_t kept = sortChildren(folder);
+        const auto children = folder.children();
+        const auto kept = static_cast<std::size_t>(std::min<std::uint64_t>(children.size(), top_));
+        if (kept == 0)
+            return;
+        for (FileNode* child : children)
+            sorter_.add(*child, child->sizeFor(mode_));
+        const auto sorted = sorter_.sorted();
         const std::int64_t total = folder.sizeFor(mode_);
         for (std::size_t index = kept; index-- > 0;) {
-            const SortedChild& child = sorted_[index];
-            const double share =
-                total < 1 ? 0 : static_cast<double>(child.selected) / static_cast<double>(total);
-            rows.push_back({child.node, share, child.selected, depth});
+            const std::int64_t selected = sorted[index].size;
+            const double share = total < 1 ? 0 : static_cast<double>(selected) / static_cast<double>(total);
+            rows.push_back({sorted[index].node, share, selected, depth});
         }
+        sorter_.clear();
     }
 
 private:
-    std::size_t sortChildren(const FileNode& folder) {
-        const auto children = folder.children();
-        const auto kept = static_cast<std::size_t>(std::min<std::uint64_t>(children.size(), top_));
-        sorted_.clear();
-        if (kept == 0)
-            return 0;
-        bool isSorted = true; // as it is after a scan when the mode is the apparent size
-        for (const FileNode* child : children) {
-            sorted_.push_back({child->sizeFor(mode_), child, sorted_.size()});
-            isSorted =
-                isSorted && (sorted_.size() == 1 || precedes(sorted_[sorted_.size() - 2], sorted_.back()));
-        }
-        if (!isSorted)
-            std::partial_sort(sorted_.begin(), sorted_.begin() + static_cast<std::ptrdiff_t>(kept),
-                              sorted_.end(), precedes);
-        return kept;
-    }
-
     SizeMode mode_;
     /// The largest number for no limit.
     std::uint64_t top_;
-    std::vector<SortedChild> sorted_;
+    NodeSorter sorter_;
 };
 
 /// Bytes of a line beside the name and the indent, at most: "-999 bytes", "100.0%", blanks, line feed.

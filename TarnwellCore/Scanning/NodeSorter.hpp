@@ -1,15 +1,15 @@
 #pragma once
 
-// Puts the children of a folder in order: larger apparent size first, equal sizes by name in byte order.
+// Puts the children of a folder in order: larger size first, equal sizes by name in byte order. In a folder
+// of a million files of one size, going to the nodes for every comparison would take longer than the scan, so
+// what decides is kept side by side: the size and eight bytes of the name, and of those nodes that are equal
+// in both the next eight bytes, and so on.
 
 #include "TarnwellCore/Scanning/FileNode.hpp"
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <span>
-#include <string_view>
 #include <vector>
 
 namespace tarnwell {
@@ -18,42 +18,45 @@ namespace tarnwell {
 /// thread.
 class NodeSorter {
 public:
-    /// The order itself.
+    /// The order itself, by apparent size.
     static bool precedes(const FileNode& a, const FileNode& b) {
         return a.size != b.size ? a.size > b.size : a.name() < b.name();
     }
 
-    void add(FileNode& node) { keys_.emplace_back(node); }
-    std::size_t count() const { return keys_.size(); }
-
-    /// Puts the nodes that were added to the front of `places`, in order, and forgets them. Returns the rest
-    /// of `places`, which must hold them all.
-    std::span<FileNode*> takeInto(std::span<FileNode*> places);
-
-private:
-    /// What decides nearly every comparison, side by side: nodes lie apart in memory.
-    struct Key {
-        explicit Key(FileNode& keyed) : size(keyed.size), nameStart(startOf(keyed.name())), node(&keyed) {}
-        bool operator<(const Key& other) const;
-
+    struct Item {
+        /// The size that the node was added with.
         std::int64_t size;
-        std::uint64_t nameStart; // the first eight bytes as one number that orders as they do
+        /// Eight bytes of the name as one number that orders as they do, the first ones to begin with.
+        std::uint64_t nameBytes;
         FileNode* node;
     };
 
-    static std::uint64_t startOf(std::string_view name) {
-        std::uint64_t start = 0;
-        if (name.size() >= sizeof start) {
-            std::memcpy(&start, name.data(), sizeof start);
-            return std::endian::native == std::endian::little ? __builtin_bswap64(start) : start;
-        }
-        // Padded with zeros; where that makes two names alike, the whole names decide.
-        for (std::size_t index = 0; index < sizeof start; ++index)
-            start = start << 8 | (index < name.size() ? static_cast<unsigned char>(name[index]) : 0u);
-        return start;
-    }
+    /// Adds a node by its apparent size, or by another.
+    void add(FileNode& node) { add(node, node.size); }
+    void add(FileNode& node, std::int64_t size) { items_.push_back({size, bytesAt(0, node), &node}); }
+    std::size_t count() const { return items_.size(); }
 
-    std::vector<Key> keys_;
+    /// The nodes that were added, in order, until the next call of something else.
+    std::span<const Item> sorted();
+    /// Puts them to the front of `places`, in order, and forgets them. Returns the rest of `places`, which
+    /// must hold them all.
+    std::span<FileNode*> takeInto(std::span<FileNode*> places);
+    void clear();
+
+private:
+    /// Items that are equal so far.
+    struct Run {
+        std::size_t start;
+        std::size_t end;
+        std::size_t offset; // of the bytes of the names that were compared last
+    };
+
+    static std::uint64_t bytesAt(std::size_t offset, const FileNode& node);
+    void addRuns(std::size_t start, std::size_t end, std::size_t offset);
+    void settle(const Run& run);
+
+    std::vector<Item> items_;
+    std::vector<Run> runs_;
 };
 
 } // namespace tarnwell

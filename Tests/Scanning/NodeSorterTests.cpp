@@ -1,0 +1,65 @@
+#include "TarnwellCore/Scanning/FileTreeBuilder.hpp"
+#include "TarnwellCore/Scanning/NodeSorter.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace tarnwell {
+namespace {
+
+/// Names that differ early, late, only by their end, or by bytes that a careless comparison takes for others.
+std::string anyName(std::mt19937_64& random) {
+    static const std::string parts[] = {
+        "",         "a",    "IMG_0001",           "IMG_0001IMG_0001",   std::string(40, 'x'),
+        "\xFF\xFE", "\x01", std::string(1, '\0'), std::string(9, '\0'), "~",
+        "\xC3\xA4"};
+    std::string name;
+    for (int count = static_cast<int>(random() % 4); count >= 0; --count)
+        name += parts[random() % std::size(parts)];
+    return name + (random() % 2 == 0 ? "" : std::to_string(random() % 100));
+}
+
+TEST(NodeSorter, AgreesWithThePlainOrder) {
+    std::mt19937_64 random(1);
+    NodeSorter sorter; // one for all: what a folder leaves behind must not disturb the next
+    for (const int count : {0, 1, 2, 15, 16, 17, 40, 300, 20'000, 500}) {
+        for (const std::uint64_t sizeCount : {1, 3, 100'000}) {
+            FileTreeBuilder tree("/r");
+            std::vector<FileNode*> expected;
+            for (int item = 0; item < count; ++item) {
+                const auto size = static_cast<std::int64_t>(random() % sizeCount) - 1;
+                expected.push_back(&tree.addFile(tree.root(), anyName(random), size));
+                sorter.add(*expected.back());
+            }
+            std::sort(expected.begin(), expected.end(),
+                      [](const FileNode* a, const FileNode* b) { return NodeSorter::precedes(*a, *b); });
+            std::vector<FileNode*> found(expected.size() + 1);
+            EXPECT_EQ(sorter.takeInto(found).size(), 1u);
+            found.pop_back();
+            EXPECT_TRUE(std::equal(found.begin(), found.end(), expected.begin(),
+                                   [](const FileNode* a, const FileNode* b) {
+                                       return a->size == b->size && a->name() == b->name();
+                                   }))
+                << count << " nodes of " << sizeCount << " sizes";
+            std::ranges::sort(found);
+            EXPECT_EQ(std::ranges::adjacent_find(found), found.end()) << "a node is there twice";
+
+            // By another size than their own, and from the order that they are in already.
+            for (FileNode* node : expected)
+                sorter.add(*node, -node->size);
+            const auto byOther = sorter.sorted();
+            EXPECT_TRUE(std::is_sorted(byOther.begin(), byOther.end(), [](const auto& a, const auto& b) {
+                return a.size != b.size ? a.size > b.size : a.node->name() < b.node->name();
+            }));
+            sorter.clear();
+        }
+    }
+}
+
+} // namespace
+} // namespace tarnwell
