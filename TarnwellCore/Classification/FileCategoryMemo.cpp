@@ -3,6 +3,7 @@
 #include "TarnwellCore/Classification/FileClassifier.hpp"
 #include "TarnwellCore/Classification/PathUtil.hpp"
 #include "TarnwellCore/Classification/UTTypeCache.hpp"
+#include "TarnwellCore/Platform/TypeDatabase.hpp"
 
 namespace tarnwell {
 
@@ -11,7 +12,7 @@ FileCategory FileCategoryMemo::classify(std::string_view name) {
     const std::string_view ext = PathUtil::lowerCaseExtension(name, buffer);
     if (const auto category = FileClassifier::classifyExtension(ext, name))
         return *category;
-    if (ext.empty())
+    if (!mayHaveType(ext)) // needs no place in the cache that all workers share
         return FileCategory::other;
     return FileClassifier::utTypeCache().category(ext).value_or(FileCategory::other);
 }

@@ -44,4 +44,9 @@ private:
 /// safe from any thread.
 std::optional<TypeConformance> typeConformance(std::string_view fileExtension);
 
+/// False where `typeConformance` would find nothing, as far as the platform can tell that in no time and
+/// without a lock. A disk holds tens of thousands of extensions that nobody registered: versions, hashes,
+/// backups.
+bool mayHaveType(std::string_view fileExtension);
+
 } // namespace tarnwell

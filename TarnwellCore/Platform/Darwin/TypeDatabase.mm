@@ -45,4 +45,8 @@ std::optional<TypeConformance> typeConformance(std::string_view fileExtension) {
     }
 }
 
+bool mayHaveType(std::string_view fileExtension) {
+    return !fileExtension.empty(); // the system has no list of its extensions
+}
+
 } // namespace tarnwell

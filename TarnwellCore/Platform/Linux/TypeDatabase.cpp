@@ -184,21 +184,23 @@ TypePatterns installedPatterns() {
 
 } // namespace
 
-std::optional<TypeConformance> typeConformance(std::string_view fileExtension) {
+bool mayHaveType(std::string_view fileExtension) {
     // GIO takes a file name: nothing in it may end it or make it a path.
     if (fileExtension.empty() ||
         fileExtension.find_first_of(std::string_view("\0/", 2)) != std::string_view::npos)
-        return std::nullopt;
+        return false;
     // The database takes "*.1" to "*.9" for manual pages; far more files end so for a version or a
     // generation.
     if (fileExtension.size() == 1 && fileExtension[0] >= '0' && fileExtension[0] <= '9')
-        return std::nullopt;
-
+        return false;
     // What gets installed later is not known to a process that runs already.
     static const TypePatterns patterns = installedPatterns();
-    if (!patterns.mayKnow(fileExtension))
-        return std::nullopt;
+    return patterns.mayKnow(fileExtension);
+}
 
+std::optional<TypeConformance> typeConformance(std::string_view fileExtension) {
+    if (!mayHaveType(fileExtension))
+        return std::nullopt;
     const std::string name = "x." + std::string(fileExtension);
 
     // GIO guards its database by one lock, which it takes for every question below and which a thread
