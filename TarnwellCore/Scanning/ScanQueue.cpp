@@ -61,6 +61,7 @@ bool ScanQueue::take(std::vector<WorkItem>& batch) {
     std::unique_lock guard(mutex_);
     while (queue_.empty() && busyWorkers_ > 0 && !isStopped()) {
         ++waitingWorkers_;
+        noteHunger();
         condition_.wait(guard);
         --waitingWorkers_;
     }
@@ -72,6 +73,7 @@ bool ScanQueue::take(std::vector<WorkItem>& batch) {
     const auto first = queue_.end() - static_cast<std::ptrdiff_t>(count);
     batch.assign(std::make_move_iterator(first), std::make_move_iterator(queue_.end()));
     queue_.erase(first, queue_.end());
+    noteHunger();
     ++busyWorkers_;
     currentFolder_ = batch.back().folder;
     return true;
@@ -81,6 +83,7 @@ void ScanQueue::finish(std::vector<WorkItem>& left, ScanTally& tally) {
     const std::lock_guard guard(mutex_);
     --busyWorkers_;
     std::move(left.begin(), left.end(), std::back_inserter(queue_));
+    noteHunger();
     merge(stats_, tally.stats);
     std::move(tally.inaccessiblePaths.begin(), tally.inaccessiblePaths.end(),
               std::back_inserter(inaccessiblePaths_));

@@ -4,8 +4,8 @@
 //
 // The queue is a stack: a worker takes some folders from its end, at most half of them. Without a lock it
 // reads them and the subfolders it finds, always the last one found, until it has read as many as a batch may
-// have or sees that another worker waits; then it puts those that are left back, together with what it
-// counted. A worker that finds the stack empty waits, because a worker that is still busy may bring more;
+// have or sees that another worker waits for some; then it puts those that are left back, together with what
+// it counted. A worker that finds the stack empty waits, because a worker that is still busy may bring more;
 // when the last busy worker brings nothing, the scan is done and all are woken to leave. Every wait is on one
 // condition variable, and everything shared is guarded by its mutex.
 //
@@ -78,8 +78,8 @@ public:
     bool take(std::vector<WorkItem>& batch);
     /// Empties `left` and `tally`.
     void finish(std::vector<WorkItem>& left, ScanTally& tally);
-    /// As it was a moment ago; takes no lock.
-    bool isAnyoneWaiting() const { return waitingWorkers_.load(std::memory_order_relaxed) > 0; }
+    /// Whether a worker waits and nothing is there for it, as it was a moment ago; takes no lock.
+    bool isHungry() const { return isHungry_.load(std::memory_order_relaxed); }
     void stop();
     bool isStopped() const { return stopped_.isSet(); }
 
@@ -90,12 +90,15 @@ public:
     std::vector<std::string> takeInaccessiblePaths();
 
 private:
+    void noteHunger() { isHungry_.store(queue_.empty() && waitingWorkers_ > 0, std::memory_order_relaxed); }
+
     mutable std::mutex mutex_;
     std::condition_variable condition_;
     AtomicFlag stopped_;
     std::vector<WorkItem> queue_; // guarded by mutex_, as is all below
     std::size_t busyWorkers_ = 0;
-    std::atomic<std::size_t> waitingWorkers_ = 0;
+    std::size_t waitingWorkers_ = 0;
+    std::atomic<bool> isHungry_ = false; // written under the lock
     ScanStats stats_;
     std::vector<std::string> inaccessiblePaths_;
     FolderRef currentFolder_;

@@ -60,7 +60,7 @@ void ScanWorker::processBatch() {
         const WorkItem item = std::move(pending_.back());
         pending_.pop_back();
         processFolder(item);
-        if (pending_.size() > 1 && context_.queue.isAnyoneWaiting())
+        if (pending_.size() > 1 && context_.queue.isHungry())
             return;
     }
 }
