@@ -43,6 +43,15 @@ if(TARNWELL_WARNINGS_AS_ERRORS)
 endif()
 target_compile_definitions(tarnwell_compile_settings INTERFACE $<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>
   $<$<CONFIG:Debug>:_LIBCPP_HARDENING_MODE=_LIBCPP_HARDENING_MODE_EXTENSIVE>)
+# What sanitizers pass over. The list's digest is part of the command: ccache before 4.9 takes objects for current
+# though the list has changed.
+function(tarnwell_sanitizers_ignore list)
+  file(SHA1 "${list}" digest)
+  set_property(DIRECTORY "${PROJECT_SOURCE_DIR}" APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${list}")
+  target_compile_options(tarnwell_compile_settings INTERFACE "-fsanitize-ignorelist=${list}")
+  target_compile_definitions(tarnwell_compile_settings INTERFACE "TARNWELL_IGNORED_${digest}")
+endfunction()
+
 if(TARNWELL_SANITIZE)
   target_compile_options(tarnwell_compile_settings INTERFACE
     "-fsanitize=${TARNWELL_SANITIZE}" -fno-omit-frame-pointer -O1 -g)
@@ -56,15 +65,15 @@ if(TARNWELL_SANITIZE)
     target_compile_options(tarnwell_compile_settings INTERFACE -Wno-maybe-uninitialized)
   endif()
   if(TARNWELL_SANITIZE MATCHES "integer") # clang only
-    target_compile_options(tarnwell_compile_settings INTERFACE -fno-sanitize-recover=all
-      "-fsanitize-ignorelist=${PROJECT_SOURCE_DIR}/cmake/sanitizer-ignored.txt")
+    target_compile_options(tarnwell_compile_settings INTERFACE -fno-sanitize-recover=all)
+    tarnwell_sanitizers_ignore("${PROJECT_SOURCE_DIR}/cmake/sanitizer-ignored.txt")
   endif()
 endif()
 
 # A fuzz target steers by what its inputs reach in the library, so the library counts that too.
 if(TARNWELL_FUZZ AND TARNWELL_SANITIZE)
-  target_compile_options(tarnwell_compile_settings INTERFACE -fsanitize=fuzzer-no-link
-    "-fsanitize-ignorelist=${PROJECT_SOURCE_DIR}/Fuzz/ignored.txt")
+  target_compile_options(tarnwell_compile_settings INTERFACE -fsanitize=fuzzer-no-link)
+  tarnwell_sanitizers_ignore("${PROJECT_SOURCE_DIR}/Fuzz/ignored.txt")
 endif()
 
 # Older ThreadSanitizers find no room for their shadow where the kernel spreads mappings over more than 28 bits.
