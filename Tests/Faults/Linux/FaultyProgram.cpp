@@ -143,9 +143,10 @@ FaultyOutcome runWithFault(const Program& program, const std::optional<Fault>& f
                                          "TARNWELL_FAULT_REPORT=" + std::to_string(reportNumber)};
     if (program.isWatched)
         environment.push_back("LD_PRELOAD=" + libraries);
-    for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"})
-        if (const char* value = std::getenv(name))
-            environment.push_back(std::string(name) + "=" + value);
+    for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
+        const char* value = std::getenv(name);
+        environment.push_back(std::string(name) + "=" + (value != nullptr ? value : "") + ":exitcode=66");
+    }
     if (fault) {
         environment.push_back("TARNWELL_FAULT_KIND=" + fault->kind);
         environment.push_back("TARNWELL_FAULT_CALL=" + std::to_string(fault->call));

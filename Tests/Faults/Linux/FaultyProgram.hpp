@@ -38,7 +38,8 @@ struct Fault {
 };
 
 struct FaultyOutcome {
-    /// 128 and the signal for a program that a signal ended, SIGKILL for one that had to be stopped.
+    /// 128 and the signal for a program that a signal ended, SIGKILL for one that had to be stopped; 66 for
+    /// one that a sanitizer found fault with.
     int exitCode = -1;
     std::string output;
     std::string error;

@@ -92,6 +92,9 @@ int failingError = 0;
 int reportDescriptor = -1;
 int descriptorsAtStart = 0;
 
+/// With which a program ends that a sanitizer finds fault with.
+constexpr int sanitizerCode = 66;
+
 template <class Function>
 Function next(const char* name) {
     return reinterpret_cast<Function>(::dlsym(RTLD_NEXT, name));
@@ -233,6 +236,10 @@ extern "C" int faulty___libc_start_main(int (*mainFunction)(int, char**, char**)
 extern "C" [[noreturn]] void faulty__exit(int) SYMBOL(_exit);
 extern "C" [[noreturn]] void faulty__exit(int code) {
     report();
+    // The leak sanitizer looks by itself only where a program ends by exit().
+    const auto leaks = reinterpret_cast<int (*)()>(::dlsym(RTLD_DEFAULT, "__lsan_do_recoverable_leak_check"));
+    if (leaks != nullptr && leaks() != 0)
+        code = sanitizerCode;
     next<void (*)(int)>("_exit")(code);
     __builtin_unreachable();
 }
