@@ -26,10 +26,10 @@ public:
             sorter_.add(*child, child->sizeFor(mode_));
         const auto sorted = sorter_.sorted();
         const std::int64_t total = folder.sizeFor(mode_);
-        for (std::size_t index = kept; index-- > 0;) {
-            const std::int64_t selected = sorted[index].size;
-            const double share = total < 1 ? 0 : static_cast<double>(selected) / static_cast<double>(total);
-            rows.push_back({sorted[index].node, share, selected, depth});
+        for (std::size_t index = kept; index > 0; --index) {
+            const auto& child = sorted[index - 1];
+            const double share = total < 1 ? 0 : static_cast<double>(child.size) / static_cast<double>(total);
+            rows.push_back({child.node, share, child.size, depth});
         }
         sorter_.clear();
     }

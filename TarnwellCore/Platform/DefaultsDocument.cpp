@@ -54,7 +54,8 @@ std::optional<std::string> bytesFromBase64(std::string_view text) {
         if (bits < 8)
             continue;
         bits -= 8;
-        bytes += static_cast<char>(group >> bits & 0xFF);
+        bytes += static_cast<char>(group >> bits);
+        group &= (1U << bits) - 1;
     }
     return bytes;
 }

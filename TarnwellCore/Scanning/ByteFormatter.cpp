@@ -1,5 +1,7 @@
 #include "TarnwellCore/Scanning/ByteFormatter.hpp"
 
+#include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
+
 #include <algorithm>
 #include <charconv>
 
@@ -14,13 +16,8 @@ struct Scaled {
     std::size_t unit;
 };
 
-/// The magnitude as a number, since the least 64-bit integer has no positive counterpart.
-std::uint64_t magnitudeOf(std::int64_t bytes) {
-    return bytes < 0 ? 0 - static_cast<std::uint64_t>(bytes) : static_cast<std::uint64_t>(bytes);
-}
-
-Scaled scaled(std::uint64_t magnitude) {
-    Scaled result{static_cast<double>(magnitude) / 1000, 1};
+Scaled scaled(std::uint64_t size) {
+    Scaled result{static_cast<double>(size) / 1000, 1};
     while (result.value >= 1000 && result.unit + 1 < units.size()) {
         result.value /= 1000;
         ++result.unit;
@@ -59,7 +56,7 @@ void appendUnit(std::string& text, std::size_t unit) {
 
 std::string bytesText(std::int64_t bytes) {
     std::string text = std::to_string(bytes);
-    text += magnitudeOf(bytes) == 1 ? " byte" : " bytes";
+    text += magnitude(bytes) == 1 ? " byte" : " bytes";
     return text;
 }
 
@@ -68,10 +65,10 @@ std::string bytesText(std::int64_t bytes) {
 std::string string(std::int64_t bytes, std::string_view zeroString) {
     if (bytes == 0)
         return std::string(zeroString);
-    const std::uint64_t magnitude = magnitudeOf(bytes);
-    if (magnitude <= 999)
+    const std::uint64_t size = magnitude(bytes);
+    if (size <= 999)
         return bytesText(bytes);
-    const auto [value, unit] = scaled(magnitude);
+    const auto [value, unit] = scaled(size);
     std::string text(bytes < 0 ? "-" : "");
     if (unit >= gigabytes && value < 100)
         appendWithAtMostOneDecimal(text, value);
@@ -82,10 +79,10 @@ std::string string(std::int64_t bytes, std::string_view zeroString) {
 }
 
 std::string string(std::int64_t bytes, int decimals) {
-    const std::uint64_t magnitude = magnitudeOf(bytes);
-    if (magnitude <= 999)
+    const std::uint64_t size = magnitude(bytes);
+    if (size <= 999)
         return bytesText(bytes);
-    const auto [value, unit] = scaled(magnitude);
+    const auto [value, unit] = scaled(size);
     std::string text(bytes < 0 ? "-" : "");
     appendFixed(text, value, decimals);
     appendUnit(text, unit);
@@ -95,10 +92,10 @@ std::string string(std::int64_t bytes, int decimals) {
 std::string compact(std::int64_t bytes) {
     if (bytes == 0)
         return "0";
-    const std::uint64_t magnitude = magnitudeOf(bytes);
-    if (magnitude < 1000)
+    const std::uint64_t size = magnitude(bytes);
+    if (size < 1000)
         return std::to_string(bytes) + " B";
-    const auto [value, unit] = scaled(magnitude);
+    const auto [value, unit] = scaled(size);
     std::string text(bytes < 0 ? "-" : "");
     if (value < 10)
         appendWithAtMostOneDecimal(text, value);

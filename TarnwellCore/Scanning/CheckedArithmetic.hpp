@@ -5,6 +5,8 @@
 #include "TarnwellCore/Platform/FatalError.hpp"
 
 #include <concepts>
+#include <cstdint>
+#include <type_traits>
 
 namespace tarnwell {
 
@@ -24,6 +26,11 @@ constexpr Integer checkedSubtract(Integer a, Integer b) {
     if (__builtin_sub_overflow(a, b, &difference)) [[unlikely]]
         fatalError("a difference of sizes or counts does not fit its integer");
     return difference;
+}
+
+/// Without its sign; unsigned, since the least number has no positive counterpart of its type.
+constexpr std::uint64_t magnitude(std::int64_t value) {
+    return value < 0 ? static_cast<std::uint64_t>(-(value + 1)) + 1 : static_cast<std::uint64_t>(value);
 }
 
 /// Adds `amount` to `total`, checked.

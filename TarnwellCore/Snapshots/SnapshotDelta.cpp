@@ -1,5 +1,7 @@
 #include "TarnwellCore/Snapshots/SnapshotDelta.hpp"
 
+#include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
+
 #include <algorithm>
 #include <bit>
 #include <functional>
@@ -22,11 +24,6 @@ std::int64_t difference(std::int64_t after, std::int64_t before) {
         return result;
     // Sizes of a foreign file may be anything.
     return after < 0 ? std::numeric_limits<std::int64_t>::min() : std::numeric_limits<std::int64_t>::max();
-}
-
-std::uint64_t magnitude(std::int64_t value) {
-    const auto bits = static_cast<std::uint64_t>(value);
-    return value < 0 ? 0 - bits : bits;
 }
 
 /// One path of either snapshot.

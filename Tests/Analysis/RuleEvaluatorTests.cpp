@@ -94,8 +94,7 @@ std::vector<RuleMatch> oracle(const std::vector<CleanupRule>& rules, const FileN
                 ++match.itemCount;
                 continue;
             }
-            for (std::size_t index = node->children().size(); index-- > 0;)
-                pending.push_back(node->children()[index]);
+            pending.insert(pending.end(), node->children().rbegin(), node->children().rend());
         }
         if (!match.nodes.empty())
             results.push_back(std::move(match));
