@@ -1,5 +1,6 @@
 #include "TarnwellCore/Platform/Volumes.hpp"
 
+#include "TarnwellCore/Platform/FileCalls.hpp"
 #include "TarnwellCore/Platform/Linux/BlockDevices.hpp"
 #include "TarnwellCore/Platform/Linux/FileSystemIdentity.hpp"
 #include "TarnwellCore/Platform/Linux/MountTable.hpp"
@@ -51,7 +52,7 @@ struct Place {
 Place lookAt(const std::string& path) {
     // By a descriptor: were the path asked twice, a volume could go in between, and the second answer would
     // be that of the file system below.
-    const int descriptor = ::open(path.c_str(), O_PATH | O_CLOEXEC);
+    const int descriptor = withoutInterruption([&] { return ::open(path.c_str(), O_PATH | O_CLOEXEC); });
     if (descriptor < 0)
         return {.isMountPoint = errno != ENOENT && errno != ENOTDIR};
     Place place;

@@ -3,6 +3,7 @@
 #include "Tests/Faults/Linux/FaultyProgram.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -105,6 +106,14 @@ TEST(Leaks, NoCommandLeaksMemoryOrDescriptors) {
         EXPECT_EQ(test::readFile(world / "error").find("Open file descriptor"), std::string::npos)
             << command << test::readFile(world / "error");
     }
+}
+
+TEST(Leaks, AreNoticedWhereAProgramEndsWithoutExit) {
+    if (::dlsym(RTLD_DEFAULT, "__lsan_do_recoverable_leak_check") == nullptr)
+        GTEST_SKIP() << "not built with the address sanitizer";
+    const test::FaultyOutcome outcome =
+        test::runWithFault({.arguments = {TARNWELL_FAULTS_SUBJECT, "leak"}, .environment = {}}, std::nullopt);
+    EXPECT_EQ(outcome.exitCode, 66) << outcome.error;
 }
 
 } // namespace

@@ -1,16 +1,16 @@
-// Settings, the runner of other programs, the Trash, measuring and deleting, while each of their system calls
-// fails.
+// Settings, the runner of other programs, the Trash, volumes, measuring and deleting, while each of their
+// system calls fails.
 
 #include "Tests/Faults/Linux/FaultyProgram.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 #include <gtest/gtest.h>
-#include <rapidjson/document.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 
 namespace fs = std::filesystem;
@@ -106,6 +106,41 @@ TEST_F(ServiceFaults, RunningAnotherProgram) {
             const bool isKnown = output == whole + whole || output == "not started\n" + whole ||
                                  output == whole + "not started\n" || output == "not started\nnot started\n";
             return outcome.exitCode == 1 || isKnown || mayBePart ? "" : "another result";
+        },
+        .changesWorld = false,
+        .failsSilently = false,
+    });
+}
+
+TEST_F(ServiceFaults, EndingAnotherProgram) {
+    test::expectToSurviveFaults({
+        .prepare = [](const fs::path&) {},
+        // Where it cannot be asked to end, it does so by itself before the grace period is over.
+        .program = [](const fs::path& world) { return subject(world, {"hang", "-c", "exec sleep 1"}); },
+        .complaint = [](const fs::path&, const FaultyOutcome& outcome, const FaultyOutcome&,
+                        const Fault&) -> std::string {
+            const bool isKnown =
+                outcome.output == "-9 [] [timed out after 0.05s]\n" || outcome.output == "not started\n";
+            return outcome.exitCode == 1 || isKnown ? "" : "another result";
+        },
+        .changesWorld = false,
+        .failsSilently = false,
+    });
+}
+
+TEST_F(ServiceFaults, ListingVolumes) {
+    test::expectToSurviveFaults({
+        .prepare = [](const fs::path&) {},
+        .program = [](const fs::path& world) { return subject(world, {"volumes"}); },
+        .complaint = [](const fs::path&, const FaultyOutcome& outcome, const FaultyOutcome& undisturbed,
+                        const Fault&) -> std::string {
+            if (outcome.exitCode == 1)
+                return {};
+            std::istringstream lines(outcome.output);
+            for (std::string line; std::getline(lines, line);)
+                if (line != "no figures" && undisturbed.output.find(line + "\n") == std::string::npos)
+                    return "lists what is not there: " + line;
+            return outcome.output.ends_with("figures\n") ? "" : "did not come to its end";
         },
         .changesWorld = false,
         .failsSilently = false,

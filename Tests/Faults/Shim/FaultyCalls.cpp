@@ -70,6 +70,7 @@ namespace {
     KIND(poll)                                                                                               \
     KIND(spawn)                                                                                              \
     KIND(wait)                                                                                               \
+    KIND(kill)                                                                                               \
     KIND(pidfd)                                                                                              \
     KIND(thread)                                                                                             \
     KIND(memory)
@@ -341,6 +342,8 @@ FAULTY(statfs, int, fstatfs, (int descriptor, void* status), (descriptor, status
 FAULTY(statfs, int, fstatfs64, (int descriptor, void* status), (descriptor, status))
 FAULTY(statfs, int, statvfs, (const char* path, void* status), (path, status))
 FAULTY(statfs, int, statvfs64, (const char* path, void* status), (path, status))
+FAULTY(statfs, int, fstatvfs, (int descriptor, void* status), (descriptor, status))
+FAULTY(statfs, int, fstatvfs64, (int descriptor, void* status), (descriptor, status))
 FAULTY(access, int, access, (const char* path, int mode), (path, mode))
 FAULTY(readlink, ssize_t, readlink, (const char* path, char* target, std::size_t size), (path, target, size))
 FAULTY(readlink, ssize_t, readlinkat, (int folder, const char* path, char* target, std::size_t size),
@@ -372,6 +375,7 @@ FAULTY(limits, int, sched_getaffinity, (pid_t process, std::size_t size, void* s
 FAULTY(pipe, int, pipe2, (int* ends, int flags), (ends, flags))
 FAULTY(poll, int, poll, (pollfd * polled, nfds_t count, int timeout), (polled, count, timeout))
 FAULTY(wait, pid_t, waitpid, (pid_t process, int* status, int options), (process, status, options))
+FAULTY(kill, int, kill, (pid_t process, int signal), (process, signal))
 FAULTY_BY_CODE(spawn, posix_spawn,
                (pid_t * process, const char* path, const void* actions, const void* attributes,
                 char* const* arguments, char* const* environment),

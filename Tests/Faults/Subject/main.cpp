@@ -1,11 +1,14 @@
-// What the tool does not do itself, as a program: settings, other programs, the Trash, measuring, deleting.
-// Prints what came of it; the exit code is 1 where something failed.
+// What the tool does not do itself, as a program: settings, other programs, the Trash, volumes, measuring,
+// deleting. Prints what came of it; the exit code is 1 where something failed.
 
 #include "TarnwellCore/Actions/TrashService.hpp"
 #include "TarnwellCore/Analysis/Shell.hpp"
 #include "TarnwellCore/Platform/UserDefaults.hpp"
+#include "TarnwellCore/Scanning/DiskInfo.hpp"
 #include "TarnwellCore/Scanning/DiskScanner.hpp"
 #include "TarnwellCore/Snapshots/SnapshotStore.hpp"
+
+#include <unistd.h>
 
 #include <cstdio>
 #include <exception>
@@ -55,6 +58,19 @@ int shell(const Words& words) {
     return 0;
 }
 
+int shellThatHangs(const Words& words) {
+    show(Shell::runAsync("/bin/sh", words, 0.05, 30).get());
+    return 0;
+}
+
+int volumes(const Words&) {
+    for (const VolumeInfo& volume : DiskInfo::mountedVolumes(false))
+        std::printf("%s\n", volume.path.c_str());
+    const auto statistics = DiskInfo::fileSystemStatistics("/dev/null");
+    std::printf("%s\n", statistics && statistics->total >= statistics->available ? "figures" : "no figures");
+    return 0;
+}
+
 int measure(const Words& words) {
     const DirectoryMeasurement measurement = DiskScanner().measure(words.at(0)).get();
     std::printf(
@@ -68,6 +84,15 @@ int deleteSnapshot(const Words& words) {
     return 0;
 }
 
+/// Forgets memory, and ends as the tool does. Of one block alone a register might know.
+int leak(const Words&) {
+    for (int count = 0; count < 100; ++count) {
+        char* volatile block = new char[50];
+        (void)block;
+    }
+    ::_exit(0);
+}
+
 int run(const std::string& command, const Words& words) {
     if (command == "set")
         return set(words);
@@ -77,6 +102,12 @@ int run(const std::string& command, const Words& words) {
         return trash(words);
     if (command == "shell")
         return shell(words);
+    if (command == "hang")
+        return shellThatHangs(words);
+    if (command == "volumes")
+        return volumes(words);
+    if (command == "leak")
+        return leak(words);
     if (command == "measure")
         return measure(words);
     if (command == "delete")
