@@ -5,13 +5,13 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <exception>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -35,7 +35,7 @@ public:
             slot->giveUpTime = std::chrono::steady_clock::now() + limit;
             try {
                 std::thread(make, state_, key, std::move(call)).detach();
-            } catch (const std::system_error&) {
+            } catch (const std::exception&) { // no thread, or no memory for one
                 state_->running.erase(key);
                 return std::nullopt;
             }
