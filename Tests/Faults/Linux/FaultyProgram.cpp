@@ -46,9 +46,11 @@ std::string faultyCalls() {
     return link;
 }
 
-/// The sanitizer runtimes that this process uses must come first in every list of libraries.
+/// The sanitizer runtimes that this process uses must be in every list of libraries: the address sanitizer's
+/// behind the library of failing calls, or it would take the allocations before they can fail.
 std::string preloadedLibraries() {
-    std::string libraries;
+    std::string first;
+    std::string last;
     std::ifstream maps("/proc/self/maps");
     std::set<std::string> seen;
     for (std::string line; std::getline(maps, line);) {
@@ -56,12 +58,28 @@ std::string preloadedLibraries() {
         if (start == std::string::npos)
             continue;
         const std::string path = line.substr(start);
-        const bool isRuntime =
-            path.find("/libasan.so") != std::string::npos || path.find("/libtsan.so") != std::string::npos;
-        if (isRuntime && seen.insert(path).second)
-            libraries += path + ":";
+        if (path.find("/libtsan.so") != std::string::npos && seen.insert(path).second)
+            first += path + ":";
+        if (path.find("/libasan.so") != std::string::npos && seen.insert(path).second)
+            last += ":" + path;
     }
-    return libraries + faultyCalls();
+    return first + faultyCalls() + last;
+}
+
+/// How sanitizers behave in the program, as the environment has it for them.
+std::vector<std::string> sanitizerOptions() {
+    const auto option = [](const std::string& name, const std::string& ours) {
+        const char* given = std::getenv(name.c_str());
+        return name + "=" + (given != nullptr ? given : "") + ours;
+    };
+    const std::string code = ":exitcode=" + std::to_string(sanitizerCode);
+    return {
+        // Whole call chains, to tell a leak of a library's from ours.
+        option("ASAN_OPTIONS", code + ":verify_asan_link_order=0:fast_unwind_on_malloc=0"),
+        option("LSAN_OPTIONS", ":suppressions='" TARNWELL_TESTS "/Faults/leaks.txt':print_suppressions=0"),
+        option("UBSAN_OPTIONS", code),
+        option("TSAN_OPTIONS", code),
+    };
 }
 
 /// A file without a name.
@@ -143,10 +161,8 @@ FaultyOutcome runWithFault(const Program& program, const std::optional<Fault>& f
                                          "TARNWELL_FAULT_REPORT=" + std::to_string(reportNumber)};
     if (program.isWatched)
         environment.push_back("LD_PRELOAD=" + libraries);
-    for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
-        const char* value = std::getenv(name);
-        environment.push_back(std::string(name) + "=" + (value != nullptr ? value : "") + ":exitcode=66");
-    }
+    for (std::string& option : sanitizerOptions())
+        environment.push_back(std::move(option));
     if (fault) {
         environment.push_back("TARNWELL_FAULT_KIND=" + fault->kind);
         environment.push_back("TARNWELL_FAULT_CALL=" + std::to_string(fault->call));

@@ -12,6 +12,9 @@
 
 namespace tarnwell::test {
 
+/// With which a program ends that a sanitizer finds fault with.
+inline constexpr int sanitizerCode = 66;
+
 struct Program {
     /// The first is the program's path.
     std::vector<std::string> arguments;
@@ -38,8 +41,8 @@ struct Fault {
 };
 
 struct FaultyOutcome {
-    /// 128 and the signal for a program that a signal ended, SIGKILL for one that had to be stopped; 66 for
-    /// one that a sanitizer found fault with.
+    /// 128 and the signal for a program that a signal ended, SIGKILL for one that had to be stopped;
+    /// `sanitizerCode` for one that a sanitizer found fault with.
     int exitCode = -1;
     std::string output;
     std::string error;

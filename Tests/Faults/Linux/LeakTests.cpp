@@ -113,7 +113,7 @@ TEST(Leaks, AreNoticedWhereAProgramEndsWithoutExit) {
         GTEST_SKIP() << "not built with the address sanitizer";
     const test::FaultyOutcome outcome =
         test::runWithFault({.arguments = {TARNWELL_FAULTS_SUBJECT, "leak"}, .environment = {}}, std::nullopt);
-    EXPECT_EQ(outcome.exitCode, 66) << outcome.error;
+    EXPECT_EQ(outcome.exitCode, test::sanitizerCode) << outcome.error;
 }
 
 } // namespace

@@ -46,6 +46,7 @@ void makeTree(const fs::path& world) {
     const fs::path tree = world / "tree";
     write(tree / "notes.txt", std::string(5'000, 'n'));
     write(tree / "photo.JPG", std::string(20'000, 'p'));
+    write(tree / "plan.dxf", "for the type database");
     write(tree / "Tool.app/Contents/binary", std::string(9'000, 'b'));
     fs::create_symlink("nowhere", tree / "link");
     fs::create_hard_link(tree / "notes.txt", tree / "second name");

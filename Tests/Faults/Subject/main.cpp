@@ -127,15 +127,3 @@ int main(int count, char** values) {
         return 1;
     }
 }
-
-// What the address sanitizer does in this program. GIO forgets the texts it has made when the item cannot be
-// renamed into the Trash. To tell that from a leak of ours takes whole call chains, and functions that we do
-// not call (printf) or call in one place, where the result has an owner (escaping).
-extern "C" const char* __asan_default_options();
-extern "C" const char* __asan_default_options() {
-    return "fast_unwind_on_malloc=0";
-}
-extern "C" const char* __lsan_default_suppressions();
-extern "C" const char* __lsan_default_suppressions() {
-    return "leak:g_uri_escape_string\nleak:g_strdup_printf\n";
-}
