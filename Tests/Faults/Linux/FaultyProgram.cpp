@@ -255,7 +255,8 @@ std::vector<Fault> faultsFor(const FaultyOutcome& undisturbed) {
     for (const auto& [kind, calls] : undisturbed.report) {
         if (isIn({"failed", "descriptors", "devices"}, kind) || calls == 0)
             continue;
-        const long step = kind == "memory" && !isThorough() ? 1 + calls / 40 : 1;
+        const long most = isSanitized() ? 15 : 40; // of allocations, of which there are hundreds
+        const long step = kind == "memory" && !isThorough() ? 1 + calls / most : 1;
         for (long call = 1; call <= calls; call += step) {
             for (const int error : errorsFor(kind, call, isThorough()))
                 faults.push_back({.kind = kind, .call = call, .error = error});
