@@ -43,13 +43,14 @@ if(TARNWELL_WARNINGS_AS_ERRORS)
 endif()
 target_compile_definitions(tarnwell_compile_settings INTERFACE $<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>
   $<$<CONFIG:Debug>:_LIBCPP_HARDENING_MODE=_LIBCPP_HARDENING_MODE_EXTENSIVE>)
-# What sanitizers pass over. The list's digest is part of the command: ccache before 4.9 takes objects for current
-# though the list has changed.
+# What sanitizers pass over. It is handed on as a copy with a digest in its name: ccache before 4.9 takes an object for
+# current though the list has changed.
 function(tarnwell_sanitizers_ignore list)
   file(SHA1 "${list}" digest)
+  set(copy "${PROJECT_BINARY_DIR}/sanitizer-ignored-${digest}.txt")
+  file(COPY_FILE "${list}" "${copy}" ONLY_IF_DIFFERENT)
   set_property(DIRECTORY "${PROJECT_SOURCE_DIR}" APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${list}")
-  target_compile_options(tarnwell_compile_settings INTERFACE "-fsanitize-ignorelist=${list}")
-  target_compile_definitions(tarnwell_compile_settings INTERFACE "TARNWELL_IGNORED_${digest}")
+  target_compile_options(tarnwell_compile_settings INTERFACE "-fsanitize-ignorelist=${copy}")
 endfunction()
 
 if(TARNWELL_SANITIZE)
