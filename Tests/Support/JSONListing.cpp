@@ -3,6 +3,7 @@
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
 
+#include <utility>
 #include <vector>
 
 namespace tarnwell::test {
@@ -35,7 +36,9 @@ public:
     }
     bool Int(int value) { return Int64(value); }
     bool Uint(unsigned value) { return Int64(value); }
-    bool Uint64(std::uint64_t) { return false; } // only those beyond 2^63 - 1
+    bool Uint64(std::uint64_t value) {
+        return std::in_range<std::int64_t>(value) && Int64(static_cast<std::int64_t>(value));
+    }
     bool Int64(std::int64_t value) {
         const bool isRoot = open_.size() == 1;
         if (key_ == "size")
