@@ -42,14 +42,14 @@ SharedExtents::SharedExtents(const DirectoryCalls& calls) : calls_(calls) {}
 SharedExtents::~SharedExtents() = default;
 
 void SharedExtents::measure(int folder, const char* name, RawDirectoryEntry& entry) {
+    if (!extents_) // before there is a file to close
+        extents_ = std::make_unique<ExtentMap>();
     // Not blocking: should a FIFO have taken the file's place by now, opening it must not wait for a writer.
     const int file = withoutInterruption([&] {
         return calls_.openEntry(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     });
     if (file < 0)
         return;
-    if (!extents_)
-        extents_ = std::make_unique<ExtentMap>();
     struct fiemap& map = extents_->header();
     std::uint64_t total = 0;
     std::uint64_t shared = 0;
