@@ -31,11 +31,14 @@ CLIResult failure(std::int32_t exitCode, std::string message) {
 void render(const CLIListedScan& scan, CLITextFormat format, const TextSink& output) {
     switch (format) {
     case CLITextFormat::human:
-        return CLIRender::human(scan, output);
+        CLIRender::human(scan, output);
+        break;
     case CLITextFormat::json:
-        return CLIRender::json(scan, output);
+        CLIRender::json(scan, output);
+        break;
     case CLITextFormat::csv:
-        return CLIRender::csv(scan, output);
+        CLIRender::csv(scan, output);
+        break;
     }
 }
 
