@@ -14,7 +14,7 @@
 
 namespace tarnwell {
 
-void PrintTo(const SnapshotDelta::Change& change, std::ostream* stream) {
+static void PrintTo(const SnapshotDelta::Change& change, std::ostream* stream) {
     *stream << "'" << change.path << "' " << rawValue(change.kind) << " " << change.before << " → "
             << change.after << (change.isNested ? " nested" : "");
 }
