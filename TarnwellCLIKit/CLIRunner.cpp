@@ -31,14 +31,11 @@ CLIResult failure(std::int32_t exitCode, std::string message) {
 void render(const CLIListedScan& scan, CLITextFormat format, const TextSink& output) {
     switch (format) {
     case CLITextFormat::human:
-        CLIRender::human(scan, output);
-        break;
+        return CLIRender::human(scan, output);
     case CLITextFormat::json:
-        CLIRender::json(scan, output);
-        break;
+        return CLIRender::json(scan, output);
     case CLITextFormat::csv:
-        CLIRender::csv(scan, output);
-        break;
+        return CLIRender::csv(scan, output);
     }
 }
 
