@@ -112,7 +112,8 @@ TEST(SnapshotStore, ForeignThingsAreLeftAloneAndHinderNothing) {
     folder.writeFile("empty.json", "");
     folder.writeFile("deep.json", std::string(5'000'000, '['));
     folder.writeFile("latin.json", "{\"caf\xe9\": 1}");
-    folder.writeFile(folder.takesAnyName() ? "\xff\xfe.json" : "bytes.json", "\xff\xfe{\0}\0");
+    folder.writeFile(folder.takesAnyName() ? "\xff\xfe.json" : "bytes.json",
+                     std::string("\xff\xfe{\0}\0", 6));
     fs::resize_file(folder.writeFile("huge.json", ""), std::uintmax_t{1} << 40);
     folder.makeFolder("folder.json");
     fs::create_symlink(folder / "nothing", folder / "dangling.json");
