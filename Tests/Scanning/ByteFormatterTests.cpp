@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <limits>
 #include <random>
+#include <string>
 
 namespace tarnwell {
 namespace {
