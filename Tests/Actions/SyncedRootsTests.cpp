@@ -5,7 +5,6 @@
 #include <gmock/gmock.h>
 
 namespace fs = std::filesystem;
-using testing::ElementsAre;
 
 namespace tarnwell {
 namespace {
