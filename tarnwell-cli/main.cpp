@@ -37,8 +37,8 @@ bool write(int descriptor, std::string_view text) {
 } // namespace
 
 int main(int count, char** values) {
-    // A reader that has gone and a limit on the size of files are failures of a write like any other. To ignore
-    // these signals cannot fail.
+    // A reader that has gone and a limit on the size of files are failures of a write like any other. To
+    // ignore these signals cannot fail.
     std::signal(SIGPIPE, SIG_IGN); // NOLINT(cert-err33-c)
     std::signal(SIGXFSZ, SIG_IGN); // NOLINT(cert-err33-c)
     tarnwell::CLIResult result;

@@ -2,7 +2,7 @@
 
 #include "Tests/Support/TemporaryFolder.hpp"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 namespace fs = std::filesystem;
 
