@@ -39,7 +39,6 @@ namespace {
 
 using test::FaultyOutcome;
 using test::MountedImage;
-using test::Program;
 using test::TemporaryFolder;
 
 constexpr std::int64_t largestSize = std::numeric_limits<std::int64_t>::max();
