@@ -156,7 +156,7 @@ private:
             sums.errors += 1;
             return;
         }
-        Folder* folder = new Folder(descriptor);
+        auto* folder = new Folder(descriptor);
         for (;;) {
             const ssize_t count = ::getdents64(descriptor, buffer, bufferSize);
             if (count <= 0) {

@@ -39,7 +39,8 @@ int measureFreshPages() {
     const double start = now();
     for (std::size_t offset = 0; offset < length; offset += page)
         static_cast<volatile char*>(memory)[offset] = 1;
-    std::printf("%.1f\n", (now() - start) * 1e6 / static_cast<double>(length / page));
+    const std::size_t pages = length / page;
+    std::printf("%.1f\n", (now() - start) * 1e6 / static_cast<double>(pages));
     return 0;
 }
 

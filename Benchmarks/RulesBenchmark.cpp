@@ -70,7 +70,7 @@ std::vector<CleanupRule> makeRules(std::size_t count) {
             rule.olderThanDays = 900 + step % 90;
             rule.lastOpenedBeforeDays = 100;
             break;
-        case 4:
+        default:
             rule.locationPrefix = "/Users/someone/Projects/item 11";
             rule.extensions = {"o"};
             break;

@@ -35,12 +35,12 @@ int main(int count, char** values) {
         options.workerCount = static_cast<int>(workers);
     try {
         const tarnwell::ScanResult result = tarnwell::ScanEngine(path, options, measuresOnly == 0).run();
+        const std::int64_t entryCount = result.stats.fileCount + result.stats.directoryCount;
         rusage used = {};
         ::getrusage(RUSAGE_SELF, &used);
         std::printf("%lld entries, %.4f s, %.4f s of processor time, %ld voluntary and %ld forced switches\n",
-                    static_cast<long long>(result.stats.fileCount + result.stats.directoryCount),
-                    result.duration, seconds(used.ru_utime) + seconds(used.ru_stime), used.ru_nvcsw,
-                    used.ru_nivcsw);
+                    static_cast<long long>(entryCount), result.duration,
+                    seconds(used.ru_utime) + seconds(used.ru_stime), used.ru_nvcsw, used.ru_nivcsw);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "%s\n", error.what());
         return 1;

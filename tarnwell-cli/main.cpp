@@ -37,9 +37,10 @@ bool write(int descriptor, std::string_view text) {
 } // namespace
 
 int main(int count, char** values) {
-    // A reader that has gone and a limit on the size of files are failures of a write like any other.
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN);
+    // A reader that has gone and a limit on the size of files are failures of a write like any other. To
+    // ignore these signals cannot fail.
+    std::signal(SIGPIPE, SIG_IGN); // NOLINT(cert-err33-c)
+    std::signal(SIGXFSZ, SIG_IGN); // NOLINT(cert-err33-c)
     tarnwell::CLIResult result;
     try {
         const std::vector<std::string> arguments(values + std::min(count, 1), values + count);

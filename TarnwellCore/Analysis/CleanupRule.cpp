@@ -47,8 +47,8 @@ std::string randomToken() {
     std::string token;
     for (int part = 0; part < 4; ++part) {
         std::array<char, 9> digits{};
-        std::snprintf(digits.data(), digits.size(), "%08x", random());
-        token += digits.data();
+        const int length = std::snprintf(digits.data(), digits.size(), "%08x", random());
+        token.append(digits.data(), static_cast<std::size_t>(length));
     }
     return token;
 }

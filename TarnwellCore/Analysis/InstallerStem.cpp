@@ -83,17 +83,15 @@ std::string_view versionDigits(std::string_view word) {
     if (isNumber(word))
         return word;
     const auto isLetter = [](char byte) { return !isDigit(byte); };
-    const std::size_t firstDigit =
-        static_cast<std::size_t>(std::ranges::find_if(word, isDigit) - word.begin());
+    const auto firstDigit = static_cast<std::size_t>(std::ranges::find_if(word, isDigit) - word.begin());
     if (firstDigit == word.size())
         return {};
     if (firstDigit > 0 && !contains(versionLetters, word.substr(0, firstDigit)))
         return {};
     const std::string_view rest = word.substr(firstDigit);
-    const std::size_t digits = static_cast<std::size_t>(std::ranges::find_if(rest, isLetter) - rest.begin());
+    const auto digits = static_cast<std::size_t>(std::ranges::find_if(rest, isLetter) - rest.begin());
     const std::string_view suffix = rest.substr(digits);
-    const std::size_t letters =
-        static_cast<std::size_t>(std::ranges::find_if(suffix, isDigit) - suffix.begin());
+    const auto letters = static_cast<std::size_t>(std::ranges::find_if(suffix, isDigit) - suffix.begin());
     const bool isPlain = suffix.empty() || (contains(versionLetters, suffix.substr(0, letters)) &&
                                             (letters == suffix.size() || isNumber(suffix.substr(letters))));
     return isPlain ? rest.substr(0, digits) : std::string_view();

@@ -2,10 +2,9 @@
 
 #include "Tests/Support/TemporaryFolder.hpp"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 namespace fs = std::filesystem;
-using testing::ElementsAre;
 
 namespace tarnwell {
 namespace {

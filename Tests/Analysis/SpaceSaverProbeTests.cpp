@@ -20,7 +20,6 @@ namespace {
 
 using test::TemporaryFolder;
 using testing::ElementsAre;
-using testing::IsEmpty;
 namespace fs = std::filesystem;
 
 const SpaceSaverProbe::DirectoryRule& ruleOf(SpaceSaverKind kind) {

@@ -37,7 +37,7 @@ RandomInput randomInput(std::mt19937_64& random, bool allowsZeros) {
         case 2:
             value = static_cast<double>(1 + random() % 3);
             break;
-        case 3:
+        default:
             value = std::exp2(unit(random) * 40 - 20);
             break;
         }

@@ -203,7 +203,7 @@ TEST(JSONFileDefaults, KeepsADamagedFileAside) {
         "{\"a\": \"\xED\xA0\x80\"}",
         "{\"a\": \"\\udc00\"}",
         "{\"\\udc00\": 1}",
-        "\xFF\xFE{\0}\0",
+        std::string("\xFF\xFE{\0}\0", 6),
         std::string("{\"a\": 1}\0\0", 10),
         std::string(300, '\0'),
         deep,

@@ -180,7 +180,8 @@ TEST(CancellationToken, TellsEachListenerOnce) {
         const auto withdrawn = token.onCancel([&] { ++second; });
     }
     EXPECT_FALSE(token.isCancelled());
-    const CancellationToken copy = token;
+    // A copy is the same token.
+    const CancellationToken copy = token; // NOLINT(performance-unnecessary-copy-initialization)
     copy.cancel();
     copy.cancel();
     EXPECT_TRUE(token.isCancelled());

@@ -14,7 +14,8 @@
 
 namespace tarnwell {
 
-void PrintTo(const SnapshotDelta::Change& change, std::ostream* stream) {
+// Where googletest looks for it: beside the type.
+void PrintTo(const SnapshotDelta::Change& change, std::ostream* stream) { // NOLINT(misc-use-internal-linkage)
     *stream << "'" << change.path << "' " << rawValue(change.kind) << " " << change.before << " → "
             << change.after << (change.isNested ? " nested" : "");
 }

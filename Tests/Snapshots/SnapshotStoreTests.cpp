@@ -34,7 +34,6 @@ using test::FaultyFileCalls;
 using test::makeSnapshot;
 using test::TemporaryFolder;
 using testing::ElementsAre;
-using testing::UnorderedElementsAre;
 
 /// What an operation throws says; empty when it does not throw.
 template <class Operation>
@@ -85,11 +84,12 @@ TEST(SnapshotStore, SnapshotsOfOneSecondStandInTheOrderOfTheirFiles) {
     SnapshotStore store(folder.path());
     std::vector<ScanSnapshot> newestFirst;
     for (int age = 0; age < 50; ++age) {
-        newestFirst.push_back(makeSnapshot(1000 - age / 10));
+        const int second = age / 10;
+        newestFirst.push_back(makeSnapshot(1000 - second));
         store.save(newestFirst.back());
         // Also where the whole folder was copied and newer snapshots have older files.
         fs::last_write_time(folder / (newestFirst.back().id.text() + ".json"),
-                            fs::file_time_type::clock::now() + std::chrono::hours(age / 10 * 100 - age));
+                            fs::file_time_type::clock::now() + std::chrono::hours(second * 100 - age));
     }
     EXPECT_EQ(store.list(), newestFirst);
 }
@@ -112,7 +112,8 @@ TEST(SnapshotStore, ForeignThingsAreLeftAloneAndHinderNothing) {
     folder.writeFile("empty.json", "");
     folder.writeFile("deep.json", std::string(5'000'000, '['));
     folder.writeFile("latin.json", "{\"caf\xe9\": 1}");
-    folder.writeFile(folder.takesAnyName() ? "\xff\xfe.json" : "bytes.json", "\xff\xfe{\0}\0");
+    folder.writeFile(folder.takesAnyName() ? "\xff\xfe.json" : "bytes.json",
+                     std::string("\xff\xfe{\0}\0", 6));
     fs::resize_file(folder.writeFile("huge.json", ""), std::uintmax_t{1} << 40);
     folder.makeFolder("folder.json");
     fs::create_symlink(folder / "nothing", folder / "dangling.json");

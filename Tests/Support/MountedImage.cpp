@@ -77,7 +77,7 @@ std::expected<std::unique_ptr<MountedImage>, std::string> MountedImage::make(con
         fs::resize_file(content->image, request.size);
         std::vector<std::string> format = {"mkfs." + request.type};
         if (request.type.starts_with("ext"))
-            format.push_back("-q");
+            format.emplace_back("-q");
         if (!request.formatOption.empty())
             format.push_back(request.formatOption);
         format.push_back(content->image);

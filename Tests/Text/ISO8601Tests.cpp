@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdint>
 #include <limits>
+#include <optional>
 #include <string>
 
 namespace tarnwell {
@@ -35,9 +37,10 @@ TEST(ISO8601, TextAndDateStandForEachOther) {
         EXPECT_EQ(dateFromISO8601(sample.text), at(sample.seconds)) << sample.text;
     }
     // Every day of the calendar, the sum of all month lengths and leap days included.
-    for (double seconds = -62135596800 + 86399; seconds <= 253402300799; seconds += 86400 * 13) {
-        const std::optional<std::string> text = iso8601Text(at(seconds));
-        ASSERT_TRUE(text && dateFromISO8601(*text) == at(seconds)) << seconds;
+    for (std::int64_t second = -62135596800 + 86399; second <= 253402300799; second += 86400 * 13) {
+        const Date date = at(static_cast<double>(second));
+        const std::optional<std::string> text = iso8601Text(date);
+        ASSERT_TRUE(text && dateFromISO8601(*text) == date) << second;
     }
 }
 

@@ -92,8 +92,8 @@ std::string Picture::draw(std::int64_t levels) {
     svg_ += "<rect class=\"page\" rx=\"10\" " + attributes(0, 0, pictureWidth, pictureHeight) + "/>\n";
     addTitle();
 
-    const auto rows = static_cast<double>((legend_.size() + legendColumns - 1) / legendColumns);
-    const double legendTop = pictureHeight - margin / 2 - rows * legendRowHeight;
+    const std::size_t rows = (legend_.size() + legendColumns - 1) / legendColumns;
+    const double legendTop = pictureHeight - margin / 2 - static_cast<double>(rows) * legendRowHeight;
     const Rect area{margin, margin + titleHeight, pictureWidth - 2 * margin,
                     legendTop - margin / 2 - margin - titleHeight};
     const auto items = TreemapLayout::layout(root_, area,
@@ -146,8 +146,10 @@ void Picture::addLegend(double top) {
     constexpr double columnWidth = (pictureWidth - 2 * margin) / legendColumns;
     for (std::size_t index = 0; index < legend_.size(); ++index) {
         const FileCategory category = legend_[index];
-        const double x = margin + static_cast<double>(index % legendColumns) * columnWidth;
-        const double y = top + static_cast<double>(index / legendColumns) * legendRowHeight;
+        const std::size_t column = index % legendColumns;
+        const std::size_t row = index / legendColumns;
+        const double x = margin + static_cast<double>(column) * columnWidth;
+        const double y = top + static_cast<double>(row) * legendRowHeight;
         svg_ += "<rect class=\"c" + std::to_string(rawValue(category)) + "\" rx=\"3\" " +
                 attributes(x, y + 4, 14, 14) + "/>";
         svg_ += "<text class=\"ink\" x=\"" + number(x + 20) + "\" y=\"" + number(y + 15) + "\">" +

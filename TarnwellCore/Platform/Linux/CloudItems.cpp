@@ -23,6 +23,8 @@ CloudEvictionReply evictFromUbiquitousStorage(const std::filesystem::path&) {
 }
 
 void evictFromFileProvider(const std::filesystem::path&,
+                           // Where there is such a service it is kept until that answers.
+                           // NOLINTNEXTLINE(performance-unnecessary-value-param)
                            std::function<void(const CloudEvictionReply&)> completion) {
     completion({CloudEvictionReply::Kind::notManaged, {}});
 }

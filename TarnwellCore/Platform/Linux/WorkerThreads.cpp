@@ -37,7 +37,7 @@ void runWorkers(int count, const std::function<void(int)>& body) {
         threads.reserve(static_cast<std::size_t>(std::max(count, 1)));
         for (int index = 1; index < count; ++index)
             threads.emplace_back(run, index);
-    } catch (const std::exception&) {
+    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
         // No more threads or no memory for them: those that run are enough.
     }
     run(0);

@@ -37,7 +37,7 @@ constexpr std::size_t largestMemory = std::size_t{2} << 30;
 
 /// The library of failing calls by a path that the loader can take: it parts its list at blanks and colons.
 std::string faultyCalls() {
-    const std::string library = TARNWELL_FAULTY_CALLS;
+    std::string library = TARNWELL_FAULTY_CALLS;
     if (library.find_first_of(" :") == std::string::npos)
         return library;
     static const TemporaryFolder folder;

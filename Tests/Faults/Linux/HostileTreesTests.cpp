@@ -39,7 +39,6 @@ namespace {
 
 using test::FaultyOutcome;
 using test::MountedImage;
-using test::Program;
 using test::TemporaryFolder;
 
 constexpr std::int64_t largestSize = std::numeric_limits<std::int64_t>::max();
@@ -104,7 +103,7 @@ TEST_F(InMemory, ManyNamesInOneFolder) {
 TEST_F(InMemory, ManyNamesOfOneFile) {
     const int count = entryCount();
     const int parent = ::open(folder().path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const fs::path first = folder().makeFile("0", 5000);
+    folder().makeFile("0", 5000);
     for (int index = 1; index < count; ++index)
         ASSERT_EQ(::linkat(parent, "0", parent, std::to_string(index).c_str(), 0), 0) << index;
     ::close(parent);

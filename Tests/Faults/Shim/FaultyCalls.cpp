@@ -18,6 +18,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -386,8 +387,7 @@ extern "C" void* faulty_mmap(void*, std::size_t, int, int, int, off_t) SYMBOL(mm
 extern "C" void* faulty_mmap(void* address, std::size_t size, int protection, int flags, int descriptor,
                              off_t offset) {
     static const auto real = next<void* (*)(void*, std::size_t, int, int, int, off_t)>("mmap");
-    return fails(mapKind) ? reinterpret_cast<void*>(-1)
-                          : real(address, size, protection, flags, descriptor, offset);
+    return fails(mapKind) ? MAP_FAILED : real(address, size, protection, flags, descriptor, offset);
 }
 
 // The allocations of C++; those of C libraries that end the process without memory would only prove that.
