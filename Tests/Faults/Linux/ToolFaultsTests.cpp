@@ -28,7 +28,6 @@ namespace tarnwell {
 namespace {
 
 using test::Fault;
-using test::FaultScenario;
 using test::FaultyOutcome;
 using test::Program;
 
