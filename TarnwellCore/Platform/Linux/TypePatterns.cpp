@@ -30,8 +30,8 @@ bool mayMatchShortName(std::string_view pattern) {
            (std::ranges::count(pattern, '.') < 2 || pattern.find('[') < pattern.rfind('.'));
 }
 
-/// The third field of a line; empty for a comment, and for what is no line of the format.
-std::string_view patternIn(std::string_view line) {
+/// What follows the second colon of a line; empty for a comment, and for what is no line of the format.
+std::string_view patternAndFlagsIn(std::string_view line) {
     if (line.starts_with('#'))
         return {};
     for (int field = 0; field < 2; ++field) {
@@ -40,7 +40,7 @@ std::string_view patternIn(std::string_view line) {
             return {};
         line.remove_prefix(colon + 1);
     }
-    return line.substr(0, line.find(':'));
+    return line;
 }
 
 } // namespace
@@ -62,8 +62,13 @@ bool TypePatterns::readFolder(const std::filesystem::path& folder) {
         };
         return isMissing("mime.cache") && isMissing("globs2") && isMissing("globs");
     }
-    for (std::string line; std::getline(list, line);)
-        add(patternIn(line));
+    for (std::string line; std::getline(list, line);) {
+        const std::string_view rest = patternAndFlagsIn(line);
+        add(rest);
+        // A pattern may hold colons, too: the flags may begin at any of them.
+        for (std::size_t end = rest.find(':'); end != std::string_view::npos; end = rest.find(':', end + 1))
+            add(rest.substr(0, end));
+    }
     return list.eof();
 }
 
@@ -72,15 +77,16 @@ void TypePatterns::add(std::string_view pattern) {
         return;
     // Letter case beyond ASCII is not folded here.
     isComplete_ = isComplete_ && isASCII(pattern);
-    std::string lower = lowerCaseASCII(pattern);
+    const std::string lower = lowerCaseASCII(pattern);
     const bool isSuffix = lower.starts_with('*') && lower.find_first_of(wildcards, 1) == std::string::npos;
     if (isSuffix && lower.rfind('.') == 1)
         extensions_.insert(lower.substr(2));
     else if (isSuffix)
         suffixes_.push_back(lower.substr(1));
     else if (lower.find_first_of(wildcards) != std::string::npos) {
-        if (mayMatchShortName(lower))
-            patterns_.push_back(std::move(lower));
+        // In its own letter case: "[Z-a]" is another range than "[z-a]".
+        if (mayMatchShortName(pattern))
+            patterns_.emplace_back(pattern);
     } else if (const std::size_t dot = lower.rfind('.'); dot != std::string::npos) // the whole of one name
         extensions_.insert(lower.substr(dot + 1));
 }
@@ -88,11 +94,15 @@ void TypePatterns::add(std::string_view pattern) {
 bool TypePatterns::mayKnow(std::string_view extension) const {
     if (!isComplete_ || extension.find('.') != std::string_view::npos)
         return true;
-    const std::string name = "x." + lowerCaseASCII(extension);
+    const std::string given = "x." + std::string(extension);
+    const std::string name = lowerCaseASCII(given);
+    const auto isMatch = [](const std::string& pattern, const std::string& text) {
+        return ::fnmatch(pattern.c_str(), text.c_str(), 0) == 0;
+    };
     return extensions_.contains(name.substr(2)) ||
            std::ranges::any_of(suffixes_, [&](const std::string& each) { return name.ends_with(each); }) ||
            std::ranges::any_of(patterns_, [&](const std::string& each) {
-               return ::fnmatch(each.c_str(), name.c_str(), 0) == 0;
+               return isMatch(each, name) || (given != name && isMatch(each, given));
            });
 }
 

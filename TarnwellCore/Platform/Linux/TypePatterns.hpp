@@ -31,9 +31,8 @@ private:
     void add(std::string_view pattern);
 
     bool isComplete_ = true;
-    // All in lower case.
-    std::unordered_set<std::string> extensions_; // of "*.extension", by far the most
-    std::vector<std::string> suffixes_;          // of "*suffix"
+    std::unordered_set<std::string> extensions_; // of "*.extension", by far the most; in lower case
+    std::vector<std::string> suffixes_;          // of "*suffix"; in lower case
     std::vector<std::string> patterns_;          // with other wildcards
 };
 

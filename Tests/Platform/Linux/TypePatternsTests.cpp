@@ -32,16 +32,22 @@ TEST(TypePatterns, RuleOutOnlyWhatNoPatternMatches) {
                                      "50:text/x-readme:README*\n"
                                      "50:text/x-build:build.txt\n"
                                      "50:text/x-one-letter:?.letter\n"
+                                     "50:text/x-colon:*.a:b\n"
+                                     "50:text/x-colons:*.c:d:cs\n"
+                                     "50:text/x-range:*.[Z-a]range:cs\n"
+                                     "50:text/x-capital:*.[[:upper:]]capital\n"
                                      "a line of something else\n"
                                      "\n"
                                      "50:text/x-last:*.last");
     world.writeFile("user/globs2", "50:text/x-own:*.own\n");
     const TypePatterns patterns = read(world, {"user", "missing", "system"});
     for (const char* known :
-         {"plain", "PLAIN", "upper", "Upper", "any~", "~", "anim3", "ANIMJ", "txt", "letter", "last", "own"})
+         {"plain", "PLAIN", "upper", "Upper", "any~", "~", "anim3", "ANIMJ", "txt", "letter", "a:b", "c:d",
+          "_range", "[range", "Zrange", "Acapital", "last", "own"})
         EXPECT_TRUE(patterns.mayKnow(known)) << known;
-    for (const char* unknown : {"", "plai", "plainer", "comment", "anim", "anim0", "so", "readme",
-                                "something", "3f2a9c", "\xFF\xFE", "*", "plain\n"})
+    for (const char* unknown :
+         {"", "plai", "plainer", "comment", "anim", "anim0", "so", "readme", "something", "3f2a9c", "brange",
+          "acapital", "a:bc", "\xFF\xFE", "*", "plain\n"})
         EXPECT_FALSE(patterns.mayKnow(unknown)) << unknown;
 }
 
