@@ -10,10 +10,9 @@
 // condition variable, and everything shared is guarded by its mutex.
 //
 //   take    waits for folders; false: nothing will come any more, or the scan was called off
-//   finish  hands in what a batch left over and counted; wakes one waiter for each folder, or all of them
-//   when
-//           there are folders enough or when there is nothing left to wait for
-//   stop    calls the scan off: busy workers end after the entry at hand, waiting ones leave
+//   finish  hands in what a batch left over and counted; wakes one waiter for each folder, or all
+//           of them when there are folders enough or when there is nothing left to wait for
+//   stop    calls the scan off: busy workers end after the folder at hand, waiting ones leave
 
 #include "TarnwellCore/Classification/FileCategory.hpp"
 #include "TarnwellCore/Scanning/AtomicFlag.hpp"
