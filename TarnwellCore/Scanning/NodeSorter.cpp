@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstring>
 #include <string_view>
+#include <unordered_map>
 
 namespace tarnwell {
 
@@ -35,7 +36,13 @@ std::uint64_t NodeSorter::bytesAt(std::size_t offset, const FileNode& node) {
     return bytes;
 }
 
-std::span<const Item> NodeSorter::sorted() {
+std::span<const Item> NodeSorter::sorted(std::span<FileNode* const> original) {
+    if (sortedCount_ > 0 && sortedCount_ < items_.size()) // some hold later bytes of their names
+        for (Item& item : items_)
+            item.nameBytes = bytesAt(0, *item.node);
+    if (sortedCount_ == items_.size())
+        return items_;
+    sortedCount_ = items_.size();
     // As the children of a scanned folder are when they are added again by apparent size.
     if (std::adjacent_find(items_.begin(), items_.end(), isMisplaced) == items_.end())
         return items_;
@@ -46,12 +53,14 @@ std::span<const Item> NodeSorter::sorted() {
         runs_.pop_back();
         settle(run);
     }
+    if (hasTwins_ && !original.empty())
+        orderTwins(original);
     return items_;
 }
 
-std::span<FileNode*> NodeSorter::takeInto(std::span<FileNode*> places) {
+std::span<FileNode*> NodeSorter::takeInto(std::span<FileNode*> places, std::span<FileNode* const> original) {
     const std::size_t count = items_.size();
-    std::ranges::transform(sorted(), places.begin(), &Item::node);
+    std::ranges::transform(sorted(original), places.begin(), &Item::node);
     clear();
     return places.subspan(count);
 }
@@ -63,6 +72,8 @@ void NodeSorter::clear() {
         runs_ = {};
     }
     items_.clear();
+    sortedCount_ = 0;
+    hasTwins_ = false;
 }
 
 /// Notes the runs of equal items among those from `start` to `end`, which are in order by what was compared.
@@ -85,14 +96,30 @@ void NodeSorter::settle(const Run& run) {
     const bool isDecided =
         std::ranges::all_of(items, [&](const Item& item) { return item.node->name().size() <= offset; });
     if (items.size() <= few || isDecided) {
-        std::sort(items.begin(), items.end(),
-                  [](const Item& a, const Item& b) { return a.node->name() < b.node->name(); });
+        std::sort(items.begin(), items.end(), [this](const Item& a, const Item& b) {
+            const int order = a.node->name().compare(b.node->name());
+            hasTwins_ = hasTwins_ || (order == 0 && a.node != b.node);
+            return order < 0;
+        });
         return;
     }
     for (Item& item : items)
         item.nameBytes = bytesAt(offset, *item.node);
     std::sort(items.begin(), items.end(), precedesSoFar);
     addRuns(run.start, run.end, offset);
+}
+
+/// So rare that everything may be ordered once more.
+void NodeSorter::orderTwins(std::span<FileNode* const> original) {
+    std::unordered_map<const FileNode*, std::size_t> positions;
+    for (const FileNode* node : original)
+        positions.emplace(node, positions.size());
+    std::sort(items_.begin(), items_.end(), [&](const Item& a, const Item& b) {
+        if (a.size != b.size)
+            return a.size > b.size;
+        const int order = a.node->name().compare(b.node->name());
+        return order != 0 ? order < 0 : positions.at(a.node) < positions.at(b.node);
+    });
 }
 
 } // namespace tarnwell

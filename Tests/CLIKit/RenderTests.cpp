@@ -193,6 +193,21 @@ TEST(CLIRender, EveryFormAgreesWithThePlainWay) {
                 }
 }
 
+TEST(CLIRender, NodesOfOneSizeAndNameKeepTheirOrder) {
+    FileTreeBuilder builder("/data");
+    for (int number = 0; number < 60; ++number)
+        builder.addFile(builder.root(), number % 3 == 0 ? "b" : "a", {.size = number, .allocatedSize = 8});
+    const auto root = builder.finishWithoutAggregation();
+    const CLIListedScan scan = CLIRender::listedScan(*root, SizeMode::allocated, 1, 50);
+    ASSERT_EQ(scan.children.size(), 50u);
+    for (std::size_t index = 1; index < scan.children.size(); ++index) {
+        const FileNode& previous = *scan.children[index - 1].node;
+        const FileNode& next = *scan.children[index].node;
+        EXPECT_TRUE(previous.name() == next.name() ? previous.size < next.size : next.name() == "b")
+            << previous.name() << previous.size << " " << next.name() << next.size;
+    }
+}
+
 TEST(CLIRender, NamesTheModeAndEachTotal) {
     FileTreeBuilder builder("/data");
     FileNodeAttributes clone = {.size = 1, .allocatedSize = 20};

@@ -227,6 +227,27 @@ void aggregatePlainly(const FileNode& node, std::int64_t& size, std::int64_t& fi
     }
 }
 
+TEST(Aggregation, ChildrenOfOneSizeAndNameKeepTheirOrder) {
+    for (const bool areFolders : {false, true}) {
+        FileTreeBuilder builder("/r");
+        for (int number = 0; number < 60; ++number) {
+            const std::string_view name = number % 3 == 0 ? "b" : "a";
+            const FileNodeAttributes attributes{.modificationSeconds = static_cast<double>(number)};
+            if (areFolders)
+                builder.addFolder(builder.root(), name, attributes);
+            else
+                builder.addFile(builder.root(), name, attributes);
+        }
+        const auto root = builder.finish();
+        const auto children = root->children();
+        for (std::size_t index = 1; index < children.size(); ++index)
+            EXPECT_TRUE(children[index - 1]->name() == children[index]->name()
+                            ? children[index - 1]->modificationSeconds < children[index]->modificationSeconds
+                            : index == 40)
+                << index << (areFolders ? " of folders" : " of files");
+    }
+}
+
 TEST(Aggregation, AgreesWithThePlainWayOnRandomTrees) {
     for (std::uint64_t seed = 1; seed <= 60; ++seed) {
         std::mt19937_64 random(seed);
