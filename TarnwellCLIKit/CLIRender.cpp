@@ -24,7 +24,7 @@ public:
             return;
         for (FileNode* child : children)
             sorter_.add(*child, child->sizeFor(mode_));
-        const auto sorted = sorter_.sorted(children);
+        const auto sorted = sorter_.sorted();
         const std::int64_t total = folder.sizeFor(mode_);
         for (std::size_t index = kept; index > 0; --index) {
             const auto& child = sorted[index - 1];

@@ -4,7 +4,6 @@
 #include <bit>
 #include <cstring>
 #include <string_view>
-#include <unordered_map>
 
 namespace tarnwell {
 
@@ -36,31 +35,23 @@ std::uint64_t NodeSorter::bytesAt(std::size_t offset, const FileNode& node) {
     return bytes;
 }
 
-std::span<const Item> NodeSorter::sorted(std::span<FileNode* const> original) {
-    if (sortedCount_ > 0 && sortedCount_ < items_.size()) // some hold later bytes of their names
-        for (Item& item : items_)
-            item.nameBytes = bytesAt(0, *item.node);
-    if (sortedCount_ == items_.size())
-        return items_;
-    sortedCount_ = items_.size();
+std::span<const Item> NodeSorter::sorted() {
     // As the children of a scanned folder are when they are added again by apparent size.
     if (std::adjacent_find(items_.begin(), items_.end(), isMisplaced) == items_.end())
         return items_;
-    std::sort(items_.begin(), items_.end(), precedesSoFar);
+    std::stable_sort(items_.begin(), items_.end(), precedesSoFar);
     addRuns(0, items_.size(), 0);
     while (!runs_.empty()) {
         const Run run = runs_.back();
         runs_.pop_back();
         settle(run);
     }
-    if (hasTwins_ && !original.empty())
-        orderTwins(original);
     return items_;
 }
 
-std::span<FileNode*> NodeSorter::takeInto(std::span<FileNode*> places, std::span<FileNode* const> original) {
+std::span<FileNode*> NodeSorter::takeInto(std::span<FileNode*> places) {
     const std::size_t count = items_.size();
-    std::ranges::transform(sorted(original), places.begin(), &Item::node);
+    std::ranges::transform(sorted(), places.begin(), &Item::node);
     clear();
     return places.subspan(count);
 }
@@ -72,8 +63,6 @@ void NodeSorter::clear() {
         runs_ = {};
     }
     items_.clear();
-    sortedCount_ = 0;
-    hasTwins_ = false;
 }
 
 /// Notes the runs of equal items among those from `start` to `end`, which are in order by what was compared.
@@ -96,30 +85,14 @@ void NodeSorter::settle(const Run& run) {
     const bool isDecided =
         std::ranges::all_of(items, [&](const Item& item) { return item.node->name().size() <= offset; });
     if (items.size() <= few || isDecided) {
-        std::sort(items.begin(), items.end(), [this](const Item& a, const Item& b) {
-            const int order = a.node->name().compare(b.node->name());
-            hasTwins_ = hasTwins_ || (order == 0 && a.node != b.node);
-            return order < 0;
-        });
+        std::stable_sort(items.begin(), items.end(),
+                         [](const Item& a, const Item& b) { return a.node->name() < b.node->name(); });
         return;
     }
     for (Item& item : items)
         item.nameBytes = bytesAt(offset, *item.node);
-    std::sort(items.begin(), items.end(), precedesSoFar);
+    std::stable_sort(items.begin(), items.end(), precedesSoFar);
     addRuns(run.start, run.end, offset);
-}
-
-/// So rare that everything may be ordered once more.
-void NodeSorter::orderTwins(std::span<FileNode* const> original) {
-    std::unordered_map<const FileNode*, std::size_t> positions;
-    for (const FileNode* node : original)
-        positions.emplace(node, positions.size());
-    std::sort(items_.begin(), items_.end(), [&](const Item& a, const Item& b) {
-        if (a.size != b.size)
-            return a.size > b.size;
-        const int order = a.node->name().compare(b.node->name());
-        return order != 0 ? order < 0 : positions.at(a.node) < positions.at(b.node);
-    });
 }
 
 } // namespace tarnwell

@@ -36,13 +36,12 @@ public:
     void add(FileNode& node, std::int64_t size) { items_.push_back({size, bytesAt(0, node), &node}); }
     std::size_t count() const { return items_.size(); }
 
-    /// The nodes that were added, in order, until the next call of something else. Those that are equal in
-    /// size and name, as a tree made by hand may have them, stand as they do in `original`, which holds all
-    /// that were added; without it, by chance.
-    std::span<const Item> sorted(std::span<FileNode* const> original = {});
+    /// The nodes that were added, in order; equal ones as they were added. Called once, when all are there;
+    /// ends with `clear`.
+    std::span<const Item> sorted();
     /// Puts them to the front of `places`, in order, and forgets them. Returns the rest of `places`, which
-    /// must hold them all. `original` may be the same array.
-    std::span<FileNode*> takeInto(std::span<FileNode*> places, std::span<FileNode* const> original = {});
+    /// must hold them all.
+    std::span<FileNode*> takeInto(std::span<FileNode*> places);
     void clear();
 
 private:
@@ -56,11 +55,8 @@ private:
     static std::uint64_t bytesAt(std::size_t offset, const FileNode& node);
     void addRuns(std::size_t start, std::size_t end, std::size_t offset);
     void settle(const Run& run);
-    void orderTwins(std::span<FileNode* const> original);
 
     std::vector<Item> items_;
-    std::size_t sortedCount_ = 0; // of the items, when they were put in order last
-    bool hasTwins_ = false;       // equal in size and name; noticed only where order had to be made
     std::vector<Run> runs_;
 };
 

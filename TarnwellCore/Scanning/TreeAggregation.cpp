@@ -33,7 +33,7 @@ void mergeFolders(std::span<FileNode*> children, std::size_t fileCount, NodeSort
     for (FileNode* folder : children.subspan(fileCount))
         sorter.add(*folder);
     scratch.resize(children.size() - fileCount);
-    sorter.takeInto(scratch, children.subspan(fileCount));
+    sorter.takeInto(scratch);
     std::size_t files = fileCount;
     for (std::size_t folders = scratch.size(); folders > 0; --folders) {
         FileNode* folder = scratch[folders - 1];
@@ -126,7 +126,7 @@ void aggregate(FileNode& root) {
                 sorter.add(*child);
             }
         }
-        std::ranges::copy(folders, sorter.takeInto(children, children).begin());
+        std::ranges::copy(folders, sorter.takeInto(children).begin());
         sums.store(node, folders.size());
         return true;
     });

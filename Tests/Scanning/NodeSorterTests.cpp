@@ -61,31 +61,5 @@ TEST(NodeSorter, AgreesWithThePlainOrder) {
     }
 }
 
-TEST(NodeSorter, MayBeAskedAgainAndGivenMore) {
-    FileTreeBuilder tree("/r");
-    NodeSorter sorter;
-    const auto add = [&](int from, int to) {
-        for (int number = from; number > to; --number)
-            sorter.add(tree.addFile(tree.root(), "IMG_0001" + std::to_string(number), 1));
-        sorter.add(tree.addFile(tree.root(), "J" + std::to_string(from), 1));
-    };
-    const auto isInOrder = [&] {
-        const auto sorted = sorter.sorted();
-        return std::is_sorted(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) {
-            return NodeSorter::precedes(*a.node, *b.node);
-        });
-    };
-    add(99, 50);
-    EXPECT_TRUE(isInOrder());
-    EXPECT_TRUE(isInOrder()) << "again";
-    add(50, 10);
-    EXPECT_TRUE(isInOrder()) << "with more";
-    std::vector<FileNode*> found(sorter.count());
-    sorter.takeInto(found);
-    EXPECT_TRUE(std::is_sorted(found.begin(), found.end(), [](const FileNode* a, const FileNode* b) {
-        return NodeSorter::precedes(*a, *b);
-    }));
-}
-
 } // namespace
 } // namespace tarnwell
