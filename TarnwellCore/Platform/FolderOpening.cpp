@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <string_view>
+#include <utility>
 
 namespace tarnwell {
 
@@ -35,14 +36,29 @@ std::string takePiece(std::string_view& path) {
     return piece;
 }
 
-/// Replaces `folder` by `next`; closes `folder` unless it is the caller's.
-void step(int& folder, int next, int callersFolder) {
-    const int error = errno;
-    if (folder != callersFolder)
-        ::close(folder);
-    folder = next;
-    errno = error;
-}
+/// Where a walk has come to. Closes each folder that it leaves, the one where it ends too unless that is
+/// taken, but never the caller's, where it starts.
+class Walk {
+public:
+    explicit Walk(int callersFolder) : callersFolder_(callersFolder), folder_(callersFolder) {}
+    Walk(const Walk&) = delete;
+    Walk& operator=(const Walk&) = delete;
+    ~Walk() { moveTo(callersFolder_); }
+
+    int folder() const { return folder_; }
+    void moveTo(int next) {
+        const int error = errno;
+        if (folder_ >= 0 && folder_ != callersFolder_)
+            ::close(folder_);
+        folder_ = next;
+        errno = error;
+    }
+    int take() { return std::exchange(folder_, callersFolder_); }
+
+private:
+    const int callersFolder_;
+    int folder_;
+};
 
 } // namespace
 
@@ -50,17 +66,15 @@ int openFolderBelow(int folder, const std::string& relativePath, const std::int3
     if (relativePath.find('/') == std::string::npos)
         return openSubfolder(folder, relativePath.c_str(), device);
     std::string_view rest = relativePath;
-    int current = folder;
-    while (!rest.empty() && current >= 0) {
+    Walk walk(folder);
+    while (!rest.empty() && walk.folder() >= 0) {
         const std::string piece = takePiece(rest);
         // What lies on the way may well be on other devices.
         const std::int32_t* wanted = rest.empty() ? device : nullptr;
-        step(current, withoutInterruption([&] {
-                 return FolderOpeningDetail::openShortPathBelow(current, piece.c_str(), wanted);
-             }),
-             folder);
+        walk.moveTo(withoutInterruption(
+            [&] { return FolderOpeningDetail::openShortPathBelow(walk.folder(), piece.c_str(), wanted); }));
     }
-    return current;
+    return walk.take();
 }
 
 int openParentOfLongPath(const std::string& path, std::string& lastComponent) {
@@ -74,17 +88,15 @@ int openParentOfLongPath(const std::string& path, std::string& lastComponent) {
     }
     lastComponent = rest.substr(slash + 1);
     rest = rest.substr(0, slash);
-    int current = AT_FDCWD;
+    Walk walk(AT_FDCWD);
     while (!rest.empty()) {
         const std::string piece = takePiece(rest);
-        step(current, withoutInterruption([&] {
-                 return FolderOpeningDetail::openForTraversal(current, piece.c_str());
-             }),
-             AT_FDCWD);
-        if (current < 0)
+        walk.moveTo(withoutInterruption(
+            [&] { return FolderOpeningDetail::openForTraversal(walk.folder(), piece.c_str()); }));
+        if (walk.folder() < 0)
             return -1;
     }
-    return current;
+    return walk.take();
 }
 
 int openFolder(const std::string& path) {
@@ -95,10 +107,12 @@ int openFolder(const std::string& path) {
     const int parent = openParentOfLongPath(path, lastComponent);
     if (parent < 0)
         return -1;
-    int current = parent;
-    step(current, withoutInterruption([&] { return ::openat(parent, lastComponent.c_str(), folderFlags); }),
-         -1);
-    return current;
+    const int found =
+        withoutInterruption([&] { return ::openat(parent, lastComponent.c_str(), folderFlags); });
+    const int error = errno;
+    ::close(parent);
+    errno = error;
+    return found;
 }
 
 } // namespace tarnwell

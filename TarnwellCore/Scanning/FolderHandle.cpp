@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <memory>
 #include <vector>
 
 namespace tarnwell {
@@ -161,26 +162,32 @@ int FolderHandle::open(const DirectoryCalls& calls, const std::int32_t* device) 
     if (parent_ == nullptr)
         return ::fcntl(descriptor_, F_DUPFD_CLOEXEC, 0);
 
-    FolderHandle* start = parent_;
-    int folder = -1;
-    if (start->pin()) {
-        folder = calls.openFolder(start->descriptor_, name_.c_str(), device);
-    } else {
-        std::vector<const FolderHandle*> way{this};
-        for (; !start->pin(); start = start->parent_) // ends at the root
-            way.push_back(start);
-        std::string relativePath;
-        for (auto step = way.rbegin(); step != way.rend(); ++step) {
-            if (!relativePath.empty())
-                relativePath += '/';
-            relativePath += (*step)->name_;
-        }
-        folder = openFolderBelow(start->descriptor_, relativePath, device);
-    }
-    start->unpin();
+    const int folder = openBelowAncestor(calls, device);
     if (folder >= 0)
         parent_->noteSubfolderOpened();
     return folder;
+}
+
+int FolderHandle::openBelowAncestor(const DirectoryCalls& calls, const std::int32_t* device) const {
+    // Lets go of the ancestor also when memory runs out on the way.
+    const auto unpin = [](FolderHandle* folder) { folder->unpin(); };
+    using Pinned = std::unique_ptr<FolderHandle, decltype(unpin)>;
+    if (parent_->pin()) {
+        const Pinned start(parent_, unpin);
+        return calls.openFolder(start->descriptor_, name_.c_str(), device);
+    }
+    std::vector<const FolderHandle*> way{this};
+    FolderHandle* ancestor = parent_;
+    for (; !ancestor->pin(); ancestor = ancestor->parent_) // ends at the root
+        way.push_back(ancestor);
+    const Pinned start(ancestor, unpin);
+    std::string relativePath;
+    for (auto step = way.rbegin(); step != way.rend(); ++step) {
+        if (!relativePath.empty())
+            relativePath += '/';
+        relativePath += (*step)->name_;
+    }
+    return openFolderBelow(start->descriptor_, relativePath, device);
 }
 
 std::string FolderHandle::path() const {

@@ -87,6 +87,7 @@ private:
         : parent_(nullptr), depth_(0), descriptor_(descriptor), users_(1), name_(path) {}
     ~FolderHandle();
 
+    int openBelowAncestor(const DirectoryCalls& calls, const std::int32_t* device) const;
     bool pin();
     void unpin();
     void noteSubfolderOpened();

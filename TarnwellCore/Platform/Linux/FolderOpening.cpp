@@ -70,9 +70,11 @@ bool isMounted(int folder, const char* name) {
 
 /// Where there is no `openat2`: one component after the other, none of which may be a link.
 int openStepwise(int folder, std::string_view path) {
+    std::string component;
+    component.reserve(path.size()); // while no folder is open that would stay so were there no memory
     int current = folder;
     while (!path.empty()) {
-        const std::string component(path.substr(0, path.find('/')));
+        component = path.substr(0, path.find('/'));
         path.remove_prefix(component.size());
         while (path.starts_with('/'))
             path.remove_prefix(1);

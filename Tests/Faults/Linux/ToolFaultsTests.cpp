@@ -246,6 +246,29 @@ TEST_F(ToolFaults, FewDescriptorsChangeNothing) {
     }
 }
 
+// Folders are opened from an ancestor far above then, by names that are put together.
+TEST_F(ToolFaults, NeitherDescriptorsNorMemory) {
+    const test::TemporaryFolder world;
+    std::string names = "tree";
+    for (int depth = 0; depth < 30; ++depth) {
+        const std::string folder = names + "/";
+        world.makeFolder(names = folder + std::string(100, 'n'));
+        for (const char* leaf : {"1", "2", "3", "4"}) // wait, and their parent with them
+            world.makeFolder(folder + leaf);
+    }
+    Program program = tool(world.path(), {"scan", world / "tree"});
+    program.descriptorLimit = 12;
+    const FaultyOutcome whole = test::runWithFault(program, std::nullopt);
+    ASSERT_EQ(whole.exitCode, 0) << whole.error;
+    const long step = 1 + whole.count("memory") / (test::isSanitized() ? 40 : 200);
+    for (long call = 1; call <= whole.count("memory"); call += step) {
+        const FaultyOutcome outcome =
+            test::runWithFault(program, Fault{.kind = "memory", .call = call, .error = ENOMEM});
+        EXPECT_TRUE(outcome.exitCode == 0 || outcome.exitCode == 1) << call << ": " << outcome.exitCode;
+        EXPECT_EQ(outcome.count("descriptors"), 0) << call;
+    }
+}
+
 TEST_F(ToolFaults, SnapshotSave) {
     test::expectToSurviveFaults({
         .prepare = makeTreeAndStore,
