@@ -4,6 +4,9 @@
 #include "TarnwellCore/Scanning/NodeSorter.hpp"
 
 #include <algorithm>
+#include <functional>
+#include <limits>
+#include <span>
 #include <string_view>
 
 namespace tarnwell::CLIRender {
@@ -22,8 +25,10 @@ public:
         const auto kept = static_cast<std::size_t>(std::min<std::uint64_t>(children.size(), top_));
         if (kept == 0)
             return;
+        const std::int64_t smallest = smallestKept(children, kept);
         for (FileNode* child : children)
-            sorter_.add(*child, child->sizeFor(mode_));
+            if (const std::int64_t size = child->sizeFor(mode_); size >= smallest)
+                sorter_.add(*child, size);
         const auto sorted = sorter_.sorted();
         const std::int64_t total = folder.sizeFor(mode_);
         for (std::size_t index = kept; index > 0; --index) {
@@ -35,10 +40,23 @@ public:
     }
 
 private:
+    /// No smaller child is among the first `kept`: of a large folder, few need be ordered then.
+    std::int64_t smallestKept(std::span<FileNode* const> children, std::size_t kept) {
+        if (kept == children.size())
+            return std::numeric_limits<std::int64_t>::min();
+        sizes_.clear();
+        for (const FileNode* child : children)
+            sizes_.push_back(child->sizeFor(mode_));
+        const auto last = sizes_.begin() + static_cast<std::ptrdiff_t>(kept - 1);
+        std::nth_element(sizes_.begin(), last, sizes_.end(), std::greater<>());
+        return *last;
+    }
+
     SizeMode mode_;
     /// The largest number for no limit.
     std::uint64_t top_;
     NodeSorter sorter_;
+    std::vector<std::int64_t> sizes_;
 };
 
 /// Bytes of a line beside the name and the indent, at most: "-999 bytes", "100.0%", blanks, line feed.
