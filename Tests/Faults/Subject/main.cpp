@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tarnwell {
@@ -93,26 +94,26 @@ int leak(const Words&) {
     ::_exit(0);
 }
 
-int run(const std::string& command, const Words& words) {
-    if (command == "set")
-        return set(words);
-    if (command == "get")
-        return get(words);
-    if (command == "trash")
-        return trash(words);
-    if (command == "shell")
-        return shell(words);
-    if (command == "hang")
-        return shellThatHangs(words);
-    if (command == "volumes")
-        return volumes(words);
-    if (command == "leak")
-        return leak(words);
-    if (command == "measure")
-        return measure(words);
-    if (command == "delete")
-        return deleteSnapshot(words);
-    std::fprintf(stderr, "no such command: %s\n", command.c_str());
+constexpr struct {
+    std::string_view name;
+    int (*run)(const Words&);
+} commands[] = {
+    {"set", set},
+    {"get", get},
+    {"trash", trash},
+    {"shell", shell},
+    {"hang", shellThatHangs},
+    {"volumes", volumes},
+    {"leak", leak},
+    {"measure", measure},
+    {"delete", deleteSnapshot},
+};
+
+int run(const std::string& name, const Words& words) {
+    for (const auto& command : commands)
+        if (command.name == name)
+            return command.run(words);
+    std::fprintf(stderr, "no such command: %s\n", name.c_str());
     return 2;
 }
 
