@@ -27,6 +27,9 @@ namespace {
 /// More threads than this never help, whatever the options say.
 constexpr int largestWorkerCount = 1024;
 
+/// Where the number is the engine's own choice, it grows to this while the workers wait for the disk.
+constexpr int largestWaitingWorkerCount = 16;
+
 double secondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
@@ -85,11 +88,14 @@ ScanResult ScanEngine::run() {
     double modificationSeconds = FileNode::missingTime;
     rootItem.folder = openRoot(rootItem.deviceID, modificationSeconds);
 
-    const int workers = std::clamp(options_.workerCount.value_or(defaultWorkerCount(activeProcessorCount())),
-                                   1, std::min(largestWorkerCount, DescriptorBudget::largestWorkerCount()));
+    const int limit = std::min(largestWorkerCount, DescriptorBudget::largestWorkerCount());
+    const int workers = std::clamp(
+        options_.workerCount.value_or(defaultWorkerCount(activeProcessorCount())), 1, limit);
+    const int mostWorkers =
+        options_.workerCount ? workers : std::clamp(largestWaitingWorkerCount, workers, limit);
     std::shared_ptr<TreeArena> arena;
     if (buildsTree_) {
-        arena = std::make_shared<TreeArena>(static_cast<std::size_t>(workers));
+        arena = std::make_shared<TreeArena>(static_cast<std::size_t>(mostWorkers));
         FileNodeAttributes attributes;
         attributes.modificationSeconds = modificationSeconds;
         rootItem.node = arena->region(0).makeNode(nullptr, rootPath_, true, attributes);
@@ -109,10 +115,11 @@ ScanResult ScanEngine::run() {
                               .hardlinks = hardlinks_,
                               .queue = queue_,
                               .rootError = rootError};
-    runWorkers(workers, [&](int index) {
+    WorkerThreads threads([&](int index) {
         NodeArena* region = arena ? &arena->region(static_cast<std::size_t>(index)) : nullptr;
-        ScanWorker(context, region).run();
+        ScanWorker(context, region).run([&] { threads.addOne(mostWorkers); });
     });
+    threads.run(workers);
 
     if (cancelFlag_.isSet())
         throw ScanError::cancelled();

@@ -69,8 +69,8 @@ bool ScanQueue::take(std::vector<WorkItem>& batch) {
         condition_.notify_all();
         return false;
     }
-    const std::size_t count = queue_.size() > 1 ? std::min(queue_.size() / 2, largestBatch) : 1;
-    const auto first = queue_.end() - static_cast<std::ptrdiff_t>(count);
+    const std::ptrdiff_t count = std::clamp<std::ptrdiff_t>(std::ssize(queue_) / 2, 1, largestBatch);
+    const auto first = queue_.end() - count;
     batch.assign(std::make_move_iterator(first), std::make_move_iterator(queue_.end()));
     queue_.erase(first, queue_.end());
     noteHunger();
@@ -79,7 +79,7 @@ bool ScanQueue::take(std::vector<WorkItem>& batch) {
     return true;
 }
 
-void ScanQueue::finish(std::vector<WorkItem>& left, ScanTally& tally) {
+bool ScanQueue::finish(std::vector<WorkItem>& left, ScanTally& tally) {
     const std::lock_guard guard(mutex_);
     --busyWorkers_;
     std::move(left.begin(), left.end(), std::back_inserter(queue_));
@@ -97,6 +97,7 @@ void ScanQueue::finish(std::vector<WorkItem>& left, ScanTally& tally) {
             condition_.notify_one();
     left.clear();
     tally.clear();
+    return !isDone && queue_.size() > waitingWorkers_;
 }
 
 void ScanQueue::stop() {

@@ -70,13 +70,13 @@ struct ScanTally {
 class ScanQueue {
 public:
     /// The most folders that a worker takes at once, and the most that it reads before it comes back.
-    static constexpr std::size_t largestBatch = 24;
+    static constexpr std::int64_t largestBatch = 24;
 
     void push(WorkItem item);
 
     bool take(std::vector<WorkItem>& batch);
-    /// Empties `left` and `tally`.
-    void finish(std::vector<WorkItem>& left, ScanTally& tally);
+    /// Empties `left` and `tally`. True when there is more to read than workers wait for.
+    bool finish(std::vector<WorkItem>& left, ScanTally& tally);
     /// Whether a worker waits and nothing is there for it, as it was a moment ago; takes no lock.
     bool isHungry() const { return isHungry_.load(std::memory_order_relaxed); }
     void stop();

@@ -1,6 +1,7 @@
 #include "TarnwellCore/Scanning/ScanWorker.hpp"
 
 #include "TarnwellCore/Classification/FileClassifier.hpp"
+#include "TarnwellCore/Platform/WorkerThreads.hpp"
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
 #include "TarnwellCore/Scanning/TreeAggregation.hpp"
 
@@ -37,11 +38,16 @@ ScanWorker::ScanWorker(const ScanContext& context, NodeArena* arena)
       reader_(context.calls),
       consumer_([this](std::span<const RawDirectoryEntry> entries) { return processEntries(entries); }) {}
 
-void ScanWorker::run() {
+void ScanWorker::run(const std::function<void()>& addWorker) {
     try {
         while (context_.queue.take(pending_)) {
-            processBatch();
-            context_.queue.finish(pending_, tally_);
+            const std::int64_t waitsBefore = waitsOfThisThread();
+            const std::int64_t folders = processBatch();
+            // A folder takes a wait or two that is not in the kernel's caches, and none that is.
+            const bool mostlyWaited = (waitsOfThisThread() - waitsBefore) * 2 > folders;
+            const bool isMoreToRead = context_.queue.finish(pending_, tally_);
+            if (mostlyWaited && isMoreToRead)
+                addWorker();
         }
     } catch (...) {
         // The others would wait for this worker's folders for ever.
@@ -51,18 +57,21 @@ void ScanWorker::run() {
 }
 
 /// Depth first: a subfolder is opened while the processor's caches still hold what the kernel knows of it.
-void ScanWorker::processBatch() {
-    for (std::size_t count = 0; !pending_.empty() && count < ScanQueue::largestBatch; ++count) {
+std::int64_t ScanWorker::processBatch() {
+    std::int64_t count = 0;
+    while (!pending_.empty() && count < ScanQueue::largestBatch) {
         if (context_.cancelFlag.isSet() || context_.queue.isStopped()) {
             pending_.clear();
-            return;
+            break;
         }
         const WorkItem item = std::move(pending_.back());
         pending_.pop_back();
         processFolder(item);
+        ++count;
         if (pending_.size() > 1 && context_.queue.isHungry())
-            return;
+            break;
     }
+    return count;
 }
 
 /// Repeats a call that was interrupted, or found no descriptor: other workers and other threads close theirs

@@ -14,6 +14,8 @@
 
 #include <array>
 #include <atomic>
+#include <cstdint>
+#include <functional>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -40,11 +42,13 @@ public:
     /// `arena` takes the worker's nodes; null for a scan that only measures.
     ScanWorker(const ScanContext& context, NodeArena* arena);
 
-    /// Works until the queue has nothing left.
-    void run();
+    /// Works until the queue has nothing left. Calls `addWorker` when it mostly waits, for a disk as a rule,
+    /// while there are folders that nobody reads.
+    void run(const std::function<void()>& addWorker);
 
 private:
-    void processBatch();
+    /// How many folders it read.
+    std::int64_t processBatch();
     void processFolder(const WorkItem& item);
     /// False when the scan was called off.
     bool processEntries(std::span<const RawDirectoryEntry> entries);

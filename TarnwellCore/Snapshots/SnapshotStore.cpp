@@ -59,7 +59,7 @@ std::vector<ScanSnapshot> SnapshotStore::list() const {
             found[index] = read(files[index]);
     };
     const auto processors = static_cast<std::size_t>(activeProcessorCount());
-    runWorkers(static_cast<int>(std::min(processors, files.size())), readFiles);
+    WorkerThreads(readFiles).run(static_cast<int>(std::min(processors, files.size())));
 
     std::vector<ScanSnapshot> snapshots;
     snapshots.reserve(found.size());

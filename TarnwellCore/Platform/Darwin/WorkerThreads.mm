@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <exception>
 #include <mutex>
+#include <utility>
 
 namespace tarnwell {
 
@@ -15,35 +16,57 @@ int activeProcessorCount() {
     }
 }
 
-void runWorkers(int count, const std::function<void(int)>& body) {
-    if (count < 2) {
-        body(0);
-        return;
-    }
-    std::mutex mutex;
-    std::exception_ptr firstFailure; // guarded by mutex
-    // Blocks capture by pointer: they end before this function does.
-    std::mutex* const mutexPointer = &mutex;
-    std::exception_ptr* const failurePointer = &firstFailure;
-    const std::function<void(int)>* const bodyPointer = &body;
+/// The system counts for the whole process, in which the threads of an application wait all the time.
+std::int64_t waitsOfThisThread() {
+    return 0;
+}
+
+struct WorkerThreads::State {
+    explicit State(std::function<void(int)> theBody) : body(std::move(theBody)) {}
+
+    const std::function<void(int)> body;
     const dispatch_group_t group = dispatch_group_create();
-    const dispatch_queue_t queue = dispatch_get_global_queue(QOS_CLASS_USER_INITIATED, 0);
-    for (int index = 0; index < count; ++index) {
-        dispatch_group_async(group, queue, ^{
-          @autoreleasepool {
-              try {
-                  (*bodyPointer)(index);
-              } catch (...) {
-                  const std::lock_guard guard(*mutexPointer);
-                  if (!*failurePointer)
-                      *failurePointer = std::current_exception();
-              }
-          }
-        });
+    std::mutex mutex;
+    int started = 0; // guarded by mutex, as is all below
+    std::exception_ptr firstFailure;
+
+    void runBody(int index) {
+        try {
+            body(index);
+        } catch (...) {
+            const std::lock_guard guard(mutex);
+            if (!firstFailure)
+                firstFailure = std::current_exception();
+        }
     }
-    dispatch_group_wait(group, DISPATCH_TIME_FOREVER);
-    if (firstFailure)
-        std::rethrow_exception(firstFailure);
+};
+
+WorkerThreads::WorkerThreads(std::function<void(int)> body) : state_(new State(std::move(body))) {}
+WorkerThreads::~WorkerThreads() = default;
+
+void WorkerThreads::addOne(int most) {
+    State* const state = state_.get(); // a block captures it as it is: it ends before `run` does
+    const std::lock_guard guard(state->mutex);
+    if (state->started >= most)
+        return;
+    const int index = state->started++;
+    dispatch_group_async(state->group, dispatch_get_global_queue(QOS_CLASS_USER_INITIATED, 0), ^{
+      @autoreleasepool {
+          state->runBody(index);
+      }
+    });
+}
+
+void WorkerThreads::run(int count) {
+    if (count < 2) {
+        state_->started = 1;
+        state_->runBody(0);
+    }
+    for (int added = 0; count >= 2 && added < count; ++added)
+        addOne(count);
+    dispatch_group_wait(state_->group, DISPATCH_TIME_FOREVER);
+    if (state_->firstFailure)
+        std::rethrow_exception(state_->firstFailure);
 }
 
 } // namespace tarnwell

@@ -1,11 +1,13 @@
 #include "TarnwellCore/Platform/WorkerThreads.hpp"
 
 #include <sched.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <exception>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace tarnwell {
@@ -19,10 +21,21 @@ int activeProcessorCount() {
     return std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
 }
 
-void runWorkers(int count, const std::function<void(int)>& body) {
+std::int64_t waitsOfThisThread() {
+    struct rusage used = {};
+    return ::getrusage(RUSAGE_THREAD, &used) == 0 ? used.ru_nvcsw : 0;
+}
+
+struct WorkerThreads::State {
+    explicit State(std::function<void(int)> theBody) : body(std::move(theBody)) {}
+
+    const std::function<void(int)> body;
     std::mutex mutex;
-    std::exception_ptr firstFailure; // guarded by mutex
-    const auto run = [&](int index) {
+    std::vector<std::thread> threads; // guarded by mutex, as is all below
+    int started = 1;                  // the calling thread is one of the workers: it would only wait otherwise
+    std::exception_ptr firstFailure;
+
+    void runBody(int index) {
         try {
             body(index);
         } catch (...) {
@@ -30,21 +43,42 @@ void runWorkers(int count, const std::function<void(int)>& body) {
             if (!firstFailure)
                 firstFailure = std::current_exception();
         }
-    };
-    // The calling thread is one of the workers: it would only wait otherwise.
-    std::vector<std::thread> threads;
+    }
+};
+
+WorkerThreads::WorkerThreads(std::function<void(int)> body) : state_(new State(std::move(body))) {}
+WorkerThreads::~WorkerThreads() = default;
+
+void WorkerThreads::addOne(int most) {
+    State& state = *state_;
+    const std::lock_guard guard(state.mutex);
+    if (state.started >= most)
+        return;
     try {
-        threads.reserve(static_cast<std::size_t>(std::max(count, 1)));
-        for (int index = 1; index < count; ++index)
-            threads.emplace_back(run, index);
+        state.threads.emplace_back([&state, index = state.started] { state.runBody(index); });
+        ++state.started;
     } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
         // No more threads or no memory for them: those that run are enough.
     }
-    run(0);
-    for (std::thread& thread : threads)
-        thread.join();
-    if (firstFailure)
-        std::rethrow_exception(firstFailure);
+}
+
+void WorkerThreads::run(int count) {
+    for (int added = 1; added < count; ++added)
+        addOne(count);
+    state_->runBody(0);
+    for (;;) { // those that are waited for may add others
+        std::vector<std::thread> threads;
+        {
+            const std::lock_guard guard(state_->mutex);
+            threads.swap(state_->threads);
+        }
+        if (threads.empty())
+            break;
+        for (std::thread& thread : threads)
+            thread.join();
+    }
+    if (state_->firstFailure)
+        std::rethrow_exception(state_->firstFailure);
 }
 
 } // namespace tarnwell

@@ -1,0 +1,64 @@
+// More workers than processors would keep busy read folders for which the disk has to be waited for.
+
+#include "TarnwellCore/Platform/DirectoryCalls.hpp"
+#include "TarnwellCore/Scanning/ScanEngine.hpp"
+
+#include "Tests/Support/TemporaryFolder.hpp"
+
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstddef>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <thread>
+
+namespace tarnwell {
+namespace {
+
+std::mutex readersMutex;
+std::set<long> readers; // thread numbers; guarded by readersMutex
+
+DirectoryCalls slowCalls() {
+    DirectoryCalls calls = DirectoryCalls::live();
+    calls.readPacked = [](int folder, std::byte* buffer, std::size_t size) {
+        {
+            const std::lock_guard guard(readersMutex);
+            readers.insert(::syscall(SYS_gettid));
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        return DirectoryCalls::live().readPacked(folder, buffer, size);
+    };
+    return calls;
+}
+
+TEST(WaitingWorkers, JoinUnlessTheirNumberIsGiven) {
+    constexpr int folderCount = 300;
+    const test::TemporaryFolder folder;
+    for (int index = 0; index < folderCount; ++index)
+        folder.makeFile("wide/" + std::to_string(index) + "/file", 1);
+    const DirectoryCalls calls = slowCalls();
+    struct Case {
+        std::optional<int> workerCount;
+        std::size_t least, most;
+    };
+    // Each worker adds at most one after a batch, and there are batches enough for more than the sixteen.
+    const Case cases[] = {{std::nullopt, 9, 16}, {3, 2, 3}, {1, 1, 1}};
+    for (const Case& one : cases) {
+        SCOPED_TRACE(one.workerCount.value_or(0));
+        readers.clear();
+        ScanOptions options;
+        options.workerCount = one.workerCount;
+        const ScanResult result = ScanEngine(folder.path().string(), options, true, calls).run();
+        EXPECT_EQ(result.stats.fileCount, folderCount);
+        EXPECT_GE(readers.size(), one.least);
+        EXPECT_LE(readers.size(), one.most);
+    }
+}
+
+} // namespace
+} // namespace tarnwell
