@@ -25,7 +25,7 @@ ItemSize sizeOf(const FileNode& node) {
     return {.size = node.size,
             .allocatedSize = node.allocatedSize,
             .reclaimableSize = node.reclaimableSize,
-            .fileCount = node.fileCount};
+            .fileCount = node.fileCount()};
 }
 
 bool isWalked(const FileNode& folder) {

@@ -144,7 +144,7 @@ double FileNode::percentOfRoot() const {
 std::int64_t FileNode::sharedWithClones() const {
     if (isDirectory_ || !reportsPrivateSize || !sharesBlocksWithClones())
         return 0;
-    return std::max<std::int64_t>(checkedSubtract(allocatedSize, privateSize_), 0);
+    return std::max<std::int64_t>(checkedSubtract(allocatedSize, privateSize()), 0);
 }
 
 std::vector<const FileNode*> FileNode::descendants(std::size_t limit) const {
@@ -243,13 +243,13 @@ void FileNode::detachDescendants() {
             child->parent_ = nullptr;
             pending.push_back(child);
         }
-        node->childCount_ = 0;
+        if (node->isDirectory_)
+            node->setChildren({});
     }
 }
 
 void FileNode::setChildren(std::span<FileNode*> children) {
-    children_ = children.data();
-    childCount_ = static_cast<std::uint32_t>(children.size());
+    folderPart().children = children;
 }
 
 } // namespace tarnwell

@@ -6,6 +6,9 @@
 //
 // A node is written by the one thread that builds it; once the scan has returned, a tree may be read from
 // any number of threads.
+//
+// In memory, what few nodes have lies in front of the node: a folder's children and counts, the private size of
+// a file that has one. The name lies behind it. A tree is mostly files, and a file takes 60 bytes and its name.
 
 #include "TarnwellCore/Classification/FileCategory.hpp"
 #include "TarnwellCore/Platform/Date.hpp"
@@ -13,10 +16,12 @@
 #include "TarnwellCore/Scanning/FileNodeFlags.hpp"
 #include "TarnwellCore/Scanning/SizeMode.hpp"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <new>
 #include <optional>
 #include <span>
 #include <string>
@@ -26,6 +31,12 @@
 namespace tarnwell {
 
 class NodeArena;
+
+/// How many items are below a folder.
+struct FolderCounts {
+    std::int32_t files = 0;
+    std::int32_t directories = 0;
+};
 
 /// What a node is made from. Sizes in bytes, times in seconds since 2001-01-01 00:00:00 UTC.
 struct FileNodeAttributes {
@@ -52,12 +63,14 @@ public:
     // --- Identity and place ---------------------------------------------------------------------------
 
     /// Raw bytes. The root's name is the whole path that was scanned, any other node's its last component.
-    std::string_view name() const { return {reinterpret_cast<const char*>(this + 1), nameLength_}; }
+    std::string_view name() const {
+        return {reinterpret_cast<const char*>(this) + nameOffset, nameLength_};
+    }
     /// Null for the root.
     FileNode* parent() const { return parent_; }
     /// In creation order until aggregation, then larger `size` first, equal sizes by name.
     std::span<FileNode* const> children() const {
-        return childCount_ == 0 ? std::span<FileNode* const>() : std::span(children_, childCount_);
+        return isDirectory_ ? folderPart().children : std::span<FileNode*>();
     }
     bool isDirectory() const { return isDirectory_; }
 
@@ -75,25 +88,17 @@ public:
 
 private:
     FileNode* parent_;
-    union {
-        std::int64_t privateSize_; // of a file
-        FileNode** children_;      // of a folder that has any
-    };
-    std::uint32_t childCount_ = 0;
     std::uint32_t nameLength_;
 
 public:
     /// Extended file-system flags as read from the folder (clone bits among them).
     std::uint32_t extFlags;
-    /// 1 for a file; for a folder, after aggregation, the counted files below it.
-    std::int32_t fileCount;
-    /// After aggregation, the folders below this one.
-    std::int32_t directoryCount = 0;
     FileNodeFlags flags;
     FileCategory category;
 
 private:
     bool isDirectory_ : 1;
+    bool hasPrivatePart_ : 1;
 
 public:
     /// Whether the file system returned a private size for this entry.
@@ -102,7 +107,14 @@ public:
     bool includesSharedCloneBlocks : 1;
 
     /// Bytes that belong to this file alone, as the file system reported them; 0 for a folder.
-    std::int64_t privateSize() const { return isDirectory_ ? 0 : privateSize_; }
+    std::int64_t privateSize() const {
+        return hasPrivatePart_ ? *(reinterpret_cast<const std::int64_t*>(this) - 1) : 0;
+    }
+
+    /// 1 for a file; for a folder, after aggregation, the counted files below it.
+    std::int32_t fileCount() const { return isDirectory_ ? folderPart().counts.files : 1; }
+    /// After aggregation, the folders below this one.
+    std::int32_t directoryCount() const { return isDirectory_ ? folderPart().counts.directories : 0; }
 
     // --- Derived values -------------------------------------------------------------------------------
 
@@ -206,11 +218,32 @@ public:
     void setChildren(std::span<FileNode*> children);
     /// The children for reordering in place.
     std::span<FileNode*> mutableChildren() {
-        return childCount_ == 0 ? std::span<FileNode*>() : std::span(children_, childCount_);
+        return isDirectory_ ? folderPart().children : std::span<FileNode*>();
     }
+    /// Of a folder, never of a file.
+    FolderCounts& counts() { return folderPart().counts; }
 
 private:
-    friend class NodeArena; // which has put the name behind the node
+    friend class NodeArena; // which makes room for a node with what lies before and behind it
+
+    struct FolderPart {
+        std::span<FileNode*> children;
+        FolderCounts counts;
+    };
+    const FolderPart& folderPart() const { return *(reinterpret_cast<const FolderPart*>(this) - 1); }
+    FolderPart& folderPart() { return *(reinterpret_cast<FolderPart*>(this) - 1); }
+
+    /// How much room the parts before the node take.
+    static std::size_t frontLength(bool isDirectory, const FileNodeAttributes& attributes) {
+        return isDirectory ? sizeof(FolderPart) : attributes.privateSize != 0 ? sizeof(std::int64_t) : 0;
+    }
+
+    /// With the node itself.
+    static std::size_t lengthWithName(std::string_view name) {
+        return std::max(sizeof(FileNode), nameOffset + name.size());
+    }
+
+    /// Writes the parts before and behind the node as well.
     FileNode(FileNode* parent, std::string_view name, bool isDirectory, const FileNodeAttributes& attributes)
         : size(attributes.size),
           allocatedSize(attributes.allocatedSize),
@@ -220,15 +253,20 @@ private:
           modificationSeconds(attributes.modificationSeconds),
           accessSeconds(attributes.accessSeconds),
           parent_(parent),
-          privateSize_(isDirectory ? 0 : attributes.privateSize),
           nameLength_(static_cast<std::uint32_t>(name.size())),
           extFlags(attributes.extFlags),
-          fileCount(isDirectory ? 0 : 1),
           flags(attributes.flags),
           category(attributes.category ? *attributes.category : categoryByName(name, isDirectory)),
           isDirectory_(isDirectory),
+          hasPrivatePart_(!isDirectory && attributes.privateSize != 0),
           reportsPrivateSize(attributes.reportsPrivateSize),
-          includesSharedCloneBlocks(sharesCloneBlocks(attributes.extFlags)) {}
+          includesSharedCloneBlocks(sharesCloneBlocks(attributes.extFlags)) {
+        if (isDirectory)
+            new (&folderPart()) FolderPart;
+        else if (hasPrivatePart_)
+            new (reinterpret_cast<std::int64_t*>(this) - 1) std::int64_t(attributes.privateSize);
+        name.copy(reinterpret_cast<char*>(this) + nameOffset, name.size());
+    }
 
     static FileCategory categoryByName(std::string_view name, bool isDirectory);
 
@@ -242,8 +280,12 @@ private:
                 pending.insert(pending.end(), node->children().begin(), node->children().end());
         }
     }
+
+    char nameStart_[4]; // the rest lies behind the node
+
+    static constexpr std::size_t nameOffset = 60;
 };
 
-static_assert(sizeof(FileNode) <= 80, "a tree of tens of millions of nodes has to fit in memory");
+static_assert(sizeof(FileNode) == 64, "a tree of tens of millions of nodes has to fit in memory");
 
 } // namespace tarnwell

@@ -1,5 +1,7 @@
 #include "TarnwellCore/Scanning/NodeArena.hpp"
 
+#include "TarnwellCore/Platform/FreshMemory.hpp"
+
 #include <sys/mman.h>
 
 #include <algorithm>
@@ -14,6 +16,13 @@ namespace {
 constexpr std::size_t firstChunkLength = std::size_t{256} << 10;
 constexpr std::size_t largestChunkLength = std::size_t{64} << 20;
 
+// What is populated at once; a multiple of the page size on every system.
+constexpr std::size_t windowLength = std::size_t{64} << 10;
+
+std::size_t wholeWindows(std::size_t bytes) {
+    return (bytes + windowLength - 1) / windowLength * windowLength;
+}
+
 } // namespace
 
 NodeArena::~NodeArena() {
@@ -21,18 +30,27 @@ NodeArena::~NodeArena() {
         ::munmap(chunk.base, chunk.length);
 }
 
+void NodeArena::addRoom(std::size_t bytes) {
+    if (bytes > available_ + untouched_)
+        addChunk(bytes);
+    const std::size_t length = wholeWindows(bytes - available_);
+    populate(next_ + available_, length);
+    available_ += length;
+    untouched_ -= length;
+}
+
 void NodeArena::addChunk(std::size_t atLeast) {
     const std::size_t doubled =
         chunks_.empty() ? firstChunkLength : std::min(chunks_.back().length * 2, largestChunkLength);
-    const std::size_t page = std::size_t{1} << 16; // a multiple of the page size on every system
-    const std::size_t length = (std::max(doubled, atLeast) + page - 1) & ~(page - 1);
+    const std::size_t length = wholeWindows(std::max(doubled, atLeast));
     chunks_.reserve(chunks_.size() + 1);
     void* base = ::mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (base == MAP_FAILED)
         throw std::bad_alloc();
     chunks_.push_back({base, length});
     next_ = static_cast<std::byte*>(base);
-    available_ = length;
+    available_ = 0;
+    untouched_ = length;
 }
 
 std::span<FileNode*> NodeArena::makeChildArray(std::size_t count) {

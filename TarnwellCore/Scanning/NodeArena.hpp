@@ -23,15 +23,13 @@ public:
     NodeArena(const NodeArena&) = delete;
     NodeArena& operator=(const NodeArena&) = delete;
 
-    /// A node with a copy of `name` behind it, without children; `parent` is null for a root. Reclaimable
-    /// size and clone mark follow from the attributes; `fileCount` is 1 for a file. Throws std::bad_alloc.
+    /// A node with a copy of `name`, without children; `parent` is null for a root. Reclaimable
+    /// size and clone mark follow from the attributes. Throws std::bad_alloc.
     FileNode* makeNode(FileNode* parent, std::string_view name, bool isDirectory,
                        const FileNodeAttributes& attributes) {
-        auto* place = static_cast<std::byte*>(allocate(sizeof(FileNode) + name.size()));
-        // The name first. The node sets single bits, for which it reads before it writes; a new page that is
-        // read first costs a second fault, and an interrupt of the other processors.
-        name.copy(reinterpret_cast<char*>(place + sizeof(FileNode)), name.size());
-        return new (place) FileNode(parent, name, isDirectory, attributes);
+        const std::size_t front = FileNode::frontLength(isDirectory, attributes);
+        auto* place = static_cast<std::byte*>(allocate(front + FileNode::lengthWithName(name)));
+        return new (place + front) FileNode(parent, name, isDirectory, attributes);
     }
 
     /// Room for `count` child pointers, not initialised. Throws std::bad_alloc.
@@ -49,17 +47,19 @@ private:
     void* allocate(std::size_t bytes) {
         bytes = (bytes + 7) & ~std::size_t{7};
         if (bytes > available_) [[unlikely]]
-            addChunk(bytes);
+            addRoom(bytes);
         void* place = next_;
         next_ += bytes;
         available_ -= bytes;
         bytesUsed_ += bytes;
         return place;
     }
+    void addRoom(std::size_t bytes);
     void addChunk(std::size_t atLeast);
 
     std::byte* next_ = nullptr;
-    std::size_t available_ = 0;
+    std::size_t available_ = 0; // from next_ on
+    std::size_t untouched_ = 0; // of the last chunk, after what is available
     std::size_t bytesUsed_ = 0;
     std::vector<Chunk> chunks_;
 };

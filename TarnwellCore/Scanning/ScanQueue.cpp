@@ -38,8 +38,8 @@ void apply(const CollapseDelta& delta) {
     addChecked(node.size, delta.size);
     addChecked(node.allocatedSize, delta.allocated);
     addChecked(node.reclaimableSize, delta.reclaimable);
-    addCount(node.fileCount, delta.files);
-    addCount(node.directoryCount, delta.directories);
+    addCount(node.counts().files, delta.files);
+    addCount(node.counts().directories, delta.directories);
     node.includesSharedCloneBlocks = node.includesSharedCloneBlocks || delta.sharesClones;
 }
 

@@ -23,7 +23,7 @@ void addBytes(FileNode& folder, const FileNode& child) {
 /// The folders at the end of a settled folder's children. Before it is rolled up its count of folders is that
 /// of these: most folders have none, and their children need not be looked at.
 std::span<FileNode*> foldersAtEnd(FileNode& folder) {
-    return folder.mutableChildren().last(static_cast<std::size_t>(folder.directoryCount));
+    return folder.mutableChildren().last(static_cast<std::size_t>(folder.directoryCount()));
 }
 
 /// Sorts the folders at the end of `children` and moves each to its place among the sorted files before
@@ -54,8 +54,7 @@ void FolderSums::store(FileNode& folder, std::size_t subfolderCount) const {
     folder.size = size_;
     folder.allocatedSize = allocatedSize_;
     folder.reclaimableSize = reclaimableSize_;
-    folder.fileCount = fileCount_;
-    folder.directoryCount = static_cast<std::int32_t>(subfolderCount);
+    folder.counts() = {.files = fileCount_, .directories = static_cast<std::int32_t>(subfolderCount)};
     folder.includesSharedCloneBlocks = includesSharedCloneBlocks_ || folder.sharesBlocksWithClones();
 }
 
@@ -98,8 +97,8 @@ void rollUp(FileNode& root) {
         const auto subfolders = foldersAtEnd(folder);
         for (const FileNode* child : subfolders) {
             addBytes(folder, *child);
-            addChecked(folder.fileCount, child->fileCount);
-            addChecked(folder.directoryCount, child->directoryCount);
+            addChecked(folder.counts().files, child->fileCount());
+            addChecked(folder.counts().directories, child->directoryCount());
             folder.includesSharedCloneBlocks =
                 folder.includesSharedCloneBlocks || child->includesSharedCloneBlocks;
         }

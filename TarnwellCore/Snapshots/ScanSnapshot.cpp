@@ -32,7 +32,7 @@ ScanSnapshot::Entry makeEntry(const std::string& path, const FileNode& node) {
             .size = node.size,
             .allocatedSize = node.allocatedSize,
             .reclaimableSize = node.reclaimableSize,
-            .fileCount = node.fileCount,
+            .fileCount = node.fileCount(),
             .isDirectory = node.isDirectory()};
 }
 

@@ -177,14 +177,14 @@ TEST(Aggregation, CountsWhatCounts) {
     tree.addFile(links, "clone", clone);
     FileNodeAttributes given = sizes(1000, 2000, FileNodeFlags::collapsed);
     FileNode& package = tree.addFolder(tree.root(), "given", given);
-    package.fileCount = 12;
-    package.directoryCount = 3;
+    package.counts().files = 12;
+    package.counts().directories = 3;
     FileNode& ownSize = tree.addFolder(tree.root(), "own size", sizes(4096, 4096));
     const auto root = tree.finish();
 
-    EXPECT_EQ(lost.fileCount, 0);
+    EXPECT_EQ(lost.fileCount(), 0);
     EXPECT_EQ(lost.size, 0);
-    EXPECT_EQ(links.fileCount, 2);
+    EXPECT_EQ(links.fileCount(), 2);
     EXPECT_EQ(links.size, 7);
     EXPECT_EQ(links.allocatedSize, 8);
     EXPECT_EQ(links.reclaimableSize, 0);
@@ -193,8 +193,8 @@ TEST(Aggregation, CountsWhatCounts) {
     EXPECT_EQ(root->size, 1007);
     EXPECT_EQ(root->allocatedSize, 2008);
     EXPECT_EQ(root->reclaimableSize, 2000);
-    EXPECT_EQ(root->fileCount, 14);
-    EXPECT_EQ(root->directoryCount, 7);
+    EXPECT_EQ(root->fileCount(), 14);
+    EXPECT_EQ(root->directoryCount(), 7);
     EXPECT_TRUE(root->includesSharedCloneBlocks);
     EXPECT_EQ(childNames(*root), (std::vector<std::string>{"given", "links", "lost", "own size"}));
 }
@@ -272,8 +272,8 @@ TEST(Aggregation, AgreesWithThePlainWayOnRandomTrees) {
             std::int64_t directoryCount = 0;
             aggregatePlainly(*folder, size, fileCount, directoryCount);
             EXPECT_EQ(folder->size, size);
-            EXPECT_EQ(folder->fileCount, fileCount);
-            EXPECT_EQ(folder->directoryCount, directoryCount);
+            EXPECT_EQ(folder->fileCount(), fileCount);
+            EXPECT_EQ(folder->directoryCount(), directoryCount);
             const auto children = folder->children();
             EXPECT_TRUE(std::is_sorted(
                 children.begin(), children.end(),
@@ -292,7 +292,7 @@ TEST(Aggregation, DeepChainsNeedNoStack) {
     tree.addFile(*folder, "f", 3);
     const auto root = tree.finish();
     EXPECT_EQ(root->size, 3);
-    EXPECT_EQ(root->directoryCount, depth);
+    EXPECT_EQ(root->directoryCount(), depth);
     EXPECT_EQ(folder->depth(), static_cast<std::size_t>(depth));
     EXPECT_EQ(folder->path().size(), 2u + 2u * depth);
     EXPECT_EQ(root->node(folder->path()), folder);

@@ -48,8 +48,8 @@ std::string describe(const ScanResult& result) {
     std::string text;
     result.root->forEachDescendant([&](const FileNode& node) {
         text += node.path() + " " + std::to_string(node.size) + " " + std::to_string(node.allocatedSize) +
-                " " + std::to_string(node.reclaimableSize) + " " + std::to_string(node.fileCount) + " " +
-                std::to_string(node.directoryCount) + " " + std::to_string(node.flags.rawValue()) + " " +
+                " " + std::to_string(node.reclaimableSize) + " " + std::to_string(node.fileCount()) + " " +
+                std::to_string(node.directoryCount()) + " " + std::to_string(node.flags.rawValue()) + " " +
                 std::to_string(rawValue(node.category)) + "\n";
         return true;
     });
@@ -61,8 +61,8 @@ void expectStatsOfTree(const ScanResult& result) {
     EXPECT_EQ(result.stats.totalSize, root.size);
     EXPECT_EQ(result.stats.totalAllocatedSize, root.allocatedSize);
     EXPECT_EQ(result.stats.totalReclaimableSize, root.reclaimableSize);
-    EXPECT_EQ(result.stats.fileCount, root.fileCount);
-    EXPECT_EQ(result.stats.directoryCount, root.directoryCount);
+    EXPECT_EQ(result.stats.fileCount, root.fileCount());
+    EXPECT_EQ(result.stats.directoryCount, root.directoryCount());
 }
 
 void expectStatsOfMeasurement(const std::filesystem::path& folder, ScanOptions options,
@@ -152,8 +152,8 @@ TEST(ScanEngine, ExclusionsAreLeaves) {
     options.excludedNames = {"name"};
     const ScanResult result = scan(folder.path(), options);
     EXPECT_EQ(result.root->size, 60);
-    EXPECT_EQ(result.root->directoryCount, 6);
-    EXPECT_EQ(result.root->fileCount, 3);
+    EXPECT_EQ(result.root->directoryCount(), 6);
+    EXPECT_EQ(result.root->fileCount(), 3);
     for (const char* path : {"a/skip", "b/name", "one file"}) {
         EXPECT_TRUE(at(result, path).flags.contains(FileNodeFlags::excluded)) << path;
         EXPECT_TRUE(at(result, path).children().empty()) << path;
@@ -184,8 +184,8 @@ TEST(ScanEngine, DepthLimitKeepsTheSums) {
                 EXPECT_EQ(node.size, original->size) << node.path();
                 EXPECT_EQ(node.allocatedSize, original->allocatedSize) << node.path();
                 EXPECT_EQ(node.reclaimableSize, original->reclaimableSize) << node.path();
-                EXPECT_EQ(node.fileCount, original->fileCount) << node.path();
-                EXPECT_EQ(node.directoryCount, original->directoryCount) << node.path();
+                EXPECT_EQ(node.fileCount(), original->fileCount()) << node.path();
+                EXPECT_EQ(node.directoryCount(), original->directoryCount()) << node.path();
                 return true;
             });
             expectStatsOfTree(result);
@@ -211,8 +211,8 @@ TEST(ScanEngine, ClosedPackagesCarryTheirSums) {
         EXPECT_EQ(package.size, 100);
         EXPECT_TRUE(at(result, "outside").isHardlinkDuplicate());
         EXPECT_FALSE(at(result, "A first").isHardlinkDuplicate());
-        EXPECT_EQ(package.fileCount, 2);
-        EXPECT_EQ(package.directoryCount, 3);
+        EXPECT_EQ(package.fileCount(), 2);
+        EXPECT_EQ(package.directoryCount(), 3);
         EXPECT_EQ(result.root->size, 150);
         EXPECT_EQ(result.stats.packageCount, 3);
         EXPECT_FALSE(at(result, "Empty.app").flags.contains(FileNodeFlags::collapsed));
@@ -238,7 +238,7 @@ TEST(ScanEngine, HardLinksBelongToTheSmallestPath) {
         EXPECT_EQ(at(result, "a").size, 1000);
         EXPECT_EQ(at(result, "z").size, 0);
         EXPECT_EQ(result.root->size, 1000);
-        EXPECT_EQ(result.root->fileCount, 202);
+        EXPECT_EQ(result.root->fileCount(), 202);
     }
     ScanOptions options;
     options.deduplicateHardlinks = false;
@@ -396,8 +396,8 @@ TEST(ScanEngine, SurvivesAProcessThatChangesEverything) {
     for (int round = 0; round < 60; ++round) {
         const ScanResult result = scan(folder.path());
         EXPECT_EQ(at(result, "steady").size, 1234);
-        EXPECT_EQ(result.stats.fileCount, result.root->fileCount);
-        EXPECT_EQ(result.stats.directoryCount, result.root->directoryCount);
+        EXPECT_EQ(result.stats.fileCount, result.root->fileCount());
+        EXPECT_EQ(result.stats.directoryCount, result.root->directoryCount());
     }
     ::kill(churner, SIGKILL);
     ::waitpid(churner, nullptr, 0);
@@ -479,7 +479,7 @@ TEST(ScanEngine, RunsWithFewDescriptors) {
     const std::string text = test::runUnprivileged([&]() -> std::string {
         const DescriptorLimit limit(20);
         const ScanResult result = scan(folder.path());
-        return std::to_string(result.root->size) + " " + std::to_string(result.root->directoryCount) + " " +
+        return std::to_string(result.root->size) + " " + std::to_string(result.root->directoryCount()) + " " +
                std::to_string(result.stats.inaccessibleCount);
     });
     const auto& expected = oracle.at(folder.path());
@@ -529,7 +529,7 @@ TEST(ScanEngine, DeepChainsNeedFewDescriptors) {
         for (int index = 0; index < 3; ++index)
             threads.emplace_back([&] {
                 const ScanResult result = scan(folder.path());
-                wholeScans += result.root->directoryCount == 2 * depth && result.stats.inaccessibleCount == 0;
+                wholeScans += result.root->directoryCount() == 2 * depth && result.stats.inaccessibleCount == 0;
             });
         for (std::thread& thread : threads)
             thread.join();
@@ -546,8 +546,8 @@ TEST(ScanEngine, ChainsBeyondPathMax) {
         ScanOptions options;
         options.workerCount = workers;
         const ScanResult result = scan(folder.path(), options);
-        EXPECT_EQ(result.root->directoryCount, depth);
-        EXPECT_EQ(result.root->fileCount, files);
+        EXPECT_EQ(result.root->directoryCount(), depth);
+        EXPECT_EQ(result.root->fileCount(), files);
         EXPECT_EQ(result.root->size, 10 * files);
         EXPECT_EQ(result.stats.maximumDepth, depth);
         EXPECT_EQ(result.stats.inaccessibleCount, 0);
@@ -556,13 +556,13 @@ TEST(ScanEngine, ChainsBeyondPathMax) {
     const ScanResult whole = scan(folder.path());
     std::string deep;
     whole.root->forEachDescendant([&](const FileNode& node) {
-        if (node.isDirectory() && node.directoryCount == 200)
+        if (node.isDirectory() && node.directoryCount() == 200)
             deep = node.path();
         return deep.empty();
     });
     ASSERT_GT(deep.size(), 40'000u);
     const ScanResult end = scan(deep);
-    EXPECT_EQ(end.root->directoryCount, 200);
+    EXPECT_EQ(end.root->directoryCount(), 200);
     EXPECT_EQ(end.root->path(), deep);
 }
 

@@ -95,8 +95,8 @@ void expectAgreement(const FileNode& root, const Items& oracle) {
         EXPECT_EQ(node.isDirectory(), item.isDirectory) << path;
         EXPECT_EQ(node.size, item.size) << path;
         EXPECT_EQ(node.allocatedSize, item.allocatedSize) << path;
-        EXPECT_EQ(node.fileCount, item.fileCount) << path;
-        EXPECT_EQ(node.directoryCount, item.directoryCount) << path;
+        EXPECT_EQ(node.fileCount(), item.fileCount) << path;
+        EXPECT_EQ(node.directoryCount(), item.directoryCount) << path;
         EXPECT_EQ(node.isHardlinkDuplicate(), item.isHardlinkDuplicate) << path;
         std::vector<std::string> names;
         for (const FileNode* child : node.children())

@@ -168,7 +168,7 @@ std::string Picture::tooltip(const TreemapItem& item, FileCategory category) con
                "\n" + size;
     std::string text = printable(item.node->path()) + "\n" + size + "\n";
     if (item.node->isDirectory())
-        text += counted(item.node->fileCount, "file") + ", mostly ";
+        text += counted(item.node->fileCount(), "file") + ", mostly ";
     return text + std::string(displayName(category));
 }
 

@@ -78,8 +78,8 @@ void scanAgainAndAgain(const fs::path& folder) {
         EXPECT_LT(result.root->size, secretSize);
         EXPECT_EQ(result.root->node("steady")->size, 1234);
         EXPECT_EQ(result.stats.totalSize, result.root->size);
-        EXPECT_EQ(result.stats.fileCount, result.root->fileCount);
-        EXPECT_EQ(result.stats.directoryCount, result.root->directoryCount);
+        EXPECT_EQ(result.stats.fileCount, result.root->fileCount());
+        EXPECT_EQ(result.stats.directoryCount, result.root->directoryCount());
         if (testing::Test::HasFailure())
             return;
     }

@@ -93,7 +93,7 @@ TEST_F(InMemory, ManyNamesInOneFolder) {
         ASSERT_EQ(::mknodat(parent, std::to_string(index).c_str(), S_IFREG | 0644, 0), 0) << index;
     ::close(parent);
     const ScanResult result = scan(folder().path());
-    EXPECT_EQ(result.root->fileCount, count);
+    EXPECT_EQ(result.root->fileCount(), count);
     std::set<int> numbers;
     for (const FileNode* child : result.root->children())
         numbers.insert(std::stoi(std::string(child->name())));
@@ -108,7 +108,7 @@ TEST_F(InMemory, ManyNamesOfOneFile) {
         ASSERT_EQ(::linkat(parent, "0", parent, std::to_string(index).c_str(), 0), 0) << index;
     ::close(parent);
     const ScanResult result = scan(folder().path());
-    EXPECT_EQ(result.root->fileCount, count);
+    EXPECT_EQ(result.root->fileCount(), count);
     EXPECT_EQ(result.root->size, 5000);
     EXPECT_EQ(result.stats.hardlinkDuplicateCount, count - 1);
     EXPECT_EQ(result.stats.hardlinkSavedBytes, 5000 * (count - std::int64_t{1}));

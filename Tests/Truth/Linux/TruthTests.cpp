@@ -93,8 +93,8 @@ void compareTree(const ScanResult& result, const SteadyItems& items, Differences
         differences.expectEqual(path, "allocated size", node.allocatedSize, item->allocatedSize);
         differences.expectEqual(path, "further name", node.isHardlinkDuplicate(), item->isFurtherName);
         if (node.isDirectory()) {
-            differences.expectEqual(path, "file count", node.fileCount, item->fileCount);
-            differences.expectEqual(path, "folder count", node.directoryCount, item->directoryCount);
+            differences.expectEqual(path, "file count", node.fileCount(), item->fileCount);
+            differences.expectEqual(path, "folder count", node.directoryCount(), item->directoryCount);
         }
         return true;
     });
@@ -162,8 +162,8 @@ void expectTruth(const fs::path& folder) {
         const FoundItem& whole = *items.find(folder);
         EXPECT_EQ(duSum, whole.allocatedSize + sumOfFolders(folder, whole.device));
     }
-    std::cout << folder.string() << ": " << result.root->fileCount << " files ("
-              << result.stats.hardlinkDuplicateCount << " further names), " << result.root->directoryCount
+    std::cout << folder.string() << ": " << result.root->fileCount() << " files ("
+              << result.stats.hardlinkDuplicateCount << " further names), " << result.root->directoryCount()
               << " folders, " << result.root->size << " bytes, " << result.root->allocatedSize << " on disk; "
               << items.changedCount() << " changed meanwhile\n";
 }
