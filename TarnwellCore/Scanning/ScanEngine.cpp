@@ -34,6 +34,12 @@ double secondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
+/// A thousand folders take as long to roll up as a thread takes to start.
+int rollUpThreads(int workers, std::int64_t folders) {
+    constexpr std::int64_t eachThreads = 4096;
+    return static_cast<int>(std::clamp<std::int64_t>(folders / eachThreads, 1, std::min(workers, activeProcessorCount())));
+}
+
 bool isEmpty(const ScanStats& stats) {
     return stats.fileCount == 0 && stats.directoryCount == 0 && stats.inaccessibleEntryCount == 0;
 }
@@ -128,7 +134,7 @@ ScanResult ScanEngine::run() {
         throw ScanError::rootNotReadable(rootPath_, rootError);
     if (root != nullptr) {
         hardlinks_.assignOwners();
-        rollUp(*root);
+        rollUp(*root, rollUpThreads(workers, result.stats.directoryCount));
         result.root = arena->shareRoot(root);
     }
     result.inaccessiblePaths = queue_.takeInaccessiblePaths();

@@ -1,8 +1,10 @@
 #include "TarnwellCore/Scanning/TreeAggregation.hpp"
 
+#include "TarnwellCore/Platform/WorkerThreads.hpp"
 #include "TarnwellCore/Scanning/NodeSorter.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <iterator>
 #include <vector>
 
@@ -26,27 +28,66 @@ std::span<FileNode*> foldersAtEnd(FileNode& folder) {
     return folder.mutableChildren().last(static_cast<std::size_t>(folder.directoryCount()));
 }
 
-/// Sorts the folders at the end of `children` and moves each to its place among the sorted files before
-/// them. Files are found by bisection: in a large folder most of them are not looked at.
-void mergeFolders(std::span<FileNode*> children, std::size_t fileCount, NodeSorter& sorter,
-                  std::vector<FileNode*>& scratch) {
-    for (FileNode* folder : children.subspan(fileCount))
-        sorter.add(*folder);
-    scratch.resize(children.size() - fileCount);
-    sorter.takeInto(scratch);
-    std::size_t files = fileCount;
-    for (std::size_t folders = scratch.size(); folders > 0; --folders) {
-        FileNode* folder = scratch[folders - 1];
-        const auto begin = children.begin();
-        const auto end = begin + static_cast<std::ptrdiff_t>(files);
-        const auto place = std::upper_bound(begin, end, folder, [](const FileNode* a, const FileNode* b) {
-            return NodeSorter::precedes(*a, *b);
-        });
-        std::move_backward(place, end, end + static_cast<std::ptrdiff_t>(folders));
-        files = static_cast<std::size_t>(place - begin);
-        children[files + folders - 1] = folder;
-    }
+void addSubfolders(FileNode& folder, std::vector<FileNode*>& folders) {
+    if (isCollapsed(folder))
+        std::copy_if(folder.children().begin(), folder.children().end(), std::back_inserter(folders),
+                     [](const FileNode* child) { return child->isDirectory(); });
+    else
+        std::ranges::copy(foldersAtEnd(folder), std::back_inserter(folders));
 }
+
+/// Rolls up one tree after another. Keeps its memory from one to the next.
+class TreeRollUp {
+public:
+    void operator()(FileNode& top) {
+        folders_.assign(1, &top);
+        for (std::size_t index = 0; index < folders_.size(); ++index)
+            addSubfolders(*folders_[index], folders_);
+        std::for_each(folders_.rbegin(), folders_.rend(), [this](FileNode* folder) { addUp(*folder); });
+    }
+
+    /// A folder whose subfolders have been rolled up.
+    void addUp(FileNode& folder) {
+        if (isCollapsed(folder))
+            return;
+        const auto subfolders = foldersAtEnd(folder);
+        for (const FileNode* child : subfolders) {
+            addBytes(folder, *child);
+            addChecked(folder.counts().files, child->fileCount());
+            addChecked(folder.counts().directories, child->directoryCount());
+            folder.includesSharedCloneBlocks =
+                folder.includesSharedCloneBlocks || child->includesSharedCloneBlocks;
+        }
+        if (!subfolders.empty())
+            mergeFolders(folder.mutableChildren(), folder.children().size() - subfolders.size());
+    }
+
+private:
+    /// Sorts the folders at the end of `children` and moves each to its place among the sorted files before
+    /// them. Files are found by bisection: in a large folder most of them are not looked at.
+    void mergeFolders(std::span<FileNode*> children, std::size_t fileCount) {
+        for (FileNode* folder : children.subspan(fileCount))
+            sorter_.add(*folder);
+        sorted_.resize(children.size() - fileCount);
+        sorter_.takeInto(sorted_);
+        std::size_t files = fileCount;
+        for (std::size_t folders = sorted_.size(); folders > 0; --folders) {
+            FileNode* folder = sorted_[folders - 1];
+            const auto begin = children.begin();
+            const auto end = begin + static_cast<std::ptrdiff_t>(files);
+            const auto place = std::upper_bound(begin, end, folder, [](const FileNode* a, const FileNode* b) {
+                return NodeSorter::precedes(*a, *b);
+            });
+            std::move_backward(place, end, end + static_cast<std::ptrdiff_t>(folders));
+            files = static_cast<std::size_t>(place - begin);
+            children[files + folders - 1] = folder;
+        }
+    }
+
+    std::vector<FileNode*> folders_; // breadth first
+    NodeSorter sorter_;
+    std::vector<FileNode*> sorted_;
+};
 
 } // namespace
 
@@ -77,35 +118,25 @@ void setHardlinkDuplicate(FileNode& file, bool isDuplicate) {
     }
 }
 
-void rollUp(FileNode& root) {
+void rollUp(FileNode& root, int threads) {
+    TreeRollUp rollUpTree;
+    if (threads < 2)
+        return rollUpTree(root);
+
+    // The uppermost folders are opened until there are subtrees enough for the threads to come out even.
+    constexpr std::size_t manySubtrees = 512;
     std::vector<FileNode*> folders{&root};
-    for (std::size_t index = 0; index < folders.size(); ++index) {
-        FileNode& folder = *folders[index];
-        if (isCollapsed(folder))
-            std::copy_if(folder.children().begin(), folder.children().end(), std::back_inserter(folders),
-                         [](const FileNode* child) { return child->isDirectory(); });
-        else
-            for (FileNode* child : foldersAtEnd(folder))
-                folders.push_back(child);
-    }
-    NodeSorter sorter;
-    std::vector<FileNode*> scratch;
-    for (auto position = folders.rbegin(); position != folders.rend(); ++position) {
-        FileNode& folder = **position;
-        if (isCollapsed(folder))
-            continue;
-        const auto subfolders = foldersAtEnd(folder);
-        for (const FileNode* child : subfolders) {
-            addBytes(folder, *child);
-            addChecked(folder.counts().files, child->fileCount());
-            addChecked(folder.counts().directories, child->directoryCount());
-            folder.includesSharedCloneBlocks =
-                folder.includesSharedCloneBlocks || child->includesSharedCloneBlocks;
-        }
-        if (!subfolders.empty())
-            mergeFolders(folder.mutableChildren(), folder.children().size() - subfolders.size(), sorter,
-                         scratch);
-    }
+    std::size_t opened = 0;
+    while (opened < folders.size() && folders.size() - opened < manySubtrees)
+        addSubfolders(*folders[opened++], folders);
+    std::atomic<std::size_t> next = opened;
+    WorkerThreads([&](int) {
+        TreeRollUp rollUpSubtree;
+        for (std::size_t index = next++; index < folders.size(); index = next++)
+            rollUpSubtree(*folders[index]);
+    }).run(threads);
+    while (opened > 0)
+        rollUpTree.addUp(*folders[--opened]);
 }
 
 void aggregate(FileNode& root) {
@@ -129,7 +160,7 @@ void aggregate(FileNode& root) {
         sums.store(node, folders.size());
         return true;
     });
-    rollUp(root);
+    rollUp(root, 1);
 }
 
 } // namespace tarnwell

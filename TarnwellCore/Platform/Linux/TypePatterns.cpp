@@ -81,9 +81,10 @@ void TypePatterns::add(std::string_view pattern) {
     const bool isSuffix = lower.starts_with('*') && lower.find_first_of(wildcards, 1) == std::string::npos;
     if (isSuffix && lower.rfind('.') == 1)
         extensions_.insert(lower.substr(2));
-    else if (isSuffix)
-        suffixes_.push_back(lower.substr(1));
-    else if (lower.find_first_of(wildcards) != std::string::npos) {
+    else if (isSuffix) {
+        if (std::ranges::count(lower, '.') < 2) // the names that are asked about have one
+            suffixes_.push_back(lower.substr(1));
+    } else if (lower.find_first_of(wildcards) != std::string::npos) {
         // In its own letter case: "[Z-a]" is another range than "[z-a]".
         if (mayMatchShortName(pattern))
             patterns_.emplace_back(pattern);
