@@ -30,8 +30,9 @@ public:
     /// ended. Called once.
     void run(int count);
 
-    /// Runs `body` once more, with the next number, beside those that run; not when `most` have been started
-    /// already or the system has no thread to give. Called from within a body, by any number of them at once.
+    /// Runs `body` once more beside those that run, with the next number or one whose body has returned; not
+    /// when `most` run already or the system has no thread to give. Called from within a body, by any number of
+    /// them at once.
     void addOne(int most);
 
 private:

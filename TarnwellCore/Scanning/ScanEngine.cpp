@@ -123,7 +123,7 @@ ScanResult ScanEngine::run() {
                               .rootError = rootError};
     WorkerThreads threads([&](int index) {
         NodeArena* region = arena ? &arena->region(static_cast<std::size_t>(index)) : nullptr;
-        ScanWorker(context, region).run([&] { threads.addOne(mostWorkers); });
+        ScanWorker(context, region).run([&] { threads.addOne(mostWorkers); }, index >= workers);
     });
     threads.run(workers);
 

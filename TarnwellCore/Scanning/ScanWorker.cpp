@@ -38,7 +38,7 @@ ScanWorker::ScanWorker(const ScanContext& context, NodeArena* arena)
       reader_(context.calls),
       consumer_([this](std::span<const RawDirectoryEntry> entries) { return processEntries(entries); }) {}
 
-void ScanWorker::run(const std::function<void()>& addWorker) {
+void ScanWorker::run(const std::function<void()>& addWorker, bool isAdded) {
     try {
         while (context_.queue.take(pending_)) {
             const std::int64_t waitsBefore = waitsOfThisThread();
@@ -48,6 +48,8 @@ void ScanWorker::run(const std::function<void()>& addWorker) {
             const bool isMoreToRead = context_.queue.finish(pending_, tally_);
             if (mostlyWaited && isMoreToRead)
                 addWorker();
+            else if (isAdded && !mostlyWaited)
+                return;
         }
     } catch (...) {
         // The others would wait for this worker's folders for ever.

@@ -42,9 +42,9 @@ public:
     /// `arena` takes the worker's nodes; null for a scan that only measures.
     ScanWorker(const ScanContext& context, NodeArena* arena);
 
-    /// Works until the queue has nothing left. Calls `addWorker` when it mostly waits, for a disk as a rule,
-    /// while there are folders that nobody reads.
-    void run(const std::function<void()>& addWorker);
+    /// Works until the queue has nothing left. Calls `addWorker` when it mostly waited, for a disk as a rule,
+    /// while there are folders that nobody reads; one that was added leaves when it hardly waits.
+    void run(const std::function<void()>& addWorker, bool isAdded);
 
 private:
     /// How many folders it read.

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <mutex>
 #include <set>
 #include <stdexcept>
@@ -18,22 +19,49 @@ TEST(WorkerThreads, ThoseThatAreAddedHaveNumbersOfTheirOwnAndAreWaitedFor) {
         int most;
         std::set<int> numbers;
     };
-    const Case cases[] = {{0, 1, {0}}, {1, 1, {0}}, {1, 3, {0, 1, 2}}, {2, 5, {0, 1, 2, 3, 4}}, {3, 2, {0, 1, 2}}};
+    const Case cases[] = {
+        {0, 1, {0}}, {1, 1, {0}}, {1, 3, {0, 1, 2}}, {2, 5, {0, 1, 2, 3, 4}}, {3, 2, {0, 1, 2}}};
     for (const Case& one : cases) {
         std::mutex mutex;
-        std::multiset<int> numbers;
+        std::condition_variable changed;
+        std::multiset<int> running;
         WorkerThreads threads([&](int number) {
-            // Each adds one when those that were there first may be done already.
-            std::this_thread::sleep_for(std::chrono::milliseconds(5 * number));
             threads.addOne(one.most);
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-            const std::lock_guard guard(mutex);
-            numbers.insert(number);
+            threads.addOne(one.most);
+            std::unique_lock lock(mutex);
+            running.insert(number);
+            changed.notify_all();
+            changed.wait_for(lock, std::chrono::seconds(10),
+                             [&] { return running.size() >= one.numbers.size(); });
         });
         threads.run(one.count);
-        EXPECT_EQ(numbers, std::multiset<int>(one.numbers.begin(), one.numbers.end()))
+        EXPECT_EQ(running, std::multiset<int>(one.numbers.begin(), one.numbers.end()))
             << one.count << " " << one.most;
     }
+}
+
+TEST(WorkerThreads, NumbersAreGivenAgainOnceTheirBodyHasReturned) {
+    constexpr int most = 3;
+    std::atomic<int> calls = 0;
+    std::atomic<int> running[most] = {};
+    std::atomic<bool> isShared = false;
+    std::atomic<int> largest = 0;
+    WorkerThreads threads([&](int number) {
+        isShared = isShared || ++running[number] > 1;
+        for (int before = largest; before < number && !largest.compare_exchange_weak(before, number);) {
+        }
+        if (number == 0)
+            while (calls < 100) {
+                threads.addOne(most);
+                std::this_thread::yield();
+            }
+        ++calls;
+        --running[number];
+    });
+    threads.run(1);
+    EXPECT_GT(calls, 100);
+    EXPECT_FALSE(isShared);
+    EXPECT_LT(largest, most);
 }
 
 TEST(WorkerThreads, OneAloneRunsOnTheCallingThread) {
@@ -45,8 +73,12 @@ TEST(WorkerThreads, OneAloneRunsOnTheCallingThread) {
 TEST(WorkerThreads, AnExceptionComesOutOnceAllHaveEnded) {
     for (const int thrower : {0, 1, 2}) { // the last is added
         std::atomic<int> ended = 0;
+        std::atomic<int> started = 0;
         WorkerThreads threads([&](int number) {
-            threads.addOne(3);
+            if (number == 0)
+                threads.addOne(3);
+            for (++started; started < 3;)
+                std::this_thread::yield();
             if (number == thrower)
                 throw std::runtime_error("out of luck");
             std::this_thread::sleep_for(std::chrono::milliseconds(10));

@@ -7,6 +7,7 @@
 #include <exception>
 #include <mutex>
 #include <utility>
+#include <vector>
 
 namespace tarnwell {
 
@@ -27,17 +28,36 @@ struct WorkerThreads::State {
     const std::function<void(int)> body;
     const dispatch_group_t group = dispatch_group_create();
     std::mutex mutex;
-    int started = 0; // guarded by mutex, as is all below
+    int numbers = 0; // that were given; guarded by mutex, as is all below
+    std::vector<int> freeNumbers;
     std::exception_ptr firstFailure;
 
-    void runBody(int index) {
+    void runBody(int number) {
+        std::exception_ptr failure;
         try {
-            body(index);
+            body(number);
         } catch (...) {
-            const std::lock_guard guard(mutex);
-            if (!firstFailure)
-                firstFailure = std::current_exception();
+            failure = std::current_exception();
         }
+        const std::lock_guard guard(mutex);
+        if (!firstFailure)
+            firstFailure = failure;
+        freeNumbers.push_back(number);
+    }
+
+    /// Under the lock, as the other.
+    void startNew() {
+        freeNumbers.reserve(static_cast<std::size_t>(numbers) + 1); // nothing fails when a body ends
+        start(numbers++);
+    }
+
+    void start(int number) {
+        // A block captures `this` as it is: it ends before `run` does.
+        dispatch_group_async(group, dispatch_get_global_queue(QOS_CLASS_USER_INITIATED, 0), ^{
+          @autoreleasepool {
+              runBody(number);
+          }
+        });
     }
 };
 
@@ -45,25 +65,26 @@ WorkerThreads::WorkerThreads(std::function<void(int)> body) : state_(new State(s
 WorkerThreads::~WorkerThreads() = default;
 
 void WorkerThreads::addOne(int most) {
-    State* const state = state_.get(); // a block captures it as it is: it ends before `run` does
-    const std::lock_guard guard(state->mutex);
-    if (state->started >= most)
-        return;
-    const int index = state->started++;
-    dispatch_group_async(state->group, dispatch_get_global_queue(QOS_CLASS_USER_INITIATED, 0), ^{
-      @autoreleasepool {
-          state->runBody(index);
-      }
-    });
+    const std::lock_guard guard(state_->mutex);
+    if (!state_->freeNumbers.empty()) {
+        const int number = state_->freeNumbers.back();
+        state_->freeNumbers.pop_back();
+        state_->start(number);
+    } else if (state_->numbers < most) {
+        state_->startNew();
+    }
 }
 
 void WorkerThreads::run(int count) {
     if (count < 2) {
-        state_->started = 1;
+        state_->freeNumbers.reserve(1);
+        state_->numbers = 1;
         state_->runBody(0);
     }
-    for (int added = 0; count >= 2 && added < count; ++added)
-        addOne(count);
+    for (int number = 0; count >= 2 && number < count; ++number) {
+        const std::lock_guard guard(state_->mutex);
+        state_->startNew();
+    }
     dispatch_group_wait(state_->group, DISPATCH_TIME_FOREVER);
     if (state_->firstFailure)
         std::rethrow_exception(state_->firstFailure);

@@ -31,17 +31,42 @@ struct WorkerThreads::State {
 
     const std::function<void(int)> body;
     std::mutex mutex;
-    std::vector<std::thread> threads; // guarded by mutex, as is all below
-    int started = 1;                  // the calling thread is one of the workers: it would only wait otherwise
+    // The calling thread is one of the workers: it would only wait otherwise. Its place stays empty.
+    std::vector<std::thread> threads{1}; // by number; guarded by mutex, as is all below
+    std::vector<int> freeNumbers;
     std::exception_ptr firstFailure;
 
-    void runBody(int index) {
+    void runBody(int number) {
+        std::exception_ptr failure;
         try {
-            body(index);
+            body(number);
         } catch (...) {
-            const std::lock_guard guard(mutex);
-            if (!firstFailure)
-                firstFailure = std::current_exception();
+            failure = std::current_exception();
+        }
+        const std::lock_guard guard(mutex);
+        if (!firstFailure)
+            firstFailure = failure;
+        if (number > 0)
+            freeNumbers.push_back(number);
+    }
+
+    /// Where there are no more threads or no memory for them, those that run are enough. Under the lock.
+    void startNew() {
+        try {
+            freeNumbers.reserve(threads.size()); // nothing fails when a body ends
+            threads.emplace_back([this, number = static_cast<int>(threads.size())] { runBody(number); });
+        } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+        }
+    }
+
+    void startAgain(int number) {
+        try {
+            std::thread& thread = threads[static_cast<std::size_t>(number)];
+            if (thread.joinable())
+                thread.join(); // it is at its end
+            thread = std::thread([this, number] { runBody(number); });
+            std::erase(freeNumbers, number);
+        } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
         }
     }
 };
@@ -50,32 +75,29 @@ WorkerThreads::WorkerThreads(std::function<void(int)> body) : state_(new State(s
 WorkerThreads::~WorkerThreads() = default;
 
 void WorkerThreads::addOne(int most) {
-    State& state = *state_;
-    const std::lock_guard guard(state.mutex);
-    if (state.started >= most)
-        return;
-    try {
-        state.threads.emplace_back([&state, index = state.started] { state.runBody(index); });
-        ++state.started;
-    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
-        // No more threads or no memory for them: those that run are enough.
-    }
+    const std::lock_guard guard(state_->mutex);
+    if (!state_->freeNumbers.empty())
+        state_->startAgain(state_->freeNumbers.back());
+    else if (std::ssize(state_->threads) < most)
+        state_->startNew();
 }
 
 void WorkerThreads::run(int count) {
-    for (int added = 1; added < count; ++added)
-        addOne(count);
+    for (int number = 1; number < count; ++number) {
+        const std::lock_guard guard(state_->mutex);
+        state_->startNew();
+    }
     state_->runBody(0);
     for (;;) { // those that are waited for may add others
-        std::vector<std::thread> threads;
+        std::thread thread;
         {
             const std::lock_guard guard(state_->mutex);
-            threads.swap(state_->threads);
+            const auto found = std::ranges::find_if(state_->threads, &std::thread::joinable);
+            if (found == state_->threads.end())
+                break;
+            thread = std::move(*found);
         }
-        if (threads.empty())
-            break;
-        for (std::thread& thread : threads)
-            thread.join();
+        thread.join();
     }
     if (state_->firstFailure)
         std::rethrow_exception(state_->firstFailure);
