@@ -39,7 +39,7 @@ public:
 
 private:
     static constexpr std::size_t longestExtension = 8;
-    static constexpr int slotBits = 10;
+    static constexpr int slotBits = 12;
 
     /// An extension that comes to a slot displaces the one in it.
     struct Slot {
