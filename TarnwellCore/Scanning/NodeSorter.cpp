@@ -1,9 +1,11 @@
 #include "TarnwellCore/Scanning/NodeSorter.hpp"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 namespace tarnwell {
 
@@ -11,8 +13,10 @@ namespace {
 
 using Item = NodeSorter::Item;
 
+// How two items compare is a coin toss to the processor, and a branch that it takes for nothing costs more than
+// comparing both fields: hence `|` and `&`, here, and indices that are computed below.
 bool precedesSoFar(const Item& a, const Item& b) {
-    return a.size != b.size ? a.size > b.size : a.nameBytes < b.nameBytes;
+    return (a.size > b.size) | ((a.size == b.size) & (a.nameBytes < b.nameBytes));
 }
 
 /// Whether `a` has to stand after `b`. The items hold the first bytes of their names.
@@ -20,7 +24,51 @@ bool isMisplaced(const Item& a, const Item& b) {
     return precedesSoFar(b, a) || (!precedesSoFar(a, b) && b.node->name() < a.node->name());
 }
 
+/// The items go to their places in `sorted`: as many as come before each. For few items.
+void sortByRank(std::span<const Item> items, Item* sorted) {
+    constexpr std::size_t most = 8;
+    std::array<std::size_t, most> ranks = {};
+    for (std::size_t first = 0; first < items.size(); ++first)
+        for (std::size_t second = first + 1; second < items.size(); ++second) {
+            const bool isTurned = precedesSoFar(items[second], items[first]);
+            ranks[first] += isTurned;
+            ranks[second] += !isTurned;
+        }
+    for (std::size_t index = 0; index < items.size(); ++index)
+        sorted[ranks[index]] = items[index];
+}
+
+void merge(const Item* left, const Item* middle, const Item* end, Item* merged) {
+    const Item* right = middle;
+    while (left != middle && right != end) {
+        const bool isRight = precedesSoFar(*right, *left);
+        *merged++ = *(isRight ? right : left);
+        right += isRight;
+        left += !isRight;
+    }
+    std::copy(right, end, std::copy(left, middle, merged));
+}
+
 } // namespace
+
+/// Stable.
+void NodeSorter::sortSoFar(std::span<Item> items) {
+    constexpr std::size_t shortRun = 8;
+    scratch_.resize(std::max(scratch_.size(), items.size()));
+    const std::size_t count = items.size();
+    Item* from = items.data();
+    Item* to = scratch_.data();
+    for (std::size_t start = 0; start < count; start += shortRun)
+        sortByRank(items.subspan(start, std::min(shortRun, count - start)), to + start);
+    for (std::size_t length = shortRun; length < count; length *= 2) {
+        std::swap(from, to);
+        for (std::size_t start = 0; start < count; start += 2 * length)
+            merge(from + start, from + std::min(start + length, count),
+                  from + std::min(start + 2 * length, count), to + start);
+    }
+    if (to != items.data())
+        std::copy_n(to, count, items.data());
+}
 
 /// Past the end of the name they are zeros.
 std::uint64_t NodeSorter::bytesAt(std::size_t offset, const FileNode& node) {
@@ -39,7 +87,7 @@ std::span<const Item> NodeSorter::sorted() {
     // As the children of a scanned folder are when they are added again by apparent size.
     if (std::adjacent_find(items_.begin(), items_.end(), isMisplaced) == items_.end())
         return items_;
-    std::stable_sort(items_.begin(), items_.end(), precedesSoFar);
+    sortSoFar(items_);
     addRuns(0, items_.size(), 0);
     while (!runs_.empty()) {
         const Run run = runs_.back();
@@ -60,6 +108,7 @@ void NodeSorter::clear() {
     constexpr std::size_t largestKept = 16384;
     if (items_.capacity() > largestKept) {
         items_ = {};
+        scratch_ = {};
         runs_ = {};
     }
     items_.clear();
@@ -91,7 +140,7 @@ void NodeSorter::settle(const Run& run) {
     }
     for (Item& item : items)
         item.nameBytes = bytesAt(offset, *item.node);
-    std::stable_sort(items.begin(), items.end(), precedesSoFar);
+    sortSoFar(items);
     addRuns(run.start, run.end, offset);
 }
 

@@ -55,8 +55,10 @@ private:
     static std::uint64_t bytesAt(std::size_t offset, const FileNode& node);
     void addRuns(std::size_t start, std::size_t end, std::size_t offset);
     void settle(const Run& run);
+    void sortSoFar(std::span<Item> items);
 
     std::vector<Item> items_;
+    std::vector<Item> scratch_;
     std::vector<Run> runs_;
 };
 
