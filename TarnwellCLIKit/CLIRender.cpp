@@ -104,7 +104,8 @@ std::vector<CLIListedNode> children(const FileNode& of, SizeMode mode, std::int6
     if (depthRemaining < 1)
         return listed;
     if (depthRemaining > 1 && !top) // else most of the tree may not be listed
-        listed.reserve(static_cast<std::size_t>(of.fileCount()) + static_cast<std::size_t>(of.directoryCount()));
+        listed.reserve(static_cast<std::size_t>(of.fileCount()) +
+                       static_cast<std::size_t>(of.directoryCount()));
     ChildSelection selection(mode, top);
     std::vector<CLIListedNode> pending; // the next row last
     selection.appendReversed(pending, of, level);

@@ -6,9 +6,9 @@
 
 namespace tarnwell {
 
-/// Has the system put memory behind whole pages at once, which else takes an interruption for each page when it
-/// is written first, and two when it is read first. They stay as they are, zeros; nothing happens where the
-/// system has no such call or no memory.
+/// Has the system put memory behind whole pages at once, which else takes an interruption for each page when
+/// it is written first, and two when it is read first. They stay as they are, zeros; nothing happens where
+/// the system has no such call or no memory.
 void populate(void* pages, std::size_t length);
 
 } // namespace tarnwell

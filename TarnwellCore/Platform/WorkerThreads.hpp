@@ -31,8 +31,8 @@ public:
     void run(int count);
 
     /// Runs `body` once more beside those that run, with the next number or one whose body has returned; not
-    /// when `most` run already or the system has no thread to give. Called from within a body, by any number of
-    /// them at once.
+    /// when `most` run already or the system has no thread to give. Called from within a body, by any number
+    /// of them at once.
     void addOne(int most);
 
 private:

@@ -7,8 +7,9 @@
 // A node is written by the one thread that builds it; once the scan has returned, a tree may be read from
 // any number of threads.
 //
-// In memory, what few nodes have lies in front of the node: a folder's children and counts, the private size of
-// a file that has one. The name lies behind it. A tree is mostly files, and a file takes 60 bytes and its name.
+// In memory, what few nodes have lies in front of the node: a folder's children and counts, the private size
+// of a file that has one. The name lies behind it. A tree is mostly files, and a file takes 60 bytes and its
+// name.
 
 #include "TarnwellCore/Classification/FileCategory.hpp"
 #include "TarnwellCore/Platform/Date.hpp"
@@ -63,9 +64,7 @@ public:
     // --- Identity and place ---------------------------------------------------------------------------
 
     /// Raw bytes. The root's name is the whole path that was scanned, any other node's its last component.
-    std::string_view name() const {
-        return {reinterpret_cast<const char*>(this) + nameOffset, nameLength_};
-    }
+    std::string_view name() const { return {reinterpret_cast<const char*>(this) + nameOffset, nameLength_}; }
     /// Null for the root.
     FileNode* parent() const { return parent_; }
     /// In creation order until aggregation, then larger `size` first, equal sizes by name.

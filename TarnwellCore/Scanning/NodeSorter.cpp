@@ -13,8 +13,8 @@ namespace {
 
 using Item = NodeSorter::Item;
 
-// How two items compare is a coin toss to the processor, and a branch that it takes for nothing costs more than
-// comparing both fields: hence `|` and `&`, here, and indices that are computed below.
+// How two items compare is a coin toss to the processor, and a branch that it takes for nothing costs more
+// than comparing both fields: hence `|` and `&`, here, and indices that are computed below.
 bool precedesSoFar(const Item& a, const Item& b) {
     return (a.size > b.size) | ((a.size == b.size) & (a.nameBytes < b.nameBytes));
 }

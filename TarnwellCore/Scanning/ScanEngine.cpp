@@ -37,7 +37,8 @@ double secondsSince(std::chrono::steady_clock::time_point start) {
 /// A thousand folders take as long to roll up as a thread takes to start.
 int rollUpThreads(int workers, std::int64_t folders) {
     constexpr std::int64_t eachThreads = 4096;
-    return static_cast<int>(std::clamp<std::int64_t>(folders / eachThreads, 1, std::min(workers, activeProcessorCount())));
+    return static_cast<int>(
+        std::clamp<std::int64_t>(folders / eachThreads, 1, std::min(workers, activeProcessorCount())));
 }
 
 bool isEmpty(const ScanStats& stats) {
@@ -95,8 +96,8 @@ ScanResult ScanEngine::run() {
     rootItem.folder = openRoot(rootItem.deviceID, modificationSeconds);
 
     const int limit = std::min(largestWorkerCount, DescriptorBudget::largestWorkerCount());
-    const int workers = std::clamp(
-        options_.workerCount.value_or(defaultWorkerCount(activeProcessorCount())), 1, limit);
+    const int workers =
+        std::clamp(options_.workerCount.value_or(defaultWorkerCount(activeProcessorCount())), 1, limit);
     const int mostWorkers =
         options_.workerCount ? workers : std::clamp(largestWaitingWorkerCount, workers, limit);
     std::shared_ptr<TreeArena> arena;

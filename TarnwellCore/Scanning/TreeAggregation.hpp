@@ -54,8 +54,8 @@ private:
 /// `rollUp`.
 void setHardlinkDuplicate(FileNode& file, bool isDuplicate);
 
-/// Adds the folders of a settled tree up, from the leaves to `root`, and completes the order of children, on so
-/// many threads; one is the calling thread.
+/// Adds the folders of a settled tree up, from the leaves to `root`, and completes the order of children, on
+/// so many threads; one is the calling thread.
 void rollUp(FileNode& root, int threads);
 
 /// Settles and rolls up a whole tree.

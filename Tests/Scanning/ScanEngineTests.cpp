@@ -529,7 +529,8 @@ TEST(ScanEngine, DeepChainsNeedFewDescriptors) {
         for (int index = 0; index < 3; ++index)
             threads.emplace_back([&] {
                 const ScanResult result = scan(folder.path());
-                wholeScans += result.root->directoryCount() == 2 * depth && result.stats.inaccessibleCount == 0;
+                wholeScans +=
+                    result.root->directoryCount() == 2 * depth && result.stats.inaccessibleCount == 0;
             });
         for (std::thread& thread : threads)
             thread.join();
