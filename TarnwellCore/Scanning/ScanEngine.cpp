@@ -124,7 +124,8 @@ ScanResult ScanEngine::run() {
                               .rootError = rootError};
     WorkerThreads threads([&](int index) {
         NodeArena* region = arena ? &arena->region(static_cast<std::size_t>(index)) : nullptr;
-        ScanWorker(context, region).run([&] { threads.addOne(mostWorkers); }, index >= workers);
+        const auto worker = std::make_unique<ScanWorker>(context, region);
+        worker->run([&] { threads.addOne(mostWorkers); }, index >= workers);
     });
     threads.run(workers);
 

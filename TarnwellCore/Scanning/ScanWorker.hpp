@@ -36,7 +36,7 @@ struct ScanContext {
     std::atomic<int>& rootError;
 };
 
-/// Confined to its thread.
+/// Confined to its thread. Some 70 KiB: too much for a small stack.
 class ScanWorker {
 public:
     /// `arena` takes the worker's nodes; null for a scan that only measures.
