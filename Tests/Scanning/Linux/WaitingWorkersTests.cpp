@@ -3,12 +3,14 @@
 #include "TarnwellCore/Platform/DirectoryCalls.hpp"
 #include "TarnwellCore/Scanning/ScanEngine.hpp"
 
+#include "Tests/Support/FolderOracle.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <mutex>
@@ -22,6 +24,7 @@ namespace {
 
 std::mutex readersMutex;
 std::set<long> readers; // thread numbers; guarded by readersMutex
+std::atomic<int> reads = 0;
 
 DirectoryCalls slowCalls() {
     DirectoryCalls calls = DirectoryCalls::live();
@@ -58,6 +61,27 @@ TEST(WaitingWorkers, JoinUnlessTheirNumberIsGiven) {
         EXPECT_GE(readers.size(), one.least);
         EXPECT_LE(readers.size(), one.most);
     }
+}
+
+TEST(WaitingWorkers, LeaveAndJoinAgainWithoutLosingAnything) {
+    const test::TemporaryFolder folder;
+    for (int index = 0; index < 2000; ++index)
+        folder.makeFile(std::to_string(index % 40) + "/" + std::to_string(index) + "/file", index);
+    const auto oracle = test::measureFolder(folder.path());
+    DirectoryCalls calls = DirectoryCalls::live();
+    calls.readPacked = [](int descriptor, std::byte* buffer, std::size_t size) {
+        {
+            const std::lock_guard guard(readersMutex);
+            readers.insert(::syscall(SYS_gettid));
+        }
+        if (reads++ % 1000 < 300) // some parts of the tree are in the kernel's caches
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        return DirectoryCalls::live().readPacked(descriptor, buffer, size);
+    };
+    readers.clear();
+    const ScanResult result = ScanEngine(folder.path().string(), {}, true, calls).run();
+    EXPECT_GT(readers.size(), 16u) << "none has left";
+    test::expectAgreement(*result.root, oracle);
 }
 
 } // namespace
