@@ -1,7 +1,8 @@
 #pragma once
 
 // The memory of one scanned tree: nodes, their names and their child arrays, in a few large regions that
-// are released at once. An arena has one region per worker, so that workers never wait for one another.
+// are released at once. An arena has one region per worker, so that workers never wait for one another; one
+// that joins later goes on with the region of one that has left.
 
 #include "TarnwellCore/Scanning/FileNode.hpp"
 
@@ -15,7 +16,7 @@
 
 namespace tarnwell {
 
-/// One growing region. Confined to one thread; memory is given back only when the arena goes.
+/// One growing region. Used by one thread at a time; memory is given back only when the arena goes.
 class NodeArena {
 public:
     NodeArena() = default;

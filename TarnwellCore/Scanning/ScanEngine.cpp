@@ -12,6 +12,7 @@
 #include "TarnwellCore/Scanning/ScanWorker.hpp"
 #include "TarnwellCore/Scanning/TreeAggregation.hpp"
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -29,6 +30,17 @@ constexpr int largestWorkerCount = 1024;
 
 /// Where the number is the engine's own choice, it grows to this while the workers wait for the disk.
 constexpr int largestWaitingWorkerCount = 16;
+
+/// Whether what is mapped counts, used or not: a thread's stack and heap are mapped large, and those of many
+/// would take what the tree needs.
+bool isMappedMemoryLimited() {
+    for (const auto resource : {RLIMIT_AS, RLIMIT_DATA}) {
+        struct rlimit limit = {};
+        if (::getrlimit(resource, &limit) != 0 || limit.rlim_cur != RLIM_INFINITY)
+            return true;
+    }
+    return false;
+}
 
 double secondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -98,8 +110,9 @@ ScanResult ScanEngine::run() {
     const int limit = std::min(largestWorkerCount, DescriptorBudget::largestWorkerCount());
     const int workers =
         std::clamp(options_.workerCount.value_or(defaultWorkerCount(activeProcessorCount())), 1, limit);
-    const int mostWorkers =
-        options_.workerCount ? workers : std::clamp(largestWaitingWorkerCount, workers, limit);
+    const int mostWorkers = options_.workerCount || isMappedMemoryLimited()
+                                ? workers
+                                : std::clamp(largestWaitingWorkerCount, workers, limit);
     std::shared_ptr<TreeArena> arena;
     if (buildsTree_) {
         arena = std::make_shared<TreeArena>(static_cast<std::size_t>(mostWorkers));

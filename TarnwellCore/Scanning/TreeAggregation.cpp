@@ -139,7 +139,7 @@ void rollUp(FileNode& root, int threads) {
         rollUpTree.addUp(*folders[--opened]);
 }
 
-void aggregate(FileNode& root) {
+void aggregate(FileNode& root, int threads) {
     NodeSorter sorter;
     std::vector<FileNode*> folders;
     root.forEachDescendant([&](FileNode& node) {
@@ -160,7 +160,7 @@ void aggregate(FileNode& root) {
         sums.store(node, folders.size());
         return true;
     });
-    rollUp(root, 1);
+    rollUp(root, threads);
 }
 
 } // namespace tarnwell

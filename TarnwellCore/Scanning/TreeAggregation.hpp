@@ -55,10 +55,10 @@ private:
 void setHardlinkDuplicate(FileNode& file, bool isDuplicate);
 
 /// Adds the folders of a settled tree up, from the leaves to `root`, and completes the order of children, on
-/// so many threads; one is the calling thread.
+/// so many threads; with 1 on the calling thread alone.
 void rollUp(FileNode& root, int threads);
 
-/// Settles and rolls up a whole tree.
-void aggregate(FileNode& root);
+/// Settles a whole tree and rolls it up, the latter on so many threads.
+void aggregate(FileNode& root, int threads = 1);
 
 } // namespace tarnwell

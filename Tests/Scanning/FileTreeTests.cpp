@@ -253,7 +253,8 @@ TEST(Aggregation, AgreesWithThePlainWayOnRandomTrees) {
         std::mt19937_64 random(seed);
         FileTreeBuilder tree("/r");
         std::vector<FileNode*> folders{&tree.root()};
-        const int count = static_cast<int>(random() % 400);
+        const bool isLarge = seed % 12 == 0; // with more subtrees than threads are given to begin with
+        const int count = static_cast<int>(isLarge ? 6000 : random() % 400);
         for (int item = 0; item < count; ++item) {
             FileNode& parent = *folders[random() % folders.size()];
             const std::string name = std::to_string(random() % 1000);
@@ -265,7 +266,8 @@ TEST(Aggregation, AgreesWithThePlainWayOnRandomTrees) {
                     parent, name,
                     sizes(size, size, FileNodeFlags(static_cast<std::uint16_t>(random() % 8 == 0 ? 8 : 0))));
         }
-        const auto root = tree.finish();
+        aggregate(tree.root(), static_cast<int>(isLarge ? 3 : 1 + seed % 2));
+        const auto root = tree.finishWithoutAggregation();
         for (const FileNode* folder : folders) {
             std::int64_t size = 0;
             std::int64_t fileCount = 0;

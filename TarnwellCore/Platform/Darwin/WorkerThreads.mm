@@ -45,11 +45,11 @@ struct WorkerThreads::State {
         freeNumbers.push_back(number);
     }
 
-    /// Under the lock, as the other.
-    void startNew() {
-        freeNumbers.reserve(static_cast<std::size_t>(numbers) + 1); // nothing fails when a body ends
-        start(numbers++);
-    }
+    /// Before a number is given for the first time: nothing may fail when its body ends. Under the lock, as
+    /// the others.
+    void reserveNumbers(int count) { freeNumbers.reserve(static_cast<std::size_t>(count)); }
+
+    void startNew() { start(numbers++); }
 
     void start(int number) {
         // A block captures `this` as it is: it ends before `run` does.
@@ -71,13 +71,19 @@ void WorkerThreads::addOne(int most) {
         state_->freeNumbers.pop_back();
         state_->start(number);
     } else if (state_->numbers < most) {
+        try {
+            state_->reserveNumbers(state_->numbers + 1);
+        } catch (const std::exception&) {
+            return; // no memory for another: those that run are enough
+        }
         state_->startNew();
     }
 }
 
 void WorkerThreads::run(int count) {
+    // Once a body runs, this must not be left by an exception before all have ended.
+    state_->reserveNumbers(std::max(count, 1));
     if (count < 2) {
-        state_->freeNumbers.reserve(1);
         state_->numbers = 1;
         state_->runBody(0);
     }

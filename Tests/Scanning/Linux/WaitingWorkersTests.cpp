@@ -3,12 +3,15 @@
 #include "TarnwellCore/Platform/DirectoryCalls.hpp"
 #include "TarnwellCore/Scanning/ScanEngine.hpp"
 
+#include "Tests/Support/FolderOracle.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <mutex>
@@ -22,6 +25,7 @@ namespace {
 
 std::mutex readersMutex;
 std::set<long> readers; // thread numbers; guarded by readersMutex
+std::atomic<int> reads = 0;
 
 DirectoryCalls slowCalls() {
     DirectoryCalls calls = DirectoryCalls::live();
@@ -36,7 +40,7 @@ DirectoryCalls slowCalls() {
     return calls;
 }
 
-TEST(WaitingWorkers, JoinUnlessTheirNumberIsGiven) {
+TEST(WaitingWorkers, JoinUnlessTheirNumberIsGivenOrMemoryIsLimited) {
     constexpr int folderCount = 300;
     const test::TemporaryFolder folder;
     for (int index = 0; index < folderCount; ++index)
@@ -44,12 +48,19 @@ TEST(WaitingWorkers, JoinUnlessTheirNumberIsGiven) {
     const DirectoryCalls calls = slowCalls();
     struct Case {
         std::optional<int> workerCount;
+        rlim_t addressSpace;
         std::size_t least, most;
     };
+    struct rlimit original = {};
+    ASSERT_EQ(::getrlimit(RLIMIT_AS, &original), 0);
+    const rlim_t any = original.rlim_max;
     // Each worker adds at most one after a batch, and there are batches enough for more than the sixteen.
-    const Case cases[] = {{std::nullopt, 9, 16}, {3, 2, 3}, {1, 1, 1}};
+    const Case cases[] = {
+        {std::nullopt, any, 9, 16}, {std::nullopt, rlim_t{1} << 60, 2, 8}, {3, any, 2, 3}, {1, any, 1, 1}};
     for (const Case& one : cases) {
         SCOPED_TRACE(one.workerCount.value_or(0));
+        const struct rlimit limit = {.rlim_cur = one.addressSpace, .rlim_max = original.rlim_max};
+        ASSERT_EQ(::setrlimit(RLIMIT_AS, &limit), 0);
         readers.clear();
         ScanOptions options;
         options.workerCount = one.workerCount;
@@ -58,6 +69,28 @@ TEST(WaitingWorkers, JoinUnlessTheirNumberIsGiven) {
         EXPECT_GE(readers.size(), one.least);
         EXPECT_LE(readers.size(), one.most);
     }
+    ::setrlimit(RLIMIT_AS, &original);
+}
+
+TEST(WaitingWorkers, LeaveAndJoinAgainWithoutLosingAnything) {
+    const test::TemporaryFolder folder;
+    for (int index = 0; index < 2000; ++index)
+        folder.makeFile(std::to_string(index % 40) + "/" + std::to_string(index) + "/file", index);
+    const auto oracle = test::measureFolder(folder.path());
+    DirectoryCalls calls = DirectoryCalls::live();
+    calls.readPacked = [](int descriptor, std::byte* buffer, std::size_t size) {
+        {
+            const std::lock_guard guard(readersMutex);
+            readers.insert(::syscall(SYS_gettid));
+        }
+        if (reads++ % 1000 < 300) // some parts of the tree are in the kernel's caches
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        return DirectoryCalls::live().readPacked(descriptor, buffer, size);
+    };
+    readers.clear();
+    const ScanResult result = ScanEngine(folder.path().string(), {}, true, calls).run();
+    EXPECT_GT(readers.size(), 16u) << "none has left";
+    test::expectAgreement(*result.root, oracle);
 }
 
 } // namespace
