@@ -17,7 +17,7 @@ std::int64_t waitsOfThisThread();
 
 class WorkerThreads {
 public:
-    /// `body` is called with 0, 1, 2 and so on, each time on a thread of its own.
+    /// `body` is called with 0, 1, 2 and so on, at the same time on different threads.
     explicit WorkerThreads(std::function<void(int)> body);
     ~WorkerThreads();
     WorkerThreads(const WorkerThreads&) = delete;

@@ -28,7 +28,8 @@ struct ScanOptions {
     /// The deepest level that gets nodes (the root is level 0); what lies deeper is measured into the
     /// folder at this level.
     std::int64_t maximumDepth = std::numeric_limits<std::int64_t>::max();
-    /// Worker threads; chosen from the number of processors when absent.
+    /// Worker threads. When absent, chosen from the number of processors; up to 16 while the disk is waited
+    /// for.
     std::optional<int> workerCount;
     /// Least seconds between two progress reports.
     double progressInterval = 0.1;

@@ -6,8 +6,9 @@
 // reads them and the subfolders it finds, always the last one found, until it has read as many as a batch may
 // have or sees that another worker waits for some; then it puts those that are left back, together with what
 // it counted. A worker that finds the stack empty waits, because a worker that is still busy may bring more;
-// when the last busy worker brings nothing, the scan is done and all are woken to leave. Every wait is on one
-// condition variable, and everything shared is guarded by its mutex.
+// when the last busy worker brings nothing, the scan is done and all are woken to leave. Others may join at
+// any time, and leave again between two batches. Every wait is on one condition variable, and everything
+// shared is guarded by its mutex.
 //
 //   take    waits for folders; false: nothing will come any more, or the scan was called off
 //   finish  hands in what a batch left over and counted; wakes one waiter for each folder, or all
