@@ -14,6 +14,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -85,7 +86,7 @@ TEST(WaitingWorkers, LeaveAndJoinAgainWithoutLosingAnything) {
     if (isMemoryLimited())
         GTEST_SKIP() << "mapped memory is limited here";
     const test::TemporaryFolder folder;
-    for (int index = 0; index < 2000; ++index)
+    for (std::uint64_t index = 0; index < 2000; ++index)
         folder.makeFile(std::to_string(index % 40) + "/" + std::to_string(index) + "/file", index);
     const auto oracle = test::measureFolder(folder.path());
     DirectoryCalls calls = DirectoryCalls::live();
