@@ -9,7 +9,7 @@
 //
 // In memory, what few nodes have lies in front of the node: a folder's children and counts, the private size
 // of a file that has one. The name lies behind it. A tree is mostly files, and a file takes 60 bytes and its
-// name.
+// name, rounded up to eight.
 
 #include "TarnwellCore/Classification/FileCategory.hpp"
 #include "TarnwellCore/Platform/Date.hpp"

@@ -47,7 +47,8 @@ TEST(WorkerThreads, NumbersAreGivenAgainOnceTheirBodyHasReturned) {
     std::atomic<bool> isShared = false;
     std::atomic<int> largest = 0;
     WorkerThreads threads([&](int number) {
-        isShared = isShared || ++running[number] > 1;
+        if (++running[number] > 1)
+            isShared = true;
         for (int before = largest; before < number && !largest.compare_exchange_weak(before, number);) {
         }
         if (number == 0)

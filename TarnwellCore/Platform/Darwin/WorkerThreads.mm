@@ -1,5 +1,7 @@
 #include "TarnwellCore/Platform/WorkerThreads.hpp"
 
+#include "TarnwellCore/Platform/WorkerBodies.hpp"
+
 #import <Foundation/Foundation.h>
 #include <dispatch/dispatch.h>
 
@@ -7,7 +9,6 @@
 #include <exception>
 #include <mutex>
 #include <utility>
-#include <vector>
 
 namespace tarnwell {
 
@@ -22,40 +23,20 @@ std::int64_t waitsOfThisThread() {
     return 0;
 }
 
-struct WorkerThreads::State {
-    explicit State(std::function<void(int)> theBody) : body(std::move(theBody)) {}
+struct WorkerThreads::State : WorkerBodies {
+    using WorkerBodies::WorkerBodies;
 
-    const std::function<void(int)> body;
     const dispatch_group_t group = dispatch_group_create();
-    std::mutex mutex;
-    int numbers = 0; // that were given; guarded by mutex, as is all below
-    std::vector<int> freeNumbers;
-    std::exception_ptr firstFailure;
+    int numbers = 0; // that were given; guarded by the mutex
 
-    void runBody(int number) {
-        std::exception_ptr failure;
-        try {
-            body(number);
-        } catch (...) {
-            failure = std::current_exception();
-        }
-        const std::lock_guard guard(mutex);
-        if (!firstFailure)
-            firstFailure = failure;
-        freeNumbers.push_back(number);
-    }
-
-    /// Before a number is given for the first time: nothing may fail when its body ends. Under the lock, as
-    /// the others.
-    void reserveNumbers(int count) { freeNumbers.reserve(static_cast<std::size_t>(count)); }
-
+    /// Its number is reserved. Under the lock, as the other.
     void startNew() { start(numbers++); }
 
     void start(int number) {
         // A block captures `this` as it is: it ends before `run` does.
         dispatch_group_async(group, dispatch_get_global_queue(QOS_CLASS_USER_INITIATED, 0), ^{
           @autoreleasepool {
-              runBody(number);
+              run(number);
           }
         });
     }
@@ -82,18 +63,17 @@ void WorkerThreads::addOne(int most) {
 
 void WorkerThreads::run(int count) {
     // Once a body runs, this must not be left by an exception before all have ended.
-    state_->reserveNumbers(std::max(count, 1));
+    state_->reserveNumbers(count);
     if (count < 2) {
         state_->numbers = 1;
-        state_->runBody(0);
+        state_->run(0);
     }
     for (int number = 0; count >= 2 && number < count; ++number) {
         const std::lock_guard guard(state_->mutex);
         state_->startNew();
     }
     dispatch_group_wait(state_->group, DISPATCH_TIME_FOREVER);
-    if (state_->firstFailure)
-        std::rethrow_exception(state_->firstFailure);
+    state_->rethrowFirstFailure();
 }
 
 } // namespace tarnwell

@@ -1,5 +1,7 @@
 #include "TarnwellCore/Platform/WorkerThreads.hpp"
 
+#include "TarnwellCore/Platform/WorkerBodies.hpp"
+
 #include <sched.h>
 #include <sys/resource.h>
 
@@ -26,35 +28,18 @@ std::int64_t waitsOfThisThread() {
     return ::getrusage(RUSAGE_THREAD, &used) == 0 ? used.ru_nvcsw : 0;
 }
 
-struct WorkerThreads::State {
-    explicit State(std::function<void(int)> theBody) : body(std::move(theBody)) {}
+struct WorkerThreads::State : WorkerBodies {
+    using WorkerBodies::WorkerBodies;
 
-    const std::function<void(int)> body;
-    std::mutex mutex;
-    // The calling thread is one of the workers: it would only wait otherwise. Its place stays empty.
-    std::vector<std::thread> threads{1}; // by number; guarded by mutex, as is all below
-    std::vector<int> freeNumbers;
-    std::exception_ptr firstFailure;
-
-    void runBody(int number) {
-        std::exception_ptr failure;
-        try {
-            body(number);
-        } catch (...) {
-            failure = std::current_exception();
-        }
-        const std::lock_guard guard(mutex);
-        if (!firstFailure)
-            firstFailure = failure;
-        if (number > 0)
-            freeNumbers.push_back(number);
-    }
+    // By number; guarded by the mutex. The calling thread is number 0: it would only wait otherwise.
+    std::vector<std::thread> threads{1};
 
     /// Where there are no more threads or no memory for them, those that run are enough. Under the lock.
     void startNew() {
         try {
-            freeNumbers.reserve(threads.size()); // nothing fails when a body ends
-            threads.emplace_back([this, number = static_cast<int>(threads.size())] { runBody(number); });
+            const auto number = static_cast<int>(threads.size());
+            reserveNumbers(number + 1);
+            threads.emplace_back([this, number] { run(number); });
         } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
         }
     }
@@ -64,7 +49,7 @@ struct WorkerThreads::State {
             std::thread& thread = threads[static_cast<std::size_t>(number)];
             if (thread.joinable())
                 thread.join(); // it is at its end
-            thread = std::thread([this, number] { runBody(number); });
+            thread = std::thread([this, number] { run(number); });
             std::erase(freeNumbers, number);
         } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
         }
@@ -83,11 +68,12 @@ void WorkerThreads::addOne(int most) {
 }
 
 void WorkerThreads::run(int count) {
+    state_->reserveNumbers(count);
     for (int number = 1; number < count; ++number) {
         const std::lock_guard guard(state_->mutex);
         state_->startNew();
     }
-    state_->runBody(0);
+    state_->run(0);
     for (;;) { // those that are waited for may add others
         std::thread thread;
         {
@@ -99,8 +85,7 @@ void WorkerThreads::run(int count) {
         }
         thread.join();
     }
-    if (state_->firstFailure)
-        std::rethrow_exception(state_->firstFailure);
+    state_->rethrowFirstFailure();
 }
 
 } // namespace tarnwell

@@ -28,13 +28,15 @@ std::mutex readersMutex;
 std::set<long> readers; // thread numbers; guarded by readersMutex
 std::atomic<int> reads = 0;
 
+void noteReader() {
+    const std::lock_guard guard(readersMutex);
+    readers.insert(::syscall(SYS_gettid));
+}
+
 DirectoryCalls slowCalls() {
     DirectoryCalls calls = DirectoryCalls::live();
     calls.readPacked = [](int folder, std::byte* buffer, std::size_t size) {
-        {
-            const std::lock_guard guard(readersMutex);
-            readers.insert(::syscall(SYS_gettid));
-        }
+        noteReader();
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
         return DirectoryCalls::live().readPacked(folder, buffer, size);
     };
@@ -91,10 +93,7 @@ TEST(WaitingWorkers, LeaveAndJoinAgainWithoutLosingAnything) {
     const auto oracle = test::measureFolder(folder.path());
     DirectoryCalls calls = DirectoryCalls::live();
     calls.readPacked = [](int descriptor, std::byte* buffer, std::size_t size) {
-        {
-            const std::lock_guard guard(readersMutex);
-            readers.insert(::syscall(SYS_gettid));
-        }
+        noteReader();
         if (reads++ % 1000 < 300) // some parts of the tree are in the kernel's caches
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         return DirectoryCalls::live().readPacked(descriptor, buffer, size);
