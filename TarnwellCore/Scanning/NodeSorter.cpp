@@ -84,6 +84,8 @@ std::uint64_t NodeSorter::bytesAt(std::size_t offset, const FileNode& node) {
 }
 
 std::span<const Item> NodeSorter::sorted() {
+    for (Item& item : items_)
+        item.nameBytes = bytesAt(0, *item.node);
     // As the children of a scanned folder are when they are added again by apparent size.
     if (std::adjacent_find(items_.begin(), items_.end(), isMisplaced) == items_.end())
         return items_;

@@ -33,7 +33,7 @@ public:
 
     /// Adds a node by its apparent size, or by another.
     void add(FileNode& node) { add(node, node.size); }
-    void add(FileNode& node, std::int64_t size) { items_.push_back({size, bytesAt(0, node), &node}); }
+    void add(FileNode& node, std::int64_t size) { items_.push_back({size, 0, &node}); }
     std::size_t count() const { return items_.size(); }
 
     /// The nodes that were added, in order; equal ones as they were added. Called once, when all are there;

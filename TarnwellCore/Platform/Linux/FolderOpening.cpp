@@ -22,19 +22,19 @@ constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 /// Whether `openat2` turned out not to be there: before Linux 5.6, or forbidden by a container.
 std::atomic<bool> isOpenat2Missing = false;
 
-/// `openat2`, or ENOSYS.
-int openBelow(int folder, const char* relativePath, std::uint64_t restrictions) {
+/// `openat2` of a folder, or ENOSYS.
+int openRestricted(int folder, const char* relativePath, std::uint64_t restrictions) {
     if (isOpenat2Missing.load(std::memory_order_relaxed)) {
         errno = ENOSYS;
         return -1;
     }
     struct open_how how = {};
     how.flags = folderFlags;
-    how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_BENEATH | restrictions;
+    how.resolve = restrictions;
     return static_cast<int>(::syscall(SYS_openat2, folder, relativePath, &how, sizeof how));
 }
 
-/// Whether the last `openBelow` says that it is not there, rather than that the folder cannot be opened.
+/// Whether the last `openRestricted` says that it is not there, rather than that the folder cannot be opened.
 bool isRefused(int error) {
     return error == ENOSYS || error == EPERM;
 }
@@ -96,7 +96,9 @@ int openStepwise(int folder, std::string_view path) {
 int openSubfolder(int folder, const char* name, const std::int32_t* device) {
     if (device == nullptr)
         return ::openat(folder, name, folderFlags);
-    const int opened = openBelow(folder, name, RESOLVE_NO_XDEV);
+    // No more restrictions than a single name needs, whose link `folderFlags` refuse: under RESOLVE_BENEATH
+    // the kernel takes a lock that all threads share.
+    const int opened = openRestricted(folder, name, RESOLVE_NO_XDEV);
     if (opened >= 0)
         return opened;
     const int error = errno;
@@ -115,7 +117,9 @@ int FolderOpeningDetail::openForTraversal(int folder, const char* relativePath) 
 
 int FolderOpeningDetail::openShortPathBelow(int folder, const char* relativePath,
                                             const std::int32_t* device) {
-    const int opened = openBelow(folder, relativePath, device != nullptr ? RESOLVE_NO_XDEV : 0);
+    constexpr std::uint64_t below = RESOLVE_NO_SYMLINKS | RESOLVE_BENEATH;
+    const int opened =
+        openRestricted(folder, relativePath, device != nullptr ? below | RESOLVE_NO_XDEV : below);
     if (opened >= 0)
         return opened;
     const int error = errno;
@@ -125,7 +129,7 @@ int FolderOpeningDetail::openShortPathBelow(int folder, const char* relativePath
     }
     // So may they on the way.
     if (error == EXDEV && device != nullptr)
-        return requireDevice(openBelow(folder, relativePath, 0), *device);
+        return requireDevice(openRestricted(folder, relativePath, below), *device);
     return -1;
 }
 

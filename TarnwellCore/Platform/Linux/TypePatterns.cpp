@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <fstream>
+#include <functional>
 #include <system_error>
+#include <utility>
 
 namespace tarnwell {
 
@@ -80,7 +82,7 @@ void TypePatterns::add(std::string_view pattern) {
     const std::string lower = lowerCaseASCII(pattern);
     const bool isSuffix = lower.starts_with('*') && lower.find_first_of(wildcards, 1) == std::string::npos;
     if (isSuffix && lower.rfind('.') == 1)
-        extensions_.insert(lower.substr(2));
+        addExtension(lower.substr(2));
     else if (isSuffix) {
         if (std::ranges::count(lower, '.') < 2) // the names that are asked about have one
             suffixes_.push_back(lower.substr(1));
@@ -89,7 +91,16 @@ void TypePatterns::add(std::string_view pattern) {
         if (mayMatchShortName(pattern))
             patterns_.emplace_back(pattern);
     } else if (const std::size_t dot = lower.rfind('.'); dot != std::string::npos) // the whole of one name
-        extensions_.insert(lower.substr(dot + 1));
+        addExtension(lower.substr(dot + 1));
+}
+
+std::size_t TypePatterns::markOf(std::string_view extension) {
+    return std::hash<std::string_view>()(extension) % markCount;
+}
+
+void TypePatterns::addExtension(std::string extension) {
+    marks_.set(markOf(extension));
+    extensions_.insert(std::move(extension));
 }
 
 bool TypePatterns::mayKnow(std::string_view extension) const {
@@ -100,7 +111,7 @@ bool TypePatterns::mayKnow(std::string_view extension) const {
     const auto isMatch = [](const std::string& pattern, const std::string& text) {
         return ::fnmatch(pattern.c_str(), text.c_str(), 0) == 0;
     };
-    return extensions_.contains(name.substr(2)) ||
+    return (marks_.test(markOf(std::string_view(name).substr(2))) && extensions_.contains(name.substr(2))) ||
            std::ranges::any_of(suffixes_, [&](const std::string& each) { return name.ends_with(each); }) ||
            std::ranges::any_of(patterns_, [&](const std::string& each) {
                return isMatch(each, name) || (given != name && isMatch(each, given));

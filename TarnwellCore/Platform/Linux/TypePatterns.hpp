@@ -5,6 +5,8 @@
 // its patterns with wildcards, under a lock that all threads share; this table says no in a fraction of the
 // time, without a lock.
 
+#include <bitset>
+#include <cstddef>
 #include <filesystem>
 #include <span>
 #include <string>
@@ -29,8 +31,15 @@ public:
 private:
     bool readFolder(const std::filesystem::path& folder);
     void add(std::string_view pattern);
+    void addExtension(std::string extension);
+
+    /// Ten times as many as there are extensions to be expected.
+    static constexpr std::size_t markCount = std::size_t{1} << 14;
+    static std::size_t markOf(std::string_view extension);
 
     bool isComplete_ = true;
+    /// Whether `extensions_` may hold one: two kilobytes, while the set lies scattered in memory.
+    std::bitset<markCount> marks_;
     std::unordered_set<std::string> extensions_; // of "*.extension", by far the most; in lower case
     std::vector<std::string> suffixes_;          // of "*suffix"; in lower case
     std::vector<std::string> patterns_;          // with other wildcards
