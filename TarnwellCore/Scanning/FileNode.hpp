@@ -105,12 +105,6 @@ public:
     /// Whether this entry, or a counted descendant of this folder, shares blocks with a clone.
     bool includesSharedCloneBlocks : 1;
 
-private:
-    /// The rest of their byte: one that is written in part has to be read before, from memory that is not in
-    /// the processor's caches yet.
-    [[maybe_unused]] std::uint8_t unusedBits_ : 4;
-
-public:
     /// Bytes that belong to this file alone, as the file system reported them; 0 for a folder.
     std::int64_t privateSize() const {
         return hasPrivatePart_ ? *(reinterpret_cast<const std::int64_t*>(this) - 1) : 0;
@@ -265,8 +259,7 @@ private:
           isDirectory_(isDirectory),
           hasPrivatePart_(!isDirectory && attributes.privateSize != 0),
           reportsPrivateSize(attributes.reportsPrivateSize),
-          includesSharedCloneBlocks(sharesCloneBlocks(attributes.extFlags)),
-          unusedBits_(0) {
+          includesSharedCloneBlocks(sharesCloneBlocks(attributes.extFlags)) {
         if (isDirectory)
             new (&folderPart()) FolderPart;
         else if (hasPrivatePart_)

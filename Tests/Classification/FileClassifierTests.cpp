@@ -1,3 +1,4 @@
+#include "TarnwellCore/Classification/FileCategoryMemo.hpp"
 #include "TarnwellCore/Classification/FileClassifier.hpp"
 #include "TarnwellCore/Classification/FileClassifierTables.hpp"
 #include "TarnwellCore/Classification/UTTypeCache.hpp"
@@ -263,6 +264,43 @@ TEST(FileClassifier, UnknownToTheTypeDatabase) {
     EXPECT_EQ(classifyByUTType(""), std::nullopt);
     EXPECT_EQ(classifyByUTType(unknown), std::nullopt);
     EXPECT_EQ(utTypeCache().category(unknown), std::nullopt);
+}
+
+TEST(FileCategoryMemo, AnswersAsTheClassifierDoes) {
+    FileCategoryMemo memo;
+    for (int round = 0; round < 2; ++round) // what it found out, and what it remembers
+        for (const std::string name : {"a.c",
+                                       "film.mp4",
+                                       "FILM.MP4",
+                                       "x.mp4",
+                                       ".mp4",
+                                       "mp4",
+                                       "mp4.",
+                                       "archive.tar.gz",
+                                       "a.gz.mp4",
+                                       ".",
+                                       "..",
+                                       "...mp4",
+                                       "makefile",
+                                       "Makefile",
+                                       "a.makefile",
+                                       "notes.markdown",
+                                       "longer.markdown",
+                                       "a.7z",
+                                       "seven.torrent",
+                                       "x.torrent",
+                                       "eight.sparseimage",
+                                       "\xAE.mp4",
+                                       "name.\xAEp4",
+                                       "a.-p4",
+                                       "a./4",
+                                       "b.zzqx",
+                                       "c.zzqxzzq",
+                                       "c.zzqxzzqx",
+                                       "a",
+                                       "short.h",
+                                       "h"})
+            EXPECT_EQ(memo.category(name), classify(name, std::nullopt, false)) << name;
 }
 
 } // namespace
