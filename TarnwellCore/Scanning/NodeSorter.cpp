@@ -97,6 +97,7 @@ std::uint64_t NodeSorter::bytesAt(std::size_t offset, const FileNode& node) {
 }
 
 std::span<const Item> NodeSorter::sorted() {
+    // Not when a node is added: it has just been written then, and the processor waits for its bytes.
     for (Item& item : items_)
         item.nameBytes = bytesAt(0, *item.node);
     // As the children of a scanned folder are when they are added again by apparent size.

@@ -33,7 +33,7 @@ private:
     void add(std::string_view pattern);
     void addExtension(std::string extension);
 
-    /// Ten times as many as there are extensions to be expected.
+    /// Some ten for each extension that a database has.
     static constexpr std::size_t markCount = std::size_t{1} << 14;
     static std::size_t markOf(std::string_view extension);
 
