@@ -42,8 +42,8 @@ void sortByRank(std::span<const Item> items, Item* sorted) {
 void merge(const Item* left, const Item* right, const Item* rightEnd, Item* merged) {
     const Item* leftEnd = right;
     Item* mergedEnd = merged + (rightEnd - left);
-    // From both ends, for the processor takes two independent steps in the time of one. Neither run comes to
-    // its end in as many steps as the shorter one has items.
+    // From both ends, for the processor takes two independent steps in the time of one. Before the shorter
+    // run's number of items have been taken, neither run can have come to its end.
     for (std::ptrdiff_t steps = std::min(right - left, rightEnd - right); steps > 0; --steps) {
         const bool isRightNext = precedesSoFar(*right, *left);
         *merged++ = *(isRightNext ? right : left);

@@ -1,3 +1,4 @@
+#include "TarnwellCore/Platform/FileStatus.hpp"
 #include "TarnwellCore/Platform/FolderOpening.hpp"
 
 #include "Tests/Support/TemporaryFolder.hpp"
@@ -8,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -54,16 +56,21 @@ TEST(FolderOpening, NothingLeadsElsewhere) {
         {"link within", false},
     };
     const int root = ::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    struct stat rootStatus = {};
+    ASSERT_EQ(::fstat(root, &rootStatus), 0);
+    const std::int32_t device = entryFromStatus(rootStatus).deviceID;
     for (const auto& each : cases) {
-        const int opened = openFolderBelow(root, each.path, nullptr);
-        EXPECT_EQ(opened >= 0, each.isOpened) << each.path << ": " << std::strerror(errno);
-        struct stat found = {};
-        struct stat expected = {};
-        if (opened >= 0) {
-            EXPECT_EQ(::fstat(opened, &found), 0);
-            EXPECT_EQ(::stat((folder / each.path).c_str(), &expected), 0);
-            EXPECT_EQ(found.st_ino, expected.st_ino) << each.path;
-            ::close(opened);
+        for (const std::int32_t* wanted : {static_cast<const std::int32_t*>(nullptr), &device}) {
+            const int opened = openFolderBelow(root, each.path, wanted);
+            EXPECT_EQ(opened >= 0, each.isOpened) << each.path << ": " << std::strerror(errno);
+            struct stat found = {};
+            struct stat expected = {};
+            if (opened >= 0) {
+                EXPECT_EQ(::fstat(opened, &found), 0);
+                EXPECT_EQ(::stat((folder / each.path).c_str(), &expected), 0);
+                EXPECT_EQ(found.st_ino, expected.st_ino) << each.path;
+                ::close(opened);
+            }
         }
     }
     ::close(root);

@@ -22,19 +22,20 @@ constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 /// Whether `openat2` turned out not to be there: before Linux 5.6, or forbidden by a container.
 std::atomic<bool> isOpenat2Missing = false;
 
-/// `openat2` of a folder, or ENOSYS.
-int openRestricted(int folder, const char* relativePath, std::uint64_t restrictions) {
+/// `openat2`, or ENOSYS.
+int openWithoutLinks(int folder, const char* relativePath, std::uint64_t restrictions) {
     if (isOpenat2Missing.load(std::memory_order_relaxed)) {
         errno = ENOSYS;
         return -1;
     }
     struct open_how how = {};
     how.flags = folderFlags;
-    how.resolve = restrictions;
+    how.resolve = RESOLVE_NO_SYMLINKS | restrictions;
     return static_cast<int>(::syscall(SYS_openat2, folder, relativePath, &how, sizeof how));
 }
 
-/// Whether the last `openRestricted` says that it is not there, rather than that the folder cannot be opened.
+/// Whether the last `openWithoutLinks` says that it is not there, rather than that the folder cannot be
+/// opened.
 bool isRefused(int error) {
     return error == ENOSYS || error == EPERM;
 }
@@ -96,9 +97,8 @@ int openStepwise(int folder, std::string_view path) {
 int openSubfolder(int folder, const char* name, const std::int32_t* device) {
     if (device == nullptr)
         return ::openat(folder, name, folderFlags);
-    // No more restrictions than a single name needs, whose link `folderFlags` refuse: under RESOLVE_BENEATH
-    // the kernel takes a lock that all threads share.
-    const int opened = openRestricted(folder, name, RESOLVE_NO_XDEV);
+    // A single name leads nowhere but below: RESOLVE_BENEATH would only take a lock that all threads share.
+    const int opened = openWithoutLinks(folder, name, RESOLVE_NO_XDEV);
     if (opened >= 0)
         return opened;
     const int error = errno;
@@ -117,9 +117,8 @@ int FolderOpeningDetail::openForTraversal(int folder, const char* relativePath) 
 
 int FolderOpeningDetail::openShortPathBelow(int folder, const char* relativePath,
                                             const std::int32_t* device) {
-    constexpr std::uint64_t below = RESOLVE_NO_SYMLINKS | RESOLVE_BENEATH;
-    const int opened =
-        openRestricted(folder, relativePath, device != nullptr ? below | RESOLVE_NO_XDEV : below);
+    const std::uint64_t noOtherDevice = device != nullptr ? RESOLVE_NO_XDEV : 0;
+    const int opened = openWithoutLinks(folder, relativePath, RESOLVE_BENEATH | noOtherDevice);
     if (opened >= 0)
         return opened;
     const int error = errno;
@@ -129,7 +128,7 @@ int FolderOpeningDetail::openShortPathBelow(int folder, const char* relativePath
     }
     // So may they on the way.
     if (error == EXDEV && device != nullptr)
-        return requireDevice(openRestricted(folder, relativePath, below), *device);
+        return requireDevice(openWithoutLinks(folder, relativePath, RESOLVE_BENEATH), *device);
     return -1;
 }
 
