@@ -213,8 +213,8 @@ private:
         constexpr std::uint32_t extentsPerCall = 250;
         alignas(
             struct fiemap) char bytes[sizeof(struct fiemap) + extentsPerCall * sizeof(struct fiemap_extent)];
+        std::memset(bytes, 0, sizeof(struct fiemap));
         auto& map = *reinterpret_cast<struct fiemap*>(bytes);
-        std::memset(&map, 0, sizeof map);
         map.fm_length = FIEMAP_MAX_OFFSET;
         map.fm_extent_count = extentsPerCall;
         const int file = ::openat(folder->descriptor, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
