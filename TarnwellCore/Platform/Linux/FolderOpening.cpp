@@ -1,6 +1,7 @@
 #include "TarnwellCore/Platform/FolderOpening.hpp"
 
 #include "TarnwellCore/Platform/FileStatus.hpp"
+#include "TarnwellCore/Platform/Linux/LinuxFileTypes.hpp"
 
 #include <fcntl.h>
 #include <linux/openat2.h>
@@ -62,6 +63,12 @@ int requireDevice(int folder, std::int32_t device) {
     return -1;
 }
 
+/// What `openWithoutLinks` opened on that device as far as mounts tell. A subvolume is none: it has a number
+/// of its own, which, as its file system's, belongs to no block device.
+int afterMountsAreRuledOut(int opened, std::int32_t device) {
+    return majorFromDeviceID(device) == 0 ? requireDevice(opened, device) : opened;
+}
+
 /// Whether a mount is there already, rather than one that would come by opening.
 bool isMounted(int folder, const char* name) {
     struct statx status = {};
@@ -100,7 +107,7 @@ int openSubfolder(int folder, const char* name, const std::int32_t* device) {
     // A single name leads nowhere but below: RESOLVE_BENEATH would only take a lock that all threads share.
     const int opened = openWithoutLinks(folder, name, RESOLVE_NO_XDEV);
     if (opened >= 0)
-        return opened;
+        return afterMountsAreRuledOut(opened, *device);
     const int error = errno;
     if (isRefused(error))
         return requireDevice(afterRefusal(error, ::openat(folder, name, folderFlags)), *device);
@@ -120,7 +127,7 @@ int FolderOpeningDetail::openShortPathBelow(int folder, const char* relativePath
     const std::uint64_t noOtherDevice = device != nullptr ? RESOLVE_NO_XDEV : 0;
     const int opened = openWithoutLinks(folder, relativePath, RESOLVE_BENEATH | noOtherDevice);
     if (opened >= 0)
-        return opened;
+        return device != nullptr ? afterMountsAreRuledOut(opened, *device) : opened;
     const int error = errno;
     if (isRefused(error)) {
         const int found = afterRefusal(error, openStepwise(folder, relativePath));

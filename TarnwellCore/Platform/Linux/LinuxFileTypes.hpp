@@ -14,6 +14,10 @@ constexpr std::int32_t deviceIDFromNumbers(std::uint32_t major, std::uint32_t mi
     return static_cast<std::int32_t>((major << 20) | minor);
 }
 
+constexpr std::uint32_t majorFromDeviceID(std::int32_t deviceID) {
+    return static_cast<std::uint32_t>(deviceID) >> 20;
+}
+
 /// Blocks are counted in units of 512 bytes, whatever the file system's own block is.
 constexpr std::int64_t bytesFromBlocks(std::uint64_t blocks) {
     if (blocks > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()) / 512) [[unlikely]]

@@ -12,9 +12,11 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/btrfs.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -197,6 +199,25 @@ TEST_P(ChangingTrees, EverythingChangesTypeVanishesAndComesBack) {
         ::umount2((folder / "busy" / std::to_string(place)).c_str(), MNT_DETACH);
 }
 
+/// Expects that "point" in the folder is only opened where no device is asked for, "plain" in any case.
+void expectOtherDevice(const fs::path& folder) {
+    const int root = ::open(folder.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int parent = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const std::string name = folder.filename().string();
+    struct stat status = {};
+    ASSERT_EQ(::fstat(parent, &status), 0);
+    const std::int32_t device = entryFromStatus(status).deviceID;
+    const auto isOpened = [](int opened) { return opened >= 0 && ::close(opened) == 0; };
+    for (const std::int32_t* wanted : {&device, static_cast<const std::int32_t*>(nullptr)}) {
+        EXPECT_TRUE(isOpened(openSubfolder(parent, "plain", wanted)));
+        EXPECT_TRUE(isOpened(openFolderBelow(root, name + "/plain", wanted)));
+        EXPECT_EQ(isOpened(openSubfolder(parent, "point", wanted)), wanted == nullptr);
+        EXPECT_EQ(isOpened(openFolderBelow(root, name + "/point", wanted)), wanted == nullptr);
+    }
+    ::close(parent);
+    ::close(root);
+}
+
 TEST_P(ChangingTrees, FoldersOnWhichSomethingIsMountedAreNotOpened) {
     if (!MountedImage::make({.type = "tmpfs", .size = 10'000'000}))
         GTEST_SKIP() << "nothing can be mounted here";
@@ -204,23 +225,21 @@ TEST_P(ChangingTrees, FoldersOnWhichSomethingIsMountedAreNotOpened) {
     const fs::path point = folder.makeFolder("parent/point");
     (void)folder.makeFolder("parent/plain");
     ASSERT_EQ(::mount("tarnwell-test", point.c_str(), "tmpfs", 0, nullptr), 0);
-    const int root = ::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const int parent = ::open((folder / "parent").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    struct stat status = {};
-    ASSERT_EQ(::fstat(root, &status), 0);
-    const std::int32_t device = entryFromStatus(status).deviceID;
-    const auto isOpened = [](int opened) { return opened >= 0 && ::close(opened) == 0; };
-    onKernel([&] {
-        for (const std::int32_t* wanted : {&device, static_cast<const std::int32_t*>(nullptr)}) {
-            EXPECT_TRUE(isOpened(openSubfolder(parent, "plain", wanted)));
-            EXPECT_TRUE(isOpened(openFolderBelow(root, "parent/plain", wanted)));
-            EXPECT_EQ(isOpened(openSubfolder(parent, "point", wanted)), wanted == nullptr);
-            EXPECT_EQ(isOpened(openFolderBelow(root, "parent/point", wanted)), wanted == nullptr);
-        }
-    });
+    onKernel([&] { expectOtherDevice(folder / "parent"); });
     ::umount2(point.c_str(), MNT_DETACH);
-    ::close(parent);
-    ::close(root);
+}
+
+TEST_P(ChangingTrees, SubvolumesAreNotOpened) {
+    const auto image = MountedImage::make({.type = "btrfs"});
+    if (!image)
+        GTEST_SKIP() << image.error();
+    const fs::path parent = (*image)->path() / "parent";
+    fs::create_directories(parent / "plain");
+    const int folder = ::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    btrfs_ioctl_vol_args subvolume = {.fd = 0, .name = "point"};
+    ASSERT_EQ(::ioctl(folder, BTRFS_IOC_SUBVOL_CREATE, &subvolume), 0);
+    ::close(folder);
+    onKernel([&] { expectOtherDevice(parent); });
 }
 
 } // namespace
