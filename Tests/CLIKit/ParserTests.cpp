@@ -28,9 +28,7 @@ TEST(CLIParser, Commands) {
          CLIScanRequest{"x", CLITextFormat::human, 9'223'372'036'854'775'807}},
         {{"scan", "--size-mode", "apparent", "--size-mode=reclaimable", "~/x"},
          CLIScanRequest{"~/x", CLITextFormat::human, 1, std::nullopt, SizeMode::reclaimable}},
-        {{"scan", "\xFF\n"}, CLIScanRequest{"\xFF\n"}},
         {{"snapshot", "save", "/x", "--json"}, CLISnapshotSave{"/x", true}},
-        {{"snapshot", "list"}, CLISnapshotList{false}},
         {{"snapshot", "list", "--json", "--json"}, CLISnapshotList{true}},
         {{"snapshot", "diff", "a", "--json", ""}, CLISnapshotDiff{"a", "", true}},
     };
@@ -44,13 +42,11 @@ TEST(CLIParser, Commands) {
 TEST(CLIParser, HelpWhereverItIsReached) {
     const Words cases[] = {
         {"--help"},
-        {"-h", "--help"},
         {"help", "scan"},
         {"-h", "nonsense"},
         {"scan", "--help", "/tmp"},
         {"scan", "/tmp", "-h", "--depth", "x"},
         {"snapshot", "help"},
-        {"snapshot", "--help", "x"},
         {"snapshot", "save", "-h"},
         {"snapshot", "list", "--help", "x"},
         {"snapshot", "diff", "a", "b", "c", "-h"},
@@ -70,29 +66,19 @@ TEST(CLIParser, Errors) {
     } cases[] = {
         {{}, "no command given"},
         {{"Scan"}, "unknown command 'Scan'"},
-        {{""}, "unknown command ''"},
         {{"\xFF'"}, "unknown command '\xFF''"},
         {{"scan"}, "scan requires a path"},
-        {{"scan", "--json"}, "scan requires a path"},
         {{"scan", ""}, "scan requires a path"},
         {{"scan", "", "/b"}, "unexpected argument '/b'"},
         {{"scan", "/a", "/b"}, "unexpected argument '/b'"},
-        {{"scan", "help", "help"}, "unexpected argument 'help'"},
         {{"scan", "-"}, "unknown flag '-'"},
-        {{"scan", "-x", "/a"}, "unknown flag '-x'"},
         {{"scan", "--jso", "/a"}, "unknown flag '--jso'"},
-        {{"scan", "--json=1", "/a"}, "unknown flag '--json=1'"},
         {{"scan", "--depths", "1", "/a"}, "unknown flag '--depths'"},
         {{"scan", "--json", "--csv", "/x"}, formats},
-        {{"scan", "--csv", "--json", "/x"}, formats},
         {{"scan", "/x", "--depth"}, depth},
-        {{"scan", "--depth", "x", "--help"}, depth},
-        {{"scan", "--depth=-1", "/x"}, depth},
+        {{"scan", "--depth", "-1", "--help"}, depth},
         {{"scan", "--depth=", "/x"}, depth},
-        {{"scan", "--depth=1=2", "/x"}, depth},
-        {{"scan", "--depth", "9223372036854775808", "/x"}, depth},
         {{"scan", "--top", "--json", "/x"}, top},
-        {{"scan", "--top=1.5"}, top},
         {{"scan", "--size-mode"}, mode},
         {{"scan", "--size-mode=Allocated", "/x"}, mode},
         {{"snapshot"}, "snapshot requires save, diff, or list"},
@@ -104,11 +90,9 @@ TEST(CLIParser, Errors) {
         {{"snapshot", "save", "--depth", "1", "a"}, "unknown flag '--depth'"},
         {{"snapshot", "list", "x"}, "unexpected argument 'x'"},
         {{"snapshot", "list", "--csv"}, "snapshot list accepts --json"},
-        {{"snapshot", "diff"}, "snapshot diff requires <before> and <after>"},
         {{"snapshot", "diff", "a"}, "snapshot diff requires <before> and <after>"},
         {{"snapshot", "diff", "a", "b", "c"}, "snapshot diff requires <before> and <after>"},
         {{"snapshot", "diff", "a", "b", "--csv"}, "snapshot diff accepts --json"},
-        {{"snapshot", "diff", "a", "-b"}, "unknown flag '-b'"},
     };
     for (const auto& each : cases) {
         const auto result = CLIParser::parse(each.arguments);
@@ -119,7 +103,7 @@ TEST(CLIParser, Errors) {
 
 TEST(CLIParser, NonNegativeIntegers) {
     for (const char* text : {"", "+", "-", "-1", "+-1", "-+1", "++1", " 1", "1 ", "1_000", "0x1", "1.5",
-                             "1e3", "\xD9\xA1", "-9223372036854775808", "99999999999999999999"})
+                             "1e3", "\xD9\xA1", "9223372036854775808"})
         EXPECT_EQ(CLIParser::nonNegative(text), std::nullopt) << text;
     EXPECT_EQ(CLIParser::nonNegative("+3"), 3);
     EXPECT_EQ(CLIParser::nonNegative("-0"), 0);

@@ -17,10 +17,8 @@ namespace {
 
 constexpr std::int64_t endless = std::numeric_limits<std::int64_t>::max();
 
-// A listing made the plain way, with a text for every field and lists in lists, to compare with.
+// A listing made the plain way, with lists in lists, to compare with.
 struct PlainRow {
-    std::string name;
-    std::string path;
     const FileNode* node;
     std::int64_t selected;
     double share;
@@ -38,14 +36,13 @@ std::vector<PlainRow> plainChildren(const FileNode& of, SizeMode mode, std::int6
         return a->sizeFor(mode) != b->sizeFor(mode) ? a->sizeFor(mode) > b->sizeFor(mode)
                                                     : a->name() < b->name();
     });
-    if (top && static_cast<std::size_t>(*top) < children.size())
-        children.resize(static_cast<std::size_t>(*top));
+    if (top && *top < std::ssize(children))
+        children.resize(static_cast<std::size_t>(std::max<std::int64_t>(*top, 0)));
     const std::int64_t total = of.sizeFor(mode);
     for (const FileNode* child : children) {
         const std::int64_t size = child->sizeFor(mode);
-        rows.push_back({std::string(child->name()), child->path(), child, size,
-                        total < 1 ? 0 : static_cast<double>(size) / static_cast<double>(total), level,
-                        plainChildren(*child, mode, depthRemaining - 1, top, level + 1)});
+        rows.push_back({child, size, total < 1 ? 0 : static_cast<double>(size) / static_cast<double>(total),
+                        level, plainChildren(*child, mode, depthRemaining - 1, top, level + 1)});
     }
     return rows;
 }
@@ -53,7 +50,8 @@ std::vector<PlainRow> plainChildren(const FileNode& of, SizeMode mode, std::int6
 void plainHuman(std::string& text, const std::vector<PlainRow>& rows) {
     for (const PlainRow& row : rows) {
         text += ByteFormatter::string(row.selected, "0 bytes") + "  " + ByteFormatter::percent(row.share, 1) +
-                "  " + std::string(static_cast<std::size_t>(row.depth) * 2, ' ') + row.name + "\n";
+                "  " + std::string(static_cast<std::size_t>(row.depth) * 2, ' ') +
+                std::string(row.node->name()) + "\n";
         plainHuman(text, row.children);
     }
 }
@@ -71,9 +69,9 @@ void plainJSON(JSONWriter& json, const std::vector<PlainRow>& rows) {
         json.key("isDirectory");
         json.boolean(row.node->isDirectory());
         json.key("name");
-        json.string(row.name);
+        json.string(row.node->name());
         json.key("path");
-        json.string(row.path);
+        json.string(row.node->path());
         json.key("reclaimableSize");
         json.integer(row.node->reclaimableSize);
         json.key("share");
@@ -99,22 +97,8 @@ std::vector<std::vector<std::string>> readCSV(const std::string& document) {
 }
 
 std::string randomName(std::mt19937& random, int number) {
-    static const std::string pieces[] = {"a",
-                                         "file",
-                                         ",",
-                                         "\"",
-                                         "\n",
-                                         "\r",
-                                         "\t",
-                                         " ",
-                                         "\\",
-                                         "\x1B[31m",
-                                         "\x7F",
-                                         "\xFF",
-                                         "\xC3\xA4",
-                                         "\xE2\x82",
-                                         "\xF0\x9F\x98\x80",
-                                         "longer-piece-of-a-name.tar"};
+    static const std::string pieces[] = {"a",  ",",    "\"",   "\n",       "\r",       "\t",
+                                         "\\", "\x1B", "\xFF", "\xC3\xA4", "\xE2\x82", "longer-piece.tar"};
     std::string name;
     for (auto count = random() % 6; count > 0; --count)
         name += pieces[random() % std::size(pieces)];
@@ -150,11 +134,11 @@ void expectLittleSlack(const std::string& document) {
 
 TEST(CLIRender, EveryFormAgreesWithThePlainWay) {
     unsigned seed = 0;
-    for (const std::string rootPath : {"/", "/data", "/we,ird \"\xFF", "/data/"})
+    for (const std::string rootPath : {"/", "/we,ird \"\xFF", "/data/"})
         for (const SizeMode mode : {SizeMode::apparent, SizeMode::allocated, SizeMode::reclaimable})
-            for (const std::int64_t depth : {std::int64_t{1}, std::int64_t{3}, endless})
+            for (const std::int64_t depth : {std::int64_t{-1}, std::int64_t{1}, std::int64_t{3}, endless})
                 for (const std::optional<std::int64_t> top :
-                     {std::optional<std::int64_t>(), {2}, {endless}}) {
+                     {std::optional<std::int64_t>(), {-3}, {2}, {endless}}) {
                     const auto root = randomTree(++seed, rootPath);
                     const CLIListedScan scan = CLIRender::listedScan(*root, mode, depth, top);
                     const std::vector<PlainRow> plain = plainChildren(*root, mode, depth, top, 0);
@@ -162,8 +146,9 @@ TEST(CLIRender, EveryFormAgreesWithThePlainWay) {
                     std::string human;
                     plainHuman(human, plain);
                     human += ByteFormatter::string(root->sizeFor(mode), "0 bytes") + "  total\n";
-                    ASSERT_EQ(CLIRender::human(scan), human);
-                    ASSERT_EQ(CLIRender::humanListing(*root, mode, depth, top), human);
+                    const std::string lines = CLIRender::human(scan);
+                    ASSERT_EQ(lines, human);
+                    expectLittleSlack(lines);
 
                     std::string children;
                     JSONWriter json(children);
@@ -185,10 +170,11 @@ TEST(CLIRender, EveryFormAgreesWithThePlainWay) {
                         const PlainRow& row = *flat[index];
                         ASSERT_EQ(rows[index + 1],
                                   (std::vector<std::string>{
-                                      row.name, row.path, row.node->isDirectory() ? "true" : "false",
+                                      std::string(row.node->name()), row.node->path(),
+                                      row.node->isDirectory() ? "true" : "false",
                                       std::to_string(row.node->size), std::to_string(row.node->allocatedSize),
                                       std::to_string(row.node->reclaimableSize), decimalText(row.share)}));
-                        ASSERT_EQ(scan.children[index].path(), row.path);
+                        ASSERT_EQ(scan.children[index].path(), row.node->path());
                     }
                 }
 }
@@ -208,36 +194,11 @@ TEST(CLIRender, NodesOfOneSizeAndNameKeepTheirOrder) {
     }
 }
 
-TEST(CLIRender, NamesTheModeAndEachTotal) {
-    FileTreeBuilder builder("/data");
-    FileNodeAttributes clone = {.size = 1, .allocatedSize = 20};
-    clone.privateSize = 3;
-    clone.reportsPrivateSize = true;
-    builder.addFile(builder.root(), "carriage\rreturn", clone);
-    const auto root = builder.finish();
-    const struct {
-        SizeMode mode;
-        const char* name;
-        const char* total;
-    } cases[] = {{SizeMode::apparent, "apparent", "1"},
-                 {SizeMode::allocated, "allocated", "20"},
-                 {SizeMode::reclaimable, "reclaimable", "3"}};
-    for (const auto& each : cases) {
-        const CLIListedScan scan = CLIRender::listedScan(*root, each.mode, 0, std::nullopt);
-        EXPECT_EQ(CLIRender::json(scan),
-                  "{\n  \"children\": [],\n  \"path\": \"/data\",\n  \"sizeMode\": \"" +
-                      std::string(each.name) + "\",\n  \"total\": " + each.total +
-                      ",\n  \"totalAllocatedSize\": 20,\n  \"totalReclaimableSize\": 3,\n"
-                      "  \"totalSize\": 1,\n  \"version\": 1\n}\n");
-        EXPECT_TRUE(CLIRender::csv(CLIRender::listedScan(*root, each.mode, 1, std::nullopt))
-                        .ends_with("\n\"carriage\rreturn\",\"/data/carriage\rreturn\",false,1,20,3,1.0\n"));
-    }
-}
-
 TEST(CLIRender, WritesExactlyThis) {
     FileTreeBuilder builder("/data");
     FileNode& folder = builder.addFolder(builder.root(), "photos, \"old\"");
-    builder.addFile(folder, "a\nb", {.size = 1, .allocatedSize = 2});
+    builder.addFile(folder, "a\nb",
+                    {.size = 1, .allocatedSize = 2, .privateSize = 1, .reportsPrivateSize = true});
     builder.addFile(builder.root(), "plain", {.size = 3, .allocatedSize = 6});
     const auto root = builder.finish();
     const CLIListedScan scan = CLIRender::listedScan(*root, SizeMode::allocated, 2, std::nullopt);
@@ -260,7 +221,7 @@ TEST(CLIRender, WritesExactlyThis) {
           "isDirectory": false,
           "name": "a\nb",
           "path": "/data/photos, \"old\"/a\nb",
-          "reclaimableSize": 2,
+          "reclaimableSize": 1,
           "share": 1.0,
           "size": 1
         }
@@ -268,7 +229,7 @@ TEST(CLIRender, WritesExactlyThis) {
       "isDirectory": true,
       "name": "photos, \"old\"",
       "path": "/data/photos, \"old\"",
-      "reclaimableSize": 2,
+      "reclaimableSize": 1,
       "share": 0.25,
       "size": 1
     }
@@ -277,33 +238,25 @@ TEST(CLIRender, WritesExactlyThis) {
   "sizeMode": "allocated",
   "total": 8,
   "totalAllocatedSize": 8,
-  "totalReclaimableSize": 8,
+  "totalReclaimableSize": 7,
   "totalSize": 4,
   "version": 1
 }
 )");
     EXPECT_EQ(CLIRender::csv(scan), "name,path,isDirectory,size,allocatedSize,reclaimableSize,share\n"
                                     "plain,/data/plain,false,3,6,6,0.75\n"
-                                    "\"photos, \"\"old\"\"\",\"/data/photos, \"\"old\"\"\",true,1,2,2,0.25\n"
-                                    "\"a\nb\",\"/data/photos, \"\"old\"\"/a\nb\",false,1,2,2,1.0\n");
+                                    "\"photos, \"\"old\"\"\",\"/data/photos, \"\"old\"\"\",true,1,2,1,0.25\n"
+                                    "\"a\nb\",\"/data/photos, \"\"old\"\"/a\nb\",false,1,2,1,1.0\n");
     EXPECT_EQ(CLIRender::human(scan), "6 bytes  75.0%  plain\n"
                                       "2 bytes  25.0%  photos, \"old\"\n"
                                       "2 bytes  100.0%    a\nb\n"
                                       "8 bytes  total\n");
-}
-
-TEST(CLIRender, NothingIsListedAtDepthOrTopZero) {
-    const auto root = randomTree(1, "/data");
-    const struct {
-        std::int64_t depth;
-        std::optional<std::int64_t> top;
-    } cases[] = {{0, std::nullopt}, {-1, std::nullopt}, {endless, 0}, {endless, -3}};
-    for (const auto& each : cases) {
-        const CLIListedScan scan = CLIRender::listedScan(*root, SizeMode::apparent, each.depth, each.top);
-        EXPECT_EQ(CLIRender::human(scan), ByteFormatter::string(root->size, "0 bytes") + "  total\n");
-        EXPECT_EQ(CLIRender::csv(scan), "name,path,isDirectory,size,allocatedSize,reclaimableSize,share\n");
-        EXPECT_TRUE(CLIRender::json(scan).starts_with("{\n  \"children\": [],\n  \"path\": \"/data\""));
-    }
+    for (const auto& [mode, total] : {std::pair(SizeMode::apparent, "4"), {SizeMode::reclaimable, "7"}})
+        EXPECT_EQ(CLIRender::json(CLIRender::listedScan(*root, mode, 0, std::nullopt)),
+                  "{\n  \"children\": [],\n  \"path\": \"/data\",\n  \"sizeMode\": \"" +
+                      std::string(rawValue(mode)) + "\",\n  \"total\": " + total +
+                      ",\n  \"totalAllocatedSize\": 8,\n  \"totalReclaimableSize\": 7,\n"
+                      "  \"totalSize\": 4,\n  \"version\": 1\n}\n");
 }
 
 TEST(CLIRender, SharesOfUnusualParents) {
@@ -364,24 +317,6 @@ TEST(CLIRender, PiecesAreTheWholeDocument) {
     expectSame(CLIRender::json(scan), [&](const TextSink& sink) { CLIRender::json(scan, sink); });
     expectSame(CLIRender::csv(scan), [&](const TextSink& sink) { CLIRender::csv(scan, sink); });
     expectSame(CLIRender::human(scan), [&](const TextSink& sink) { CLIRender::human(scan, sink); });
-}
-
-TEST(CLIRender, DeepChains) {
-    constexpr int levels = 1'000;
-    FileTreeBuilder builder("/");
-    FileNode* folder = &builder.root();
-    for (int level = 0; level < levels; ++level) {
-        builder.addFile(*folder, "file", 1'000);
-        folder = &builder.addFolder(*folder, "d");
-    }
-    const auto root = builder.finish();
-    const CLIListedScan scan = CLIRender::listedScan(*root, SizeMode::allocated, endless, std::nullopt);
-    ASSERT_EQ(scan.children.size(), 2u * levels);
-    for (const std::string& text : {CLIRender::json(scan), CLIRender::csv(scan), CLIRender::human(scan)})
-        expectLittleSlack(text);
-    const auto rows = readCSV(CLIRender::csv(scan));
-    for (std::size_t index = 0; index < scan.children.size(); ++index)
-        ASSERT_EQ(rows[index + 1][1], scan.children[index].path());
 }
 
 } // namespace
