@@ -76,69 +76,55 @@ TEST_F(AppSettingsTest, KeysAreOfTheProduct) {
 TEST_F(AppSettingsTest, EverySettingIsKeptUnderItsKeyUntilReset) {
     expectDefaults(settings());
     AppSettings writer = settings();
-    writer.setTheme(AppTheme::dark);
-    writer.setSizeMode(SizeMode::reclaimable);
-    writer.setScanExclusions({"/a", "/\xFF"});
-    writer.setTreemapDepth(7);
-    writer.setTreemapPadding(2.5);
-    writer.setShowLabels(false);
-    writer.setColorModeRawValue("age");
-    writer.setShowHiddenFiles(false);
-    writer.setCrossFilesystemBoundaries(true);
-    writer.setDeduplicateHardlinks(false);
-    writer.setDescendIntoPackages(false);
-    writer.setConfirmBeforeTrash(false);
-    writer.setLastScanPath("/home/\xFF");
-    writer.setSpaceMonitorInterval(30);
-    writer.setHasCompletedOnboarding(true);
-    writer.setFullDiskAccessPromptShown(true);
-    writer.setLargeFileThresholdBytes(-1);
-    writer.setDuplicateMinimumSizeBytes(0);
-    writer.setLastKnownFullDiskAccessStatus(FullDiskAccessStatus::denied);
-    writer.setLowDiskAlertsEnabled(true);
-    writer.setLowDiskAlertThresholdBytes(20'000'000'000);
-    writer.setSnapshotCadence("weekly");
-    writer.setSnapshotScheduleRoot("/");
+    AppSettings reader = settings();
+    const auto expectKept = [&](Key key, auto set, auto get, const auto& value) {
+        (writer.*set)(value);
+        const std::string name(AppSettings::rawValue(key));
+        EXPECT_NE(text().find('"' + name + "\": "), std::string::npos) << name;
+        EXPECT_EQ((reader.*get)(), value) << name;
+    };
+    using S = AppSettings;
+    const std::vector<std::string> paths = {"/a", "/\xFF"};
     const Date date = dateFromReferenceSeconds(774'000'000.25);
-    writer.setLastScheduledSnapshotAt(date);
     const std::vector<CleanupRule> rules = {{.id = "1", .name = "Old \xC3\xA4", .minimumSize = 5},
                                             {.id = "2", .name = "Off", .isEnabled = false}};
-    writer.setCleanupRules(rules);
-    for (const Key key : AppSettings::allKeys())
-        EXPECT_NE(text().find('"' + std::string(AppSettings::rawValue(key)) + "\": "), std::string::npos);
-
-    AppSettings reader = settings();
-    EXPECT_EQ(reader.theme(), AppTheme::dark);
-    EXPECT_EQ(reader.sizeMode(), SizeMode::reclaimable);
-    EXPECT_EQ(reader.scanExclusions(), (std::vector<std::string>{"/a", "/\xFF"}));
-    EXPECT_EQ(reader.treemapDepth(), 7);
-    EXPECT_EQ(reader.treemapPadding(), 2.5);
-    EXPECT_FALSE(reader.showLabels());
-    EXPECT_EQ(reader.colorModeRawValue(), "age");
-    EXPECT_FALSE(reader.showHiddenFiles());
-    EXPECT_TRUE(reader.crossFilesystemBoundaries());
-    EXPECT_FALSE(reader.deduplicateHardlinks());
-    EXPECT_FALSE(reader.descendIntoPackages());
-    EXPECT_FALSE(reader.confirmBeforeTrash());
-    EXPECT_EQ(reader.lastScanPath(), "/home/\xFF");
-    EXPECT_EQ(reader.spaceMonitorInterval(), 30);
-    EXPECT_TRUE(reader.hasCompletedOnboarding());
-    EXPECT_TRUE(reader.fullDiskAccessPromptShown());
-    EXPECT_EQ(reader.largeFileThresholdBytes(), -1);
-    EXPECT_EQ(reader.duplicateMinimumSizeBytes(), 0);
-    EXPECT_EQ(reader.lastKnownFullDiskAccessStatus(), FullDiskAccessStatus::denied);
-    EXPECT_TRUE(reader.lowDiskAlertsEnabled());
-    EXPECT_EQ(reader.lowDiskAlertThresholdBytes(), 20'000'000'000);
-    EXPECT_EQ(reader.snapshotCadence(), "weekly");
-    EXPECT_EQ(reader.snapshotScheduleRoot(), "/");
-    EXPECT_EQ(reader.lastScheduledSnapshotAt(), date);
-    EXPECT_EQ(reader.cleanupRules(), rules);
+    expectKept(Key::theme, &S::setTheme, &S::theme, AppTheme::dark);
+    expectKept(Key::sizeMode, &S::setSizeMode, &S::sizeMode, SizeMode::reclaimable);
+    expectKept(Key::scanExclusions, &S::setScanExclusions, &S::scanExclusions, paths);
+    expectKept(Key::treemapDepth, &S::setTreemapDepth, &S::treemapDepth, 7);
+    expectKept(Key::treemapPadding, &S::setTreemapPadding, &S::treemapPadding, 2.5);
+    expectKept(Key::showLabels, &S::setShowLabels, &S::showLabels, false);
+    expectKept(Key::colorMode, &S::setColorModeRawValue, &S::colorModeRawValue, "age");
+    expectKept(Key::showHiddenFiles, &S::setShowHiddenFiles, &S::showHiddenFiles, false);
+    expectKept(Key::crossFilesystemBoundaries, &S::setCrossFilesystemBoundaries,
+               &S::crossFilesystemBoundaries, true);
+    expectKept(Key::deduplicateHardlinks, &S::setDeduplicateHardlinks, &S::deduplicateHardlinks, false);
+    expectKept(Key::descendIntoPackages, &S::setDescendIntoPackages, &S::descendIntoPackages, false);
+    expectKept(Key::confirmBeforeTrash, &S::setConfirmBeforeTrash, &S::confirmBeforeTrash, false);
+    expectKept(Key::lastScanPath, &S::setLastScanPath, &S::lastScanPath, "/home/\xFF");
+    expectKept(Key::spaceMonitorInterval, &S::setSpaceMonitorInterval, &S::spaceMonitorInterval, 30);
+    expectKept(Key::hasCompletedOnboarding, &S::setHasCompletedOnboarding, &S::hasCompletedOnboarding, true);
+    expectKept(Key::fullDiskAccessPromptShown, &S::setFullDiskAccessPromptShown,
+               &S::fullDiskAccessPromptShown, true);
+    expectKept(Key::largeFileThresholdBytes, &S::setLargeFileThresholdBytes, &S::largeFileThresholdBytes, -1);
+    expectKept(Key::duplicateMinimumSizeBytes, &S::setDuplicateMinimumSizeBytes,
+               &S::duplicateMinimumSizeBytes, 0);
+    expectKept(Key::lastKnownFullDiskAccessStatus, &S::setLastKnownFullDiskAccessStatus,
+               &S::lastKnownFullDiskAccessStatus, FullDiskAccessStatus::denied);
+    expectKept(Key::lowDiskAlertsEnabled, &S::setLowDiskAlertsEnabled, &S::lowDiskAlertsEnabled, true);
+    expectKept(Key::lowDiskAlertThresholdBytes, &S::setLowDiskAlertThresholdBytes,
+               &S::lowDiskAlertThresholdBytes, 20'000'000'000);
+    expectKept(Key::snapshotCadence, &S::setSnapshotCadence, &S::snapshotCadence, "weekly");
+    expectKept(Key::snapshotScheduleRoot, &S::setSnapshotScheduleRoot, &S::snapshotScheduleRoot, "/");
+    expectKept(Key::lastScheduledSnapshotAt, &S::setLastScheduledSnapshotAt, &S::lastScheduledSnapshotAt,
+               date);
+    expectKept(Key::cleanupRules, &S::setCleanupRules, &S::cleanupRules, rules);
 
     ScanOptions options;
     options.crossFilesystemBoundaries = true;
     options.deduplicateHardlinks = false;
     options.descendIntoPackages = false;
-    options.excludedPaths = {"/a", "/\xFF"};
+    options.excludedPaths = {paths.begin(), paths.end()};
     EXPECT_EQ(reader.scanOptions(), options);
     TreemapConfiguration configuration;
     configuration.padding = 2.5;
