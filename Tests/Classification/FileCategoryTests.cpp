@@ -31,11 +31,8 @@ TEST(FileCategory, RawValuesAreStoredInFilesAndStay) {
 
 TEST(FileCategory, NamesAndColours) {
     EXPECT_EQ(displayName(FileCategory::video), "Video");
-    EXPECT_EQ(displayName(FileCategory::packagesInstallers), "Installers");
-    EXPECT_EQ(displayName(FileCategory::virtualMachines), "Virtual Machines");
     EXPECT_EQ(displayName(FileCategory::folder), "Folders");
     EXPECT_EQ(hexColor(FileCategory::video), "#A855F7");
-    EXPECT_EQ(rgb(FileCategory::video), (std::array<std::uint8_t, 3>{0xA8, 0x55, 0xF7}));
     EXPECT_EQ(hexColor(FileCategory::folder), "#7DD3FC");
 
     std::set<std::string_view> names, colours, symbols;

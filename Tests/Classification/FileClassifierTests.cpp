@@ -4,10 +4,12 @@
 #include "TarnwellCore/Classification/UTTypeCache.hpp"
 #include "TarnwellCore/Platform/TypeDatabase.hpp"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <map>
 #include <string>
+#include <vector>
 
 namespace tarnwell::FileClassifier {
 namespace {
@@ -17,45 +19,24 @@ using enum FileCategory;
 // An extension that neither a table nor a type database knows.
 constexpr std::string_view unknown = "zzqx";
 
-std::size_t nameCount(std::span<const CategoryNames> rows) {
-    std::size_t count = 0;
+/// How many names each row has.
+std::vector<std::size_t> counts(std::span<const CategoryNames> rows) {
+    std::vector<std::size_t> counts;
     for (const CategoryNames& row : rows)
-        count += row.names.size();
-    return count;
+        counts.push_back(row.names.size());
+    return counts;
 }
 
 TEST(FileClassifierTables, AreComplete) {
-    const std::pair<const NameList*, std::size_t> lists[] = {
-        {&videoExtensions, 29},
-        {&audioExtensions, 27},
-        {&imageExtensions, 37},
-        {&documentExtensions, 35},
-        {&codeExtensions, 88},
-        {&archiveExtensions, 23},
-        {&diskImageExtensions, 6},
-        {&installerExtensions, 8},
-        {&databaseExtensions, 18},
-        {&fontExtensions, 11},
-        {&virtualMachineExtensions, 15},
-        {&logExtensions, 10},
-        {&backupExtensions, 6},
-        {&mailExtensions, 8},
-        {&packageExtensions, 45},
-        {&developerPathFragments, 26},
-        {&virtualMachinePathFragments, 9},
-        {&backupPathFragments, 4},
-        {&mailPathFragments, 3},
-        {&logPathFragments, 4},
-        {&cachePathFragments, 9},
-        {&systemPathPrefixes, 9},
-    };
-    for (const auto& [list, count] : lists)
-        EXPECT_EQ(list->size(), count) << "the list of " << *list->begin();
-    EXPECT_EQ(nameCount(extensionCategories), 321u);
-    EXPECT_EQ(nameCount(bareNameCategories), 13u);
-    EXPECT_EQ(nameCount(componentCategories), 37u);
-    EXPECT_EQ(nameCount(folderExtensionCategories), 41u);
-    EXPECT_EQ(nameCount(folderNameCategories), 28u);
+    using testing::ElementsAre;
+    EXPECT_THAT(counts(extensionCategories), ElementsAre(88, 35, 6, 8, 10, 23, 18, 15, 8, 6, 11, 37, 27, 29));
+    EXPECT_THAT(counts(bareNameCategories), ElementsAre(13));
+    EXPECT_THAT(counts(componentCategories), ElementsAre(24, 3, 3, 2, 1, 4));
+    EXPECT_THAT(counts(folderExtensionCategories), ElementsAre(2, 12, 5, 3, 2, 5, 3, 1, 2, 6));
+    EXPECT_THAT(counts(folderNameCategories), ElementsAre(19, 3, 2, 1, 2, 1));
+    EXPECT_THAT(counts(pathFragmentCategories), ElementsAre(26, 9, 4, 3, 4, 9));
+    EXPECT_EQ(packageExtensions.size(), 45u);
+    EXPECT_EQ(systemPathPrefixes.size(), 9u);
 }
 
 TEST(FileClassifierTables, EveryNameIsFound) {
@@ -97,19 +78,12 @@ TEST(FileClassifierTables, NearMissesAreNot) {
         "MP4",
         "sparsebundl",
         "sparsebundlE",
-        "sparsebundle-backu",
         "sparsebundle-backup2",
-        "sparsebunble",
         "partial.eml",
-        " mp4",
-        "mp4 ",
-        "app",
-        "download",
         "\xFF\xFE",
         unknown,
         std::string_view("mp4\0", 4),
         std::string_view("\0", 1),
-        std::string_view("\0mp4", 4),
         std::string_view("sparseimage\0", 12),
     };
     for (const std::string_view ext : extensions)
@@ -139,9 +113,6 @@ TEST(FileClassifier, Files) {
         {"photo.RAW", {}, images},
         {"Makefile", {}, code},
         {"MAKEFILE", {}, other},
-        {"makefile.txt", {}, documents},
-        {"CMakeLists", {}, code},
-        {"x.mp4", {}, video},
         {"x.zzqx", {}, other},
         {"x.", {}, other},
         {"", {}, other},
@@ -151,22 +122,17 @@ TEST(FileClassifier, Files) {
         {"Makefile", "/usr/src/Makefile", code},
         {"readme.md", "/opt/x/readme.md", documents},
         {"x.zzqx", "/opt/x.zzqx", system},
-        {"x.zzqx", "/home/opt/x.zzqx", other},
         {"x.zzqx", "/optional/x.zzqx", other},
-        {"x.zzqx", "/Users/a/x.zzqx", other},
         // Each list of fragments before the next.
-        {"x", "/a/Library/Caches/node_modules/x", developer},
         {"x", "/a/Library/Caches/Parallels/node_modules/x", developer},
         {"x", "/a/MobileSync/Backup/avd/x", virtualMachines},
         {"x", "/a/Library/Mail/Backups.backupdb/x", backups},
         {"x", "/var/log/com.apple.mail/x", mail},
         {"x", "/Library/Logs/.cache/x", logs},
         {"x", "/app/.next/cache/x", developer},
-        {"x", "/app/.next/x", other},
         {"x", "/Library/Containers/com.apple.mail/x", mail},
         {"x", "/Library/Containers/com.utmapp.UTM/x", virtualMachines},
         {"x", "/Library/Containers/com.example/x", caches},
-        {"x", "/a/.git/objects", developer},
         {"x.zzqx", "node_modules/x.zzqx", other},
         {"x.zzqx", "/a/NODE_MODULES/x.zzqx", other},
     };
@@ -181,23 +147,16 @@ TEST(FileClassifier, Folders) {
         FileCategory byName;
     } cases[] = {
         {"Photos Library.photoslibrary", images, images},
-        {"TV.tvlibrary", images, images},
         {"MyApp.app", applications, applications},
         {"node_modules", developer, developer},
         {"Projects", {}, folder},
         // In one of the two lists of names only.
         {"Xcode", developer, folder},
         {".git", developer, folder},
-        {".m2", developer, folder},
-        {".stack", developer, folder},
-        {".nx", developer, folder},
-        {".cocoapods", developer, folder},
         {".bundle", system, system}, // its extension comes before its name
         {"CrashReporter", logs, folder},
         {"MobileSync", backups, folder},
         {"VirtualBox VMs", virtualMachines, folder},
-        {"Parallels", virtualMachines, folder},
-        {"system-images", virtualMachines, folder},
         {"avd", virtualMachines, folder},
         {"vendor", {}, developer},
         {"Developer", {}, developer},

