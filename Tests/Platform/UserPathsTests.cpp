@@ -58,7 +58,6 @@ TEST(UserPaths, TildeIsTheHomeFolder) {
         {"/", "~/x", "/x"},
         {"/", "~", "/"},
         {"/home/alice", "x/~", "x/~"},
-        {"/home/alice", "", ""},
         {"/home/alice", "~no-such-user-at-all/x", "~no-such-user-at-all/x"},
     };
     for (const auto& each : cases) {
@@ -106,12 +105,8 @@ TEST(UserPaths, LinksResolve) {
         std::string path;
         std::string resolved;
     } cases[] = {
-        {base, base},
-        {base + "/link/inner", base + "/real/inner"},
         {base + "/./link//./inner/file", base + "/real/inner/file"},
-        {base + "/absolute", base + "/real/inner"},
         {base + "/absolute/file", base + "/real/inner/file"},
-        {base + "/real/inner/../inner", base + "/real/inner"},
         {base + "/real/missing/x", base + "/real/missing/x"},
         {base + "/real/\xFF", base + "/real/\xFF"},
         {base + "/" + std::string(20'000, 'x'), base + "/" + std::string(20'000, 'x')},
