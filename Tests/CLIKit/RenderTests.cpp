@@ -10,85 +10,79 @@
 
 #include <algorithm>
 #include <limits>
+#include <memory>
 #include <random>
+#include <string>
+#include <vector>
 
 namespace tarnwell {
 namespace {
 
 constexpr std::int64_t endless = std::numeric_limits<std::int64_t>::max();
 
-// A listing made the plain way, with lists in lists, to compare with.
-struct PlainRow {
-    const FileNode* node;
-    std::int64_t selected;
-    double share;
-    std::int64_t depth;
-    std::vector<PlainRow> children;
-};
+// A listing made the plain way, to compare with.
+struct PlainListing {
+    SizeMode mode;
+    std::optional<std::int64_t> top;
 
-std::vector<PlainRow> plainChildren(const FileNode& of, SizeMode mode, std::int64_t depthRemaining,
-                                    std::optional<std::int64_t> top, std::int64_t level) {
-    std::vector<PlainRow> rows;
-    if (depthRemaining < 1)
-        return rows;
-    std::vector<const FileNode*> children(of.children().begin(), of.children().end());
-    std::sort(children.begin(), children.end(), [&](const FileNode* a, const FileNode* b) {
-        return a->sizeFor(mode) != b->sizeFor(mode) ? a->sizeFor(mode) > b->sizeFor(mode)
-                                                    : a->name() < b->name();
-    });
-    if (top && *top < std::ssize(children))
-        children.resize(static_cast<std::size_t>(std::max<std::int64_t>(*top, 0)));
-    const std::int64_t total = of.sizeFor(mode);
-    for (const FileNode* child : children) {
-        const std::int64_t size = child->sizeFor(mode);
-        rows.push_back({child, size, total < 1 ? 0 : static_cast<double>(size) / static_cast<double>(total),
-                        level, plainChildren(*child, mode, depthRemaining - 1, top, level + 1)});
+    struct Row {
+        const FileNode* node;
+        double share;
+        std::int64_t depth;
+    };
+
+    std::vector<const FileNode*> children(const FileNode& of) const {
+        std::vector<const FileNode*> children(of.children().begin(), of.children().end());
+        std::sort(children.begin(), children.end(), [&](const FileNode* a, const FileNode* b) {
+            return a->sizeFor(mode) != b->sizeFor(mode) ? a->sizeFor(mode) > b->sizeFor(mode)
+                                                        : a->name() < b->name();
+        });
+        if (top && *top < std::ssize(children))
+            children.resize(static_cast<std::size_t>(std::max<std::int64_t>(*top, 0)));
+        return children;
     }
-    return rows;
-}
 
-void plainHuman(std::string& text, const std::vector<PlainRow>& rows) {
-    for (const PlainRow& row : rows) {
-        text += ByteFormatter::string(row.selected, "0 bytes") + "  " + ByteFormatter::percent(row.share, 1) +
-                "  " + std::string(static_cast<std::size_t>(row.depth) * 2, ' ') +
-                std::string(row.node->name()) + "\n";
-        plainHuman(text, row.children);
+    double share(const FileNode& node) const {
+        const std::int64_t total = node.parent()->sizeFor(mode);
+        return total < 1 ? 0 : static_cast<double>(node.sizeFor(mode)) / static_cast<double>(total);
     }
-}
 
-void plainJSON(JSONWriter& json, const std::vector<PlainRow>& rows) {
-    json.beginArray();
-    for (const PlainRow& row : rows) {
-        json.beginObject();
-        json.key("allocatedSize");
-        json.integer(row.node->allocatedSize);
-        if (!row.children.empty()) {
-            json.key("children");
-            plainJSON(json, row.children);
+    void addRows(std::vector<Row>& rows, const FileNode& of, std::int64_t depthRemaining,
+                 std::int64_t level) const {
+        if (depthRemaining < 1)
+            return;
+        for (const FileNode* child : children(of)) {
+            rows.push_back({child, share(*child), level});
+            addRows(rows, *child, depthRemaining - 1, level + 1);
         }
-        json.key("isDirectory");
-        json.boolean(row.node->isDirectory());
-        json.key("name");
-        json.string(row.node->name());
-        json.key("path");
-        json.string(row.node->path());
-        json.key("reclaimableSize");
-        json.integer(row.node->reclaimableSize);
-        json.key("share");
-        json.number(row.share);
-        json.key("size");
-        json.integer(row.node->size);
-        json.endObject();
     }
-    json.endArray();
-}
 
-void flatten(std::vector<const PlainRow*>& flat, const std::vector<PlainRow>& rows) {
-    for (const PlainRow& row : rows) {
-        flat.push_back(&row);
-        flatten(flat, row.children);
+    void writeChildren(JSONWriter& json, const FileNode& of, std::int64_t depthRemaining) const {
+        json.key("children");
+        json.beginArray();
+        for (const FileNode* child : depthRemaining < 1 ? std::vector<const FileNode*>() : children(of)) {
+            json.beginObject();
+            json.key("allocatedSize");
+            json.integer(child->allocatedSize);
+            if (depthRemaining > 1 && !children(*child).empty())
+                writeChildren(json, *child, depthRemaining - 1);
+            json.key("isDirectory");
+            json.boolean(child->isDirectory());
+            json.key("name");
+            json.string(child->name());
+            json.key("path");
+            json.string(child->path());
+            json.key("reclaimableSize");
+            json.integer(child->reclaimableSize);
+            json.key("share");
+            json.number(share(*child));
+            json.key("size");
+            json.integer(child->size);
+            json.endObject();
+        }
+        json.endArray();
     }
-}
+};
 
 std::vector<std::vector<std::string>> readCSV(const std::string& document) {
     const auto rows = test::readCSV(document);
@@ -141,41 +135,41 @@ TEST(CLIRender, EveryFormAgreesWithThePlainWay) {
                      {std::optional<std::int64_t>(), {-3}, {2}, {endless}}) {
                     const auto root = randomTree(++seed, rootPath);
                     const CLIListedScan scan = CLIRender::listedScan(*root, mode, depth, top);
-                    const std::vector<PlainRow> plain = plainChildren(*root, mode, depth, top, 0);
-
-                    std::string human;
-                    plainHuman(human, plain);
-                    human += ByteFormatter::string(root->sizeFor(mode), "0 bytes") + "  total\n";
-                    const std::string lines = CLIRender::human(scan);
-                    ASSERT_EQ(lines, human);
-                    expectLittleSlack(lines);
+                    const PlainListing plain{.mode = mode, .top = top};
 
                     std::string children;
                     JSONWriter json(children);
                     json.beginObject();
-                    json.key("children");
-                    plainJSON(json, plain);
+                    plain.writeChildren(json, *root, depth);
                     const std::string document = CLIRender::json(scan);
                     ASSERT_EQ(document.substr(0, children.size()), children);
                     expectLittleSlack(document);
 
-                    const std::string text = CLIRender::csv(scan);
-                    expectLittleSlack(text);
-                    const auto rows = readCSV(text);
-                    std::vector<const PlainRow*> flat;
-                    flatten(flat, plain);
-                    ASSERT_EQ(rows.size(), flat.size() + 1);
-                    ASSERT_EQ(scan.children.size(), flat.size());
-                    for (std::size_t index = 0; index < flat.size(); ++index) {
-                        const PlainRow& row = *flat[index];
-                        ASSERT_EQ(rows[index + 1],
+                    std::vector<PlainListing::Row> rows;
+                    plain.addRows(rows, *root, depth, 0);
+                    const std::string csv = CLIRender::csv(scan);
+                    expectLittleSlack(csv);
+                    const auto fields = readCSV(csv);
+                    ASSERT_EQ(fields.size(), rows.size() + 1);
+                    ASSERT_EQ(scan.children.size(), rows.size());
+                    std::string lines;
+                    for (std::size_t index = 0; index < rows.size(); ++index) {
+                        const auto& [node, share, level] = rows[index];
+                        const std::string name(node->name());
+                        lines += ByteFormatter::string(node->sizeFor(mode), "0 bytes") + "  " +
+                                 ByteFormatter::percent(share, 1) + "  " +
+                                 std::string(static_cast<std::size_t>(level) * 2, ' ') + name + "\n";
+                        ASSERT_EQ(fields[index + 1],
                                   (std::vector<std::string>{
-                                      std::string(row.node->name()), row.node->path(),
-                                      row.node->isDirectory() ? "true" : "false",
-                                      std::to_string(row.node->size), std::to_string(row.node->allocatedSize),
-                                      std::to_string(row.node->reclaimableSize), decimalText(row.share)}));
-                        ASSERT_EQ(scan.children[index].path(), row.node->path());
+                                      name, node->path(), node->isDirectory() ? "true" : "false",
+                                      std::to_string(node->size), std::to_string(node->allocatedSize),
+                                      std::to_string(node->reclaimableSize), decimalText(share)}));
+                        ASSERT_EQ(scan.children[index].path(), node->path());
                     }
+                    lines += ByteFormatter::string(root->sizeFor(mode), "0 bytes") + "  total\n";
+                    const std::string human = CLIRender::human(scan);
+                    ASSERT_EQ(human, lines);
+                    expectLittleSlack(human);
                 }
 }
 
@@ -276,21 +270,27 @@ TEST(CLIRender, SharesOfUnusualParents) {
 
 TEST(CLIRender, ChildrenBelowAnyNodeAtAnyLevel) {
     const auto root = randomTree(2, "/data");
-    const CLIListedScan whole = CLIRender::listedScan(*root, SizeMode::allocated, endless, std::nullopt);
-    const auto folder =
-        std::find_if(whole.children.begin(), whole.children.end(),
-                     [](const CLIListedNode& row) { return row.node->children().size() > 3; });
-    ASSERT_NE(folder, whole.children.end());
-    const auto end = std::find_if(folder + 1, whole.children.end(),
-                                  [&](const CLIListedNode& row) { return row.depth <= folder->depth; });
-    EXPECT_EQ(
-        CLIRender::children(*folder->node, SizeMode::allocated, endless, std::nullopt, folder->depth + 1),
-        std::vector<CLIListedNode>(folder + 1, end));
-    EXPECT_EQ(CLIRender::listedScan(*randomTree(2, "/data"), SizeMode::allocated, endless, std::nullopt),
-              whole)
-        << "listings of equal trees are equal";
-    EXPECT_NE(CLIRender::listedScan(*randomTree(2, "/other"), SizeMode::allocated, endless, std::nullopt),
-              whole);
+    const auto folder = std::ranges::find_if(
+        root->children(), [](const FileNode* node) { return node->children().size() > 3; });
+    ASSERT_NE(folder, root->children().end());
+    std::vector<PlainListing::Row> rows;
+    PlainListing{.mode = SizeMode::allocated, .top = {}}.addRows(rows, **folder, 2, 7);
+    const auto listed = CLIRender::children(**folder, SizeMode::allocated, 2, std::nullopt, 7);
+    ASSERT_EQ(listed.size(), rows.size());
+    for (std::size_t index = 0; index < rows.size(); ++index) {
+        EXPECT_EQ(listed[index].node, rows[index].node);
+        EXPECT_EQ(listed[index].depth, rows[index].depth);
+    }
+}
+
+TEST(CLIRender, ListingsOfEqualTreesAreEqual) {
+    const std::shared_ptr<FileNode> trees[] = {randomTree(2, "/data"), randomTree(2, "/data"),
+                                               randomTree(2, "/other")};
+    const auto listing = [&](std::size_t tree) {
+        return CLIRender::listedScan(*trees[tree], SizeMode::allocated, endless, std::nullopt);
+    };
+    EXPECT_EQ(listing(0), listing(1));
+    EXPECT_NE(listing(0), listing(2));
 }
 
 TEST(CLIRender, PiecesAreTheWholeDocument) {
