@@ -80,36 +80,26 @@ TEST(JSONFileDefaults, KeepsValuesOfEveryKind) {
 TEST(JSONFileDefaults, ConvertsWhatHasAMeaningAndNothingElse) {
     const TemporaryFolder folder;
     JSONFileDefaults defaults(folder.writeFile("s.json", R"({
-        "true": true, "four": 4, "fraction": -2.9, "zero": 0.0, "beyond": 18446744073709551615, "far": 1e300,
-        "digits": "12", "decimal": "0.25", "YES": "YES", "no": "no", "words": "twelve", "null": null,
+        "true": true, "fraction": -2.9, "zero": 0.0, "beyond": 18446744073709551615, "far": 1e300,
+        "digits": "12", "decimal": "0.25", "YES": "YES", "no": "no", "words": "twelve",
         "list": ["a"], "mixed": ["a", 1], "nested": {"a": {"b": [1, {"base64": "AA=="}]}},
         "date": {"secondsSince1970": 978307200}, "data": {"base64": "aGk="}, "bad data": {"base64": "a*=="},
-        "bad date": {"secondsSince1970": "x"}, "far date": {"secondsSince1970": 1.7976931348623159e308}, "odd data": {"base64": "aGk"}, "more": {"base64": "", "x": 1}})"));
-    using Integer = std::optional<std::int64_t>;
+        "bad date": {"secondsSince1970": "x"}, "far date": {"secondsSince1970": 1.7976931348623159e308},
+        "odd data": {"base64": "aGk"}, "more": {"base64": "", "x": 1}})"));
     const struct {
         const char* key;
         std::optional<bool> boolean;
-        Integer integer;
+        std::optional<std::int64_t> integer;
         std::optional<double> number;
         std::optional<std::string> string;
     } cases[] = {
-        {"true", true, 1, 1.0, {}},
-        {"four", true, 4, 4.0, {}},
-        {"fraction", true, -2, -2.9, {}},
-        {"zero", false, 0, 0.0, {}},
-        {"beyond", true, largest, 18446744073709551615.0, {}},
-        {"far", true, largest, 1e300, {}},
-        {"digits", {}, 12, 12.0, "12"},
-        {"decimal", {}, 0, 0.25, "0.25"},
-        {"YES", true, {}, {}, "YES"},
-        {"no", false, {}, {}, "no"},
-        {"words", {}, {}, {}, "twelve"},
-        {"null", {}, {}, {}, {}},
-        {"list", {}, {}, {}, {}},
-        {"nested", {}, {}, {}, {}},
-        {"date", {}, {}, {}, {}},
-        {"data", {}, {}, {}, "hi"},
-        {"absent", {}, {}, {}, {}},
+        {"true", true, 1, 1.0, {}},        {"fraction", true, -2, -2.9, {}},
+        {"zero", false, 0, 0.0, {}},       {"beyond", true, largest, 18446744073709551615.0, {}},
+        {"far", true, largest, 1e300, {}}, {"digits", {}, 12, 12.0, "12"},
+        {"decimal", {}, 0, 0.25, "0.25"},  {"YES", true, {}, {}, "YES"},
+        {"no", false, {}, {}, "no"},       {"words", {}, {}, {}, "twelve"},
+        {"list", {}, {}, {}, {}},          {"date", {}, {}, {}, {}},
+        {"data", {}, {}, {}, "hi"},        {"absent", {}, {}, {}, {}},
     };
     for (const auto& each : cases) {
         EXPECT_EQ(defaults.boolean(each.key), each.boolean) << each.key;
