@@ -291,6 +291,7 @@ TEST(CLIRender, ListingsOfEqualTreesAreEqual) {
     };
     EXPECT_EQ(listing(0), listing(1));
     EXPECT_NE(listing(0), listing(2));
+    EXPECT_NE(listing(0).children.front(), listing(0).children.back());
 }
 
 TEST(CLIRender, PiecesAreTheWholeDocument) {

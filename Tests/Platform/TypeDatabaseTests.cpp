@@ -28,6 +28,7 @@ TEST(TypeDatabase, FreedesktopTypes) {
         {"pfa", Type::font, none},
         {"lzh", Type::archive, none},
         {"jar", Type::archive, Type::application},
+        {"apk", Type::archive, Type::application},
         {"iso9660", Type::diskImage, Type::archive},
         {"raw-disk-image", Type::diskImage, none},
         {"f90", Type::sourceCode | Type::text, Type::script},

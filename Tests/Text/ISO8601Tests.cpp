@@ -65,6 +65,7 @@ TEST(ISO8601, OffsetsAreTakenBackToUTC) {
 
 TEST(ISO8601, OtherTextsAreNoDates) {
     for (const char* text : {"",
+                             "2024",
                              "2024-05-01T09:30:00",
                              "2024-05-01 09:30:00Z",
                              "2024-05-01T09:30Z",
