@@ -43,17 +43,14 @@ TEST(FolderOpening, NothingLeadsElsewhere) {
         {"a/b/c", true},
         {way + "/b/c", true},
         {"link", false},
-        {"link/b", false},
         {"link/b/c", false},
         {"a/link", false},
-        {"a/link/b", false},
         {"file", false},
         {"file/b", false},
         {"missing/b", false},
         {way + "/link", false},
         {way + "/link/b/c", false},
         {"link within/b", false},
-        {"link within", false},
     };
     const int root = ::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     struct stat rootStatus = {};
