@@ -289,6 +289,7 @@ TEST(CLIRender, ListingsOfEqualTreesAreEqual) {
     const auto listing = [&](std::size_t tree) {
         return CLIRender::listedScan(*trees[tree], SizeMode::allocated, endless, std::nullopt);
     };
+    EXPECT_EQ(listing(0), listing(0));
     EXPECT_EQ(listing(0), listing(1));
     EXPECT_NE(listing(0), listing(2));
     EXPECT_NE(listing(0).children.front(), listing(0).children.back());
