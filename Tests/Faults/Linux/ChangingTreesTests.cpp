@@ -45,12 +45,6 @@ using test::TemporaryFolder;
 /// What no scan may find: far more than all that is there to be found.
 constexpr std::int64_t secretSize = 1'000'000'000'000;
 
-void makeSparse(const fs::path& file, std::int64_t size) {
-    const int descriptor = ::open(file.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
-    (void)!::ftruncate(descriptor, size); // of what is gone already, fails
-    ::close(descriptor);
-}
-
 /// Another process, which does the same again and again until this is gone.
 class Meanwhile {
 public:
@@ -145,7 +139,7 @@ TEST_P(ChangingTrees, LinksPlantedInPlaceOfFoldersLeadNowhere) {
         fs::create_directories(inner);
         fs::create_directories(secret);
         (void)folder.makeFile((inner.lexically_relative(folder.path()) / "file").string(), 10);
-        makeSparse(secret / "secret", secretSize);
+        test::makeSparse(secret / "secret", secretSize);
         fs::create_symlink(secret, inner.parent_path() / "link");
     }
     const Meanwhile swaps([&](int round) {
@@ -163,7 +157,7 @@ TEST_P(ChangingTrees, LinksPlantedInPlaceOfFoldersLeadNowhere) {
 TEST_P(ChangingTrees, EverythingChangesTypeVanishesAndComesBack) {
     const bool mayMount = MountedImage::make({.type = "tmpfs", .size = 10'000'000}).has_value();
     const TemporaryFolder outside;
-    makeSparse(outside / "secret", secretSize);
+    test::makeSparse(outside / "secret", secretSize);
     const TemporaryFolder folder;
     folder.makeFile("steady/file", 1234);
     folder.makeFile("busy/keeps/file", 10);
@@ -180,16 +174,16 @@ TEST_P(ChangingTrees, EverythingChangesTypeVanishesAndComesBack) {
             fs::create_symlink(outside.path(), place, ignored);
             break;
         case 2:
-            makeSparse(place, 100);
+            test::makeSparse(place, 100);
             break;
         case 3:
             fs::create_directories(place, ignored);
             if (mayMount && ::mount("tarnwell-test", place.c_str(), "tmpfs", 0, nullptr) == 0)
-                makeSparse(place / "secret", secretSize);
+                test::makeSparse(place / "secret", secretSize);
             break;
         default:
             fs::create_directories(place / "a" / "b" / "c", ignored);
-            makeSparse(place / "a" / "b" / "file", 100);
+            test::makeSparse(place / "a" / "b" / "file", 100);
             fs::rename(place / "a", folder / "busy" / "moved", ignored);
             break;
         }

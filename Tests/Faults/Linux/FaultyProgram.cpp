@@ -155,22 +155,41 @@ bool isThorough() {
     return value != nullptr && std::string_view(value) == "1";
 }
 
+void writeFile(const fs::path& file, std::string_view text) {
+    fs::create_directories(file.parent_path());
+    std::ofstream(file, std::ios::binary) << text;
+}
+
+void makeSparse(const fs::path& file, std::int64_t size) {
+    const int descriptor = ::open(file.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
+    (void)!::ftruncate(descriptor, size);
+    ::close(descriptor);
+}
+
 FaultyOutcome runWithFault(const Program& program, const std::optional<Fault>& fault) {
     static const std::string libraries = preloadedLibraries();
-    std::vector<std::string> environment{"PATH=/usr/sbin:/usr/bin:/sbin:/bin",
-                                         "TARNWELL_FAULT_REPORT=" + std::to_string(reportNumber)};
+    constexpr std::string_view placeholder = "WORLD";
+    std::vector<std::string> words = program.arguments;
+    for (std::string& word : words)
+        if (word.starts_with(placeholder))
+            word.replace(0, placeholder.size(), program.world);
+    std::vector<std::string> environment = sanitizerOptions();
+    environment.insert(environment.end(), {"PATH=/usr/sbin:/usr/bin:/sbin:/bin",
+                                           "TARNWELL_FAULT_REPORT=" + std::to_string(reportNumber)});
     if (program.isWatched)
         environment.push_back("LD_PRELOAD=" + libraries);
-    for (std::string& option : sanitizerOptions())
-        environment.push_back(std::move(option));
-    if (fault) {
-        environment.push_back("TARNWELL_FAULT_KIND=" + fault->kind);
-        environment.push_back("TARNWELL_FAULT_CALL=" + std::to_string(fault->call));
-        environment.push_back("TARNWELL_FAULT_COUNT=" + std::to_string(fault->count));
-        environment.push_back("TARNWELL_FAULT_ERROR=" + std::to_string(fault->error));
-    }
-    environment.insert(environment.end(), program.environment.begin(), program.environment.end());
-    const std::vector<char*> arguments = pointersTo(program.arguments);
+    if (fault)
+        environment.insert(environment.end(), {"TARNWELL_FAULT_KIND=" + fault->kind,
+                                               "TARNWELL_FAULT_CALL=" + std::to_string(fault->call),
+                                               "TARNWELL_FAULT_COUNT=" + std::to_string(fault->count),
+                                               "TARNWELL_FAULT_ERROR=" + std::to_string(fault->error)});
+    const std::string world = program.world;
+    if (!world.empty())
+        environment.insert(environment.end(),
+                           {"HOME=" + world, "XDG_DATA_HOME=" + world + "/data",
+                            "XDG_CONFIG_HOME=" + world + "/config", "XDG_RUNTIME_DIR=" + world + "/run",
+                            "GIO_USE_VFS=local", "GIO_USE_VOLUME_MONITOR=unix"});
+    const std::vector<char*> arguments = pointersTo(words);
     const std::vector<char*> variables = pointersTo(environment);
 
     const Scratch output;
@@ -181,8 +200,10 @@ FaultyOutcome runWithFault(const Program& program, const std::optional<Fault>& f
         ::dup2(output.descriptor(), STDOUT_FILENO);
         ::dup2(error.descriptor(), STDERR_FILENO);
         const int lifted = ::fcntl(report.descriptor(), F_DUPFD_CLOEXEC, 100);
-        ::syscall(SYS_close_range, 3, 99, 0);
-        ::dup2(lifted, reportNumber);
+        ::syscall(SYS_close_range, 3, lifted - 1, 0);
+        ::syscall(SYS_close_range, lifted + 1, ~0U, 0);
+        if (program.isWatched)
+            ::dup2(lifted, reportNumber);
         limit(RLIMIT_NOFILE, program.descriptorLimit);
         limit(RLIMIT_STACK, program.stackLimit);
         limit(RLIMIT_AS, isSanitized() ? 0 : largestMemory); // sanitizers take terabytes of addresses
@@ -203,11 +224,14 @@ FaultyOutcome runWithFault(const Program& program, const std::optional<Fault>& f
     return outcome;
 }
 
-std::string whyNotFaulty() {
-    const FaultyOutcome outcome = runWithFault({{TARNWELL_TOOL, "--help"}, {}}, std::nullopt);
-    if (outcome.exitCode != 0)
-        return "a library cannot be preloaded here: " + outcome.error;
-    return outcome.report.empty() ? "the preloaded library says nothing here" : "";
+const std::string& whyNotFaulty() {
+    static const std::string reason = [] {
+        const FaultyOutcome outcome = runWithFault({.arguments = {TARNWELL_TOOL, "--help"}});
+        if (outcome.exitCode != 0)
+            return "a library cannot be preloaded here: " + outcome.error;
+        return std::string(outcome.report.empty() ? "the preloaded library says nothing here" : "");
+    }();
+    return reason;
 }
 
 namespace {
@@ -302,65 +326,51 @@ std::string generalComplaint(const FaultScenario& scenario, const FaultyOutcome&
     return {};
 }
 
-/// Gathers what went wrong in many runs, on several threads.
-class Complaints {
-public:
-    void add(const Fault& fault, const std::string& complaint, const FaultyOutcome& outcome) {
-        const std::lock_guard guard(mutex_);
-        ++count_;
-        if (count_ <= 12)
-            text_ += fault.text() + ": " + complaint + "\n  exit code " + std::to_string(outcome.exitCode) +
-                     ", output: " + outcome.output.substr(0, 400) +
-                     "\n  error: " + outcome.error.substr(0, 1500) + "\n";
-    }
-    void expectNone() const { EXPECT_EQ(count_, 0) << text_; }
-
-private:
-    std::mutex mutex_;
-    int count_ = 0;    // guarded by mutex_
-    std::string text_; // guarded by mutex_
-};
-
 } // namespace
 
 void expectToSurviveFaults(const FaultScenario& scenario) {
     const bool hasMemoryPlace = ::access("/dev/shm", W_OK) == 0;
     const TemporaryFolder folder(scenario.place.empty() && hasMemoryPlace ? "/dev/shm" : scenario.place);
-    const fs::path original = folder.makeFolder("original");
-    scenario.prepare(original);
-    const FaultyOutcome undisturbed = runWithFault(scenario.program(original), std::nullopt);
+    Program program = scenario.program;
+    program.world = folder.makeFolder("original");
+    scenario.prepare(program.world);
+    const FaultyOutcome undisturbed = runWithFault(program);
     ASSERT_EQ(undisturbed.exitCode, 0) << undisturbed.error;
-    ASSERT_FALSE(undisturbed.report.empty());
     const std::vector<Fault> faults = faultsFor(undisturbed);
     ASSERT_FALSE(faults.empty());
-    Complaints complaints;
+    std::mutex mutex;
+    int complaintCount = 0; // guarded by mutex
+    std::string complaints; // guarded by mutex
     std::atomic<std::size_t> next = 0;
     std::atomic<std::size_t> spoiled = 0;
-    const auto work = [&](int thread) {
-        fs::path world = original;
+    const auto work = [&](Program mine, int thread) {
         for (std::size_t index = next++; index < faults.size(); index = next++) {
             const Fault& fault = faults[index];
             if (scenario.changesWorld) {
-                world = folder / ("world" + std::to_string(thread));
-                fs::remove_all(world);
-                fs::create_directory(world);
-                scenario.prepare(world);
+                mine.world = folder / ("world" + std::to_string(thread));
+                fs::remove_all(mine.world);
+                fs::create_directory(mine.world);
+                scenario.prepare(mine.world);
             }
-            const FaultyOutcome outcome = runWithFault(scenario.program(world), fault);
+            const FaultyOutcome outcome = runWithFault(mine, fault);
             spoiled += outcome.count("failed") > 0 ? 1 : 0;
             std::string complaint = generalComplaint(scenario, outcome, undisturbed, fault);
-            if (complaint.empty() && scenario.complaint)
-                complaint = scenario.complaint(world, outcome, undisturbed, fault);
-            if (!complaint.empty())
-                complaints.add(fault, complaint, outcome);
+            if (complaint.empty())
+                complaint = scenario.complaint({mine.world, outcome, undisturbed, fault});
+            const std::lock_guard guard(mutex);
+            if (!complaint.empty() && ++complaintCount <= 12)
+                complaints += fault.text() + ": " + complaint + "\n  exit code " +
+                              std::to_string(outcome.exitCode) +
+                              ", output: " + outcome.output.substr(0, 400) +
+                              "\n  error: " + outcome.error.substr(0, 1500) + "\n";
         }
     };
     std::vector<std::thread> threads;
     for (int thread = 0; thread < 3; ++thread)
-        threads.emplace_back(work, thread);
+        threads.emplace_back(work, program, thread);
     for (std::thread& thread : threads)
         thread.join();
-    complaints.expectNone();
+    EXPECT_EQ(complaintCount, 0) << complaints;
     // Threads take turns as they like, so a few calls may come a little less often than before.
     EXPECT_GT(spoiled * 10, faults.size() * 8) << "too few calls failed to prove anything";
     testing::Test::RecordProperty("runs", static_cast<int>(faults.size()));

@@ -3,11 +3,15 @@
 // Runs a program whose system calls are watched, and one or more of which are made to fail, by a preloaded
 // library (Shim/FaultyCalls.cpp).
 
+#include <gtest/gtest.h>
+
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tarnwell::test {
@@ -16,10 +20,10 @@ namespace tarnwell::test {
 inline constexpr int sanitizerCode = 66;
 
 struct Program {
-    /// The first is the program's path.
+    /// The first is the program's path. "WORLD" at the start of one stands for the world.
     std::vector<std::string> arguments;
-    /// "NAME=value", besides PATH.
-    std::vector<std::string> environment;
+    /// The folder that is the program's home, with its data and settings below; none when empty.
+    std::filesystem::path world = {};
     /// How many descriptors it may have open; 0 for as many as this process.
     std::size_t descriptorLimit = 0;
     /// Bytes of stack of each of its threads; 0 for as many as this process.
@@ -53,10 +57,19 @@ struct FaultyOutcome {
 };
 
 /// Why programs cannot be run this way here; empty when they can.
-std::string whyNotFaulty();
+const std::string& whyNotFaulty();
+
+/// Tests that are skipped then.
+class ProgramFaults : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!whyNotFaulty().empty())
+            GTEST_SKIP() << whyNotFaulty();
+    }
+};
 
 /// Runs the program to its end. Safe from any thread.
-FaultyOutcome runWithFault(const Program& program, const std::optional<Fault>& fault);
+FaultyOutcome runWithFault(const Program& program, const std::optional<Fault>& fault = std::nullopt);
 
 /// Whether the long form of tests was asked for, by TARNWELL_THOROUGH=1 in the environment.
 bool isThorough();
@@ -64,17 +77,30 @@ bool isThorough();
 /// Whether programs are built with a sanitizer, which takes memory and time.
 bool isSanitized();
 
+/// A file with this text, in a folder that is made when it is not there.
+void writeFile(const std::filesystem::path& file, std::string_view text);
+
+/// A file of that many bytes, none of which is written; none where its folder has just gone.
+void makeSparse(const std::filesystem::path& file, std::int64_t size);
+
+/// A run that ended with 0 or 1, whatever failed.
+struct FaultyRun {
+    const std::filesystem::path& world;
+    const FaultyOutcome& outcome;
+    const FaultyOutcome& undisturbed;
+    const Fault& fault;
+};
+
 /// A program and what must hold whatever fails in it.
 struct FaultScenario {
     /// Makes all that the program needs in an empty folder.
-    std::function<void(const std::filesystem::path& world)> prepare;
-    std::function<Program(const std::filesystem::path& world)> program;
+    std::function<void(const std::filesystem::path& world)> prepare = [](const std::filesystem::path&) {};
+    /// Each run gives it a world.
+    Program program;
     /// What of an output does not change from run to run.
     std::function<std::string(std::string)> essence = [](std::string output) { return output; };
-    /// What is wrong with the world or the outcome after a run that ended with 0 or 1; empty when nothing is.
-    std::function<std::string(const std::filesystem::path& world, const FaultyOutcome& outcome,
-                              const FaultyOutcome& undisturbed, const Fault& fault)>
-        complaint;
+    /// What is wrong with the world or the outcome after a run; empty when nothing is.
+    std::function<std::string(const FaultyRun& run)> complaint;
     /// Where the worlds are made; in memory, as far as there is a place for that, when empty.
     std::filesystem::path place = {};
     /// Whether each run needs a world of its own.

@@ -8,7 +8,6 @@
 #include "Tests/Support/JSONListing.hpp"
 #include "Tests/Support/MountedImage.hpp"
 #include "Tests/Support/PlainCSV.hpp"
-#include "Tests/Support/RandomTree.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 #include <fcntl.h>
@@ -25,9 +24,11 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <expected>
 #include <filesystem>
 #include <functional>
 #include <limits>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -48,71 +49,49 @@ ScanResult scan(const fs::path& folder) {
 }
 
 bool canBeWatched() {
-    static const bool isPossible = test::whyNotFaulty().empty();
-    return isPossible;
+    return test::whyNotFaulty().empty();
 }
 
 /// The tool's run on a folder, watched where that is possible.
 FaultyOutcome runTool(std::vector<std::string> arguments, std::size_t stackLimit = 0) {
     arguments.insert(arguments.begin(), TARNWELL_TOOL);
-    return test::runWithFault({.arguments = std::move(arguments),
-                               .environment = {},
-                               .stackLimit = stackLimit,
-                               .isWatched = canBeWatched()},
-                              std::nullopt);
+    return test::runWithFault(
+        {.arguments = std::move(arguments), .stackLimit = stackLimit, .isWatched = canBeWatched()});
 }
 
-void makeSparse(const fs::path& file, std::int64_t size) {
-    const int descriptor = ::open(file.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
-    EXPECT_EQ(::ftruncate(descriptor, size), 0) << file;
-    ::close(descriptor);
+int openFolder(const fs::path& folder) {
+    return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 }
 
-/// A folder in memory, where files are made fast and may have any number of links.
-class InMemory : public testing::Test {
-protected:
-    void SetUp() override {
-        if (::access("/dev/shm", W_OK) != 0)
-            GTEST_SKIP() << "no /dev/shm";
-        folder_.emplace("/dev/shm");
+TEST(HostileTrees, ManyNamesInOneFolderAndManyOfOneFile) {
+    // In memory, files are made fast and may have any number of links.
+    if (::access("/dev/shm", W_OK) != 0)
+        GTEST_SKIP() << "no /dev/shm";
+    const TemporaryFolder folder("/dev/shm");
+    const int count = test::isThorough() ? 1'000'000 : 100'000;
+    const int files = openFolder(folder.makeFolder("files"));
+    const int links = openFolder(folder.makeFolder("links"));
+    folder.makeFile("links/0", 5000);
+    for (int index = 0; index < count; ++index) {
+        const std::string name = std::to_string(index);
+        ASSERT_EQ(::mknodat(files, name.c_str(), S_IFREG | 0644, 0), 0) << index;
+        ASSERT_TRUE(index == 0 || ::linkat(links, "0", links, name.c_str(), 0) == 0) << index;
     }
-    const TemporaryFolder& folder() const { return *folder_; }
-
-private:
-    std::optional<TemporaryFolder> folder_;
-};
-
-int entryCount() {
-    return test::isThorough() ? 1'000'000 : 100'000;
-}
-
-TEST_F(InMemory, ManyNamesInOneFolder) {
-    const int count = entryCount();
-    const int parent = ::open(folder().path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    for (int index = 0; index < count; ++index)
-        ASSERT_EQ(::mknodat(parent, std::to_string(index).c_str(), S_IFREG | 0644, 0), 0) << index;
-    ::close(parent);
-    const ScanResult result = scan(folder().path());
-    EXPECT_EQ(result.root->fileCount(), count);
-    std::set<int> numbers;
-    for (const FileNode* child : result.root->children())
-        numbers.insert(std::stoi(std::string(child->name())));
-    EXPECT_EQ(numbers.size(), static_cast<std::size_t>(count));
-}
-
-TEST_F(InMemory, ManyNamesOfOneFile) {
-    const int count = entryCount();
-    const int parent = ::open(folder().path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    folder().makeFile("0", 5000);
-    for (int index = 1; index < count; ++index)
-        ASSERT_EQ(::linkat(parent, "0", parent, std::to_string(index).c_str(), 0), 0) << index;
-    ::close(parent);
-    const ScanResult result = scan(folder().path());
-    EXPECT_EQ(result.root->fileCount(), count);
+    ::close(files);
+    ::close(links);
+    const ScanResult result = scan(folder.path());
+    for (const char* name : {"files", "links"}) {
+        const FileNode* parent = result.root->node(name);
+        EXPECT_EQ(parent->fileCount(), count) << name;
+        std::set<int> numbers;
+        for (const FileNode* child : parent->children())
+            numbers.insert(std::stoi(std::string(child->name())));
+        EXPECT_EQ(numbers.size(), static_cast<std::size_t>(count)) << name;
+    }
     EXPECT_EQ(result.root->size, 5000);
     EXPECT_EQ(result.stats.hardlinkDuplicateCount, count - 1);
     EXPECT_EQ(result.stats.hardlinkSavedBytes, 5000 * (count - std::int64_t{1}));
-    EXPECT_FALSE(result.root->node("0")->isHardlinkDuplicate());
+    EXPECT_FALSE(result.root->node("links/0")->isHardlinkDuplicate());
 }
 
 TEST(HostileTrees, EveryByteInNames) {
@@ -143,17 +122,30 @@ TEST(HostileTrees, EveryByteInNames) {
     EXPECT_EQ(items->itemCount, names.size());
 }
 
-class HugeFiles : public testing::TestWithParam<const char*> {};
+/// A folder on a file system of the kind that is the parameter.
+class FileSystems : public testing::TestWithParam<const char*> {
+protected:
+    void SetUp() override {
+        image_ = MountedImage::make({.type = GetParam()});
+        if (!image_)
+            GTEST_SKIP() << image_.error();
+        folder = (*image_)->path() / "folder";
+        fs::create_directories(folder / "inner");
+    }
 
-TEST_P(HugeFiles, SumsUpToTheLargestNumber) {
-    const auto image = MountedImage::make({.type = GetParam()});
-    if (!image)
-        GTEST_SKIP() << image.error();
-    const fs::path folder = (*image)->path() / "huge";
-    fs::create_directories(folder / "inner");
-    makeSparse(folder / "nearly all", largestSize - 8192);
-    makeSparse(folder / "inner" / "rest", 8192);
-    fs::create_hard_link(folder / "nearly all", folder / "inner" / "again");
+    fs::path folder;
+
+private:
+    std::expected<std::unique_ptr<MountedImage>, std::string> image_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Real, FileSystems, testing::Values("tmpfs", "xfs", "btrfs"),
+                         [](const auto& kind) { return std::string(kind.param); });
+
+TEST_P(FileSystems, HugeFilesSumUpToTheLargestNumber) {
+    test::makeSparse(folder / "nearly all", largestSize - 8192);
+    test::makeSparse(folder / "inner/rest", 8192);
+    fs::create_hard_link(folder / "nearly all", folder / "inner/again");
     const FaultyOutcome json = runTool({"scan", folder, "--json", "--depth=9", "--size-mode=apparent"});
     const auto items = test::readJSONListing(json.output);
     ASSERT_TRUE(items.has_value()) << json.error;
@@ -164,8 +156,27 @@ TEST_P(HugeFiles, SumsUpToTheLargestNumber) {
     EXPECT_NE(listing.output.find("100.0%"), std::string::npos) << listing.output;
 }
 
-INSTANTIATE_TEST_SUITE_P(OnRealFileSystems, HugeFiles, testing::Values("tmpfs", "xfs", "btrfs"),
-                         [](const auto& kind) { return std::string(kind.param); });
+TEST_P(FileSystems, SpecialFilesAreNeverOpened) {
+    // Where extents are shared, regular files are opened.
+    test::makeSparse(folder / "file", 10);
+    ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0666), 0);
+    const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    (folder / "socket").native().copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ::close(socket);
+    ASSERT_EQ(::mknod((folder / "zeros").c_str(), S_IFCHR | 0666, ::makedev(1, 5)), 0);
+    ASSERT_EQ(::mknod((folder / "memory disk").c_str(), S_IFBLK | 0666, ::makedev(1, 0)), 0);
+    fs::create_symlink("zeros", folder / "link");
+    const FaultyOutcome outcome = runTool({"scan", folder, "--csv"});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.error;
+    EXPECT_EQ(std::ranges::count(outcome.output, '\n'), 8);
+    if (!canBeWatched())
+        GTEST_SKIP() << "whether devices are opened cannot be told here";
+    ASSERT_TRUE(outcome.report.contains("devices"));
+    EXPECT_EQ(outcome.count("devices"), 0);
+}
 
 TEST(HostileTrees, ChainsAreNoMatterOfTheStack) {
     // 64 KiB of stack are less than 66 bytes for each of the levels. The sanitizer that bears no watching
@@ -173,7 +184,7 @@ TEST(HostileTrees, ChainsAreNoMatterOfTheStack) {
     const std::size_t stack = canBeWatched() ? 64 << 10 : 0;
     constexpr int depth = 1'000;
     const TemporaryFolder folder;
-    int parent = ::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    int parent = openFolder(folder.path());
     for (int level = 0; level < depth; ++level) {
         ASSERT_EQ(::mkdirat(parent, "ab", 0755), 0);
         const int next = ::openat(parent, "ab", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -188,38 +199,6 @@ TEST(HostileTrees, ChainsAreNoMatterOfTheStack) {
         EXPECT_NE(outcome.output.find("file"), std::string::npos) << form;
     }
 }
-
-class SpecialFiles : public testing::TestWithParam<const char*> {};
-
-TEST_P(SpecialFiles, AreNeverOpened) {
-    // Where extents are shared, regular files are opened.
-    const auto image = MountedImage::make({.type = GetParam()});
-    if (!image)
-        GTEST_SKIP() << image.error();
-    const fs::path folder = (*image)->path() / "special";
-    fs::create_directories(folder);
-    makeSparse(folder / "file", 10);
-    ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0666), 0);
-    const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    (folder / "socket").native().copy(address.sun_path, sizeof address.sun_path - 1);
-    ASSERT_EQ(::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    ::close(socket);
-    ASSERT_EQ(::mknod((folder / "zeros").c_str(), S_IFCHR | 0666, ::makedev(1, 5)), 0);
-    ASSERT_EQ(::mknod((folder / "memory disk").c_str(), S_IFBLK | 0666, ::makedev(1, 0)), 0);
-    fs::create_symlink("zeros", folder / "link");
-    const FaultyOutcome outcome = runTool({"scan", folder, "--csv"});
-    EXPECT_EQ(outcome.exitCode, 0) << outcome.error;
-    EXPECT_EQ(std::ranges::count(outcome.output, '\n'), 7);
-    if (!canBeWatched())
-        GTEST_SKIP() << "whether devices are opened cannot be told here";
-    ASSERT_TRUE(outcome.report.contains("devices"));
-    EXPECT_EQ(outcome.count("devices"), 0);
-}
-
-INSTANTIATE_TEST_SUITE_P(OnRealFileSystems, SpecialFiles, testing::Values("tmpfs", "xfs", "btrfs"),
-                         [](const auto& kind) { return std::string(kind.param); });
 
 TEST(HostileTrees, WhatTheSystemMakesUpEnds) {
     for (const char* root : {"/proc", "/sys", "/dev"}) {
@@ -241,18 +220,15 @@ protected:
         for (const std::string& point : points_)
             ::umount2(point.c_str(), MNT_DETACH);
     }
-    void mount(const char* source, const fs::path& point, const char* type, unsigned long flags,
+    bool mount(const char* source, const fs::path& point, const char* type, unsigned long flags,
                const std::string& options = {}) {
-        isMounted_ = ::mount(source, point.c_str(), type, flags, options.c_str()) == 0;
-        if (isMounted_)
-            points_.insert(points_.begin(), point.string());
+        points_.insert(points_.begin(), point.string());
+        return ::mount(source, point.c_str(), type, flags, options.c_str()) == 0;
     }
-    bool isMounted() const { return isMounted_; }
     const TemporaryFolder& folder() const { return folder_; }
 
 private:
     const TemporaryFolder folder_;
-    bool isMounted_ = false;
     std::vector<std::string> points_;
 };
 
@@ -261,10 +237,8 @@ TEST_F(Mounts, BoundFoldersAreFoldersAndNoEndlessOnes) {
     folder().makeFile("source/inner/file", 10);
     folder().makeFolder("target");
     folder().makeFolder("itself");
-    mount((folder() / "source").c_str(), folder() / "target", "", MS_BIND);
-    ASSERT_TRUE(isMounted());
-    mount(folder().path().c_str(), folder() / "itself", "", MS_BIND);
-    ASSERT_TRUE(isMounted());
+    ASSERT_TRUE(mount((folder() / "source").c_str(), folder() / "target", "", MS_BIND));
+    ASSERT_TRUE(mount(folder().path().c_str(), folder() / "itself", "", MS_BIND));
     const ScanResult result = scan(folder().path());
     // Of the same device, so a scan reads them where they are; below "itself", nothing is mounted.
     EXPECT_EQ(result.root->node("target")->size, 1010);
@@ -302,9 +276,8 @@ TEST_F(Mounts, WhatIsMountedMeanwhileIsNotEntered) {
     beforeOpening = [&](const std::string& name) {
         if (name != "victim")
             return;
-        mount("tarnwell-test", folder() / "victim", "tmpfs", 0);
-        ASSERT_TRUE(isMounted());
-        makeSparse(folder() / "victim" / "secret", 5000);
+        ASSERT_TRUE(mount("tarnwell-test", folder() / "victim", "tmpfs", 0));
+        test::makeSparse(folder() / "victim" / "secret", 5000);
     };
     const ScanResult result = ScanEngine(folder().path(), oneWorker(), true, calls).run();
     beforeOpening = nullptr;
@@ -358,10 +331,9 @@ TEST_F(Mounts, AutomountsAreNotTriggered) {
         const fs::path point = folder().makeFolder(kind);
         int requests[2];
         ASSERT_EQ(::pipe2(requests, O_CLOEXEC), 0);
-        mount("tarnwell-test", point, "autofs", 0,
-              "fd=" + std::to_string(requests[1]) + ",pgrp=" + std::to_string(::getpgrp()) +
-                  ",minproto=5,maxproto=5," + kind);
-        if (!isMounted())
+        if (!mount("tarnwell-test", point, "autofs", 0,
+                   "fd=" + std::to_string(requests[1]) + ",pgrp=" + std::to_string(::getpgrp()) +
+                       ",minproto=5,maxproto=5," + kind))
             GTEST_SKIP() << "this kernel mounts no autofs";
         fs::path trigger = point;
         if (kind == std::string_view("indirect")) {

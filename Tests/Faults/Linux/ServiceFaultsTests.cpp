@@ -4,12 +4,9 @@
 #include "Tests/Faults/Linux/FaultyProgram.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string>
 
@@ -18,58 +15,39 @@ namespace fs = std::filesystem;
 namespace tarnwell {
 namespace {
 
-using test::Fault;
-using test::FaultyOutcome;
-using test::Program;
-
-Program subject(const fs::path& world, std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), TARNWELL_FAULTS_SUBJECT);
-    return {.arguments = std::move(arguments),
-            .environment = {"HOME=" + world.string(), "XDG_DATA_HOME=" + (world / "data").string(),
-                            "XDG_CONFIG_HOME=" + (world / "config").string(),
-                            "XDG_RUNTIME_DIR=" + (world / "run").string(), "GIO_USE_VFS=local",
-                            "GIO_USE_VOLUME_MONITOR=unix"}};
-}
-
-void write(const fs::path& file, std::string_view text) {
-    fs::create_directories(file.parent_path());
-    std::ofstream(file, std::ios::binary) << text;
-}
-
-class ServiceFaults : public testing::Test {
-protected:
-    void SetUp() override {
-        static const std::string reason = test::whyNotFaulty();
-        if (!reason.empty())
-            GTEST_SKIP() << reason;
-    }
-};
+using test::FaultyRun;
+using test::writeFile;
+using ServiceFaults = test::ProgramFaults;
 
 const std::string oldSettings = "{\n  \"other\": \"kept\",\n  \"theme\": \"dark\"\n}\n";
 const std::string newSettings = "{\n  \"other\": \"kept\",\n  \"theme\": \"light\"\n}\n";
 
+void makeSettings(const fs::path& world) {
+    writeFile(world / "config/com.tarnwell.json", oldSettings);
+}
+
 TEST_F(ServiceFaults, ChangingASetting) {
     test::expectToSurviveFaults({
-        .prepare = [](const fs::path& world) { write(world / "config/com.tarnwell.json", oldSettings); },
-        .program = [](const fs::path& world) { return subject(world, {"set", "theme", "light"}); },
-        .complaint = [](const fs::path& world, const FaultyOutcome& outcome, const FaultyOutcome&,
-                        const Fault& fault) -> std::string {
-            const std::string text = test::readFile(world / "config/com.tarnwell.json");
-            const fs::path damaged = world / "config/com.tarnwell.json.damaged";
+        .prepare = makeSettings,
+        .program = {.arguments = {TARNWELL_FAULTS_SUBJECT, "set", "theme", "light"}},
+        .complaint = [](const FaultyRun& run) -> std::string {
+            const std::string& kind = run.fault.kind;
+            const int exitCode = run.outcome.exitCode;
+            const std::string text = test::readFile(run.world / "config/com.tarnwell.json");
+            const fs::path damaged = run.world / "config/com.tarnwell.json.damaged";
             const bool isKeptAside = fs::exists(damaged) && test::readFile(damaged) == oldSettings;
             // A file of which the system says that it is not there holds nothing to keep.
-            const bool seemsMissing = fault.kind == "open" && fault.error == ENOENT && outcome.exitCode == 0;
+            const bool seemsMissing = kind == "open" && run.fault.error == ENOENT && exitCode == 0;
             if (text != oldSettings && text != newSettings && !isKeptAside && !seemsMissing)
                 return "settings were lost: " + text;
             // Without the folder's sync nobody can say so, though the new file is in place.
-            const bool isNewUnsynced =
-                fault.kind == "sync" || fault.kind == "close" || fault.kind == "memory";
-            if (outcome.exitCode == 0 && text == oldSettings)
+            const bool isNewUnsynced = kind == "sync" || kind == "close" || kind == "memory";
+            if (exitCode == 0 && text == oldSettings)
                 return "stored nothing and said it had";
-            if (outcome.exitCode == 1 && text == newSettings && !isNewUnsynced)
+            if (exitCode == 1 && text == newSettings && !isNewUnsynced)
                 return "stored a change and said it had not";
-            for (const fs::directory_entry& entry : fs::directory_iterator(world / "config"))
-                if (entry.path().extension() == ".tmp" && fault.kind != "unlink")
+            for (const fs::directory_entry& entry : fs::directory_iterator(run.world / "config"))
+                if (entry.path().extension() == ".tmp" && kind != "unlink")
                     return "left behind: " + entry.path().string();
             return {};
         },
@@ -79,13 +57,12 @@ TEST_F(ServiceFaults, ChangingASetting) {
 
 TEST_F(ServiceFaults, ReadingASetting) {
     test::expectToSurviveFaults({
-        .prepare = [](const fs::path& world) { write(world / "config/com.tarnwell.json", oldSettings); },
-        .program = [](const fs::path& world) { return subject(world, {"get", "theme"}); },
-        .complaint = [](const fs::path& world, const FaultyOutcome& outcome, const FaultyOutcome&,
-                        const Fault&) -> std::string {
-            if (test::readFile(world / "config/com.tarnwell.json") != oldSettings)
+        .prepare = makeSettings,
+        .program = {.arguments = {TARNWELL_FAULTS_SUBJECT, "get", "theme"}},
+        .complaint = [](const FaultyRun& run) -> std::string {
+            if (test::readFile(run.world / "config/com.tarnwell.json") != oldSettings)
                 return "reading changed the settings";
-            return outcome.exitCode == 1 || outcome.output == "dark\n" ? "" : "reads something else";
+            return run.outcome.exitCode == 1 || run.outcome.output == "dark\n" ? "" : "reads something else";
         },
         .changesWorld = false,
         .failsSilently = false,
@@ -94,20 +71,15 @@ TEST_F(ServiceFaults, ReadingASetting) {
 
 TEST_F(ServiceFaults, RunningAnotherProgram) {
     test::expectToSurviveFaults({
-        .prepare = [](const fs::path&) {},
-        .program =
-            [](const fs::path& world) {
-                return subject(world, {"shell", "-c", "echo out; echo err >&2; exit 3"});
-            },
-        .complaint = [](const fs::path&, const FaultyOutcome& outcome, const FaultyOutcome&,
-                        const Fault& fault) -> std::string {
+        .program = {.arguments = {TARNWELL_FAULTS_SUBJECT, "shell", "-c", "echo out; echo err >&2; exit 3"}},
+        .complaint = [](const FaultyRun& run) -> std::string {
             // A pipe that cannot be read any more ends, and a status that nobody gets is -1.
-            const bool mayBePart = fault.kind == "read" || fault.kind == "wait";
+            const bool mayBePart = run.fault.kind == "read" || run.fault.kind == "wait";
             const std::string whole = "3 [out\n] [err\n]\n";
-            const std::string& output = outcome.output;
+            const std::string& output = run.outcome.output;
             const bool isKnown = output == whole + whole || output == "not started\n" + whole ||
                                  output == whole + "not started\n" || output == "not started\nnot started\n";
-            return outcome.exitCode == 1 || isKnown || mayBePart ? "" : "another result";
+            return run.outcome.exitCode == 1 || isKnown || mayBePart ? "" : "another result";
         },
         .changesWorld = false,
         .failsSilently = false,
@@ -116,14 +88,12 @@ TEST_F(ServiceFaults, RunningAnotherProgram) {
 
 TEST_F(ServiceFaults, EndingAnotherProgram) {
     test::expectToSurviveFaults({
-        .prepare = [](const fs::path&) {},
         // Where it cannot be asked to end, it does so by itself before the grace period is over.
-        .program = [](const fs::path& world) { return subject(world, {"hang", "-c", "exec sleep 1"}); },
-        .complaint = [](const fs::path&, const FaultyOutcome& outcome, const FaultyOutcome&,
-                        const Fault&) -> std::string {
-            const bool isKnown =
-                outcome.output == "-9 [] [timed out after 0.05s]\n" || outcome.output == "not started\n";
-            return outcome.exitCode == 1 || isKnown ? "" : "another result";
+        .program = {.arguments = {TARNWELL_FAULTS_SUBJECT, "hang", "-c", "exec sleep 1"}},
+        .complaint = [](const FaultyRun& run) -> std::string {
+            const std::string& output = run.outcome.output;
+            const bool isKnown = output == "-9 [] [timed out after 0.05s]\n" || output == "not started\n";
+            return run.outcome.exitCode == 1 || isKnown ? "" : "another result";
         },
         .changesWorld = false,
         .failsSilently = false,
@@ -132,17 +102,15 @@ TEST_F(ServiceFaults, EndingAnotherProgram) {
 
 TEST_F(ServiceFaults, ListingVolumes) {
     test::expectToSurviveFaults({
-        .prepare = [](const fs::path&) {},
-        .program = [](const fs::path& world) { return subject(world, {"volumes"}); },
-        .complaint = [](const fs::path&, const FaultyOutcome& outcome, const FaultyOutcome& undisturbed,
-                        const Fault&) -> std::string {
-            if (outcome.exitCode == 1)
+        .program = {.arguments = {TARNWELL_FAULTS_SUBJECT, "volumes"}},
+        .complaint = [](const FaultyRun& run) -> std::string {
+            if (run.outcome.exitCode == 1)
                 return {};
-            std::istringstream lines(outcome.output);
+            std::istringstream lines(run.outcome.output);
             for (std::string line; std::getline(lines, line);)
-                if (line != "no figures" && undisturbed.output.find(line + "\n") == std::string::npos)
+                if (line != "no figures" && run.undisturbed.output.find(line + "\n") == std::string::npos)
                     return "lists what is not there: " + line;
-            return outcome.output.ends_with("figures\n") ? "" : "did not come to its end";
+            return run.outcome.output.ends_with("figures\n") ? "" : "did not come to its end";
         },
         .changesWorld = false,
         .failsSilently = false,
@@ -150,43 +118,38 @@ TEST_F(ServiceFaults, ListingVolumes) {
 }
 
 TEST_F(ServiceFaults, MovingToTheTrash) {
+    // The items and the files that they are or hold, each with a text of its own.
+    static const std::map<std::string, std::string> files{{"letter", "letter"}, {"folder", "folder/inner"}};
     test::expectToSurviveFaults({
         .prepare =
             [](const fs::path& world) {
-                write(world / "items/letter", "the only copy");
-                write(world / "items/folder/inner", "another only copy");
+                for (const auto& [item, file] : files)
+                    writeFile(world / "items" / file, "the only " + item);
             },
-        .program =
-            [](const fs::path& world) {
-                return subject(world, {"trash", world / "items/letter", world / "items/folder"});
-            },
+        .program = {.arguments = {TARNWELL_FAULTS_SUBJECT, "trash", "WORLD/items/letter",
+                                  "WORLD/items/folder"}},
         .essence =
             [](const std::string& output) {
                 return std::to_string(std::ranges::count(output, '\n')) +
                        (output.find("failed") == std::string::npos ? " moved" : " failed");
             },
-        .complaint = [](const fs::path& world, const FaultyOutcome& outcome, const FaultyOutcome&,
-                        const Fault&) -> std::string {
-            const auto isAt = [](const fs::path& path, std::string_view contents) {
-                return fs::exists(path) && test::readFile(path) == contents;
+        .complaint = [](const FaultyRun& run) -> std::string {
+            const auto says = [&](const std::string& line) {
+                return run.outcome.output.find(line) != std::string::npos;
             };
-            const fs::path trashed = world / "data/Trash/files";
-            struct Item {
-                const char* name;
-                const char* file;
-                std::string_view contents;
-            };
-            for (const Item& item : {Item{"letter", "letter", "the only copy"},
-                                     Item{"folder", "folder/inner", "another only copy"}}) {
-                const bool isThere = isAt(world / "items" / item.file, item.contents);
-                const bool isTrashed = isAt(trashed / item.file, item.contents);
-                const std::string path = (world / "items" / item.name).string() + "\n";
+            for (const auto& [item, file] : files) {
+                const auto isIn = [&](const fs::path& folder) {
+                    return fs::exists(folder / file) && test::readFile(folder / file) == "the only " + item;
+                };
+                const bool isThere = isIn(run.world / "items");
+                const bool isTrashed = isIn(run.world / "data/Trash/files");
+                const std::string path = (run.world / "items" / item).string() + "\n";
                 if (!isThere && !isTrashed)
-                    return std::string("lost: ") + item.name;
-                if (isThere && outcome.output.find("moved " + path) != std::string::npos)
-                    return std::string("not moved, but said so: ") + item.name;
-                if (isTrashed && outcome.output.find("failed " + path) != std::string::npos)
-                    return std::string("moved, but said it failed: ") + item.name;
+                    return "lost: " + item;
+                if (isThere && says("moved " + path))
+                    return "not moved, but said so: " + item;
+                if (isTrashed && says("failed " + path))
+                    return "moved, but said it failed: " + item;
             }
             return {};
         },
@@ -196,23 +159,23 @@ TEST_F(ServiceFaults, MovingToTheTrash) {
 }
 
 TEST_F(ServiceFaults, DeletingASnapshot) {
-    static constexpr const char* unwanted = "11111111-1111-4111-8111-111111111111";
-    static const auto storeOf = [](const fs::path& world) { return world / "data/Tarnwell/Snapshots"; };
+    static constexpr const char* unwanted =
+        "data/Tarnwell/Snapshots/11111111-1111-4111-8111-111111111111.json";
+    static constexpr const char* wanted = "data/Tarnwell/Snapshots/22222222-2222-4222-8222-222222222222.json";
     test::expectToSurviveFaults({
         .prepare =
             [](const fs::path& world) {
-                write(storeOf(world) / (unwanted + std::string(".json")), "unwanted");
-                write(storeOf(world) / "22222222-2222-4222-8222-222222222222.json", "kept");
+                writeFile(world / unwanted, "unwanted");
+                writeFile(world / wanted, "kept");
             },
-        .program = [](const fs::path& world) { return subject(world, {"delete", unwanted}); },
-        .complaint = [](const fs::path& world, const FaultyOutcome& outcome, const FaultyOutcome&,
-                        const Fault& fault) -> std::string {
-            if (test::readFile(storeOf(world) / "22222222-2222-4222-8222-222222222222.json") != "kept")
+        .program = {.arguments = {TARNWELL_FAULTS_SUBJECT, "delete", fs::path(unwanted).stem()}},
+        .complaint = [](const FaultyRun& run) -> std::string {
+            if (test::readFile(run.world / wanted) != "kept")
                 return "another snapshot was lost";
             // What is not there any more need not be removed.
-            const bool seemsGone = fault.kind == "unlink" && fault.error == ENOENT;
-            const bool isThere = fs::exists(storeOf(world) / (unwanted + std::string(".json")));
-            if (isThere != (outcome.exitCode == 1) && !seemsGone)
+            const bool seemsGone = run.fault.kind == "unlink" && run.fault.error == ENOENT;
+            const bool isThere = fs::exists(run.world / unwanted);
+            if (isThere != (run.outcome.exitCode == 1) && !seemsGone)
                 return isThere ? "not deleted, but said so" : "deleted, but said it was not";
             return {};
         },
@@ -223,19 +186,16 @@ TEST_F(ServiceFaults, Measuring) {
     test::expectToSurviveFaults({
         .prepare =
             [](const fs::path& world) {
-                write(world / "tree/a/file", std::string(1'000, 'a'));
-                write(world / "tree/b/file", std::string(200, 'b'));
+                writeFile(world / "tree/a/file", std::string(1'000, 'a'));
+                writeFile(world / "tree/b/file", std::string(200, 'b'));
             },
-        .program = [](const fs::path& world) { return subject(world, {"measure", world / "tree"}); },
-        .complaint = [](const fs::path&, const FaultyOutcome& outcome, const FaultyOutcome&,
-                        const Fault&) -> std::string {
-            if (outcome.exitCode == 1)
-                return {};
+        .program = {.arguments = {TARNWELL_FAULTS_SUBJECT, "measure", "WORLD/tree"}},
+        .complaint = [](const FaultyRun& run) -> std::string {
             for (const char* known : {"0 1200 2 2\n", "0 1000 1 2\n", "0 200 1 2\n", "0 1000 1 1\n",
                                       "0 200 1 1\n", "0 0 0 2\n", "0 0 0 1\n", "0 0 0 0\n", "1 0 0 0\n"})
-                if (outcome.output == known)
+                if (run.outcome.output == known)
                     return {};
-            return "measured something else";
+            return run.outcome.exitCode == 1 ? "" : "measured something else";
         },
         .changesWorld = false,
     });

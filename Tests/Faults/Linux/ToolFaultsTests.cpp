@@ -17,7 +17,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <regex>
 #include <string>
@@ -29,39 +28,37 @@ namespace {
 
 using test::Fault;
 using test::FaultyOutcome;
+using test::FaultyRun;
 using test::Program;
+using test::writeFile;
+using ToolFaults = test::ProgramFaults;
 
 /// Two stored snapshots, of which the second is larger.
 constexpr const char* olderID = "11111111-1111-4111-8111-111111111111";
 constexpr const char* newerID = "22222222-2222-4222-8222-222222222222";
 
-void write(const fs::path& file, std::string_view text) {
-    fs::create_directories(file.parent_path());
-    std::ofstream(file, std::ios::binary) << text;
-}
-
 /// Some of everything, in `world`/tree.
 void makeTree(const fs::path& world) {
     const fs::path tree = world / "tree";
-    write(tree / "notes.txt", std::string(5'000, 'n'));
-    write(tree / "photo.JPG", std::string(20'000, 'p'));
-    write(tree / "plan.dxf", "for the type database");
-    write(tree / "Tool.app/Contents/binary", std::string(9'000, 'b'));
+    writeFile(tree / "notes.txt", std::string(5'000, 'n'));
+    writeFile(tree / "photo.JPG", std::string(20'000, 'p'));
+    writeFile(tree / "plan.dxf", "for the type database");
+    writeFile(tree / "Tool.app/Contents/binary", std::string(9'000, 'b'));
     fs::create_symlink("nowhere", tree / "link");
     fs::create_hard_link(tree / "notes.txt", tree / "second name");
     ::mkfifo((tree / "pipe").c_str(), 0644);
     fs::path level = tree;
     for (int depth = 0; depth < 9; ++depth) {
         level /= "level " + std::to_string(depth);
-        write(level / "file", std::string(static_cast<std::size_t>(depth) * 100, 'd'));
+        writeFile(level / "file", std::string(static_cast<std::size_t>(depth) * 100, 'd'));
         fs::create_directory(level / "sibling");
     }
 }
 
 void makeSmallTree(const fs::path& world) {
-    write(world / "tree/one", std::string(9'000, '1'));
-    write(world / "tree/folder/two", std::string(200'000, '2'));
-    write(world / "tree/folder/three", std::string(7'000, '3'));
+    writeFile(world / "tree/one", std::string(9'000, '1'));
+    writeFile(world / "tree/folder/two", std::string(200'000, '2'));
+    writeFile(world / "tree/folder/three", std::string(7'000, '3'));
     ::mkfifo((world / "tree/folder/pipe").c_str(), 0644);
     const int folder = ::open(world.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     ::syncfs(folder); // only then do files have extents
@@ -79,18 +76,12 @@ void makeStore(const fs::path& world) {
         snapshot.createdAt = dateFromReferenceSeconds(id == olderID ? 700'000'000 : 700'100'000);
         store.save(snapshot);
     }
-    write(storeOf(world) / "damaged.json", "{");
+    writeFile(storeOf(world) / "damaged.json", "{");
 }
 
 void makeTreeAndStore(const fs::path& world) {
     makeTree(world);
     makeStore(world);
-}
-
-Program tool(const fs::path& world, std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), TARNWELL_TOOL);
-    return {.arguments = std::move(arguments),
-            .environment = {"HOME=" + world.string(), "XDG_DATA_HOME=" + (world / "data").string()}};
 }
 
 std::map<std::string, std::string> filesIn(const fs::path& folder) {
@@ -131,12 +122,11 @@ std::string withoutIdentities(const std::string& text) {
 }
 
 /// A listing may lack what could not be read; what it has is no more than there is.
-std::string listingComplaint(const fs::path&, const FaultyOutcome& outcome, const FaultyOutcome& undisturbed,
-                             const Fault&) {
-    if (outcome.exitCode != 0)
+std::string listingComplaint(const FaultyRun& run) {
+    if (run.outcome.exitCode != 0)
         return {};
-    const auto listing = test::readJSONListing(outcome.output);
-    const auto all = test::readJSONListing(undisturbed.output);
+    const auto listing = test::readJSONListing(run.outcome.output);
+    const auto all = test::readJSONListing(run.undisturbed.output);
     if (!listing || !all)
         return "the listing is not whole";
     if (listing->totalSize > all->totalSize)
@@ -154,16 +144,15 @@ std::string listingComplaint(const fs::path&, const FaultyOutcome& outcome, cons
 }
 
 /// Whatever happens, the snapshots that were there stay whole, and nothing is left behind.
-std::string readingComplaint(const fs::path& world, const FaultyOutcome&, const FaultyOutcome&,
-                             const Fault&) {
-    const StoreState state(world);
+std::string readingComplaint(const FaultyRun& run) {
+    const StoreState state(run.world);
     if (!state.areOldOnesWhole)
         return "a stored snapshot was lost or changed";
     return state.others.empty() ? "" : "left behind: " + state.others.front();
 }
 
-std::string savingComplaint(const fs::path& world, const FaultyOutcome& outcome, const FaultyOutcome&,
-                            const Fault& fault) {
+std::string savingComplaint(const FaultyRun& run) {
+    const auto& [world, outcome, undisturbed, fault] = run;
     const StoreState state(world);
     if (!state.areOldOnesWhole)
         return "a stored snapshot was lost or changed";
@@ -182,37 +171,24 @@ std::string savingComplaint(const fs::path& world, const FaultyOutcome& outcome,
     return listed.size() == 3 && listed.front().totalFiles <= 20 ? "" : "the new snapshot is not whole";
 }
 
-class ToolFaults : public testing::Test {
-protected:
-    void SetUp() override {
-        static const std::string reason = test::whyNotFaulty();
-        if (!reason.empty())
-            GTEST_SKIP() << reason;
-    }
-};
+const Program scanOfTree{.arguments = {TARNWELL_TOOL, "scan", "WORLD/tree", "--json", "--depth=99"}};
+const Program saveOfTree{.arguments = {TARNWELL_TOOL, "snapshot", "save", "WORLD/tree"}};
 
 TEST_F(ToolFaults, Scan) {
     test::expectToSurviveFaults({
         .prepare = makeTree,
-        .program =
-            [](const fs::path& world) {
-                return tool(world, {"scan", world / "tree", "--json", "--depth=99"});
-            },
+        .program = scanOfTree,
         .complaint = listingComplaint,
         .changesWorld = false,
     });
 }
 
 TEST_F(ToolFaults, ScanThatReopensFolders) {
-    // So few descriptors that hardly a folder keeps its own.
+    Program program = scanOfTree;
+    program.descriptorLimit = 12; // hardly a folder keeps its own
     test::expectToSurviveFaults({
         .prepare = makeTree,
-        .program =
-            [](const fs::path& world) {
-                Program program = tool(world, {"scan", world / "tree", "--json", "--depth=99"});
-                program.descriptorLimit = 12;
-                return program;
-            },
+        .program = program,
         .complaint = listingComplaint,
         .changesWorld = false,
     });
@@ -224,7 +200,7 @@ TEST_F(ToolFaults, ScanWhereExtentsAreShared) {
         GTEST_SKIP() << image.error();
     test::expectToSurviveFaults({
         .prepare = makeSmallTree,
-        .program = [](const fs::path& world) { return tool(world, {"scan", world / "tree", "--json"}); },
+        .program = scanOfTree,
         .complaint = listingComplaint,
         .place = (*image)->path(),
         .changesWorld = false,
@@ -235,12 +211,13 @@ TEST_F(ToolFaults, FewDescriptorsChangeNothing) {
     const test::TemporaryFolder world;
     makeTree(world.path());
     test::makeRandomTree(world.makeFolder("tree/random"), 400, 9);
-    Program program = tool(world.path(), {"scan", world / "tree", "--json", "--depth=99"});
-    const FaultyOutcome whole = test::runWithFault(program, std::nullopt);
+    Program program = scanOfTree;
+    program.world = world.path();
+    const FaultyOutcome whole = test::runWithFault(program);
     ASSERT_EQ(whole.exitCode, 0) << whole.error;
     for (const std::size_t limit : {20u, 15u, 12u, 10u}) {
         program.descriptorLimit = limit;
-        const FaultyOutcome outcome = test::runWithFault(program, std::nullopt);
+        const FaultyOutcome outcome = test::runWithFault(program);
         EXPECT_EQ(outcome.exitCode, 0) << limit << ": " << outcome.error;
         EXPECT_TRUE(outcome.output == whole.output) << limit;
     }
@@ -256,9 +233,9 @@ TEST_F(ToolFaults, NeitherDescriptorsNorMemory) {
         for (const char* leaf : {"1", "2", "3", "4"}) // wait, and their parent with them
             world.makeFolder(folder + leaf);
     }
-    Program program = tool(world.path(), {"scan", world / "tree"});
-    program.descriptorLimit = 12;
-    const FaultyOutcome whole = test::runWithFault(program, std::nullopt);
+    const Program program{
+        .arguments = {TARNWELL_TOOL, "scan", "WORLD/tree"}, .world = world.path(), .descriptorLimit = 12};
+    const FaultyOutcome whole = test::runWithFault(program);
     ASSERT_EQ(whole.exitCode, 0) << whole.error;
     const long step = 1 + whole.count("memory") / (test::isSanitized() ? 40 : 200);
     for (long call = 1; call <= whole.count("memory"); call += step) {
@@ -272,7 +249,7 @@ TEST_F(ToolFaults, NeitherDescriptorsNorMemory) {
 TEST_F(ToolFaults, SnapshotSave) {
     test::expectToSurviveFaults({
         .prepare = makeTreeAndStore,
-        .program = [](const fs::path& world) { return tool(world, {"snapshot", "save", world / "tree"}); },
+        .program = saveOfTree,
         .essence = withoutIdentities,
         .complaint = savingComplaint,
     });
@@ -281,18 +258,18 @@ TEST_F(ToolFaults, SnapshotSave) {
 TEST_F(ToolFaults, SnapshotSaveIntoAStoreThatIsNotThere) {
     test::expectToSurviveFaults({
         .prepare = makeTree,
-        .program = [](const fs::path& world) { return tool(world, {"snapshot", "save", world / "tree"}); },
+        .program = saveOfTree,
         .essence = withoutIdentities,
-        .complaint = [](const fs::path& world, const FaultyOutcome& outcome, const FaultyOutcome&,
-                        const Fault& fault) -> std::string {
+        .complaint = [](const FaultyRun& run) -> std::string {
             std::size_t files = 0;
             std::error_code none;
-            for (const fs::directory_entry& entry : fs::recursive_directory_iterator(world / "data", none))
+            for (const auto& entry : fs::recursive_directory_iterator(run.world / "data", none))
                 files += entry.is_directory() ? 0 : 1;
-            if (fault.count == 0 && fault.kind == "unlink")
+            if (run.fault.count == 0 && run.fault.kind == "unlink")
                 return {};
-            const bool isRight =
-                outcome.exitCode == 0 ? files == 1 : files == 0 || (files == 1 && fault.kind == "memory");
+            const bool isRight = run.outcome.exitCode == 0
+                                     ? files == 1
+                                     : files == 0 || (files == 1 && run.fault.kind == "memory");
             return isRight ? "" : std::to_string(files) + " files";
         },
     });
@@ -301,18 +278,15 @@ TEST_F(ToolFaults, SnapshotSaveIntoAStoreThatIsNotThere) {
 TEST_F(ToolFaults, SnapshotList) {
     test::expectToSurviveFaults({
         .prepare = makeStore,
-        .program = [](const fs::path& world) { return tool(world, {"snapshot", "list"}); },
-        .complaint = [](const fs::path& world, const FaultyOutcome& outcome, const FaultyOutcome& undisturbed,
-                        const Fault& fault) -> std::string {
-            const std::size_t middle = undisturbed.output.find('\n') + 1;
-            const std::string whole = undisturbed.output;
-            const std::string& seen = outcome.output;
+        .program = {.arguments = {TARNWELL_TOOL, "snapshot", "list"}},
+        .complaint = [](const FaultyRun& run) -> std::string {
+            const std::string& whole = run.undisturbed.output;
+            const std::string& seen = run.outcome.output;
+            const std::size_t middle = whole.find('\n') + 1;
             // What cannot be read is passed over.
             const bool isPart = seen == whole || seen == whole.substr(0, middle) ||
                                 seen == whole.substr(middle) || seen == "No snapshots.\n";
-            if (outcome.exitCode == 0 && !isPart)
-                return "lists something else";
-            return readingComplaint(world, outcome, undisturbed, fault);
+            return run.outcome.exitCode == 0 && !isPart ? "lists something else" : readingComplaint(run);
         },
         .changesWorld = false,
         .mayEndWithoutMemory = true, // the iterator over folders
@@ -322,15 +296,10 @@ TEST_F(ToolFaults, SnapshotList) {
 TEST_F(ToolFaults, SnapshotDiff) {
     test::expectToSurviveFaults({
         .prepare = makeStore,
-        .program =
-            [](const fs::path& world) {
-                return tool(world, {"snapshot", "diff", olderID, newerID, "--json"});
-            },
-        .complaint = [](const fs::path& world, const FaultyOutcome& outcome, const FaultyOutcome& undisturbed,
-                        const Fault& fault) -> std::string {
-            if (outcome.exitCode == 0 && outcome.output != undisturbed.output)
-                return "shows another difference";
-            return readingComplaint(world, outcome, undisturbed, fault);
+        .program = {.arguments = {TARNWELL_TOOL, "snapshot", "diff", olderID, newerID, "--json"}},
+        .complaint = [](const FaultyRun& run) -> std::string {
+            const bool isOther = run.outcome.exitCode == 0 && run.outcome.output != run.undisturbed.output;
+            return isOther ? "shows another difference" : readingComplaint(run);
         },
         .changesWorld = false,
         .mayEndWithoutMemory = true, // the iterator over folders

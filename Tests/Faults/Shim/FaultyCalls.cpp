@@ -12,18 +12,10 @@
 //
 // Programs that this one starts are left alone. Reading and writing the standard streams never fails.
 
-#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <poll.h>
-#include <pthread.h>
-#include <spawn.h>
-#include <sys/mman.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/vfs.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -32,62 +24,33 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <iterator>
 #include <new>
-#include <type_traits>
+#include <string_view>
 
 namespace {
 
-#define KINDS(KIND)                                                                                          \
-    KIND(open)                                                                                               \
-    KIND(openat2)                                                                                            \
-    KIND(close)                                                                                              \
-    KIND(read)                                                                                               \
-    KIND(write)                                                                                              \
-    KIND(sync)                                                                                               \
-    KIND(seek)                                                                                               \
-    KIND(truncate)                                                                                           \
-    KIND(getdents)                                                                                           \
-    KIND(opendir)                                                                                            \
-    KIND(readdir)                                                                                            \
-    KIND(stat)                                                                                               \
-    KIND(statx)                                                                                              \
-    KIND(statfs)                                                                                             \
-    KIND(access)                                                                                             \
-    KIND(readlink)                                                                                           \
-    KIND(getcwd)                                                                                             \
-    KIND(rename)                                                                                             \
-    KIND(unlink)                                                                                             \
-    KIND(mkdir)                                                                                              \
-    KIND(link)                                                                                               \
-    KIND(mode)                                                                                               \
-    KIND(fcntl)                                                                                              \
-    KIND(ioctl)                                                                                              \
-    KIND(lock)                                                                                               \
-    KIND(map)                                                                                                \
-    KIND(random)                                                                                             \
-    KIND(limits)                                                                                             \
-    KIND(pipe)                                                                                               \
-    KIND(poll)                                                                                               \
-    KIND(spawn)                                                                                              \
-    KIND(wait)                                                                                               \
-    KIND(kill)                                                                                               \
-    KIND(pidfd)                                                                                              \
-    KIND(thread)                                                                                             \
-    KIND(memory)
+constexpr std::string_view kindNames[] = {
+    "open",    "openat2", "close", "read",  "write",  "sync",   "seek",     "truncate", "getdents",
+    "opendir", "readdir", "stat",  "statx", "statfs", "access", "readlink", "getcwd",   "rename",
+    "unlink",  "mkdir",   "link",  "mode",  "fcntl",  "ioctl",  "lock",     "map",      "random",
+    "limits",  "pipe",    "poll",  "spawn", "wait",   "kill",   "pidfd",    "thread",   "memory"};
+constexpr std::size_t kindCount = std::size(kindNames);
 
-#define NAME_OF(kind) kind##Kind,
-enum Kind { KINDS(NAME_OF) kindCount };
-#undef NAME_OF
-#define TEXT_OF(kind) #kind,
-constexpr const char* kindNames[] = {KINDS(TEXT_OF)};
-#undef TEXT_OF
+/// `kindCount` for one that is not there.
+constexpr std::size_t findKind(std::string_view name) {
+    return static_cast<std::size_t>(std::ranges::find(kindNames, name) - kindNames);
+}
+
+consteval std::size_t kindNamed(std::string_view name) {
+    return findKind(name) < kindCount ? findKind(name) : throw "no such kind";
+}
 
 std::atomic<long> calls[kindCount];
 std::atomic<long> failures;
 std::atomic<long> devices;
 std::atomic<bool> isArmed;
-int failingKind = -1;
+std::size_t failingKind = kindCount;
 long firstFailing = 0;
 long failingCount = 1;
 int failingError = 0;
@@ -103,7 +66,7 @@ Function next(const char* name) {
 }
 
 /// Counts a call. Whether it is one to spoil.
-bool isDue(Kind kind) {
+bool isDue(std::size_t kind) {
     if (!isArmed.load(std::memory_order_relaxed))
         return false;
     const long number = ++calls[kind];
@@ -115,29 +78,33 @@ bool isDue(Kind kind) {
 }
 
 /// The same for a call that cannot be cut short.
-bool fails(Kind kind) {
+bool fails(std::size_t kind) {
     if (!isDue(kind) || failingError == 0)
         return false;
     errno = failingError;
     return true;
 }
 
-template <class Result>
-Result failed() {
-    if constexpr (std::is_pointer_v<Result>)
-        return nullptr;
+/// The same for a call that moves bytes, which may be cut down to `least`. Whether it fails.
+bool failsOrMovesFew(std::size_t kind, long& count, long least) {
+    if (!isDue(kind))
+        return false;
+    if (failingError == 0)
+        count = std::min(count, least);
     else
-        return -1;
+        errno = failingError;
+    return failingError != 0;
 }
 
 /// `descriptor` as it is; remembers what should not have been opened.
-int noteOpened(int descriptor, const char* path, int flags) {
+long noteOpened(long descriptor, long path, long flags) {
     struct stat status;
-    if (descriptor < 0 || (flags & O_PATH) != 0 || !isArmed ||
-        next<int (*)(int, struct stat*)>("fstat")(descriptor, &status) != 0)
+    const int opened = static_cast<int>(descriptor);
+    if (opened < 0 || (flags & O_PATH) != 0 || !isArmed ||
+        next<int (*)(int, struct stat*)>("fstat")(opened, &status) != 0)
         return descriptor;
-    const bool isHarmless = std::strcmp(path, "/dev/null") == 0 || std::strcmp(path, "/dev/urandom") == 0 ||
-                            std::strcmp(path, "/dev/random") == 0;
+    const std::string_view name = reinterpret_cast<const char*>(path);
+    const bool isHarmless = name == "/dev/null" || name == "/dev/urandom" || name == "/dev/random";
     if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode) && !isHarmless)
         ++devices;
     return descriptor;
@@ -158,9 +125,7 @@ long numberFrom(const char* name, long fallback) {
 
 __attribute__((constructor)) void readEnvironment() {
     if (const char* name = std::getenv("TARNWELL_FAULT_KIND"))
-        for (int kind = 0; kind < kindCount; ++kind)
-            if (std::strcmp(name, kindNames[kind]) == 0)
-                failingKind = kind;
+        failingKind = findKind(name);
     firstFailing = numberFrom("TARNWELL_FAULT_CALL", 1);
     failingCount = numberFrom("TARNWELL_FAULT_COUNT", 1);
     failingError = static_cast<int>(numberFrom("TARNWELL_FAULT_ERROR", EIO));
@@ -179,8 +144,8 @@ void report() {
         length += static_cast<std::size_t>(
             std::snprintf(text + length, sizeof text - length, "%s %ld\n", name, count));
     };
-    for (int kind = 0; kind < kindCount; ++kind)
-        add(kindNames[kind], calls[kind]);
+    for (std::size_t kind = 0; kind < kindCount; ++kind)
+        add(kindNames[kind].data(), calls[kind]);
     add("failed", failures);
     add("descriptors", openDescriptors() - descriptorsAtStart);
     add("devices", devices);
@@ -200,32 +165,26 @@ int watchedMain(int count, char** values, char** environment) {
 
 } // namespace
 
-// Each function gets the C library's name as its symbol but a name of its own here, since its declaration
-// need not match the library's to the letter. Variable arguments are taken as fixed ones, which the calling
-// conventions of Linux allow.
-#define SYMBOL(name) __asm__(#name)
-#define FAULTY(kind, Result, name, parameters, arguments)                                                    \
-    extern "C" Result faulty_##name parameters SYMBOL(name);                                                 \
-    extern "C" Result faulty_##name parameters {                                                             \
-        static const auto real = next<Result(*) parameters>(#name);                                          \
-        return fails(kind##Kind) ? failed<Result>() : real arguments;                                        \
+using Call = long (*)(long, long, long, long, long, long);
+
+// Each function gets the C library's name as its symbol but a name of its own here, since its declaration is
+// not the library's: whatever the arguments are, they are handed on as so many machine words, and so is the
+// result. The calling conventions of Linux allow that, for variable arguments, too.
+#define CALL(name)                                                                                           \
+    extern "C" long faulty_##name(long, long, long, long, long, long) __asm__(#name);                        \
+    extern "C" long faulty_##name(long a, long b, long c, long d, long e, long f)
+#define REAL(name) static const auto real = next<Call>(#name)
+#define FAULTY_WITH(failure, kind, name)                                                                     \
+    CALL(name) {                                                                                             \
+        REAL(name);                                                                                          \
+        return fails(kindNamed(#kind)) ? (failure) : real(a, b, c, d, e, f);                                 \
     }
-// Those that return the errno.
-#define FAULTY_BY_CODE(kind, name, parameters, arguments)                                                    \
-    extern "C" int faulty_##name parameters SYMBOL(name);                                                    \
-    extern "C" int faulty_##name parameters {                                                                \
-        static const auto real = next<int(*) parameters>(#name);                                             \
-        return fails(kind##Kind) ? failingError : real arguments;                                            \
-    }
-#define FAULTY_OPEN(name, parameters, arguments)                                                             \
-    extern "C" int faulty_##name parameters SYMBOL(name);                                                    \
-    extern "C" int faulty_##name parameters {                                                                \
-        static const auto real = next<int(*) parameters>(#name);                                             \
-        return fails(openKind) ? -1 : noteOpened(real arguments, path, flags);                               \
-    }
+#define FAULTY(kind, name) FAULTY_WITH(-1, kind, name)
+// A call and its twin for large files.
+#define FAULTY_TWINS(kind, name) FAULTY(kind, name) FAULTY(kind, name##64)
 
 extern "C" int faulty___libc_start_main(int (*)(int, char**, char**), int, char**, void (*)(), void (*)(),
-                                        void (*)(), void*) SYMBOL(__libc_start_main);
+                                        void (*)(), void*) __asm__("__libc_start_main");
 extern "C" int faulty___libc_start_main(int (*mainFunction)(int, char**, char**), int count, char** values,
                                         void (*start)(), void (*end)(), void (*linkerEnd)(), void* stack) {
     realMain = mainFunction;
@@ -233,7 +192,7 @@ extern "C" int faulty___libc_start_main(int (*mainFunction)(int, char**, char**)
                                                                           end, linkerEnd, stack);
 }
 
-extern "C" [[noreturn]] void faulty__exit(int) SYMBOL(_exit);
+extern "C" [[noreturn]] void faulty__exit(int) __asm__("_exit");
 extern "C" [[noreturn]] void faulty__exit(int code) {
     report();
     // The leak sanitizer looks by itself only where a program ends by exit().
@@ -244,164 +203,100 @@ extern "C" [[noreturn]] void faulty__exit(int code) {
     __builtin_unreachable();
 }
 
-FAULTY_OPEN(open, (const char* path, int flags, mode_t mode), (path, flags, mode))
-FAULTY_OPEN(open64, (const char* path, int flags, mode_t mode), (path, flags, mode))
-FAULTY_OPEN(openat, (int folder, const char* path, int flags, mode_t mode), (folder, path, flags, mode))
-FAULTY_OPEN(openat64, (int folder, const char* path, int flags, mode_t mode), (folder, path, flags, mode))
-
-extern "C" int faulty_close(int) SYMBOL(close);
-extern "C" int faulty_close(int descriptor) {
-    static const auto real = next<int (*)(int)>("close");
-    const int result = real(descriptor); // also when it "fails": Linux gives the descriptor back
-    return fails(closeKind) ? -1 : result;
-}
-
-extern "C" ssize_t faulty_read(int, void*, std::size_t) SYMBOL(read);
-extern "C" ssize_t faulty_read(int descriptor, void* bytes, std::size_t count) {
-    static const auto real = next<ssize_t (*)(int, void*, std::size_t)>("read");
-    if (descriptor > STDERR_FILENO && isDue(readKind)) {
-        if (failingError != 0) {
-            errno = failingError;
-            return -1;
-        }
-        count = std::min<std::size_t>(count, 1);
+#define FAULTY_OPEN(name, path, flags)                                                                       \
+    CALL(name) {                                                                                             \
+        REAL(name);                                                                                          \
+        return fails(kindNamed("open")) ? -1 : noteOpened(real(a, b, c, d, e, f), path, flags);              \
     }
-    return real(descriptor, bytes, count);
+FAULTY_OPEN(open, a, b)
+FAULTY_OPEN(open64, a, b)
+FAULTY_OPEN(openat, b, c)
+FAULTY_OPEN(openat64, b, c)
+
+CALL(close) {
+    REAL(close);
+    const long result = real(a, b, c, d, e, f); // also when it "fails": Linux gives the descriptor back
+    return fails(kindNamed("close")) ? -1 : result;
 }
 
-extern "C" ssize_t faulty_write(int, const void*, std::size_t) SYMBOL(write);
-extern "C" ssize_t faulty_write(int descriptor, const void* bytes, std::size_t count) {
-    static const auto real = next<ssize_t (*)(int, const void*, std::size_t)>("write");
-    if (descriptor > STDERR_FILENO && isDue(writeKind)) {
-        if (failingError != 0) {
-            errno = failingError;
-            return -1;
-        }
-        count = std::min<std::size_t>(count, 1);
+#define FAULTY_UNLESS_STANDARD(name)                                                                         \
+    CALL(name) {                                                                                             \
+        REAL(name);                                                                                          \
+        const bool isStandard = static_cast<int>(a) <= STDERR_FILENO;                                        \
+        return !isStandard && failsOrMovesFew(kindNamed(#name), c, 1) ? -1 : real(a, b, c, d, e, f);         \
     }
-    return real(descriptor, bytes, count);
-}
+FAULTY_UNLESS_STANDARD(read)
+FAULTY_UNLESS_STANDARD(write)
 
-extern "C" long faulty_syscall(long, long, long, long, long, long, long) SYMBOL(syscall);
+extern "C" long faulty_syscall(long, long, long, long, long, long, long) __asm__("syscall");
 extern "C" long faulty_syscall(long number, long a, long b, long c, long d, long e, long f) {
     static const auto real = next<long (*)(long, long, long, long, long, long, long)>("syscall");
-    switch (number) {
-    case SYS_getdents64:
-        if (isDue(getdentsKind)) {
-            if (failingError != 0) {
-                errno = failingError;
-                return -1;
-            }
-            c = std::min(c, 300L); // room for one entry with the longest name
-        }
-        break;
-    case SYS_openat2:
-        if (fails(openat2Kind))
-            return -1;
-        break;
-    case SYS_pidfd_open:
-        if (fails(pidfdKind))
-            return -1;
-        break;
-    default:
-        break;
-    }
-    return real(number, a, b, c, d, e, f);
+    constexpr long oneEntry = 300; // with the longest name
+    const bool isFailing = number == SYS_getdents64 ? failsOrMovesFew(kindNamed("getdents"), c, oneEntry)
+                           : number == SYS_openat2  ? fails(kindNamed("openat2"))
+                                                    : number == SYS_pidfd_open && fails(kindNamed("pidfd"));
+    return isFailing ? -1 : real(number, a, b, c, d, e, f);
 }
 
-FAULTY(sync, int, fsync, (int descriptor), (descriptor))
-FAULTY(sync, int, fdatasync, (int descriptor), (descriptor))
-FAULTY(seek, off_t, lseek, (int descriptor, off_t offset, int from), (descriptor, offset, from))
-FAULTY(seek, off_t, lseek64, (int descriptor, off_t offset, int from), (descriptor, offset, from))
-FAULTY(truncate, int, ftruncate, (int descriptor, off_t size), (descriptor, size))
-FAULTY(truncate, int, ftruncate64, (int descriptor, off_t size), (descriptor, size))
-FAULTY(truncate, int, fallocate, (int descriptor, int mode, off_t offset, off_t size),
-       (descriptor, mode, offset, size))
-FAULTY(truncate, int, fallocate64, (int descriptor, int mode, off_t offset, off_t size),
-       (descriptor, mode, offset, size))
-FAULTY(opendir, DIR*, opendir, (const char* path), (path))
-FAULTY(opendir, DIR*, fdopendir, (int descriptor), (descriptor))
-FAULTY(readdir, dirent*, readdir, (DIR * stream), (stream))
-FAULTY(readdir, dirent64*, readdir64, (DIR * stream), (stream))
-FAULTY(stat, int, stat, (const char* path, void* status), (path, status))
-FAULTY(stat, int, stat64, (const char* path, void* status), (path, status))
-FAULTY(stat, int, lstat, (const char* path, void* status), (path, status))
-FAULTY(stat, int, lstat64, (const char* path, void* status), (path, status))
-FAULTY(stat, int, fstat, (int descriptor, void* status), (descriptor, status))
-FAULTY(stat, int, fstat64, (int descriptor, void* status), (descriptor, status))
-FAULTY(stat, int, fstatat, (int folder, const char* path, void* status, int flags),
-       (folder, path, status, flags))
-FAULTY(stat, int, fstatat64, (int folder, const char* path, void* status, int flags),
-       (folder, path, status, flags))
-FAULTY(statx, int, statx, (int folder, const char* path, int flags, unsigned mask, void* status),
-       (folder, path, flags, mask, status))
-FAULTY(statfs, int, statfs, (const char* path, void* status), (path, status))
-FAULTY(statfs, int, statfs64, (const char* path, void* status), (path, status))
-FAULTY(statfs, int, fstatfs, (int descriptor, void* status), (descriptor, status))
-FAULTY(statfs, int, fstatfs64, (int descriptor, void* status), (descriptor, status))
-FAULTY(statfs, int, statvfs, (const char* path, void* status), (path, status))
-FAULTY(statfs, int, statvfs64, (const char* path, void* status), (path, status))
-FAULTY(statfs, int, fstatvfs, (int descriptor, void* status), (descriptor, status))
-FAULTY(statfs, int, fstatvfs64, (int descriptor, void* status), (descriptor, status))
-FAULTY(access, int, access, (const char* path, int mode), (path, mode))
-FAULTY(readlink, ssize_t, readlink, (const char* path, char* target, std::size_t size), (path, target, size))
-FAULTY(readlink, ssize_t, readlinkat, (int folder, const char* path, char* target, std::size_t size),
-       (folder, path, target, size))
-FAULTY(readlink, char*, realpath, (const char* path, char* resolved), (path, resolved))
-FAULTY(getcwd, char*, getcwd, (char* path, std::size_t size), (path, size))
-FAULTY(rename, int, rename, (const char* from, const char* to), (from, to))
-FAULTY(rename, int, renameat, (int folder, const char* from, int toFolder, const char* to),
-       (folder, from, toFolder, to))
-FAULTY(unlink, int, unlink, (const char* path), (path))
-FAULTY(unlink, int, unlinkat, (int folder, const char* path, int flags), (folder, path, flags))
-FAULTY(unlink, int, rmdir, (const char* path), (path))
-FAULTY(unlink, int, remove, (const char* path), (path))
-FAULTY(mkdir, int, mkdir, (const char* path, mode_t mode), (path, mode))
-FAULTY(mkdir, int, mkdirat, (int folder, const char* path, mode_t mode), (folder, path, mode))
-FAULTY(link, int, link, (const char* from, const char* to), (from, to))
-FAULTY(link, int, symlink, (const char* target, const char* path), (target, path))
-FAULTY(mode, int, chmod, (const char* path, mode_t mode), (path, mode))
-FAULTY(mode, int, fchmod, (int descriptor, mode_t mode), (descriptor, mode))
-FAULTY(fcntl, int, fcntl, (int descriptor, int command, void* argument), (descriptor, command, argument))
-FAULTY(fcntl, int, fcntl64, (int descriptor, int command, void* argument), (descriptor, command, argument))
-FAULTY(ioctl, int, ioctl, (int descriptor, unsigned long request, void* argument),
-       (descriptor, request, argument))
-FAULTY(lock, int, flock, (int descriptor, int operation), (descriptor, operation))
-FAULTY(random, ssize_t, getrandom, (void* bytes, std::size_t size, unsigned flags), (bytes, size, flags))
-FAULTY(limits, int, getrlimit, (int resource, void* limit), (resource, limit))
-FAULTY(limits, int, getrlimit64, (int resource, void* limit), (resource, limit))
-FAULTY(limits, int, sched_getaffinity, (pid_t process, std::size_t size, void* set), (process, size, set))
-FAULTY(pipe, int, pipe2, (int* ends, int flags), (ends, flags))
-FAULTY(poll, int, poll, (pollfd * polled, nfds_t count, int timeout), (polled, count, timeout))
-FAULTY(wait, pid_t, waitpid, (pid_t process, int* status, int options), (process, status, options))
-FAULTY(kill, int, kill, (pid_t process, int signal), (process, signal))
-FAULTY_BY_CODE(spawn, posix_spawn,
-               (pid_t * process, const char* path, const void* actions, const void* attributes,
-                char* const* arguments, char* const* environment),
-               (process, path, actions, attributes, arguments, environment))
-FAULTY_BY_CODE(thread, pthread_create,
-               (pthread_t * thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument),
-               (thread, attributes, start, argument))
-
-extern "C" void* faulty_mmap(void*, std::size_t, int, int, int, off_t) SYMBOL(mmap);
-extern "C" void* faulty_mmap(void* address, std::size_t size, int protection, int flags, int descriptor,
-                             off_t offset) {
-    static const auto real = next<void* (*)(void*, std::size_t, int, int, int, off_t)>("mmap");
-    return fails(mapKind) ? MAP_FAILED : real(address, size, protection, flags, descriptor, offset);
-}
+FAULTY(sync, fsync)
+FAULTY(sync, fdatasync)
+FAULTY_TWINS(seek, lseek)
+FAULTY_TWINS(truncate, ftruncate)
+FAULTY_TWINS(truncate, fallocate)
+FAULTY_WITH(0, opendir, opendir)
+FAULTY_WITH(0, opendir, fdopendir)
+FAULTY_WITH(0, readdir, readdir)
+FAULTY_WITH(0, readdir, readdir64)
+FAULTY_TWINS(stat, stat)
+FAULTY_TWINS(stat, lstat)
+FAULTY_TWINS(stat, fstat)
+FAULTY_TWINS(stat, fstatat)
+FAULTY(statx, statx)
+FAULTY_TWINS(statfs, statfs)
+FAULTY_TWINS(statfs, fstatfs)
+FAULTY_TWINS(statfs, statvfs)
+FAULTY_TWINS(statfs, fstatvfs)
+FAULTY(access, access)
+FAULTY(readlink, readlink)
+FAULTY(readlink, readlinkat)
+FAULTY_WITH(0, readlink, realpath)
+FAULTY_WITH(0, getcwd, getcwd)
+FAULTY(rename, rename)
+FAULTY(rename, renameat)
+FAULTY(unlink, unlink)
+FAULTY(unlink, unlinkat)
+FAULTY(unlink, rmdir)
+FAULTY(unlink, remove)
+FAULTY(mkdir, mkdir)
+FAULTY(mkdir, mkdirat)
+FAULTY(link, link)
+FAULTY(link, symlink)
+FAULTY(mode, chmod)
+FAULTY(mode, fchmod)
+FAULTY_TWINS(fcntl, fcntl)
+FAULTY(ioctl, ioctl)
+FAULTY(lock, flock)
+FAULTY(map, mmap)
+FAULTY(random, getrandom)
+FAULTY_TWINS(limits, getrlimit)
+FAULTY(limits, sched_getaffinity)
+FAULTY(pipe, pipe2)
+FAULTY(poll, poll)
+FAULTY(wait, waitpid)
+FAULTY(kill, kill)
+FAULTY_WITH(failingError, spawn, posix_spawn)
+FAULTY_WITH(failingError, thread, pthread_create)
 
 // The allocations of C++; those of C libraries that end the process without memory would only prove that.
-#define FAULTY_NEW(label, symbol, parameters, arguments)                                                     \
-    extern "C" void* faulty_##label parameters __asm__(symbol);                                              \
-    extern "C" void* faulty_##label parameters {                                                             \
-        static const auto real = next<void*(*)parameters>(symbol);                                           \
-        if (fails(memoryKind))                                                                               \
+#define FAULTY_NEW(label, symbol)                                                                            \
+    extern "C" void* faulty_##label(std::size_t, std::size_t) __asm__(symbol);                               \
+    extern "C" void* faulty_##label(std::size_t size, std::size_t alignment) {                               \
+        static const auto real = next<void* (*)(std::size_t, std::size_t)>(symbol);                          \
+        if (fails(kindNamed("memory")))                                                                      \
             throw std::bad_alloc();                                                                          \
-        return real arguments;                                                                               \
+        return real(size, alignment);                                                                        \
     }
-FAULTY_NEW(new, "_Znwm", (std::size_t size), (size))
-FAULTY_NEW(newArray, "_Znam", (std::size_t size), (size))
-FAULTY_NEW(newAligned, "_ZnwmSt11align_val_t", (std::size_t size, std::align_val_t alignment),
-           (size, alignment))
-FAULTY_NEW(newArrayAligned, "_ZnamSt11align_val_t", (std::size_t size, std::align_val_t alignment),
-           (size, alignment))
+FAULTY_NEW(new, "_Znwm")
+FAULTY_NEW(newArray, "_Znam")
+FAULTY_NEW(newAligned, "_ZnwmSt11align_val_t")
+FAULTY_NEW(newArrayAligned, "_ZnamSt11align_val_t")
