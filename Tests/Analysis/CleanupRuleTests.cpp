@@ -60,46 +60,44 @@ TEST(CleanupRule, ExtensionsAreNormalized) {
                 ElementsAre("dmg", "tar.gz", "pkg"));
 }
 
+TEST(CleanupRule, ConditionsAreSummarised) {
+    const CleanupRule everything{.locationPrefix = "~/Downloads",
+                                 .minimumSize = 1'500'000'000,
+                                 .olderThanDays = 30,
+                                 .lastOpenedBeforeDays = 1};
+    CleanupRule kinds{
+        .categories = {FileCategory::packagesInstallers, FileCategory::archives, FileCategory::video}};
+    EXPECT_EQ(CleanupRule().conditionSummary(), "Matches anything in the scan");
+    EXPECT_EQ((CleanupRule{.lastOpenedBeforeDays = 2}).conditionSummary(),
+              "Anything, last opened over 2 days ago");
+    EXPECT_EQ(everything.conditionSummary(),
+              "Anything in ~/Downloads over 1.5 GB, modified over 30 days ago, "
+              "last opened over 1 day ago");
+    EXPECT_EQ(kinds.conditionSummary(), "Installers, Archives or Video");
+    kinds.extensions = {"zip", "iso"};
+    EXPECT_EQ(kinds.conditionSummary(), "Installers, Archives or Video with .zip or .iso");
+}
+
 TEST(CleanupRule, PresetsAndDrafts) {
     const std::string home = homeDirectory();
-    const auto& presets = CleanupRule::presets();
-    ASSERT_EQ(presets.size(), 3u);
-    EXPECT_EQ(presets[0], (CleanupRule{.id = "autopilot.preset.downloads-30d-100mb",
-                                       .name = "Downloads older than 30 days and larger than 100 MB",
-                                       .locationPrefix = home + "/Downloads",
-                                       .minimumSize = 100'000'000,
-                                       .olderThanDays = 30}));
-    EXPECT_EQ(presets[1], (CleanupRule{.id = "autopilot.preset.dmg-pkg-180d",
-                                       .name = "Old DMG/PKG installers",
-                                       .extensions = {"dmg", "pkg"},
-                                       .olderThanDays = 180}));
-    EXPECT_EQ(presets[2], (CleanupRule{.id = "autopilot.preset.xcode-archives-90d",
-                                       .name = "Xcode archives older than 90 days",
-                                       .locationPrefix = home + "/Library/Developer/Xcode/Archives",
-                                       .extensions = {"xcarchive"},
-                                       .olderThanDays = 90}));
+    std::vector<std::string> texts;
+    for (const CleanupRule& preset : CleanupRule::presets()) {
+        EXPECT_TRUE(preset.isEnabled);
+        texts.push_back(preset.id + ", " + preset.name + ": " + preset.conditionSummary());
+    }
+    EXPECT_THAT(
+        texts,
+        ElementsAre("autopilot.preset.downloads-30d-100mb, Downloads older than 30 days and larger than "
+                    "100 MB: Anything in " +
+                        home + "/Downloads over 100 MB, modified over 30 days ago",
+                    "autopilot.preset.dmg-pkg-180d, Old DMG/PKG installers: .dmg or .pkg, modified over "
+                    "180 days ago",
+                    "autopilot.preset.xcode-archives-90d, Xcode archives older than 90 days: .xcarchive in " +
+                        home + "/Library/Developer/Xcode/Archives, modified over 90 days ago"));
 
     const CleanupRule draft = CleanupRule::makeDraft();
     EXPECT_NE(draft.id, CleanupRule::makeDraft().id);
-    EXPECT_EQ(draft.conditionSummary(), "Matches anything in the scan");
     EXPECT_THAT(CleanupRule::rules(CleanupRule::encodeStored({draft})), ElementsAre(draft));
-}
-
-TEST(CleanupRule, SummarisesItsConditions) {
-    CleanupRule rule;
-    EXPECT_EQ(rule.conditionSummary(), "Matches anything in the scan");
-    rule.lastOpenedBeforeDays = 1;
-    EXPECT_EQ(rule.conditionSummary(), "Anything, last opened over 1 day ago");
-    rule.locationPrefix = "~/Downloads";
-    rule.minimumSize = 1'500'000'000;
-    rule.olderThanDays = 30;
-    EXPECT_EQ(rule.conditionSummary(),
-              "Anything in ~/Downloads over 1.5 GB, modified over 30 days ago, last opened "
-              "over 1 day ago");
-    rule = {.categories = {FileCategory::packagesInstallers, FileCategory::archives, FileCategory::video}};
-    EXPECT_EQ(rule.conditionSummary(), "Installers, Archives or Video");
-    rule.extensions = {"zip", "iso"};
-    EXPECT_EQ(rule.conditionSummary(), "Installers, Archives or Video with .zip or .iso");
 }
 
 TEST(CleanupRuleCoding, ListsSurviveStoring) {
@@ -115,12 +113,13 @@ TEST(CleanupRuleCoding, ListsSurviveStoring) {
 }
 
 TEST(CleanupRuleCoding, DecodesWhatIsThere) {
-    EXPECT_EQ(decodeCleanupRule(R"({"id":"i","name":"n"})"), (CleanupRule{.id = "i", .name = "n"}));
+    const CleanupRule bare{.id = "i", .name = "n"};
+    EXPECT_EQ(decodeCleanupRule(R"({"id":"i","name":"n"})"), bare);
     EXPECT_EQ(
         decodeCleanupRule(R"({"id":"i","name":"n","isEnabled":null,"locationPrefix":null,"categories":null,
                                     "extensions":null,"minimumSize":null,"olderThanDays":null,
                                     "lastOpenedBeforeDays":null,"unknown":[[{}]]})"),
-        (CleanupRule{.id = "i", .name = "n"}));
+        bare);
     // Nothing is normalised on the way in, numbers may be written any way, of two keys the last one counts.
     EXPECT_EQ(decodeCleanupRule(R"({"name":"x","id":"i","name":"n","extensions":["a"],"extensions":[" .DMG"],
                                     "minimumSize":1e8,"olderThanDays":30.0,"locationPrefix":"~/D/",
@@ -132,9 +131,6 @@ TEST(CleanupRuleCoding, DecodesWhatIsThere) {
                            .extensions = {" .DMG"},
                            .minimumSize = 100'000'000,
                            .olderThanDays = 30}));
-}
-
-TEST(CleanupRuleCoding, NumbersAndEscapesThatNobodyWrites) {
     for (const char* const zero : {"0e99", "0e999", "-0.0", "0.00000000001e-2147483639"})
         EXPECT_EQ(decodeCleanupRule(R"({"id":"i","name":"n","olderThanDays":)" + std::string(zero) + "}"),
                   (CleanupRule{.id = "i", .name = "n", .olderThanDays = 0}))
@@ -146,41 +142,30 @@ TEST(CleanupRuleCoding, NumbersAndEscapesThatNobodyWrites) {
 }
 
 TEST(CleanupRuleCoding, OneBadRuleDoesNotLoseTheOthers) {
-    const std::string hugeInteger =
-        R"({"id":"i","name":"n","olderThanDays":1)" + std::string(5000, '0') + "}";
-    const char* const bad[] = {
+    constexpr std::string_view start = R"({"id":"i","name":"n",)";
+    std::vector<std::string> bad{
         R"({"id":"i"})",
         R"({"name":"n"})",
         R"({"id":"","name":"n"})",
         R"({"id":"i","name":""})",
         R"({"id":null,"name":"n"})",
         R"({"id":7,"name":"n"})",
-        R"({"id":"i","name":"n","isEnabled":1})",
-        R"({"id":"i","name":"n","locationPrefix":[]})",
-        R"({"id":"i","name":"n","categories":3})",
-        R"({"id":"i","name":"n","categories":[200]})",
-        R"({"id":"i","name":"n","categories":[-1]})",
-        R"({"id":"i","name":"n","categories":["video"]})",
-        R"({"id":"i","name":"n","extensions":[null]})",
-        R"({"id":"i","name":"n","extensions":"dmg"})",
-        R"({"id":"i","name":"n","minimumSize":"100"})",
-        R"({"id":"i","name":"n","minimumSize":0.5})",
-        R"({"id":"i","name":"n","minimumSize":9223372036854775808})",
-        R"({"id":"i","name":"n","minimumSize":1e999})",
-        R"({"id":"i","name":"n","minimumSize":1.7976931348623159e308})",
-        R"({"id":"i","name":"n","minimumSize":-1e19})",
         R"({"id":"e999 \" 1e999","name":"n","minimumSize":-12.5E+00000000000000000000999})",
-        R"({"id":"i","name":"n","olderThanDays":true})",
-        R"({"id":"i","name":"n","lastOpenedBeforeDays":{}})",
-        hugeInteger.c_str(),
         "null",
         "[]",
         "3",
-        R"("text")",
-    };
-    for (const char* const each : bad) {
-        const std::string list =
-            std::string(R"([{"id":"a","name":"A"},)") + each + R"(,{"id":"b","name":"B"}])";
+        R"("text")"};
+    for (const char* const field :
+         {R"("isEnabled":1)", R"("locationPrefix":[])", R"("categories":3)", R"("categories":[200])",
+          R"("categories":[-1])", R"("categories":["video"])", R"("extensions":[null])",
+          R"("extensions":"dmg")", R"("minimumSize":"100")", R"("minimumSize":0.5)",
+          R"("minimumSize":9223372036854775808)", R"("minimumSize":1e999)",
+          R"("minimumSize":1.7976931348623159e308)", R"("minimumSize":-1e19)", R"("olderThanDays":true)",
+          R"("lastOpenedBeforeDays":{})"})
+        bad.push_back(std::string(start) + field + "}");
+    bad.push_back(std::string(start) + R"("olderThanDays":1)" + std::string(5000, '0') + "}");
+    for (const std::string& each : bad) {
+        const std::string list = R"([{"id":"a","name":"A"},)" + each + R"(,{"id":"b","name":"B"}])";
         EXPECT_THAT(CleanupRule::rules(list),
                     ElementsAre(CleanupRule{.id = "a", .name = "A"}, CleanupRule{.id = "b", .name = "B"}))
             << each;

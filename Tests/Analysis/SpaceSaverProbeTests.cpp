@@ -44,6 +44,11 @@ struct Home {
         const ScanResult scan = DiskScanner().scan(folder.path(), options).get();
         return probe.evaluate(ruleOf(kind), DiskScanner(), ScanOptions(), treeLookup(scan.root));
     }
+    /// What both say alike.
+    std::optional<SpaceSaverFinding> found(SpaceSaverKind kind) const {
+        EXPECT_EQ(lookedUp(kind), measured(kind));
+        return measured(kind);
+    }
 };
 
 TEST(SpaceSaverProbe, SizesAgreeWithAScanOfTheSameFolders) {
@@ -54,7 +59,7 @@ TEST(SpaceSaverProbe, SizesAgreeWithAScanOfTheSameFolders) {
     fs::create_hard_link(home.folder / "Library/Developer/Xcode/iOS DeviceSupport/17/symbols",
                          home.folder / "Library/Developer/Xcode/iOS DeviceSupport/link");
 
-    const auto finding = home.measured(SpaceSaverKind::xcodeDeviceSupport);
+    const auto finding = home.found(SpaceSaverKind::xcodeDeviceSupport);
     ASSERT_TRUE(finding);
     const auto& rule = ruleOf(SpaceSaverKind::xcodeDeviceSupport);
     EXPECT_EQ(finding->id, "xcodeDeviceSupport");
@@ -70,13 +75,9 @@ TEST(SpaceSaverProbe, SizesAgreeWithAScanOfTheSameFolders) {
     for (const fs::path& path : finding->paths)
         allocated += DiskScanner().scan(path).get().root->allocatedSize;
     EXPECT_EQ(finding->allocatedSize, allocated);
-    EXPECT_EQ(home.lookedUp(SpaceSaverKind::xcodeDeviceSupport), finding);
-
-    EXPECT_EQ(home.measured(SpaceSaverKind::npmCache), std::nullopt);
-    EXPECT_EQ(home.lookedUp(SpaceSaverKind::npmCache), std::nullopt);
 }
 
-TEST(SpaceSaverProbe, SmallAndEmptyPlacesAreLeftOut) {
+TEST(SpaceSaverProbe, SmallEmptyAndMissingPlacesAreLeftOut) {
     Home home;
     home.folder.makeFile(".npm/_cacache/x", 1000);
     home.folder.makeFolder(".cargo/registry");
@@ -86,19 +87,18 @@ TEST(SpaceSaverProbe, SmallAndEmptyPlacesAreLeftOut) {
     EXPECT_FALSE(home.measured(SpaceSaverKind::npmCache));
     home.probe.minimumSize = -1;
     EXPECT_FALSE(home.measured(SpaceSaverKind::cargoRegistry));
+    EXPECT_FALSE(home.found(SpaceSaverKind::gradleCache));
 }
 
 TEST(SpaceSaverProbe, PathsInsideOneAnotherCountOnce) {
     const Home home;
     home.folder.makeFile("Library/pnpm/store/v3/file", 3000);
     home.folder.makeFile("Library/pnpm/tool", 500);
-    for (const auto& finding :
-         {home.measured(SpaceSaverKind::pnpmStore), home.lookedUp(SpaceSaverKind::pnpmStore)}) {
-        ASSERT_TRUE(finding);
-        EXPECT_EQ(finding->size, 3500);
-        EXPECT_EQ(finding->itemCount, 2);
-        EXPECT_THAT(finding->paths, ElementsAre(home.folder / "Library/pnpm"));
-    }
+    const auto store = home.found(SpaceSaverKind::pnpmStore);
+    ASSERT_TRUE(store);
+    EXPECT_EQ(store->size, 3500);
+    EXPECT_EQ(store->itemCount, 2);
+    EXPECT_THAT(store->paths, ElementsAre(home.folder / "Library/pnpm"));
 
     // Two spellings of one place are one place.
     home.folder.makeFile("Library/Caches/pip/wheel", 800);
@@ -117,8 +117,7 @@ TEST(SpaceSaverProbe, LinksFilesAndFoldersTheScanPassedOver) {
     home.folder.makeFolder("Library/Developer/Xcode");
     fs::create_directory_symlink(home.folder / "elsewhere",
                                  home.folder / "Library/Developer/Xcode/DerivedData");
-    EXPECT_FALSE(home.measured(SpaceSaverKind::xcodeDerivedData)) << "removing a link frees nothing";
-    EXPECT_FALSE(home.lookedUp(SpaceSaverKind::xcodeDerivedData));
+    EXPECT_FALSE(home.found(SpaceSaverKind::xcodeDerivedData)) << "removing a link frees nothing";
 
     // An outer path that is a link does not hide the real folder behind it.
     fs::create_directory_symlink(home.folder / "elsewhere", home.folder / "Library/pnpm");
@@ -128,19 +127,17 @@ TEST(SpaceSaverProbe, LinksFilesAndFoldersTheScanPassedOver) {
     EXPECT_EQ(store->size, 50);
 
     home.folder.makeFile("Library/Containers/com.docker.docker/Data/vms/0/data/Docker.raw", 4000);
-    EXPECT_EQ(home.measured(SpaceSaverKind::dockerData)->size, 4000);
-    EXPECT_EQ(home.lookedUp(SpaceSaverKind::dockerData), home.measured(SpaceSaverKind::dockerData));
+    EXPECT_EQ(home.found(SpaceSaverKind::dockerData)->size, 4000);
 
     // What the scan passed over is measured; what it only added up is taken as it is.
     home.folder.makeFile(".gradle/caches/a/b/file", 700);
     ScanOptions excluding;
     excluding.excludedNames = {"caches"};
-    EXPECT_EQ(home.lookedUp(SpaceSaverKind::gradleCache, excluding),
-              home.measured(SpaceSaverKind::gradleCache));
     ScanOptions shallow;
     shallow.maximumDepth = 2;
-    EXPECT_EQ(home.lookedUp(SpaceSaverKind::gradleCache, shallow),
-              home.measured(SpaceSaverKind::gradleCache));
+    for (const ScanOptions& options : {excluding, shallow})
+        EXPECT_EQ(home.lookedUp(SpaceSaverKind::gradleCache, options),
+                  home.measured(SpaceSaverKind::gradleCache));
 }
 
 TEST(SpaceSaverProbe, WhatCannotBeReadHasNoKnownSize) {
@@ -161,56 +158,40 @@ TEST(SpaceSaverProbe, WhatCannotBeReadHasNoKnownSize) {
               "unknown");
 }
 
-TEST(SpaceSaverProbe, RuleMatchesBecomeFindings) {
-    FileTreeBuilder builder("/home/u");
-    builder.addFile(builder.root(), "a.iso", 900);
-    builder.addFile(builder.root(), "b.iso", 300);
-    const auto root = builder.finish();
-    CleanupRule images{.id = "isos", .name = "Images", .extensions = {"iso"}};
-    images.categories = {root->children()[0]->category};
-    const CleanupRule all{.id = "all", .name = "All"};
-
-    SpaceSaverProbe probe("/home/u", 1000);
-    const auto findings =
-        probe.cleanupRuleFindings(RuleEvaluator::evaluate({images, all}, *root, currentDate(), "/home/u"));
-    ASSERT_EQ(findings.size(), 2u);
-    EXPECT_EQ(findings[0].id, "cleanupRule:isos");
-    EXPECT_EQ(findings[0].title, "Images");
-    EXPECT_EQ(findings[0].size, 1200);
-    EXPECT_EQ(findings[0].itemCount, 2);
-    EXPECT_EQ(findings[0].category, images.categories[0]);
-    EXPECT_EQ(findings[0].action, SpaceSaverAction(SpaceSaverActions::Trash{}));
-    EXPECT_THAT(findings[0].paths, ElementsAre("/home/u/a.iso", "/home/u/b.iso"));
-    // The scanned folder itself is not offered to the Trash.
-    EXPECT_THAT(findings[1].paths, ElementsAre("/home/u"));
-    EXPECT_EQ(findings[1].safety, CleanupSafety::caution);
-    EXPECT_EQ(findings[1].action, SpaceSaverAction(SpaceSaverActions::OpenLocation{}));
-}
-
-TEST(SpaceSaverProbe, RuleFindingsOfferOnlyWhatTheTrashCanClear) {
+TEST(SpaceSaverProbe, RuleMatchesBecomeFindingsOfWhatTheTrashCanClear) {
     FileTreeBuilder builder("/");
     FileNode& user = builder.addFolder(builder.addFolder(builder.root(), "home"), "u");
     FileNode& downloads = builder.addFolder(user, "Downloads");
-    builder.addFile(downloads, "good.dmg", 5000);
+    builder.addFile(downloads, "large.dmg", 5000);
+    builder.addFile(downloads, "small.dmg", 300);
     builder.addFile(downloads, "cloud.dmg", {.size = 7000, .flags = FileNodeFlags::dataless});
     builder.addFile(downloads, "link.dmg", {.size = 7000, .flags = FileNodeFlags::symlink});
     builder.addFile(builder.addFolder(user, ".Trash"), "thrown away.dmg", 7000);
     builder.addFile(builder.addFolder(builder.root(), "usr"), "system.dmg", 7000);
     const auto root = builder.finish();
-    const CleanupRule images{.id = "dmg", .name = "Images", .extensions = {"dmg"}};
+    CleanupRule images{.id = "dmg", .name = "Images", .extensions = {"dmg"}};
+    images.categories = {root->node("/home/u/Downloads/large.dmg")->category};
     const CleanupRule wide{.id = "dmg", .name = "All downloads", .locationPrefix = "~/Downloads"};
+    const CleanupRule all{.id = "all", .name = "All"};
+    const auto matches = RuleEvaluator::evaluate({images, wide, all}, *root, currentDate(), "/home/u");
 
-    const auto findings =
-        SpaceSaverProbe("/home/u", 1)
-            .cleanupRuleFindings(RuleEvaluator::evaluate({images, wide}, *root, currentDate(), "/home/u"));
-    ASSERT_EQ(findings.size(), 2u);
-    EXPECT_THAT(findings[0].paths, ElementsAre("/home/u/Downloads/good.dmg"));
-    EXPECT_EQ(findings[0].size, 5000);
+    const auto findings = SpaceSaverProbe("/home/u", 5300).cleanupRuleFindings(matches);
+    ASSERT_EQ(findings.size(), 3u);
+    EXPECT_EQ(findings[0].id, "cleanupRule:dmg");
+    EXPECT_EQ(findings[0].title, "Images");
+    EXPECT_EQ(findings[0].size, 5300);
+    EXPECT_EQ(findings[0].itemCount, 2);
+    EXPECT_EQ(findings[0].category, images.categories[0]);
     EXPECT_EQ(findings[0].action, SpaceSaverAction(SpaceSaverActions::Trash{}));
+    EXPECT_THAT(findings[0].paths, ElementsAre("/home/u/Downloads/large.dmg", "/home/u/Downloads/small.dmg"));
+    // A home's own folders and the scanned folder itself are not offered to the Trash.
     EXPECT_EQ(findings[1].id, "cleanupRule:dmg#2");
     EXPECT_THAT(findings[1].paths, ElementsAre("/home/u/Downloads"));
-    EXPECT_EQ(findings[1].action, SpaceSaverAction(SpaceSaverActions::OpenLocation{}));
-    EXPECT_EQ(findings[1].safety, CleanupSafety::caution);
+    EXPECT_THAT(findings[2].paths, ElementsAre("/"));
+    for (const SpaceSaverFinding& finding : {findings[1], findings[2]}) {
+        EXPECT_EQ(finding.action, SpaceSaverAction(SpaceSaverActions::OpenLocation{}));
+        EXPECT_EQ(finding.safety, CleanupSafety::caution);
+    }
 }
 
 /// A home in which every kind of step finds something.

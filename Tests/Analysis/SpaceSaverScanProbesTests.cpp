@@ -237,11 +237,11 @@ TEST(SnapshotProbe, CountsWhatTheToolLists) {
         return answer;
     };
     EXPECT_FALSE(probe.snapshotFinding()); // no such tool
-    answer = CommandResult{
-        .exitCode = 1, .standardOutput = "com.apple.TimeMachine.x.local\n", .standardError = ""};
-    EXPECT_FALSE(probe.snapshotFinding());
-    answer = CommandResult{.exitCode = 0, .standardOutput = "Snapshots for disk /:\n", .standardError = ""};
-    EXPECT_FALSE(probe.snapshotFinding());
+    for (const CommandResult& nothing : {CommandResult{1, "com.apple.TimeMachine.x.local\n", ""},
+                                         CommandResult{0, "Snapshots for disk /:\n", ""}}) {
+        answer = nothing;
+        EXPECT_FALSE(probe.snapshotFinding());
+    }
     answer->standardOutput = "Snapshots for disk /:\r\ncom.apple.TimeMachine.2024-05-01-101010.local\r\n"
                              "com.apple.os.update-1234\n  com.apple.TimeMachine.2024-05-01-111010.local\n"
                              "com.apple.TimeMachine.2024-05-01-111010.local";
