@@ -43,11 +43,9 @@ TEST(CloudEvictionTests, OnlyFilesWithLocalContentsOfTheirOwnCount) {
 
     const std::vector<SyncedRoot> roots{{CloudProvider::oneDrive, "/h/drive/"}};
     const auto prepared = SyncedRoots::prepare(roots);
-    for (std::size_t index = 0; index < nodes.size(); ++index) {
-        SCOPED_TRACE(index);
-        const auto item = CloudEviction::evictableItem(*nodes[index], prepared);
-        EXPECT_EQ(item.has_value(), cases[index].isEvictable);
-    }
+    for (std::size_t index = 0; index < nodes.size(); ++index)
+        EXPECT_EQ(CloudEviction::evictableItem(*nodes[index], prepared).has_value(), cases[index].isEvictable)
+            << index;
     EXPECT_EQ(CloudEviction::evictableItem(*nodes[0], prepared),
               (EvictableItem{"/h/drive/f0", "f0", 1, CloudProvider::oneDrive}));
     EXPECT_EQ(CloudEviction::evictableItem(outside, prepared), std::nullopt);
