@@ -4,30 +4,32 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <functional>
+#include <limits>
 
 namespace tarnwell::test {
 
-FileCalls FaultyFileCalls::failing(int failingCall, int error) {
-    *state_ = {.count = 0, .failingCall = failingCall, .error = error};
-    const auto fails = [state = state_] {
-        if (state->count++ != state->failingCall)
-            return false;
-        errno = state->error;
-        return true;
-    };
+namespace {
+
+constexpr std::size_t unlimited = std::numeric_limits<std::size_t>::max();
+
+/// The real calls, before each of which `fails` is asked whether it is to fail; reading and writing move at
+/// most so many bytes. A `close` that fails has closed the descriptor.
+FileCalls spoiled(const std::function<bool()>& fails, std::size_t largestRead = unlimited,
+                  std::size_t largestWrite = unlimited) {
     const FileCalls& live = FileCalls::live();
     FileCalls calls = live;
     calls.open = [=](const char* path, int flags, mode_t mode) {
         return fails() ? -1 : live.open(path, flags, mode);
     };
     calls.read = [=](int descriptor, void* bytes, std::size_t count) {
-        return fails() ? -1 : live.read(descriptor, bytes, count);
+        return fails() ? -1 : live.read(descriptor, bytes, std::min(count, largestRead));
     };
     calls.write = [=](int descriptor, const void* bytes, std::size_t count) {
-        return fails() ? -1 : live.write(descriptor, bytes, count);
+        return fails() ? -1 : live.write(descriptor, bytes, std::min(count, largestWrite));
     };
     calls.sync = [=](int descriptor) { return fails() ? -1 : live.sync(descriptor); };
-    calls.close = [=, state = state_](int descriptor) {
+    calls.close = [=](int descriptor) {
         const int result = live.close(descriptor);
         return fails() ? -1 : result;
     };
@@ -35,36 +37,29 @@ FileCalls FaultyFileCalls::failing(int failingCall, int error) {
     return calls;
 }
 
+} // namespace
+
+FileCalls FaultyFileCalls::failing(int failingCall, int error) {
+    *state_ = {.count = 0, .failingCall = failingCall, .error = error};
+    return spoiled([state = state_] {
+        if (state->count++ != state->failingCall)
+            return false;
+        errno = state->error;
+        return true;
+    });
+}
+
 FileCalls FaultyFileCalls::dying(int lastCall) {
     const auto isLast = [lastCall, count = std::make_shared<int>(0)] { return (*count)++ == lastCall; };
-    const auto mayDie = [isLast] {
-        if (isLast())
-            ::raise(SIGKILL);
-    };
     const FileCalls& live = FileCalls::live();
-    FileCalls calls = live;
-    calls.open = [=](const char* path, int flags, mode_t mode) {
-        mayDie();
-        return live.open(path, flags, mode);
-    };
+    FileCalls calls = spoiled([isLast] { return isLast() && ::raise(SIGKILL) == 0; });
+    calls.read = live.read;
     calls.write = [=](int descriptor, const void* bytes, std::size_t count) {
         if (isLast()) {
             live.write(descriptor, bytes, count / 2);
             ::raise(SIGKILL);
         }
         return live.write(descriptor, bytes, count);
-    };
-    calls.sync = [=](int descriptor) {
-        mayDie();
-        return live.sync(descriptor);
-    };
-    calls.close = [=](int descriptor) {
-        mayDie();
-        return live.close(descriptor);
-    };
-    calls.rename = [=](const char* from, const char* to) {
-        mayDie();
-        return live.rename(from, to);
     };
     return calls;
 }
@@ -74,18 +69,9 @@ FileCalls FaultyFileCalls::halting() {
         errno = EINTR;
         return ++*count % 2 == 1;
     };
-    const FileCalls& live = FileCalls::live();
-    FileCalls calls = live;
-    calls.open = [=](const char* path, int flags, mode_t mode) {
-        return isInterrupted() ? -1 : live.open(path, flags, mode);
-    };
-    calls.read = [=](int descriptor, void* bytes, std::size_t count) {
-        return isInterrupted() ? -1 : live.read(descriptor, bytes, std::min<std::size_t>(count, 7));
-    };
-    calls.write = [=](int descriptor, const void* bytes, std::size_t count) {
-        return isInterrupted() ? -1 : live.write(descriptor, bytes, std::min<std::size_t>(count, 5));
-    };
-    calls.sync = [=](int descriptor) { return isInterrupted() ? -1 : live.sync(descriptor); };
+    FileCalls calls = spoiled(isInterrupted, 7, 5);
+    calls.close = FileCalls::live().close;
+    calls.rename = FileCalls::live().rename;
     return calls;
 }
 

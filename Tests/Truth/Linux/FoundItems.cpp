@@ -12,13 +12,8 @@ namespace {
 
 using INode = std::pair<std::uint64_t, std::uint64_t>;
 
-INode inodeOf(const FoundItem& item) {
-    return {item.device, item.inode};
-}
-
-std::string parentOf(const std::string& path) {
-    const std::size_t slash = path.rfind('/');
-    return slash == 0 ? "/" : path.substr(0, slash);
+INode inodeOf(const FoundItem& found) {
+    return {found.item.device, found.item.inode};
 }
 
 std::string quoted(const std::string& word) {
@@ -58,9 +53,10 @@ FoundItems find(const std::filesystem::path& folder) {
         std::istringstream line{std::string(rest.substr(0, end))};
         rest.remove_prefix(end + 1);
         char type = 0;
-        FoundItem item;
+        FoundItem found;
         std::int64_t blocks = 0;
-        line >> type >> item.device >> item.inode >> item.linkCount >> item.size >> blocks >> item.modified;
+        auto& [item, modified] = found;
+        line >> type >> item.device >> item.inode >> item.linkCount >> item.size >> blocks >> modified;
         line.ignore();
         std::string path;
         std::getline(line, path, '\0');
@@ -68,28 +64,7 @@ FoundItems find(const std::filesystem::path& folder) {
         item.allocatedSize = blocks * 512;
         if (item.isDirectory)
             item.size = item.allocatedSize = 0;
-        items.emplace(std::move(path), item);
-    }
-    return items;
-}
-
-FoundItems summedUp(FoundItems items) {
-    std::set<INode> seen;
-    for (auto& [path, item] : items)
-        if (!item.isDirectory)
-            item.isFurtherName = item.linkCount > 1 && !seen.insert(inodeOf(item)).second;
-    for (auto entry = items.rbegin(); entry != items.rend(); ++entry) {
-        const FoundItem& item = entry->second;
-        const auto parent = items.find(parentOf(entry->first));
-        if (parent == items.end() || parent->first == entry->first)
-            continue;
-        FoundItem& sum = parent->second;
-        sum.fileCount += item.isDirectory ? item.fileCount : 1;
-        sum.directoryCount += item.isDirectory ? item.directoryCount + 1 : 0;
-        if (!item.isFurtherName) {
-            sum.size += item.size;
-            sum.allocatedSize += item.allocatedSize;
-        }
+        items.emplace(std::move(path), found);
     }
     return items;
 }
@@ -102,19 +77,19 @@ std::set<std::string> changedPaths(const FoundItems& before, const FoundItems& a
             path = parentOf(path);
     };
     const auto addUnlessIn = [&](const FoundItems& items, const FoundItems& others) {
-        for (const auto& [path, item] : items) {
+        for (const auto& [path, found] : items) {
             const auto other = others.find(path);
-            if (other != others.end() && other->second == item)
+            if (other != others.end() && other->second == found)
                 continue;
             addWithParents(path);
-            changedFiles.insert(inodeOf(item));
+            changedFiles.insert(inodeOf(found));
         }
     };
     addUnlessIn(before, after);
     addUnlessIn(after, before);
     for (const FoundItems* items : {&before, &after})
-        for (const auto& [path, item] : *items)
-            if (item.linkCount > 1 && !item.isDirectory && changedFiles.contains(inodeOf(item)))
+        for (const auto& [path, found] : *items)
+            if (found.item.linkCount > 1 && !found.item.isDirectory && changedFiles.contains(inodeOf(found)))
                 addWithParents(path);
     return changed;
 }
