@@ -7,7 +7,6 @@
 #include "Tests/Faults/Linux/FaultyProgram.hpp"
 #include "Tests/Support/JSONListing.hpp"
 #include "Tests/Support/MountedImage.hpp"
-#include "Tests/Support/PlainCSV.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 #include <fcntl.h>
@@ -92,34 +91,6 @@ TEST(HostileTrees, ManyNamesInOneFolderAndManyOfOneFile) {
     EXPECT_EQ(result.stats.hardlinkDuplicateCount, count - 1);
     EXPECT_EQ(result.stats.hardlinkSavedBytes, 5000 * (count - std::int64_t{1}));
     EXPECT_FALSE(result.root->node("links/0")->isHardlinkDuplicate());
-}
-
-TEST(HostileTrees, EveryByteInNames) {
-    const TemporaryFolder folder;
-    std::set<std::string> names{"...", "-rf", "a\nb", "\xC3", "\xED\xA0\x80", std::string(255, '\xFF')};
-    for (int byte = 1; byte < 256; ++byte)
-        if (byte != '/' && byte != '.')
-            names.insert(std::string(1, static_cast<char>(byte)));
-    for (const std::string& name : names)
-        (void)folder.makeFile(name, 1);
-    std::set<std::string> seen;
-    const ScanResult result = scan(folder.path());
-    for (const FileNode* child : result.root->children())
-        seen.emplace(child->name());
-    EXPECT_EQ(seen, names);
-
-    const FaultyOutcome csv = runTool({"scan", folder.path(), "--csv"});
-    const auto rows = test::readCSV(csv.output);
-    ASSERT_TRUE(rows.has_value());
-    seen.clear();
-    for (auto row = rows->begin() + 1; row != rows->end(); ++row)
-        seen.insert(row->front());
-    EXPECT_EQ(seen, names);
-
-    const FaultyOutcome json = runTool({"scan", folder.path(), "--json"});
-    const auto items = test::readJSONListing(json.output);
-    ASSERT_TRUE(items.has_value());
-    EXPECT_EQ(items->itemCount, names.size());
 }
 
 /// A folder on a file system of the kind that is the parameter.
