@@ -9,6 +9,7 @@
 #include "TarnwellCore/Scanning/ScanEngine.hpp"
 
 #include "Tests/Support/FolderOracle.hpp"
+#include "Tests/Support/JSONListing.hpp"
 #include "Tests/Support/MountedImage.hpp"
 #include "Tests/Support/PlainCSV.hpp"
 #include "Tests/Support/RandomTree.hpp"
@@ -79,6 +80,7 @@ void expectTruth(const fs::path& folder) {
     const test::FoundItems before = test::find(folder);
     const ScanResult result = ScanEngine(folder, {}).run();
     const std::string csv = test::outputOf({TARNWELL_TOOL, "scan", folder, "--depth", "1000", "--csv"});
+    const std::string json = test::outputOf({TARNWELL_TOOL, "scan", folder, "--depth", "1000", "--json"});
     const std::int64_t duSum = sumByDu(folder);
     const test::FoundItems after = test::find(folder);
     const std::set<std::string> changed = test::changedPaths(before, after);
@@ -91,6 +93,10 @@ void expectTruth(const fs::path& folder) {
     compareListing(csv, folder, items, changed);
     if (changed.empty()) {
         const OracleItem& whole = items.at(folder);
+        const auto listing = test::readJSONListing(json);
+        ASSERT_TRUE(listing.has_value());
+        EXPECT_EQ(listing->itemCount, items.size() - 1);
+        EXPECT_EQ(listing->totalAllocatedSize, whole.allocatedSize);
         EXPECT_EQ(duSum, whole.allocatedSize + sumOfFolders(folder, whole.device));
     }
     std::cout << folder.string() << ": " << result.root->fileCount() << " files ("
@@ -102,6 +108,12 @@ void expectTruth(const fs::path& folder) {
 TEST(Truth, AMadeFolder) {
     const test::TemporaryFolder folder;
     test::makeRandomTree(folder.path(), 3'000, 17);
+    for (int byte = 1; byte < 256; ++byte)
+        if (byte != '/' && byte != '.')
+            (void)folder.makeFile("bytes/" + std::string(1, static_cast<char>(byte)), 1);
+    for (const std::string name : {"...", "-rf", "a\nb", "\xED\xA0\x80"})
+        (void)folder.makeFile("bytes/" + name, 1);
+    (void)folder.makeFile("bytes/" + std::string(255, '\xFF'), 1);
     expectTruth(folder.path());
 }
 
