@@ -104,7 +104,8 @@ public:
         for (int count = static_cast<int>(random_() % 300); count > 0; --count) {
             FileNode& parent = *pick(folders);
             FileNodeAttributes made;
-            made.size = made.allocatedSize = static_cast<std::int64_t>(random_() % 1000);
+            made.size = static_cast<std::int64_t>(random_() % 1000);
+            made.allocatedSize = 2 * made.size;
             made.modificationSeconds = time();
             made.accessSeconds = time();
             made.category = static_cast<FileCategory>(random_() % fileCategoryCount);
