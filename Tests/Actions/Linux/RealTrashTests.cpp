@@ -1,16 +1,15 @@
-#ifdef __linux__
-
 // Moves real files to a real Trash and looks where they went.
 
 #include "TarnwellCore/Actions/TrashService.hpp"
 
-#include "Tests/Actions/PrivateHome.hpp"
 #include "Tests/Support/MountedImage.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <optional>
 #include <set>
 
 namespace fs = std::filesystem;
@@ -20,10 +19,33 @@ namespace tarnwell {
 namespace {
 
 using test::MountedImage;
-using test::privateHome;
-using test::privateTrashFiles;
 using test::readFile;
 using test::TemporaryFolder;
+
+/// A home folder of this program's own, so that its Trash is not the user's. The platform's library reads
+/// these variables once, at its first use: they are set before any test runs.
+class PrivateHome : public testing::Environment {
+public:
+    void SetUp() override {
+        folder.emplace();
+        ::setenv("HOME", folder->path().c_str(), 1);
+        ::setenv("XDG_DATA_HOME", (*folder / "data").c_str(), 1);
+    }
+    void TearDown() override { folder.reset(); }
+
+    std::optional<TemporaryFolder> folder;
+};
+
+const auto* const environment =
+    static_cast<PrivateHome*>(testing::AddGlobalTestEnvironment(new PrivateHome)); // deletes it in the end
+
+const fs::path& privateHome() {
+    return environment->folder->path();
+}
+
+fs::path privateTrashFiles() {
+    return privateHome() / "data/Trash/files";
+}
 
 bool isThere(const fs::path& path) {
     return fs::symlink_status(path).type() != fs::file_type::not_found;
@@ -241,5 +263,3 @@ TEST_F(RealTrashTests, AVolumeWithoutATrashSaysSo) {
 
 } // namespace
 } // namespace tarnwell
-
-#endif
