@@ -1,50 +1,80 @@
 #include "Tests/Support/JSONListing.hpp"
 
-#include <rapidjson/document.h>
+#include <rapidjson/memorystream.h>
+#include <rapidjson/reader.h>
 
+#include <utility>
 #include <vector>
 
 namespace tarnwell::test {
 
 namespace {
 
-using Value = rapidjson::Value;
+class Handler : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Handler> {
+public:
+    bool StartObject() {
+        open_.emplace_back();
+        return true;
+    }
+    bool EndObject(rapidjson::SizeType) {
+        const Item item = std::move(open_.back());
+        open_.pop_back();
+        if (open_.empty())
+            return true;
+        ++listing_.itemCount;
+        listing_.sizes[item.path] = item.size;
+        return true;
+    }
+    bool Key(const char* text, rapidjson::SizeType length, bool) {
+        key_.assign(text, length);
+        return true;
+    }
+    bool String(const char* text, rapidjson::SizeType length, bool) {
+        if (key_ == "path")
+            open_.back().path.assign(text, length);
+        return true;
+    }
+    bool Int(int value) { return Int64(value); }
+    bool Uint(unsigned value) { return Int64(value); }
+    bool Uint64(std::uint64_t value) {
+        return std::in_range<std::int64_t>(value) && Int64(static_cast<std::int64_t>(value));
+    }
+    bool Int64(std::int64_t value) {
+        const bool isRoot = open_.size() == 1;
+        if (key_ == "size")
+            open_.back().size = value;
+        if (isRoot && key_ == "totalSize") {
+            listing_.totalSize = value;
+            hasTotal_ = true;
+        }
+        if (isRoot && key_ == "totalAllocatedSize")
+            listing_.totalAllocatedSize = value;
+        return true;
+    }
 
-/// 0 where there is none.
-std::int64_t integer(const Value& object, const char* key) {
-    const auto member = object.FindMember(key);
-    return member != object.MemberEnd() && member->value.IsInt64() ? member->value.GetInt64() : 0;
-}
+    bool hasTotal() const { return hasTotal_; }
+    JSONListing& listing() { return listing_; }
+
+private:
+    struct Item {
+        std::string path;
+        std::int64_t size = 0;
+    };
+
+    std::vector<Item> open_; // objects that have not come to their end, the root first
+    std::string key_;
+    bool hasTotal_ = false;
+    JSONListing listing_;
+};
 
 } // namespace
 
 std::optional<JSONListing> readJSONListing(const std::string& text) {
-    rapidjson::Document document;
-    document.Parse<rapidjson::kParseValidateEncodingFlag>(text.data(), text.size());
-    if (document.HasParseError() || !document.IsObject() || !document.HasMember("totalSize"))
-        return std::nullopt;
-    JSONListing listing;
-    listing.totalSize = integer(document, "totalSize");
-    listing.totalAllocatedSize = integer(document, "totalAllocatedSize");
-    std::vector<const Value*> pending{&document};
-    while (!pending.empty()) {
-        const Value& value = *pending.back();
-        pending.pop_back();
-        if (value.IsArray())
-            for (const Value& element : value.GetArray())
-                pending.push_back(&element);
-        if (!value.IsObject())
-            continue;
-        for (const auto& member : value.GetObject())
-            pending.push_back(&member.value);
-        if (&value == &document)
-            continue;
-        ++listing.itemCount;
-        const auto path = value.FindMember("path");
-        if (path != value.MemberEnd() && path->value.IsString())
-            listing.sizes[{path->value.GetString(), path->value.GetStringLength()}] = integer(value, "size");
-    }
-    return listing;
+    rapidjson::MemoryStream stream(text.data(), text.size());
+    Handler handler;
+    const bool isWhole =
+        !rapidjson::Reader().Parse<rapidjson::kParseValidateEncodingFlag>(stream, handler).IsError();
+    return isWhole && handler.hasTotal() ? std::optional(std::move(handler.listing())) : std::nullopt;
 }
 
 } // namespace tarnwell::test
