@@ -14,7 +14,7 @@ check_page() {
     page=$("$@" 2>"$WORK/messages" | sed -e $'s/\033\\[[0-9;]*m//g' -e $'s/.\b//g')
     expect "messages of $what" "$(cat "$WORK/messages")" ""
     for section in NAME SYNOPSIS "SIZE MODES" FILES "EXIT STATUS" EXAMPLES; do
-        printf '%s\n' "$page" | grep -qx "$section" || fail "$what shows no section $section"
+        grep -qx "$section" <<<"$page" || fail "$what shows no section $section"
     done
     expect "examples of $what" "$(printf '%s\n' "$page" | sed -n 's/^ *\(\$ \)/\1/p')" "$examples"
 }
