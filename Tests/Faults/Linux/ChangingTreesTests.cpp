@@ -33,6 +33,7 @@
 #include <functional>
 #include <iterator>
 #include <string>
+#include <utility>
 
 namespace fs = std::filesystem;
 
@@ -193,23 +194,33 @@ TEST_P(ChangingTrees, EverythingChangesTypeVanishesAndComesBack) {
         ::umount2((folder / "busy" / std::to_string(place)).c_str(), MNT_DETACH);
 }
 
-/// Expects that "point" in the folder is only opened where no device is asked for, "plain" in any case.
-void expectOtherDevice(const fs::path& folder) {
-    const int root = ::open(folder.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+/// Adds folders and links to a folder in which "point" lies on another device. Expects that only what belongs
+/// to it is opened, "point" where no device is asked for, and that no descriptor is left over.
+void expectNothingElseIsOpened(const fs::path& folder) {
+    fs::create_directories(folder / "plain" / "inner");
+    fs::create_directory_symlink("plain", folder / "link");
+    fs::create_directory_symlink("inner", folder / "plain" / "link");
     const int parent = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const std::string name = folder.filename().string();
     struct stat status = {};
     ASSERT_EQ(::fstat(parent, &status), 0);
     const std::int32_t device = entryFromStatus(status).deviceID;
     const auto isOpened = [](int opened) { return opened >= 0 && ::close(opened) == 0; };
+    const int nextDescriptor = ::dup(parent);
+    ::close(nextDescriptor);
     for (const std::int32_t* wanted : {&device, static_cast<const std::int32_t*>(nullptr)}) {
-        EXPECT_TRUE(isOpened(openSubfolder(parent, "plain", wanted)));
-        EXPECT_TRUE(isOpened(openFolderBelow(root, name + "/plain", wanted)));
-        EXPECT_EQ(isOpened(openSubfolder(parent, "point", wanted)), wanted == nullptr);
-        EXPECT_EQ(isOpened(openFolderBelow(root, name + "/point", wanted)), wanted == nullptr);
+        const std::pair<const char*, bool> names[] = {
+            {"plain", true}, {"link", false}, {"point", wanted == nullptr}};
+        for (const auto& [name, isExpected] : names) {
+            EXPECT_EQ(isOpened(openSubfolder(parent, name, wanted)), isExpected) << name;
+            EXPECT_EQ(isOpened(openFolderBelow(parent, name, wanted)), isExpected) << name;
+        }
+        EXPECT_TRUE(isOpened(openFolderBelow(parent, "plain/inner", wanted)));
+        EXPECT_FALSE(isOpened(openFolderBelow(parent, "link/inner", wanted)));
+        EXPECT_FALSE(isOpened(openFolderBelow(parent, "plain/link", wanted)));
     }
+    EXPECT_EQ(::dup(parent), nextDescriptor);
+    ::close(nextDescriptor);
     ::close(parent);
-    ::close(root);
 }
 
 TEST_P(ChangingTrees, FoldersOnWhichSomethingIsMountedAreNotOpened) {
@@ -217,9 +228,8 @@ TEST_P(ChangingTrees, FoldersOnWhichSomethingIsMountedAreNotOpened) {
         GTEST_SKIP() << "nothing can be mounted here";
     const TemporaryFolder folder;
     const fs::path point = folder.makeFolder("parent/point");
-    (void)folder.makeFolder("parent/plain");
     ASSERT_EQ(::mount("tarnwell-test", point.c_str(), "tmpfs", 0, nullptr), 0);
-    onKernel([&] { expectOtherDevice(folder / "parent"); });
+    onKernel([&] { expectNothingElseIsOpened(folder / "parent"); });
     ::umount2(point.c_str(), MNT_DETACH);
 }
 
@@ -228,12 +238,12 @@ TEST_P(ChangingTrees, SubvolumesAreNotOpened) {
     if (!image)
         GTEST_SKIP() << image.error();
     const fs::path parent = (*image)->path() / "parent";
-    fs::create_directories(parent / "plain");
+    fs::create_directory(parent);
     const int folder = ::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     btrfs_ioctl_vol_args subvolume = {.fd = 0, .name = "point"};
     ASSERT_EQ(::ioctl(folder, BTRFS_IOC_SUBVOL_CREATE, &subvolume), 0);
     ::close(folder);
-    onKernel([&] { expectOtherDevice(parent); });
+    onKernel([&] { expectNothingElseIsOpened(parent); });
 }
 
 } // namespace
