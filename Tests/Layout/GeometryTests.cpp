@@ -24,22 +24,15 @@ TEST(Geometry, InsetStopsAtTheNullRectangle) {
     };
     for (const auto& each : cases)
         EXPECT_EQ(each.rect.insetBy(each.dx, each.dy), each.expected);
-    EXPECT_EQ(Rect::null().width(), 0);
-    EXPECT_TRUE(Rect(0, 0, 1, 1).insetBy(1, 0).isNull());
 }
 
 TEST(Geometry, NegativeExtentsStandForTheSameArea) {
     const Rect rect(10, 20, -4, -6);
     EXPECT_EQ(rect, Rect(6, 14, 4, 6));
     EXPECT_NE(rect, Rect(10, 20, 4, 6));
-    EXPECT_EQ(rect.width(), 4);
-    EXPECT_EQ(rect.height(), 6);
-    EXPECT_EQ(rect.minX(), 6);
-    EXPECT_EQ(rect.maxX(), 10);
-    EXPECT_EQ(rect.minY(), 14);
-    EXPECT_EQ(rect.maxY(), 20);
     EXPECT_TRUE(rect.contains({6, 14}));
-    EXPECT_FALSE(rect.contains({10, 20}));
+    EXPECT_FALSE(rect.contains({10, 15}));
+    EXPECT_FALSE(rect.contains({7, 20}));
 }
 
 TEST(Geometry, MinimumEdgesBelongToARectangleAndMaximumEdgesDoNot) {
