@@ -1,24 +1,18 @@
-// What real accidents leave of a store: processes killed while they save, full disks, crowds.
+// What real accidents leave of a store: processes killed while they save, crowds.
 
 #include "TarnwellCore/Snapshots/SnapshotStore.hpp"
 
 #include "Tests/Support/FaultyFileCalls.hpp"
-#include "Tests/Support/MountedImage.hpp"
 #include "Tests/Support/SampleSnapshots.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <functional>
-#include <random>
 #include <string>
-#include <system_error>
-#include <thread>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -102,32 +96,6 @@ TEST(SnapshotCrash, AKillAtAnyCallOfASaveLeavesWholeSnapshotsOnly) {
     }
 }
 
-TEST(SnapshotCrash, AKillAtAnyTimeLeavesWholeSnapshotsOnly) {
-    const TemporaryFolder folder;
-    SnapshotStore store(folder.path());
-    const UUID older = UUID::random();
-    const auto start = std::chrono::steady_clock::now();
-    store.save(makeCheckableSnapshot(older, entryCount));
-    const auto duration = std::chrono::steady_clock::now() - start;
-    std::mt19937 random(7);
-    for (int round = 0; round < 100; ++round) {
-        const pid_t process = startProcess([&] {
-            // One file is replaced again and again, others are new.
-            for (;;) {
-                store.save(makeCheckableSnapshot(older, entryCount));
-                store.save(makeCheckableSnapshot(UUID::random(), entryCount));
-            }
-        });
-        ASSERT_GT(process, 0);
-        std::this_thread::sleep_for(duration * (random() % 300) / 100);
-        ::kill(process, SIGKILL);
-        const int status = waitFor(process);
-        EXPECT_TRUE(WIFSIGNALED(status));
-        SCOPED_TRACE("round " + std::to_string(round));
-        expectOnlyWholeSnapshots(store, older);
-    }
-}
-
 TEST(SnapshotCrash, TwentyProcessesSaveWhileOthersList) {
     const TemporaryFolder folder;
     constexpr int savers = 20;
@@ -153,41 +121,6 @@ TEST(SnapshotCrash, TwentyProcessesSaveWhileOthersList) {
     const std::vector<ScanSnapshot> listed = store.list();
     EXPECT_EQ(listed.size(), std::size_t{savers * savesEach});
     EXPECT_TRUE(std::ranges::all_of(listed, isWhole));
-}
-
-TEST(SnapshotCrash, AFullAndAReadOnlyFileSystemLoseNothing) {
-    const auto image = test::MountedImage::make({.type = "tmpfs", .size = 500'000});
-    if (!image)
-        GTEST_SKIP() << image.error();
-    SnapshotStore store((*image)->path());
-    const auto failure = [&] {
-        const ScanSnapshot snapshot = makeCheckableSnapshot(UUID::random(), entryCount);
-        try {
-            store.save(snapshot);
-        } catch (const std::system_error& error) {
-            const std::string path = (store.directory() / (snapshot.id.text() + ".json")).string();
-            EXPECT_EQ(error.what(), "Could not write " + path + ": " + error.code().message());
-            return error.code().value();
-        }
-        return 0;
-    };
-    std::size_t saved = 0;
-    int error = 0;
-    while ((error = failure()) == 0 && saved < 100)
-        ++saved;
-    EXPECT_EQ(error, ENOSPC);
-    EXPECT_GT(saved, 2u);
-    const auto expectAll = [&] {
-        const std::vector<ScanSnapshot> listed = store.list();
-        EXPECT_EQ(listed.size(), saved);
-        EXPECT_TRUE(std::ranges::all_of(listed, isWhole));
-        EXPECT_EQ(std::distance(fs::directory_iterator(store.directory()), fs::directory_iterator()),
-                  std::ssize(listed));
-    };
-    expectAll();
-    (*image)->remount("ro");
-    EXPECT_EQ(failure(), EROFS);
-    expectAll();
 }
 
 } // namespace

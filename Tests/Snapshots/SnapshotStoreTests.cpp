@@ -141,30 +141,36 @@ TEST(SnapshotStore, UnreadableFilesAndFoldersAreWhatTheyAre) {
     fs::permissions(unreadable, fs::perms::none);
     EXPECT_EQ(test::runUnprivileged([&] { return std::to_string(store.list().size()); }), "1");
 
-    fs::permissions(folder.path(), fs::perms::owner_read | fs::perms::owner_exec | fs::perms::others_read |
-                                       fs::perms::others_exec);
     const ScanSnapshot snapshot = makeSnapshot();
     const std::string file = (folder / (snapshot.id.text() + ".json")).string();
-    const std::string saving = "Could not write " + file + ": Permission denied";
-    EXPECT_EQ(test::runUnprivileged([&] { return failureOf([&] { store.save(snapshot); }); }), saving);
+    const auto unprivilegedFailure = [](const auto& operation) {
+        return test::runUnprivileged([&] { return failureOf(operation); });
+    };
+    fs::permissions(folder.path(), fs::perms(0555));
+    EXPECT_EQ(unprivilegedFailure([&] { store.save(snapshot); }),
+              "Could not write " + file + ": Permission denied");
     EXPECT_EQ(fileCount(folder.path()), 2);
     fs::permissions(folder.path(), fs::perms::none);
-    EXPECT_EQ(test::runUnprivileged([&] { return failureOf([&] { store.list(); }); }),
+    EXPECT_EQ(unprivilegedFailure([&] { store.list(); }),
               "Could not list " + folder.path().string() + ": Permission denied");
-    EXPECT_EQ(test::runUnprivileged([&] { return failureOf([&] { SnapshotStore(folder / "a/b"); }); }),
+    EXPECT_EQ(unprivilegedFailure([&] { SnapshotStore(folder / "a/b"); }),
               "Could not create " + (folder / "a/b").string() + ": Permission denied");
 }
 
-TEST(SnapshotStore, AFolderThatIsGoneIsNamed) {
+TEST(SnapshotStore, WhatIsGoneOrInTheWayIsNamed) {
     const TemporaryFolder folder;
     SnapshotStore store(folder / "store");
-    fs::remove(store.directory());
+    const ScanSnapshot snapshot = makeSnapshot();
+    const std::string file = store.directory() / (snapshot.id.text() + ".json");
+    fs::create_directory(file);
+    EXPECT_THAT(failureOf([&] { store.deleteSnapshot(snapshot.id); }),
+                testing::StartsWith("Could not remove " + file + ": "));
+    EXPECT_TRUE(fs::is_directory(file));
+    fs::remove_all(store.directory());
     EXPECT_EQ(failureOf([&] { store.list(); }),
               "Could not list " + store.directory().string() + ": No such file or directory");
-    const ScanSnapshot snapshot = makeSnapshot();
     EXPECT_EQ(failureOf([&] { store.save(snapshot); }),
-              "Could not write " + (store.directory() / (snapshot.id.text() + ".json")).string() +
-                  ": No such file or directory");
+              "Could not write " + file + ": No such file or directory");
     EXPECT_NO_THROW(store.deleteSnapshot(snapshot.id));
 }
 
@@ -204,16 +210,6 @@ TEST(SnapshotStore, FilesThatCannotBeReadToTheEndArePassedOver) {
         EXPECT_TRUE(faults.hasFailed());
     }
     EXPECT_EQ(SnapshotStore(folder.path(), FaultyFileCalls::halting()).list().size(), 1u);
-}
-
-TEST(SnapshotStore, WhatCannotBeRemovedIsNamed) {
-    const TemporaryFolder folder;
-    SnapshotStore store(folder.path());
-    const UUID id = UUID::random();
-    const fs::path file = folder.makeFolder(id.text() + ".json");
-    EXPECT_THAT(failureOf([&] { store.deleteSnapshot(id); }),
-                testing::StartsWith("Could not remove " + file.string() + ": "));
-    EXPECT_TRUE(fs::is_directory(file));
 }
 
 TEST(SnapshotStore, ThreadsShareAStore) {
