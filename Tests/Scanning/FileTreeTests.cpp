@@ -2,10 +2,12 @@
 #include "TarnwellCore/Scanning/NodeSorter.hpp"
 #include "TarnwellCore/Scanning/TreeAggregation.hpp"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <random>
 #include <string>
@@ -110,7 +112,6 @@ TEST(FileNode, PlaceInTheTree) {
         {&a, "/r/a/b", &b},
         {&a, "b/f", &file},
         {&a, "/r/empty", nullptr},
-        {root.get(), "/r/nope", nullptr},
         {root.get(), "/ra", nullptr},
         {root.get(), "/r/a/b/f/x", nullptr},
     };
@@ -119,7 +120,6 @@ TEST(FileNode, PlaceInTheTree) {
 
     FileTreeBuilder empty("/e");
     EXPECT_EQ(empty.addFile(empty.root(), "zero", 0).percentOfRoot(), 0);
-    EXPECT_EQ(empty.root().percentOfRoot(), 1);
 }
 
 TEST(FileNode, Queries) {
@@ -131,32 +131,23 @@ TEST(FileNode, Queries) {
     FileNode& film = tree.addFile(project, "film.mp4", 900);
     FileNode& song = tree.addFile(inner, "song.mp3", 500);
     FileNode& other = tree.addFile(project, "other.mp3", 500);
-    tree.addFile(project, "link.mp4", sizes(900, 900, FileNodeFlags::hardlinkDuplicate));
+    FileNode& link = tree.addFile(project, "link.mp4", sizes(900, 900, FileNodeFlags::hardlinkDuplicate));
     tree.addFile(project, "lost.mp4", sizes(70, 70, FileNodeFlags::inaccessible));
     const auto root = tree.finish();
+    using testing::UnorderedElementsAre;
 
-    auto folders = root->outermostDirectories("node_modules");
-    std::sort(folders.begin(), folders.end());
-    std::vector<const FileNode*> expected{&modules, &inner};
-    std::sort(expected.begin(), expected.end());
-    EXPECT_EQ(folders, expected);
+    EXPECT_THAT(root->outermostDirectories("node_modules"), UnorderedElementsAre(&modules, &inner));
     EXPECT_EQ(modules.outermostDirectories("node_modules").size(), 1u);
+    EXPECT_TRUE(root->largestFiles(10, 901).empty());
+    EXPECT_TRUE(root->largestFiles(0, 0).empty());
+    EXPECT_THAT(root->largestFiles(2, 0), UnorderedElementsAre(&film, &link));
+    EXPECT_THAT(root->largestFiles(100, 500), UnorderedElementsAre(&film, &link, &song, &other));
+    EXPECT_TRUE(std::ranges::is_sorted(root->largestFiles(100, 0), std::greater(), &FileNode::size));
 
-    EXPECT_EQ(root->largestFiles(1, 0).size(), 1u);
-    EXPECT_EQ(root->largestFiles(10, 901).size(), 0u);
-    EXPECT_EQ(root->largestFiles(0, 0).size(), 0u);
-    const auto largest = root->largestFiles(100, 500);
-    ASSERT_EQ(largest.size(), 4u);
-    EXPECT_EQ(largest[0]->size, 900);
-    EXPECT_TRUE((largest[2] == &song && largest[3] == &other) ||
-                (largest[2] == &other && largest[3] == &song));
-
-    const auto breakdown = root->categoryBreakdown(false);
-    EXPECT_EQ(breakdown, (std::map<FileCategory, std::int64_t>{{FileCategory::video, 900},
-                                                               {FileCategory::audio, 1000}}));
-    EXPECT_EQ(root->size, 1900);
-    EXPECT_EQ(film.categoryBreakdown(true),
-              (std::map<FileCategory, std::int64_t>{{FileCategory::video, 900}}));
+    using Breakdown = std::map<FileCategory, std::int64_t>;
+    EXPECT_EQ(root->categoryBreakdown(false),
+              (Breakdown{{FileCategory::video, 900}, {FileCategory::audio, 1000}}));
+    EXPECT_EQ(link.categoryBreakdown(true), (Breakdown{{FileCategory::video, 900}}));
 
     EXPECT_EQ(root->descendants(3).size(), 3u);
     EXPECT_EQ(root->descendants(1000).size(), 9u);
@@ -199,55 +190,6 @@ TEST(Aggregation, CountsWhatCounts) {
     EXPECT_EQ(childNames(*root), (std::vector<std::string>{"given", "links", "lost", "own size"}));
 }
 
-TEST(Aggregation, OrdersBySizeThenNameBytes) {
-    FileTreeBuilder tree("/r");
-    for (const char* name : {"b", "\xC3\xA4", "a", "B"})
-        tree.addFile(tree.root(), name, 5);
-    tree.addFile(tree.addFolder(tree.root(), "c"), "f", 5);
-    tree.addFile(tree.root(), "large", 6);
-    tree.addFile(tree.addFolder(tree.root(), "A"), "f", 6);
-    tree.addFile(tree.root(), "small", 4);
-    const auto root = tree.finish();
-    EXPECT_EQ(childNames(*root),
-              (std::vector<std::string>{"A", "large", "B", "a", "b", "c", "\xC3\xA4", "small"}));
-}
-
-/// Sums and order by definition, with recursion and plain sorting.
-void aggregatePlainly(const FileNode& node, std::int64_t& size, std::int64_t& files, std::int64_t& folders) {
-    for (const FileNode* child : node.children()) {
-        if (!child->isDirectory()) {
-            if (child->flags.contains(FileNodeFlags::inaccessible))
-                continue;
-            ++files;
-            size += child->isHardlinkDuplicate() ? 0 : child->size;
-            continue;
-        }
-        ++folders;
-        aggregatePlainly(*child, size, files, folders);
-    }
-}
-
-TEST(Aggregation, ChildrenOfOneSizeAndNameKeepTheirOrder) {
-    for (const bool areFolders : {false, true}) {
-        FileTreeBuilder builder("/r");
-        for (int number = 0; number < 60; ++number) {
-            const std::string_view name = number % 3 == 0 ? "b" : "a";
-            const FileNodeAttributes attributes{.modificationSeconds = static_cast<double>(number)};
-            if (areFolders)
-                builder.addFolder(builder.root(), name, attributes);
-            else
-                builder.addFile(builder.root(), name, attributes);
-        }
-        const auto root = builder.finish();
-        const auto children = root->children();
-        for (std::size_t index = 1; index < children.size(); ++index)
-            EXPECT_TRUE(children[index - 1]->name() == children[index]->name()
-                            ? children[index - 1]->modificationSeconds < children[index]->modificationSeconds
-                            : index == 40)
-                << index << (areFolders ? " of folders" : " of files");
-    }
-}
-
 TEST(Aggregation, AgreesWithThePlainWayOnRandomTrees) {
     for (std::uint64_t seed = 1; seed <= 60; ++seed) {
         std::mt19937_64 random(seed);
@@ -262,17 +204,21 @@ TEST(Aggregation, AgreesWithThePlainWayOnRandomTrees) {
             if (random() % 4 == 0)
                 folders.push_back(&tree.addFolder(parent, name));
             else
-                tree.addFile(
-                    parent, name,
-                    sizes(size, size, FileNodeFlags(static_cast<std::uint16_t>(random() % 8 == 0 ? 8 : 0))));
+                tree.addFile(parent, name,
+                             sizes(size, size,
+                                   random() % 8 == 0 ? FileNodeFlags::hardlinkDuplicate : FileNodeFlags()));
         }
         aggregate(tree.root(), static_cast<int>(isLarge ? 3 : 1 + seed % 2));
         const auto root = tree.finishWithoutAggregation();
         for (const FileNode* folder : folders) {
             std::int64_t size = 0;
             std::int64_t fileCount = 0;
-            std::int64_t directoryCount = 0;
-            aggregatePlainly(*folder, size, fileCount, directoryCount);
+            std::int64_t directoryCount = -1; // the folder itself
+            folder->forEachDescendant([&](const FileNode& node) {
+                size += node.isDirectory() || node.isHardlinkDuplicate() ? 0 : node.size;
+                ++(node.isDirectory() ? directoryCount : fileCount);
+                return true;
+            });
             EXPECT_EQ(folder->size, size);
             EXPECT_EQ(folder->fileCount(), fileCount);
             EXPECT_EQ(folder->directoryCount(), directoryCount);
