@@ -27,17 +27,17 @@ namespace {
 std::mutex readersMutex;
 std::set<long> readers; // thread numbers; guarded by readersMutex
 std::atomic<int> reads = 0;
-
-void noteReader() {
-    const std::lock_guard guard(readersMutex);
-    readers.insert(::syscall(SYS_gettid));
-}
+std::atomic<int> slowReads = 0; // of a thousand, as where some parts of the tree are in the kernel's caches
 
 DirectoryCalls slowCalls() {
     DirectoryCalls calls = DirectoryCalls::live();
     calls.readPacked = [](int folder, std::byte* buffer, std::size_t size) {
-        noteReader();
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        {
+            const std::lock_guard guard(readersMutex);
+            readers.insert(::syscall(SYS_gettid));
+        }
+        if (reads++ % 1000 < slowReads)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         return DirectoryCalls::live().readPacked(folder, buffer, size);
     };
     return calls;
@@ -58,6 +58,7 @@ TEST(WaitingWorkers, JoinUnlessTheirNumberIsGivenOrMemoryIsLimited) {
     for (int index = 0; index < folderCount; ++index)
         folder.makeFile("wide/" + std::to_string(index) + "/file", 1);
     const DirectoryCalls calls = slowCalls();
+    slowReads = 1000;
     struct Case {
         std::optional<int> workerCount;
         rlim_t addressSpace;
@@ -91,13 +92,8 @@ TEST(WaitingWorkers, LeaveAndJoinAgainWithoutLosingAnything) {
     for (std::uint64_t index = 0; index < 2000; ++index)
         folder.makeFile(std::to_string(index % 40) + "/" + std::to_string(index) + "/file", index);
     const auto oracle = test::measureFolder(folder.path());
-    DirectoryCalls calls = DirectoryCalls::live();
-    calls.readPacked = [](int descriptor, std::byte* buffer, std::size_t size) {
-        noteReader();
-        if (reads++ % 1000 < 300) // some parts of the tree are in the kernel's caches
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        return DirectoryCalls::live().readPacked(descriptor, buffer, size);
-    };
+    const DirectoryCalls calls = slowCalls();
+    slowReads = 300;
     readers.clear();
     const ScanResult result = ScanEngine(folder.path().string(), {}, true, calls).run();
     EXPECT_GT(readers.size(), 16u) << "none has left";
