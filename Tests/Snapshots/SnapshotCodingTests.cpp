@@ -159,7 +159,7 @@ TEST(SnapshotCoding, AnythingElseIsNoSnapshot) {
     for (const std::string& document :
          {std::string(), std::string("null"), std::string("[]"), "[" + whole + "]", whole + whole,
           whole + '\0', '\0' + whole, replacing("/Users", "/\xff"), replacing("/Users", "/\xed\xa0\x80"),
-          replacing("/Users", "\\ud800"), replacing("\"minimumSize\": 1000000", "\"caf\xe9\": 1"),
+          replacing("/Users", "\\udc00"), replacing("\"minimumSize\": 1000000", "\"caf\xe9\": 1"),
           replacing("2024-05-01", "2024-05-32"), replacing("3F2A8C1E-", "3F2A8C1E"),
           replacing("    {\n", "    [], {\n"), whole + "\xc3"})
         EXPECT_EQ(decode(document), std::nullopt) << document;
