@@ -9,7 +9,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <map>
@@ -43,8 +42,8 @@ Reading read(DirectoryReader& reader, const std::string& path, std::int32_t devi
     };
     if (reading.isRead) {
         EXPECT_TRUE(reader.readEntries(folder, deviceID, countEntries));
+        EXPECT_EQ(count, reading.entries.size());
     }
-    EXPECT_EQ(count, reading.entries.size());
     ::close(folder);
     return reading;
 }

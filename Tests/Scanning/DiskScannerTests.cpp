@@ -4,12 +4,14 @@
 #include "Tests/Support/TemporaryFolder.hpp"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cmath>
+#include <map>
+#include <stdexcept>
 #include <thread>
+#include <vector>
 
 namespace tarnwell {
 namespace {
