@@ -412,13 +412,14 @@ private:
     rlimit before_ = {};
 };
 
-/// A chain of folders below a folder, however long its paths become. `add` puts more into each of them, given
-/// its descriptor and its level.
+/// A chain of folders below a folder, however long its paths become; no two have one name, so that none is
+/// taken for another. `add` puts more into each of them, given its descriptor and its level.
 void makeChain(const std::filesystem::path& top, int depth, const std::function<void(int, int)>& add) {
     int folder = ::open(top.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     for (int level = 1; level <= depth; ++level) {
-        EXPECT_EQ(::mkdirat(folder, "a folder", 0755), 0);
-        const int next = ::openat(folder, "a folder", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        const std::string name = "level " + std::to_string(level);
+        EXPECT_EQ(::mkdirat(folder, name.c_str(), 0755), 0);
+        const int next = ::openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         ::close(folder);
         folder = next;
         add(folder, level);
@@ -441,8 +442,9 @@ TEST(ScanEngine, RunsWithFewDescriptors) {
         const TemporaryFolder folder;
         ::chmod(folder.path().c_str(), 0755);
         // At every level a sibling waits, so that every level wants to keep its descriptor.
-        makeChain(folder.path(), each.depth,
-                  [](int parent, int) { EXPECT_EQ(::mkdirat(parent, "sibling", 0755), 0); });
+        makeChain(folder.path(), each.depth, [](int parent, int level) {
+            EXPECT_EQ(::mkdirat(parent, std::to_string(level).c_str(), 0755), 0);
+        });
         const std::string text = test::runUnprivileged([&] {
             const DescriptorLimit limit(each.limit);
             std::atomic<int> wholeScans = 0;
