@@ -56,9 +56,7 @@ struct MountedImage::Content {
     bool isMounted = false;
 
     std::string mount(const fs::path& point) {
-        std::string options = request.type == "tmpfs" ? "size=" + std::to_string(request.size) : "loop";
-        if (!request.mountOptions.empty())
-            options += "," + request.mountOptions;
+        const std::string options = request.type == "tmpfs" ? "size=" + std::to_string(request.size) : "loop";
         const std::string source = request.type == "tmpfs" ? "tarnwell-test" : image.string();
         std::string failure = failureOf({"mount", "-t", request.type, "-o", options, "--", source, point});
         isMounted = failure.empty();
@@ -104,11 +102,6 @@ void MountedImage::unmount() {
     if (const std::string failure = failureOf({"umount", "--", path_}); !failure.empty())
         throw std::runtime_error(failure);
     content_->isMounted = false;
-}
-
-void MountedImage::mount() {
-    if (const std::string failure = content_->mount(path_); !failure.empty())
-        throw std::runtime_error(failure);
 }
 
 void MountedImage::remount(const std::string& options) {

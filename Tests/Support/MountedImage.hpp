@@ -32,8 +32,6 @@ public:
         std::string name = "volume";
         /// One argument of the mkfs program, such as "-mreflink=0".
         std::string formatOption = {};
-        /// As "mount -o" takes them, such as "ro".
-        std::string mountOptions = {};
     };
 
     /// Mounts a new, empty file system; otherwise the reason why it cannot be had here.
@@ -48,10 +46,8 @@ public:
     /// The mount point: absolute, links resolved. An empty folder while nothing is mounted.
     const std::filesystem::path& path() const { return path_; }
 
-    /// Both throw std::runtime_error when that fails, such as unmounting with a file open. A tmpfs comes back
-    /// empty, everything else with its content.
+    /// Both throw std::runtime_error when that fails, such as unmounting with a file open.
     void unmount();
-    void mount();
     /// Changes the options of the mounted file system: "ro", "rw".
     void remount(const std::string& options);
 
