@@ -7,10 +7,10 @@
 
 namespace tarnwell {
 
-/// Opens the folder of that name, neither a path nor "..", in `folder` for reading, by one call as a rule. A
-/// link in its place is an error. With `device`, so is on Linux what lies on another one, such as a file
-/// system that was mounted there, or a subvolume that was put there, a moment ago: EXDEV; where the kernel can
-/// be told so (5.6), it triggers no automount either. -1 and errno on failure.
+/// Opens the folder of that name, neither a path nor "..", in `folder` for reading, on block devices by one
+/// call as a rule. A link in its place is an error. With `device`, so is on Linux what lies on another one,
+/// such as a file system that was mounted there, or a subvolume that was put there, a moment ago: EXDEV;
+/// where the kernel can be told so (5.6), it triggers no automount either. -1 and errno on failure.
 int openSubfolder(int folder, const char* name, const std::int32_t* device);
 
 /// Opens the folder at a path below `folder` for reading. No link is followed anywhere in the path, and

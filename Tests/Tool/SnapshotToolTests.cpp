@@ -2,13 +2,16 @@
 
 #include "TarnwellCore/Analysis/Shell.hpp"
 
+#include "Tests/Support/MountedImage.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -17,6 +20,14 @@ namespace fs = std::filesystem;
 namespace tarnwell {
 namespace {
 
+/// Runs the program with a home of its own.
+CommandResult run(const std::string& home, const std::vector<std::string>& arguments) {
+    std::vector<std::string> command{"HOME=" + home, "CFFIXED_USER_HOME=" + home,
+                                     "XDG_DATA_HOME=" + home + "/data", TARNWELL_TOOL, "snapshot"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return Shell::run("/usr/bin/env", command, 60).value();
+}
+
 TEST(SnapshotTool, ASessionShowsWhatGrewShrankCameAndWent) {
     const test::TemporaryFolder folder;
     const std::string home = folder.makeFolder("home");
@@ -24,12 +35,9 @@ TEST(SnapshotTool, ASessionShowsWhatGrewShrankCameAndWent) {
     const auto file = [&](const char* path, std::uint64_t megabytes) {
         folder.makeFile("x/" + std::string(path), megabytes * 1'000'000);
     };
-    /// What the program prints when all goes well, with a home of its own.
+    /// What the program prints when all goes well.
     const auto output = [&](const std::vector<std::string>& arguments) {
-        std::vector<std::string> command{"HOME=" + home, "CFFIXED_USER_HOME=" + home,
-                                         "XDG_DATA_HOME=" + home + "/data", TARNWELL_TOOL, "snapshot"};
-        command.insert(command.end(), arguments.begin(), arguments.end());
-        const CommandResult result = Shell::run("/usr/bin/env", command, 60).value();
+        const CommandResult result = run(home, arguments);
         EXPECT_EQ(result.exitCode, 0);
         EXPECT_EQ(result.standardError, "");
         return result.standardOutput;
@@ -73,6 +81,30 @@ TEST(SnapshotTool, ASessionShowsWhatGrewShrankCameAndWent) {
                                    "Total change: +14 MB\n";
     EXPECT_EQ(output({"diff", "previous", "latest"}), difference);
     EXPECT_EQ(output({"diff", oldest.substr(0, 35), newest}), difference);
+}
+
+TEST(SnapshotTool, AFullDiskIsReportedAndLosesNothing) {
+    const auto image = test::MountedImage::make({.type = "tmpfs", .size = 200'000});
+    if (!image)
+        GTEST_SKIP() << image.error();
+    const fs::path home = (*image)->path();
+    const test::TemporaryFolder folder;
+    folder.makeFile("file", 2'000'000);
+    ASSERT_EQ(run(home, {"save", folder.path()}).exitCode, 0);
+    const std::string before = run(home, {"list"}).standardOutput;
+    std::ofstream(home / "filler") << std::string(1'000'000, 'x'); // as much of it as there is room for
+    const CommandResult result = run(home, {"save", folder.path(), "--json"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.standardOutput, "");
+    EXPECT_THAT(result.standardError,
+                testing::MatchesRegex("Could not write " + home.string() +
+                                      "/.*/[-0-9A-F]{36}.json: No space left on device\n"));
+    EXPECT_EQ(run(home, {"list"}).standardOutput, before);
+    fs::remove(home / "filler");
+    std::ptrdiff_t files = 0;
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(home))
+        files += entry.is_regular_file() ? 1 : 0;
+    EXPECT_EQ(files, 1) << "nothing is left of the one that failed";
 }
 
 } // namespace

@@ -201,6 +201,8 @@ void expectNothingElseIsOpened(const fs::path& folder) {
     fs::create_directory_symlink("plain", folder / "link");
     fs::create_directory_symlink("inner", folder / "plain" / "link");
     const int parent = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int root = ::open(folder.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const std::string point = folder.filename().string() + "/point";
     struct stat status = {};
     ASSERT_EQ(::fstat(parent, &status), 0);
     const std::int32_t device = entryFromStatus(status).deviceID;
@@ -214,12 +216,14 @@ void expectNothingElseIsOpened(const fs::path& folder) {
             EXPECT_EQ(isOpened(openSubfolder(parent, name, wanted)), isExpected) << name;
             EXPECT_EQ(isOpened(openFolderBelow(parent, name, wanted)), isExpected) << name;
         }
+        EXPECT_EQ(isOpened(openFolderBelow(root, point, wanted)), wanted == nullptr);
         EXPECT_TRUE(isOpened(openFolderBelow(parent, "plain/inner", wanted)));
         EXPECT_FALSE(isOpened(openFolderBelow(parent, "link/inner", wanted)));
         EXPECT_FALSE(isOpened(openFolderBelow(parent, "plain/link", wanted)));
     }
     EXPECT_EQ(::dup(parent), nextDescriptor);
     ::close(nextDescriptor);
+    ::close(root);
     ::close(parent);
 }
 
