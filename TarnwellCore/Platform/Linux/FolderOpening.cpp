@@ -63,9 +63,10 @@ int requireDevice(int folder, std::int32_t device) {
     return -1;
 }
 
-/// What `openWithoutLinks` opened on that device as far as mounts tell. A subvolume is none: it has a number
-/// of its own, which, as its file system's, belongs to no block device.
-int afterMountsAreRuledOut(int opened, std::int32_t device) {
+/// As `requireDevice`, for a folder that is on the device as far as mounts tell. A subvolume is no mount, but
+/// has a device number of its own; like its file system's, that belongs to no block device, so that others
+/// need no second look.
+int ruleOutSubvolume(int opened, std::int32_t device) {
     return majorFromDeviceID(device) == 0 ? requireDevice(opened, device) : opened;
 }
 
@@ -107,7 +108,7 @@ int openSubfolder(int folder, const char* name, const std::int32_t* device) {
     // A single name leads nowhere but below: RESOLVE_BENEATH would only take a lock that all threads share.
     const int opened = openWithoutLinks(folder, name, RESOLVE_NO_XDEV);
     if (opened >= 0)
-        return afterMountsAreRuledOut(opened, *device);
+        return ruleOutSubvolume(opened, *device);
     const int error = errno;
     if (isRefused(error))
         return requireDevice(afterRefusal(error, ::openat(folder, name, folderFlags)), *device);
@@ -127,7 +128,7 @@ int FolderOpeningDetail::openShortPathBelow(int folder, const char* relativePath
     const std::uint64_t noOtherDevice = device != nullptr ? RESOLVE_NO_XDEV : 0;
     const int opened = openWithoutLinks(folder, relativePath, RESOLVE_BENEATH | noOtherDevice);
     if (opened >= 0)
-        return device != nullptr ? afterMountsAreRuledOut(opened, *device) : opened;
+        return device != nullptr ? ruleOutSubvolume(opened, *device) : opened;
     const int error = errno;
     if (isRefused(error)) {
         const int found = afterRefusal(error, openStepwise(folder, relativePath));
