@@ -64,6 +64,19 @@ std::size_t asciiPrefix(const unsigned char* bytes, std::size_t count) {
 
 } // namespace
 
+Utf8Part firstUTF8Part(std::string_view text) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+    const Sequence sequence = nextSequence(bytes, text.size());
+    if (!sequence.isWellFormed)
+        return {0, sequence.length, false};
+    if (sequence.length == 1)
+        return {bytes[0], 1, true};
+    char32_t code = bytes[0] & (0x7Fu >> sequence.length);
+    for (std::size_t index = 1; index < sequence.length; ++index)
+        code = code << 6 | (bytes[index] & 0x3Fu);
+    return {code, sequence.length, true};
+}
+
 bool isValidUTF8(std::string_view text) {
     const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
     std::size_t position = asciiPrefix(bytes, text.size());

@@ -2,10 +2,23 @@
 
 // Names are bytes; documents are UTF-8. Between the two, what is not UTF-8 becomes U+FFFD.
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
 namespace tarnwell {
+
+/// What stands at the beginning of a text: a character, or bytes that are none.
+struct Utf8Part {
+    /// 0 for bytes that are no character.
+    char32_t code = 0;
+    /// In bytes, at least 1. Of an ill-formed text, the longest part that could have become a character.
+    std::size_t length = 1;
+    bool isWellFormed = false;
+};
+
+/// The beginning of a text that is not empty.
+Utf8Part firstUTF8Part(std::string_view text);
 
 /// Whether all of `text` is well-formed UTF-8 (no overlong forms, no surrogates, nothing beyond U+10FFFF).
 bool isValidUTF8(std::string_view text);
