@@ -5,8 +5,8 @@
 
 namespace tarnwell::CLIMain {
 
-CLIResult run(const std::vector<std::string>& arguments, const TextSink& output) {
-    return CLIRunner::run(arguments, CLIServices::live(), output);
+CLIResult run(const std::vector<std::string>& arguments, const TextSink& output, CLIStyles styles) {
+    return CLIRunner::run(arguments, CLIServices::live(), output, styles);
 }
 
 } // namespace tarnwell::CLIMain

@@ -38,7 +38,7 @@ private:
 std::unexpected<CLIParseError> failure(std::string_view text) {
     std::string message = "tarnwell: ";
     message += text;
-    message += "\nSee `tarnwell --help` for usage.\n";
+    message += messageEnd;
     return std::unexpected(CLIParseError{std::move(message)});
 }
 

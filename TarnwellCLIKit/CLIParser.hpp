@@ -26,6 +26,9 @@ namespace CLIParser {
 using Arguments = std::span<const std::string>;
 using Result = std::expected<CLICommand, CLIParseError>;
 
+/// How every message of an error ends.
+inline constexpr std::string_view messageEnd = "\nSee `tarnwell --help` for usage.\n";
+
 /// `arguments` come without the program's name.
 Result parse(Arguments arguments);
 

@@ -79,7 +79,7 @@ std::size_t longestText(const CLIListedScan& scan) {
     return longest;
 }
 
-std::string writeText(const CLIListedScan& scan, TextOutput output) {
+std::string writeText(const CLIListedScan& scan, NameStyle style, TextOutput output) {
     output.reserve([&] { return longestText(scan); });
     std::string& text = output.text();
     for (const CLIListedNode& row : scan.children) {
@@ -87,7 +87,7 @@ std::string writeText(const CLIListedScan& scan, TextOutput output) {
         text += "  ";
         text += ByteFormatter::percent(row.share, 1);
         text.append(2 + indentOf(row), ' ');
-        text += row.name();
+        appendStyled(text, row.name(), style);
         text += '\n';
         output.endPart();
     }
@@ -133,12 +133,12 @@ CLIListedScan listedScan(const FileNode& root, SizeMode mode, std::int64_t depth
     return scan;
 }
 
-std::string human(const CLIListedScan& scan) {
-    return writeText(scan, TextOutput());
+std::string human(const CLIListedScan& scan, NameStyle style) {
+    return writeText(scan, style, TextOutput());
 }
 
-void human(const CLIListedScan& scan, const TextSink& sink) {
-    writeText(scan, TextOutput(sink));
+void human(const CLIListedScan& scan, const TextSink& sink, NameStyle style) {
+    writeText(scan, style, TextOutput(sink));
 }
 
 std::string humanListing(const FileNode& root, SizeMode mode, std::int64_t depth,

@@ -4,6 +4,7 @@
 // JSON or CSV. Depth and top limit what is listed, never what was measured. Pure functions; no recursion.
 
 #include "TarnwellCLIKit/CLIListing.hpp"
+#include "TarnwellCore/Text/HarmlessText.hpp"
 #include "TarnwellCore/Text/TextOutput.hpp"
 
 #include <cstdint>
@@ -23,19 +24,20 @@ CLIListedScan listedScan(const FileNode& root, SizeMode mode, std::int64_t depth
                          std::optional<std::int64_t> top);
 
 // Each document is to be had whole, or in pieces that `sink` gets while it is written; whatever `sink` throws
-// comes out.
+// comes out. With `NameStyle::verbatim`, names and paths go out byte for byte.
 
-/// One line a row: size, share, indented name; then the total. Names go out byte for byte.
-std::string human(const CLIListedScan& scan);
-void human(const CLIListedScan& scan, const TextSink& sink);
+/// One line a row: size, share, indented name; then the total.
+std::string human(const CLIListedScan& scan, NameStyle style = NameStyle::verbatim);
+void human(const CLIListedScan& scan, const TextSink& sink, NameStyle style = NameStyle::verbatim);
 
-/// A pretty-printed JSON document with its keys in ascending order and a line feed at the end.
-std::string json(const CLIListedScan& scan);
-void json(const CLIListedScan& scan, const TextSink& sink);
+/// A pretty-printed JSON document with its keys in ascending order and a line feed at the end. To a reader,
+/// both styles are the same document; bytes that are not UTF-8 are U+FFFD.
+std::string json(const CLIListedScan& scan, NameStyle style = NameStyle::verbatim);
+void json(const CLIListedScan& scan, const TextSink& sink, NameStyle style = NameStyle::verbatim);
 
-/// A header and one line a row. Names and paths go out byte for byte, quoted where they have to be.
-std::string csv(const CLIListedScan& scan);
-void csv(const CLIListedScan& scan, const TextSink& sink);
+/// A header and one line a row. Names and paths are quoted where they have to be.
+std::string csv(const CLIListedScan& scan, NameStyle style = NameStyle::verbatim);
+void csv(const CLIListedScan& scan, const TextSink& sink, NameStyle style = NameStyle::verbatim);
 
 /// `human` of the listing of a whole tree.
 std::string humanListing(const FileNode& root, SizeMode mode, std::int64_t depth,

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <utility>
 
 namespace tarnwell::CLIRender {
 
@@ -41,6 +42,17 @@ struct FieldForm {
     }
 };
 
+/// The field of a name as a terminal may show it.
+struct HarmlessFieldForm {
+    static bool append(std::string& text, std::string_view bytes) {
+        return isHarmless(bytes) ? FieldForm::append(text, bytes) : FieldForm::append(text, harmless(bytes));
+    }
+
+    static std::size_t length(std::string_view bytes) {
+        return isHarmless(bytes) ? FieldForm::length(bytes) : FieldForm::length(harmless(bytes));
+    }
+};
+
 void appendField(std::string& text, std::string_view content, bool isQuotedField) {
     if (isQuotedField)
         text += '"';
@@ -62,21 +74,23 @@ void appendFields(std::string& text, const CLIListedNode& row) {
 }
 
 /// No document is longer than this, and none much shorter.
+template <class Form>
 std::size_t longestDocument(const std::vector<CLIListedNode>& rows) {
     // Four quotes, six commas, "false", a line feed, and the longest double from 0 to 1.
     constexpr std::size_t frame = 4 + 6 + 5 + 1 + 24;
     std::size_t length = header.size();
-    RowContentLength<FieldForm> content;
+    RowContentLength<Form> content;
     for (const CLIListedNode& row : rows)
         length += frame + content.of(row);
     return length;
 }
 
+template <class Form>
 std::string writeDocument(const CLIListedScan& scan, TextOutput output) {
-    output.reserve([&] { return longestDocument(scan.children); });
+    output.reserve([&] { return longestDocument<Form>(scan.children); });
     std::string& text = output.text();
     text += header;
-    RowPath<FieldForm> path;
+    RowPath<Form> path;
     for (const CLIListedNode& row : scan.children) {
         path.moveTo(*row.node);
         appendField(text, path.name(), path.nameIsRemarkable());
@@ -88,14 +102,19 @@ std::string writeDocument(const CLIListedScan& scan, TextOutput output) {
     return output.finish();
 }
 
-} // namespace
-
-std::string csv(const CLIListedScan& scan) {
-    return writeDocument(scan, TextOutput());
+std::string writeDocument(const CLIListedScan& scan, NameStyle style, TextOutput output) {
+    return style == NameStyle::harmless ? writeDocument<HarmlessFieldForm>(scan, std::move(output))
+                                        : writeDocument<FieldForm>(scan, std::move(output));
 }
 
-void csv(const CLIListedScan& scan, const TextSink& sink) {
-    writeDocument(scan, TextOutput(sink));
+} // namespace
+
+std::string csv(const CLIListedScan& scan, NameStyle style) {
+    return writeDocument(scan, style, TextOutput());
+}
+
+void csv(const CLIListedScan& scan, const TextSink& sink, NameStyle style) {
+    writeDocument(scan, style, TextOutput(sink));
 }
 
 } // namespace tarnwell::CLIRender

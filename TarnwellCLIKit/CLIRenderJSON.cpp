@@ -128,12 +128,18 @@ std::string writeDocument(const CLIListedScan& scan, TextOutput output) {
 
 } // namespace
 
-std::string json(const CLIListedScan& scan) {
-    return writeDocument(scan, TextOutput());
+std::string json(const CLIListedScan& scan, NameStyle style) {
+    std::string document = writeDocument(scan, TextOutput());
+    return style == NameStyle::harmless ? harmlessJSON(document) : document;
 }
 
-void json(const CLIListedScan& scan, const TextSink& sink) {
-    writeDocument(scan, TextOutput(sink));
+void json(const CLIListedScan& scan, const TextSink& sink, NameStyle style) {
+    if (style == NameStyle::verbatim) {
+        writeDocument(scan, TextOutput(sink));
+        return;
+    }
+    const TextSink harmlessSink = [&](std::string_view piece) { sink(harmlessJSON(piece)); };
+    writeDocument(scan, TextOutput(harmlessSink));
 }
 
 } // namespace tarnwell::CLIRender

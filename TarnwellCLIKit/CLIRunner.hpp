@@ -5,6 +5,7 @@
 
 #include "TarnwellCLIKit/CLIResult.hpp"
 #include "TarnwellCLIKit/CLIServices.hpp"
+#include "TarnwellCLIKit/CLIStyles.hpp"
 #include "TarnwellCore/Text/TextOutput.hpp"
 
 #include <span>
@@ -19,7 +20,9 @@ namespace tarnwell::CLIRunner {
 /// A listing may be several times as long as the tree takes memory: with `output`, it goes there piece by
 /// piece instead of into the result, once nothing but a lack of memory can fail any more. What `output`
 /// throws is treated likewise.
+///
+/// Results are texts for the streams that `styles` describes; by default they hold names byte for byte.
 CLIResult run(std::span<const std::string> arguments, const CLIServices& services,
-              const TextSink& output = {}) noexcept;
+              const TextSink& output = {}, CLIStyles styles = {}) noexcept;
 
 } // namespace tarnwell::CLIRunner

@@ -35,14 +35,14 @@ std::string dateText(Date date) {
 
 /// A document of one object, whose members `write` writes.
 template <class Write>
-std::string document(Write write) {
+std::string document(NameStyle style, Write write) {
     std::string text;
     JSONWriter writer(text);
     writer.beginObject();
     write(writer);
     writer.endObject();
     text += '\n';
-    return text;
+    return style == NameStyle::harmless ? harmlessJSON(text) : text;
 }
 
 void writeVersion(JSONWriter& writer) {
@@ -71,29 +71,29 @@ CLIResult success(std::string text) {
     return {.exitCode = 0, .standardOutput = std::move(text), .standardError = {}};
 }
 
-CLIResult failure(const SnapshotReferenceError& error) {
-    return {.exitCode = 1, .standardOutput = {}, .standardError = error.message() + "\n"};
+CLIResult failure(const SnapshotReferenceError& error, NameStyle style) {
+    return {.exitCode = 1, .standardOutput = {}, .standardError = styled(error.message(), style) + "\n"};
 }
 
 } // namespace
 
-CLIResult saveSnapshot(const std::string& path, bool json, const CLIServices& services) {
+CLIResult saveSnapshot(const std::string& path, bool json, const CLIServices& services, CLIStyles styles) {
     const ScanSnapshot snapshot =
         ScanSnapshot::capture(services.scan(expandTilde(path)).get(), capturedDepth, capturedSize);
     services.snapshotStore()->save(snapshot);
     if (json)
-        return success(document([&](JSONWriter& writer) {
+        return success(document(styles.output, [&](JSONWriter& writer) {
             snapshotObject(writer, snapshot);
             writeVersion(writer);
         }));
-    return success("Saved snapshot " + snapshot.id.text() + "\n" + snapshot.rootPath + "\n" +
-                   sizeText(snapshot.totalAllocatedSize) + " on disk\n");
+    return success("Saved snapshot " + snapshot.id.text() + "\n" + styled(snapshot.rootPath, styles.output) +
+                   "\n" + sizeText(snapshot.totalAllocatedSize) + " on disk\n");
 }
 
-CLIResult listSnapshots(bool json, const CLIServices& services) {
+CLIResult listSnapshots(bool json, const CLIServices& services, CLIStyles styles) {
     const std::vector<ScanSnapshot> snapshots = services.snapshotStore()->list();
     if (json)
-        return success(document([&](JSONWriter& writer) {
+        return success(document(styles.output, [&](JSONWriter& writer) {
             writer.key("entries");
             writer.beginArray();
             for (const ScanSnapshot& snapshot : snapshots) {
@@ -109,23 +109,24 @@ CLIResult listSnapshots(bool json, const CLIServices& services) {
     std::string text;
     for (const ScanSnapshot& snapshot : snapshots)
         text += snapshot.id.text() + "  " + dateText(snapshot.createdAt) + "  " +
-                sizeText(snapshot.totalAllocatedSize) + "  " + snapshot.rootPath + "\n";
+                sizeText(snapshot.totalAllocatedSize) + "  " + styled(snapshot.rootPath, styles.output) +
+                "\n";
     return success(std::move(text));
 }
 
 CLIResult diffSnapshots(std::string_view before, std::string_view after, bool json,
-                        const CLIServices& services) {
+                        const CLIServices& services, CLIStyles styles) {
     const std::vector<ScanSnapshot> snapshots = services.snapshotStore()->list();
     const auto older = SnapshotReference::resolve(before, snapshots);
     if (!older)
-        return failure(older.error());
+        return failure(older.error(), styles.error);
     const auto newer = SnapshotReference::resolve(after, snapshots);
     if (!newer)
-        return failure(newer.error());
+        return failure(newer.error(), styles.error);
     const SnapshotDelta delta = SnapshotDelta::compare(**older, **newer, reportedChange, comparedSize);
     if (json)
-        return success(document([&](JSONWriter& writer) { diffObject(writer, delta); }));
-    return success(diffText(delta));
+        return success(document(styles.output, [&](JSONWriter& writer) { diffObject(writer, delta); }));
+    return success(diffText(delta, styles.output));
 }
 
 void snapshotObject(JSONWriter& writer, const ScanSnapshot& snapshot) {
@@ -170,9 +171,10 @@ void diffObject(JSONWriter& writer, const SnapshotDelta& delta) {
     writeVersion(writer);
 }
 
-std::string diffText(const SnapshotDelta& delta) {
-    std::string text = "Before " + delta.before.id.text() + "  " + delta.before.rootPath + "\n" + //
-                       "After " + delta.after.id.text() + "  " + delta.after.rootPath + "\n";
+std::string diffText(const SnapshotDelta& delta, NameStyle style) {
+    std::string text = "Before " + delta.before.id.text() + "  " + styled(delta.before.rootPath, style) +
+                       "\n" + //
+                       "After " + delta.after.id.text() + "  " + styled(delta.after.rootPath, style) + "\n";
     if (!delta.rootsMatch)
         text += "These snapshots were captured from different roots.\n";
     const std::string threshold = sizeText(reportedChange);
@@ -182,7 +184,7 @@ std::string diffText(const SnapshotDelta& delta) {
         text += "Changes of at least " + threshold + " (allocated size):\n";
     for (const SnapshotDelta::Change& change : delta.changes) {
         text.append(changeText(change.delta)).append("  ").append(rawValue(change.kind)).append("  ");
-        text.append(change.path.empty() ? "(root)" : change.path).append("\n");
+        text.append(change.path.empty() ? "(root)" : styled(change.path, style)).append("\n");
     }
     return text + "Total change: " + changeText(delta.totalChange) + "\n";
 }

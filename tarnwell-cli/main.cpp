@@ -45,8 +45,10 @@ int main(int count, char** values) {
     try {
         const std::vector<std::string> arguments(values + std::min(count, 1), values + count);
         bool isTaken = true;
-        result = tarnwell::CLIMain::run(
-            arguments, [&](std::string_view piece) { isTaken = isTaken && write(STDOUT_FILENO, piece); });
+        const auto output = [&](std::string_view piece) { isTaken = isTaken && write(STDOUT_FILENO, piece); };
+        result = tarnwell::CLIMain::run(arguments, output,
+                                        {.output = tarnwell::nameStyle(::isatty(STDOUT_FILENO) == 1),
+                                         .error = tarnwell::nameStyle(::isatty(STDERR_FILENO) == 1)});
     } catch (const std::bad_alloc&) {
         write(STDERR_FILENO, "There is not enough memory.\n");
         ::_exit(1);

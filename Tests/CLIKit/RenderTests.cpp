@@ -4,6 +4,7 @@
 #include "TarnwellCore/Text/DecimalText.hpp"
 #include "TarnwellCore/Text/JSONWriter.hpp"
 
+#include "Tests/Support/JSONListing.hpp"
 #include "Tests/Support/PlainCSV.hpp"
 
 #include <gtest/gtest.h>
@@ -91,8 +92,10 @@ std::vector<std::vector<std::string>> readCSV(const std::string& document) {
 }
 
 std::string randomName(std::mt19937& random, int number) {
-    static const std::string pieces[] = {"a",  ",",    "\"",   "\n",       "\r",       "\t",
-                                         "\\", "\x1B", "\xFF", "\xC3\xA4", "\xE2\x82", "longer-piece.tar"};
+    static const std::string pieces[] = {"a",      ",",        "\"",       "\n",
+                                         "\r",     "\t",       "\\",       "\x1B",
+                                         "\xFF",   "\xC3\xA4", "\xE2\x82", "longer-piece.tar",
+                                         "\u202E", "\u200D"};
     std::string name;
     for (auto count = random() % 6; count > 0; --count)
         name += pieces[random() % std::size(pieces)];
@@ -126,6 +129,39 @@ void expectLittleSlack(const std::string& document) {
     EXPECT_LE(document.capacity(), document.size() * 13 / 10 + 300);
 }
 
+/// The rows as human text and as CSV in one style.
+void expectRows(const CLIListedScan& scan, const std::vector<PlainListing::Row>& rows, NameStyle style) {
+    const auto fields = readCSV(CLIRender::csv(scan, style));
+    ASSERT_EQ(fields.size(), rows.size() + 1);
+    std::string lines;
+    for (std::size_t index = 0; index < rows.size(); ++index) {
+        const auto& [node, share, level] = rows[index];
+        const std::string name = styled(node->name(), style);
+        lines += ByteFormatter::string(node->sizeFor(scan.mode), "0 bytes") + "  " +
+                 ByteFormatter::percent(share, 1) + "  " +
+                 std::string(static_cast<std::size_t>(level) * 2, ' ') + name + "\n";
+        ASSERT_EQ(fields[index + 1],
+                  (std::vector<std::string>{name, styled(node->path(), style),
+                                            node->isDirectory() ? "true" : "false",
+                                            std::to_string(node->size), std::to_string(node->allocatedSize),
+                                            std::to_string(node->reclaimableSize), decimalText(share)}));
+    }
+    lines += ByteFormatter::string(scan.selectedTotal, "0 bytes") + "  total\n";
+    ASSERT_EQ(CLIRender::human(scan, style), lines);
+}
+
+/// The document in the style for a terminal says the same.
+void expectHarmlessJSON(const CLIListedScan& scan, const std::string& document) {
+    const std::string shown = CLIRender::json(scan, NameStyle::harmless);
+    std::string inOneLine = shown;
+    std::erase(inOneLine, '\n');
+    EXPECT_TRUE(isHarmless(inOneLine)) << shown;
+    const auto expected = test::readJSONListing(document);
+    const auto actual = test::readJSONListing(shown);
+    ASSERT_TRUE(expected && actual) << shown;
+    EXPECT_EQ(actual->sizes, expected->sizes);
+}
+
 TEST(CLIRender, EveryFormAgreesWithThePlainWay) {
     unsigned seed = 0;
     for (const std::string rootPath : {"/", "/we,ird \"\xFF", "/data/"})
@@ -147,29 +183,14 @@ TEST(CLIRender, EveryFormAgreesWithThePlainWay) {
 
                     std::vector<PlainListing::Row> rows;
                     plain.addRows(rows, *root, depth, 0);
-                    const std::string csv = CLIRender::csv(scan);
-                    expectLittleSlack(csv);
-                    const auto fields = readCSV(csv);
-                    ASSERT_EQ(fields.size(), rows.size() + 1);
                     ASSERT_EQ(scan.children.size(), rows.size());
-                    std::string lines;
-                    for (std::size_t index = 0; index < rows.size(); ++index) {
-                        const auto& [node, share, level] = rows[index];
-                        const std::string name(node->name());
-                        lines += ByteFormatter::string(node->sizeFor(mode), "0 bytes") + "  " +
-                                 ByteFormatter::percent(share, 1) + "  " +
-                                 std::string(static_cast<std::size_t>(level) * 2, ' ') + name + "\n";
-                        ASSERT_EQ(fields[index + 1],
-                                  (std::vector<std::string>{
-                                      name, node->path(), node->isDirectory() ? "true" : "false",
-                                      std::to_string(node->size), std::to_string(node->allocatedSize),
-                                      std::to_string(node->reclaimableSize), decimalText(share)}));
-                        ASSERT_EQ(scan.children[index].path(), node->path());
-                    }
-                    lines += ByteFormatter::string(root->sizeFor(mode), "0 bytes") + "  total\n";
-                    const std::string human = CLIRender::human(scan);
-                    ASSERT_EQ(human, lines);
-                    expectLittleSlack(human);
+                    for (std::size_t index = 0; index < rows.size(); ++index)
+                        ASSERT_EQ(scan.children[index].path(), rows[index].node->path());
+                    expectLittleSlack(CLIRender::csv(scan));
+                    expectLittleSlack(CLIRender::human(scan));
+                    for (const NameStyle style : {NameStyle::verbatim, NameStyle::harmless})
+                        ASSERT_NO_FATAL_FAILURE(expectRows(scan, rows, style));
+                    expectHarmlessJSON(scan, document);
                 }
 }
 

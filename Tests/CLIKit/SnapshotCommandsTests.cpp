@@ -180,6 +180,30 @@ TEST_F(SnapshotCommands, DiffListsChangesFromTenMillionBytes) {
                                         "  \"totalChange\": -38000001,\n  \"version\": 1\n}\n"));
 }
 
+TEST_F(SnapshotCommands, TerminalsAreShownNamesWithEscapes) {
+    ScanSnapshot before = makeSnapshot(100, 50'000'000);
+    before.entries.push_back(makeEntry("\x1B[31m\n", 20'000'000));
+    ScanSnapshot after = makeSnapshot(200, 5);
+    before.rootPath = after.rootPath = "/a\u202Eb";
+    save(before);
+    save(after);
+    const auto shown = [&](const std::vector<std::string>& arguments, CLIStyles styles) {
+        const CLIResult result = CLIRunner::run(arguments, services, {}, styles);
+        return result.standardOutput + result.standardError;
+    };
+    const CLIStyles output{.output = NameStyle::harmless};
+    const CLIStyles error{.error = NameStyle::harmless};
+    const std::vector<std::string> diff{"snapshot", "diff", "previous", "latest"};
+    EXPECT_THAT(shown(diff, output), testing::HasSubstr("  /a\\u{202E}b\nAfter "));
+    EXPECT_THAT(shown(diff, output), testing::HasSubstr("\n-20 MB  belowThreshold  \\x1B[31m\\n\n"));
+    EXPECT_EQ(shown(diff, error), run(diff).standardOutput);
+    EXPECT_THAT(shown({"snapshot", "list"}, output), testing::EndsWith("  /a\\u{202E}b\n"));
+    EXPECT_THAT(shown({"snapshot", "list", "--json"}, output), testing::HasSubstr("\"/a\\u202Eb\""));
+    EXPECT_THAT(shown({"snapshot", "save", "x"}, output), testing::HasSubstr("\n/home/al\\xFFice\n"));
+    EXPECT_EQ(shown({"snapshot", "diff", "\t", "x"}, error), "No snapshot matches '\\t'.\n");
+    EXPECT_EQ(shown({"snapshot", "diff", "\t", "x"}, output), "No snapshot matches '\t'.\n");
+}
+
 TEST_F(SnapshotCommands, DiffSaysWhenTheRootsDiffer) {
     ScanSnapshot after = makeSnapshot(200, 5);
     after.rootPath = "/home/bob";

@@ -3,6 +3,7 @@
 #include "TarnwellCLIKit/CLIUsage.hpp"
 
 #include "Tests/Support/TemporaryFolder.hpp"
+#include "Tests/Support/Terminal.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -57,7 +58,8 @@ int exitCodeOf(const Words& arguments, const std::function<void()>& prepare) {
 }
 
 /// Runs the tool with its streams in files.
-Outcome run(const Words& arguments, const std::function<void()>& prepare = [] {}) {
+Outcome run(
+    const Words& arguments, const std::function<void()>& prepare = [] {}) {
     const test::TemporaryFolder folder;
     const fs::path output = folder.makeFile("output");
     const fs::path error = folder.makeFile("error");
@@ -117,6 +119,32 @@ TEST(Tool, ExitCodesAndStreamsTellFailuresApart) {
     };
     for (const auto& each : cases)
         EXPECT_EQ(run(each.arguments), each.outcome) << testing::PrintToString(each.arguments);
+}
+
+/// What a terminal gets to see where it is the stream of the tool; the other streams are files.
+std::string shownOnTerminal(int stream, const Words& arguments) {
+    test::Terminal terminal;
+    (void)run(arguments, [&] { terminal.replace(stream); }); // short enough not to be waited for
+    std::string shown = terminal.readToEnd();
+    std::erase(shown, '\r');
+    return shown;
+}
+
+TEST(Tool, ATerminalIsShownNamesWithEscapes) {
+    const test::TemporaryFolder folder;
+    (void)folder.makeFile("\x1B[2J\n\u202Egpj/file", 1'000);
+    const std::string path = folder.path();
+    const Words scan{"scan", path, "--size-mode=apparent", "--depth=2"};
+    EXPECT_EQ(shownOnTerminal(STDOUT_FILENO, scan),
+              "1 KB  100.0%  \\x1B[2J\\n\\u{202E}gpj\n1 KB  100.0%    file\n1 KB  total\n");
+    const Words unknown{"\x1B[2J\n"};
+    const std::string end = "'\nSee `tarnwell --help` for usage.\n";
+    EXPECT_EQ(shownOnTerminal(STDERR_FILENO, unknown), "tarnwell: unknown command '\\x1B[2J\\n" + end);
+    EXPECT_EQ(shownOnTerminal(STDERR_FILENO, {"scan", "/no/\x9B"}), "/no/\\x9B does not exist.\n");
+    // Each stream is judged by itself.
+    EXPECT_EQ(shownOnTerminal(STDERR_FILENO, scan), "");
+    EXPECT_EQ(run(scan).output, "1 KB  100.0%  \x1B[2J\n\u202Egpj\n1 KB  100.0%    file\n1 KB  total\n");
+    EXPECT_EQ(run(unknown).error, "tarnwell: unknown command '\x1B[2J\n" + end);
 }
 
 TEST(Tool, RelativePathsAndTildes) {
