@@ -2,16 +2,18 @@
 
 #include "TarnwellCore/Scanning/ByteFormatter.hpp"
 #include "TarnwellCore/Scanning/DiskScanner.hpp"
-#include "TarnwellCore/Text/Utf8.hpp"
+#include "TarnwellCore/Text/HarmlessText.hpp"
 
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <functional>
 #include <iostream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 using namespace tarnwell;
 
@@ -36,27 +38,32 @@ void catchOnce(int signal) {
 
 /// Replaces the line that the cursor is in. The terminal cuts what is too long, because wrapping is off while
 /// the line is written; no setting of the terminal outlives the call.
-void showLine(std::string text) {
-    std::ranges::replace_if(text, [](unsigned char byte) { return byte < 0x20 || byte == 0x7F; }, '?');
+void showLine(std::string_view text) {
     std::cout << "\r\033[?7l" << text << "\033[K\033[?7h" << std::flush;
 }
 
 std::string describe(const ScanProgress& progress) {
     return std::to_string(progress.fileCount) + " files, " +
            ByteFormatter::string(progress.allocatedBytesScanned, "0 bytes") + "  " +
-           repairedUTF8(progress.currentPath);
+           harmless(progress.currentPath);
 }
 
-void printTotals(const ScanResult& scan) {
+/// What the root holds, and its five largest children; all sizes are allocated ones.
+void printTotals(const ScanResult& scan, NameStyle style) {
     const ScanStats& stats = scan.stats;
-    std::cout << scan.root->path() << ": " << ByteFormatter::string(stats.totalAllocatedSize, "0 bytes")
-              << ", " << stats.fileCount << " files and " << stats.directoryCount << " folders in "
+    std::cout << styled(scan.root->path(), style) << ": "
+              << ByteFormatter::string(stats.totalAllocatedSize, "0 bytes") << ", " << stats.fileCount
+              << " files and " << stats.directoryCount << " folders in "
               << static_cast<int>(scan.duration * 1000) << " ms\n";
     if (stats.inaccessibleCount > 0)
         std::cout << stats.inaccessibleCount << " folders could not be read\n";
-    const auto children = scan.root->children();
-    for (const FileNode* child : children.first(std::min<std::size_t>(children.size(), 5)))
-        std::cout << ByteFormatter::string(child->size, "0 bytes") << "  " << child->name() << '\n';
+    const auto children = scan.root->children(); // by apparent size
+    std::vector<const FileNode*> largest(std::min<std::size_t>(children.size(), 5));
+    std::ranges::partial_sort_copy(children, largest, std::greater<>(), &FileNode::allocatedSize,
+                                   &FileNode::allocatedSize);
+    for (const FileNode* child : largest)
+        std::cout << ByteFormatter::string(child->allocatedSize, "0 bytes") << "  "
+                  << styled(child->name(), style) << '\n';
 }
 
 } // namespace
@@ -85,10 +92,10 @@ int main(int count, char** arguments) {
     if (isTerminal)
         showLine("");
     try {
-        printTotals(session->result());
+        printTotals(session->result(), nameStyle(isTerminal));
         return 0;
     } catch (const ScanError& error) {
-        std::cerr << error.what() << '\n';
+        std::cerr << styled(error.what(), nameStyle(::isatty(STDERR_FILENO) == 1)) << '\n';
         return error.kind() == ScanError::Kind::cancelled ? 128 + caughtSignal : 1;
     }
 }

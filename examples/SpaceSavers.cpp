@@ -4,6 +4,10 @@
 #include "TarnwellCore/Analysis/SpaceSaverProbe.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Scanning/ByteFormatter.hpp"
+#include "TarnwellCore/Text/DisplayWidth.hpp"
+#include "TarnwellCore/Text/HarmlessText.hpp"
+
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -35,15 +39,15 @@ std::string_view heading(SpaceSaverGroup group) {
     return headings.at(static_cast<std::size_t>(group));
 }
 
-void printTable(const std::vector<SpaceSaverFinding>& findings) {
+void printTable(const std::vector<SpaceSaverFinding>& findings, NameStyle style) {
     std::size_t titleWidth = 4;
     for (const SpaceSaverFinding& finding : findings)
-        titleWidth = std::max(titleWidth, finding.title.size());
+        titleWidth = std::max(titleWidth, displayWidth(finding.title));
     const auto printRow = [&](std::string_view size, std::string_view items, std::string_view care,
                               std::string_view what, std::string_view how) {
         std::cout << std::right << std::setw(9) << size << std::setw(9) << items << "  " << std::left
-                  << std::setw(16) << care << std::setw(static_cast<int>(titleWidth) + 2) << what << how
-                  << '\n';
+                  << std::setw(16) << care << styled(what, style)
+                  << std::string(titleWidth + 2 - displayWidth(what), ' ') << styled(how, style) << '\n';
     };
     printRow("FREES", "ITEMS", "CARE", "WHAT", "HOW");
     for (const auto listed : {SpaceSaverGroup::developer, SpaceSaverGroup::system, SpaceSaverGroup::backups,
@@ -81,10 +85,10 @@ int main(int count, char** arguments) {
         if (findings.empty())
             std::cout << "Nothing to clear.\n";
         else
-            printTable(findings);
+            printTable(findings, nameStyle(::isatty(STDOUT_FILENO) == 1));
         return 0;
     } catch (const ScanError& error) {
-        std::cerr << error.what() << '\n';
+        std::cerr << styled(error.what(), nameStyle(::isatty(STDERR_FILENO) == 1)) << '\n';
         return 1;
     }
 }

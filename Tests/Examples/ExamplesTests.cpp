@@ -3,12 +3,10 @@
 #include "TarnwellCore/Analysis/Shell.hpp"
 
 #include "Tests/Support/TemporaryFolder.hpp"
+#include "Tests/Support/Terminal.hpp"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -47,6 +45,19 @@ std::size_t count(std::string_view text, std::string_view part) {
          at = text.find(part, at + part.size()))
         ++found;
     return found;
+}
+
+pid_t startOn(const test::Terminal& terminal, const char* program, const std::string& argument) {
+    const std::string file = programs / program;
+    const pid_t child = ::fork();
+    if (child == 0) {
+        terminal.control();
+        for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+            terminal.replace(stream);
+        ::execl(file.c_str(), file.c_str(), argument.c_str(), nullptr);
+        ::_exit(126);
+    }
+    return child;
 }
 
 TEST(Examples, Usage) {
@@ -91,6 +102,13 @@ TEST(Examples, TheProgramOfTheReadmeListsFiles) {
     EXPECT_EQ(result.standardOutput, "2 KB  " + path + "/sub/large\n1 KB  " + path + "/small\n");
     EXPECT_EQ(result.exitCode, 0);
 
+    (void)folder.makeFile("odd/\x1B[2J", 3'000);
+    EXPECT_EQ(run("largest-files", {folder / "odd"}).standardOutput, "3 KB  " + path + "/odd/\x1B[2J\n");
+    test::Terminal terminal;
+    const pid_t child = startOn(terminal, "largest-files", folder / "odd");
+    EXPECT_EQ(terminal.readToEnd(), "3 KB  " + path + "/odd/\\x1B[2J\r\n");
+    ::waitpid(child, nullptr, 0);
+
     const std::string source = test::readFile(checkout / "examples/LargestFiles.cpp");
     EXPECT_EQ(count(test::readFile(checkout / "README.md"), "```cpp\n" + source + "```\n"), 1u)
         << "the program in README.md is not examples/LargestFiles.cpp";
@@ -104,41 +122,24 @@ TEST(Examples, ProgressNeedsATerminal) {
     EXPECT_EQ(result.standardError, "");
     EXPECT_THAT(result.standardOutput, StartsWith(folder.path().string() + ": "));
     EXPECT_THAT(result.standardOutput, HasSubstr(", 1 files and 1 folders in "));
-    EXPECT_THAT(result.standardOutput, HasSubstr("\n3 KB  sub\n"));
+    EXPECT_THAT(result.standardOutput, HasSubstr("\n4 KB  sub\n"));
     EXPECT_EQ(result.standardOutput.find_first_of("\r\033"), std::string::npos);
 }
 
 TEST(Examples, ControlCEndsAScanAndLeavesTheTerminalAlone) {
-    const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
-    ASSERT_GE(terminal, 0);
-    ASSERT_EQ(::grantpt(terminal), 0);
-    ASSERT_EQ(::unlockpt(terminal), 0);
-    const std::string line = ::ptsname(terminal);
-    const std::string program = programs / "scan-progress";
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::setsid();
-        const int side = ::open(line.c_str(), O_RDWR);
-        ::ioctl(side, TIOCSCTTY, 0);
-        for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-            ::dup2(side, stream);
-        ::execl(program.c_str(), program.c_str(), "/usr", nullptr);
-        ::_exit(126);
-    }
+    test::Terminal terminal;
+    const pid_t child = startOn(terminal, "scan-progress", "/usr");
     std::string shown;
     bool isInterrupted = false;
-    char bytes[4'096];
-    // To the end: until nobody holds the other side any more.
-    for (ssize_t length = 0; (length = ::read(terminal, bytes, sizeof bytes)) > 0;) {
-        shown.append(bytes, static_cast<std::size_t>(length));
+    for (std::string piece = terminal.read(); !piece.empty(); piece = terminal.read()) {
+        shown += piece;
         if (!isInterrupted && shown.find(" files, ") != std::string::npos) {
             isInterrupted = true;
-            ASSERT_EQ(::write(terminal, "\x03", 1), 1);
+            terminal.type("\x03");
         }
     }
     int status = 0;
     ::waitpid(child, &status, 0);
-    ::close(terminal);
     ASSERT_TRUE(WIFEXITED(status)) << status;
     if (WEXITSTATUS(status) == 0)
         GTEST_SKIP() << "/usr was scanned before it could be interrupted";

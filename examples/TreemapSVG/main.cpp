@@ -1,8 +1,11 @@
 // Writes a picture of a folder: areas are sizes, colours are categories, folders lie in one another.
 
 #include "TarnwellCore/Scanning/DiskScanner.hpp"
+#include "TarnwellCore/Text/HarmlessText.hpp"
 
 #include "Picture.hpp"
+
+#include <unistd.h>
 
 #include <charconv>
 #include <cstdint>
@@ -47,7 +50,7 @@ int main(int count, char** values) {
         std::cout << example::treemapPicture(scan, *levels, *mode) << std::flush;
         return std::cout ? 0 : 1;
     } catch (const ScanError& error) {
-        std::cerr << error.what() << '\n';
+        std::cerr << styled(error.what(), nameStyle(::isatty(STDERR_FILENO) == 1)) << '\n';
         return 1;
     }
 }
