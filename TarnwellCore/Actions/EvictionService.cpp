@@ -1,7 +1,7 @@
 #include "TarnwellCore/Actions/EvictionService.hpp"
 
-#include "TarnwellCore/Actions/BackgroundTask.hpp"
 #include "TarnwellCore/Actions/ResumeOnce.hpp"
+#include "TarnwellCore/Platform/BackgroundTask.hpp"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,7 +1,7 @@
 #include "TarnwellCore/Actions/TrashService.hpp"
 
-#include "TarnwellCore/Actions/BackgroundTask.hpp"
 #include "TarnwellCore/Analysis/Shell.hpp"
+#include "TarnwellCore/Platform/BackgroundTask.hpp"
 #include "TarnwellCore/Platform/Trash.hpp"
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
 #include "TarnwellCore/Scanning/DiskInfo.hpp"

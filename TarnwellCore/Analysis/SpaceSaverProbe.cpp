@@ -1,6 +1,7 @@
 #include "TarnwellCore/Analysis/SpaceSaverProbe.hpp"
 
 #include "TarnwellCore/Analysis/SpaceSaverMeasuring.hpp"
+#include "TarnwellCore/Platform/BackgroundTask.hpp"
 #include "TarnwellCore/Platform/Trash.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Scanning/ScanError.hpp"
@@ -194,9 +195,8 @@ std::vector<SpaceSaverFinding> SpaceSaverProbe::runSteps(const Request& request,
 
 std::future<std::vector<SpaceSaverFinding>> SpaceSaverProbe::run(Request request,
                                                                  CancellationToken token) const {
-    return std::async(std::launch::async, [probe = *this, request = std::move(request), token] {
-        return probe.runSteps(request, token);
-    });
+    return runInBackground(
+        [probe = *this, request = std::move(request), token] { return probe.runSteps(request, token); });
 }
 
 } // namespace tarnwell

@@ -1,42 +1,52 @@
 #pragma once
 
-// What the threads of WorkerThreads share on every system: what they run, which numbers are free again, and
-// what went wrong first.
+// What the threads of WorkerThreads share on every system: what they run, how many run, and what went wrong
+// first.
 
-#include <algorithm>
-#include <cstddef>
+#include "TarnwellCore/Platform/WorkerThreads.hpp"
+
 #include <exception>
 #include <functional>
 #include <mutex>
 #include <utility>
-#include <vector>
 
 namespace tarnwell {
 
 struct WorkerBodies {
-    explicit WorkerBodies(std::function<void(int)> theBody) : body(std::move(theBody)) {}
+    WorkerBodies(WorkerThreads::Body theBody, std::function<void()> theHook)
+        : body(std::move(theBody)), beforeStart(std::move(theHook)) {}
 
-    const std::function<void(int)> body;
+    const WorkerThreads::Body body;
+    const std::function<void()> beforeStart;
     std::mutex mutex;
-    std::vector<int> freeNumbers; // guarded by mutex, as is the failure
+    int regularCount = 1; // guarded by mutex until all are started, as is all below for good
+    int runningCount = 0;
     std::exception_ptr firstFailure;
 
-    /// Before a number is given for the first time: nothing may fail when its body ends. Throws
-    /// std::bad_alloc.
-    void reserveNumbers(int count) { freeNumbers.reserve(static_cast<std::size_t>(std::max(count, 1))); }
+    /// Counts one more, unless `most` are running. All that start, start by this: so never more run at once
+    /// than the larger of what `run` and `addOne` were given. Under the lock.
+    bool takePlace(int most, WorkerThreads::Place& place) {
+        if (runningCount >= most)
+            return false;
+        place = runningCount < regularCount ? WorkerThreads::Place::regular : WorkerThreads::Place::extra;
+        ++runningCount;
+        return true;
+    }
 
-    /// Never throws, once the number is reserved.
-    void run(int number) {
+    /// Never throws. `atEnd` is called under the lock.
+    template <class AtEnd>
+    void run(WorkerThreads::Place place, const AtEnd& atEnd) {
         std::exception_ptr failure;
         try {
-            body(number);
+            body(place);
         } catch (...) {
             failure = std::current_exception();
         }
         const std::lock_guard guard(mutex);
         if (!firstFailure)
             firstFailure = failure;
-        freeNumbers.push_back(number);
+        --runningCount;
+        atEnd();
     }
 
     /// Once all have ended.

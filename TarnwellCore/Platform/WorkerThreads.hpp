@@ -17,22 +17,29 @@ std::int64_t waitsOfThisThread();
 
 class WorkerThreads {
 public:
-    /// `body` is called with 0, 1, 2 and so on, at the same time on different threads.
-    explicit WorkerThreads(std::function<void(int)> body);
+    /// Whether a thread fills one of the places that `run` was asked for, or came on top of them.
+    enum class Place : bool { regular, extra };
+    /// Called on several threads at the same time. They have no numbers: what each needs of its own, it makes
+    /// or borrows itself.
+    using Body = std::function<void(Place)>;
+
+    /// `beforeStart`, for tests, is called on the calling thread before `run` starts each of the others:
+    /// those that run already may add some meanwhile. A std::system_error that it throws stands for that of a
+    /// system without a thread to give.
+    explicit WorkerThreads(Body body, std::function<void()> beforeStart = {});
     ~WorkerThreads();
     WorkerThreads(const WorkerThreads&) = delete;
     WorkerThreads& operator=(const WorkerThreads&) = delete;
 
-    /// Runs `body(0)` to `body(count - 1)` at the same time, at the priority of work a user waits for, and
-    /// returns when all have returned, and all that were added. With a count below 2, `body(0)` runs on the
-    /// calling thread. Where the system gives fewer threads than asked for, fewer bodies run: at least one
-    /// always does. An exception that leaves a body is rethrown here, the first one wins, once every body has
-    /// ended. Called once.
+    /// Runs `body` so many times at once, at the priority of work a user waits for, and returns when all have
+    /// returned, and all that were added. With a count below 2 it runs on the calling thread. Where the
+    /// system gives fewer threads than asked for, fewer bodies run: at least one always does. An exception
+    /// that leaves a body is rethrown here, the first one wins, once every body has ended. Called once.
     void run(int count);
 
-    /// Runs `body` once more beside those that run, with the next number or one whose body has returned; not
-    /// when `most` run already or the system has no thread to give. Called from within a body, by any number
-    /// of them at once.
+    /// Runs `body` once more beside those that run; not when `most` run already or the system has no thread
+    /// to give. While `run` has not yet started as many as it was asked for, it fills one of their places.
+    /// Called from within a body, by any number of them at once.
     void addOne(int most);
 
 private:

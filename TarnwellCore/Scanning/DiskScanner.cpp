@@ -1,6 +1,7 @@
 #include "TarnwellCore/Scanning/DiskScanner.hpp"
 
 #include "TarnwellCore/Classification/PathUtil.hpp"
+#include "TarnwellCore/Platform/BackgroundTask.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Scanning/PathMetadata.hpp"
 #include "TarnwellCore/Scanning/ScanEngine.hpp"
@@ -11,6 +12,7 @@
 #include <exception>
 #include <mutex>
 #include <optional>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -20,19 +22,22 @@ namespace {
 
 using ProgressHandler = DiskScanner::ProgressHandler;
 
-/// Hands out the engine's totals at intervals, from a thread of its own.
+/// Hands out the engine's totals at intervals, from a thread of its own; where there is none, not at all.
 class ProgressPoller {
 public:
     ProgressPoller(const ScanEngine& engine, double interval, const ProgressHandler& handler) {
         // Whatever the number, NaN included, the thread neither spins nor sleeps beyond reason.
         const double seconds = interval > 0.001 ? std::min(interval, 86'400.0) : 0.001;
-        thread_ = std::thread([this, &engine, seconds, &handler] {
-            try {
-                poll(engine, seconds, handler);
-            } catch (...) {
-                failure_ = std::current_exception();
-            }
-        });
+        try {
+            thread_ = std::thread([this, &engine, seconds, &handler] {
+                try {
+                    poll(engine, seconds, handler);
+                } catch (...) {
+                    failure_ = std::current_exception();
+                }
+            });
+        } catch (const std::system_error&) { // NOLINT(bugprone-empty-catch)
+        }
     }
 
     ~ProgressPoller() { stop(); }
@@ -137,21 +142,21 @@ std::string DiskScanner::normalize(const std::filesystem::path& url) {
 
 std::future<ScanResult> DiskScanner::scan(const std::filesystem::path& url, ScanOptions options,
                                           ProgressHandler progress, CancellationToken token) const {
-    return std::async(std::launch::async, [url, options = std::move(options), progress = std::move(progress),
-                                           token] { return runScan(url, options, progress, token); });
+    return runInBackground([url, options = std::move(options), progress = std::move(progress), token] {
+        return runScan(url, options, progress, token);
+    });
 }
 
 std::future<DirectoryMeasurement> DiskScanner::measure(const std::filesystem::path& url, ScanOptions options,
                                                        CancellationToken token) const {
-    return std::async(std::launch::async, [url, options = std::move(options), token] {
-        return runMeasurement(url, options, token);
-    });
+    return runInBackground(
+        [url, options = std::move(options), token] { return runMeasurement(url, options, token); });
 }
 
 std::future<std::map<std::filesystem::path, DirectoryMeasurement>>
 DiskScanner::measure(std::vector<std::filesystem::path> urls, ScanOptions options,
                      CancellationToken token) const {
-    return std::async(std::launch::async, [urls = std::move(urls), options = std::move(options), token] {
+    return runInBackground([urls = std::move(urls), options = std::move(options), token] {
         std::map<std::filesystem::path, DirectoryMeasurement> measurements;
         for (const auto& url : urls)
             measurements[url] = runMeasurement(url, options, token);
@@ -165,19 +170,17 @@ std::unique_ptr<ScanSession> DiskScanner::session(const std::filesystem::path& u
 }
 
 ScanSession::ScanSession(const std::filesystem::path& url, ScanOptions options) {
-    result_ = std::async(
-                  std::launch::async,
-                  [url, options = std::move(options), stream = progress_, token = token_]() -> ScanResult {
-                      struct Finisher {
-                          AsyncStream<ScanProgress> stream;
-                          ~Finisher() { stream.finish(); }
-                      } const finisher{stream};
-                      ScanResult result = runScan(
-                          url, options, [&](const ScanProgress& progress) { stream.yield(progress); }, token);
-                      stream.yield(finalProgress(result));
-                      return result;
-                  })
-                  .share();
+    result_ = runInBackground([url, options = std::move(options), stream = progress_,
+                               token = token_]() -> ScanResult {
+                  struct Finisher {
+                      AsyncStream<ScanProgress> stream;
+                      ~Finisher() { stream.finish(); }
+                  } const finisher{stream};
+                  ScanResult result = runScan(
+                      url, options, [&](const ScanProgress& progress) { stream.yield(progress); }, token);
+                  stream.yield(finalProgress(result));
+                  return result;
+              }).share();
 }
 
 ScanSession::~ScanSession() {

@@ -20,7 +20,8 @@ namespace tarnwell {
 
 class ScanSession;
 
-/// Stateless; may be used from any thread. A future that is dropped waits for its operation to end.
+/// Stateless; may be used from any thread. A future that is dropped waits for its operation to end. Where the
+/// system has no thread to give, the operation runs to its end on the calling thread, without progress.
 class DiskScanner {
 public:
     using ProgressHandler = std::function<void(const ScanProgress&)>;

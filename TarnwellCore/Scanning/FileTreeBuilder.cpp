@@ -7,14 +7,15 @@
 namespace tarnwell {
 
 FileTreeBuilder::FileTreeBuilder(std::string_view rootPath, const FileNodeAttributes& attributes)
-    : arena_(std::make_shared<TreeArena>(1)),
-      root_(arena_->region(0).makeNode(nullptr, rootPath, true, attributes)) {}
+    : arena_(std::make_shared<TreeArena>()),
+      region_(arena_->borrowRegion()),
+      root_(region_->makeNode(nullptr, rootPath, true, attributes)) {}
 
 FileTreeBuilder::~FileTreeBuilder() = default;
 
 FileNode& FileTreeBuilder::addFolder(FileNode& parent, std::string_view name,
                                      const FileNodeAttributes& attributes) {
-    return attach(parent, *arena_->region(0).makeNode(&parent, name, true, attributes));
+    return attach(parent, *region_->makeNode(&parent, name, true, attributes));
 }
 
 FileNode& FileTreeBuilder::addFile(FileNode& parent, std::string_view name, std::int64_t size) {
@@ -25,7 +26,7 @@ FileNode& FileTreeBuilder::addFile(FileNode& parent, std::string_view name, std:
 
 FileNode& FileTreeBuilder::addFile(FileNode& parent, std::string_view name,
                                    const FileNodeAttributes& attributes) {
-    return attach(parent, *arena_->region(0).makeNode(&parent, name, false, attributes));
+    return attach(parent, *region_->makeNode(&parent, name, false, attributes));
 }
 
 FileNode& FileTreeBuilder::attach(FileNode& parent, FileNode& child) {
@@ -35,7 +36,7 @@ FileNode& FileTreeBuilder::attach(FileNode& parent, FileNode& child) {
     std::span<FileNode*> children(present.data(), present.size() + 1);
     if (present.size() == capacity) {
         capacity = std::max<std::size_t>(4, capacity * 2);
-        children = arena_->region(0).makeChildArray(capacity).first(present.size() + 1);
+        children = region_->makeChildArray(capacity).first(present.size() + 1);
         std::copy(present.begin(), present.end(), children.begin());
     }
     children.back() = &child;

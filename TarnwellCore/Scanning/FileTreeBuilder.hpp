@@ -35,6 +35,7 @@ private:
     FileNode& attach(FileNode& parent, FileNode& child);
 
     std::shared_ptr<TreeArena> arena_;
+    TreeArena::Lease region_;
     FileNode* root_;
     std::unordered_map<FileNode*, std::size_t> childCapacities_;
 };

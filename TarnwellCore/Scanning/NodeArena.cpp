@@ -5,6 +5,7 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <mutex>
 #include <new>
 
 namespace tarnwell {
@@ -57,9 +58,21 @@ std::span<FileNode*> NodeArena::makeChildArray(std::size_t count) {
     return {static_cast<FileNode**>(allocate(count * sizeof(FileNode*))), count};
 }
 
-TreeArena::TreeArena(std::size_t regionCount) {
-    for (std::size_t index = 0; index < regionCount; ++index)
+TreeArena::Lease TreeArena::borrowRegion() {
+    const std::lock_guard guard(lock_);
+    if (freeRegions_.empty()) {
+        freeRegions_.reserve(regions_.size() + 1); // giving back must not fail
         regions_.push_back(std::make_unique<NodeArena>());
+        freeRegions_.push_back(regions_.back().get());
+    }
+    NodeArena* region = freeRegions_.back();
+    freeRegions_.pop_back();
+    return {region, {this}};
+}
+
+void TreeArena::giveBack(NodeArena* region) noexcept {
+    const std::lock_guard guard(lock_);
+    freeRegions_.push_back(region);
 }
 
 } // namespace tarnwell

@@ -1,9 +1,10 @@
 #pragma once
 
 // The memory of one scanned tree: nodes, their names and their child arrays, in a few large regions that
-// are released at once. An arena has one region per worker, so that workers never wait for one another; one
-// that joins later goes on with the region of one that has left.
+// are released at once. A thread borrows a region of its own, so that threads never wait for one another; one
+// that comes later goes on with the region of one that has left.
 
+#include "TarnwellCore/Platform/UnfairLock.hpp"
 #include "TarnwellCore/Scanning/FileNode.hpp"
 
 #include <cstddef>
@@ -67,16 +68,27 @@ private:
 
 /// The regions of one tree. A root made by `shareRoot` keeps all of them alive.
 class TreeArena : public std::enable_shared_from_this<TreeArena> {
-public:
-    explicit TreeArena(std::size_t regionCount);
+    struct GiveBack {
+        TreeArena* arena = nullptr;
+        void operator()(NodeArena* region) const noexcept { arena->giveBack(region); }
+    };
 
-    NodeArena& region(std::size_t index) { return *regions_[index]; }
+public:
+    /// A region that nobody else uses until the lease ends, which must be before the arena's end.
+    using Lease = std::unique_ptr<NodeArena, GiveBack>;
+
+    /// From any thread. Throws std::bad_alloc.
+    Lease borrowRegion();
 
     /// The root as an owner of the whole tree.
     std::shared_ptr<FileNode> shareRoot(FileNode* root) { return {shared_from_this(), root}; }
 
 private:
-    std::vector<std::unique_ptr<NodeArena>> regions_;
+    void giveBack(NodeArena* region) noexcept;
+
+    UnfairLock lock_;
+    std::vector<std::unique_ptr<NodeArena>> regions_; // guarded by lock_
+    std::vector<NodeArena*> freeRegions_;             // likewise; has room for all
 };
 
 } // namespace tarnwell

@@ -115,10 +115,10 @@ ScanResult ScanEngine::run() {
                                 : std::clamp(largestWaitingWorkerCount, workers, limit);
     std::shared_ptr<TreeArena> arena;
     if (buildsTree_) {
-        arena = std::make_shared<TreeArena>(static_cast<std::size_t>(mostWorkers));
+        arena = std::make_shared<TreeArena>();
         FileNodeAttributes attributes;
         attributes.modificationSeconds = modificationSeconds;
-        rootItem.node = arena->region(0).makeNode(nullptr, rootPath_, true, attributes);
+        rootItem.node = arena->borrowRegion()->makeNode(nullptr, rootPath_, true, attributes);
         rootItem.inheritedCategory = FileClassifier::componentCategory(PathUtil::lastComponent(rootPath_));
     }
     FileNode* root = rootItem.node;
@@ -129,16 +129,15 @@ ScanResult ScanEngine::run() {
     DescriptorBudget::shared().adoptLimit();
     const ScanContext context{.options = options_,
                               .calls = calls_,
-                              .buildsTree = buildsTree_,
+                              .arena = arena.get(),
                               .cancelFlag = cancelFlag_,
                               .descriptors = DescriptorBudget::shared(),
                               .hardlinks = hardlinks_,
                               .queue = queue_,
                               .rootError = rootError};
-    WorkerThreads threads([&](int index) {
-        NodeArena* region = arena ? &arena->region(static_cast<std::size_t>(index)) : nullptr;
-        const auto worker = std::make_unique<ScanWorker>(context, region);
-        worker->run([&] { threads.addOne(mostWorkers); }, index >= workers);
+    WorkerThreads threads([&](WorkerThreads::Place place) {
+        const auto worker = std::make_unique<ScanWorker>(context);
+        worker->run([&] { threads.addOne(mostWorkers); }, place == WorkerThreads::Place::extra);
     });
     threads.run(workers);
 

@@ -32,9 +32,9 @@ struct OpenFolder {
 
 } // namespace
 
-ScanWorker::ScanWorker(const ScanContext& context, NodeArena* arena)
+ScanWorker::ScanWorker(const ScanContext& context)
     : context_(context),
-      arena_(arena),
+      region_(context.buildsTree() ? context.arena->borrowRegion() : TreeArena::Lease()),
       reader_(context.calls),
       consumer_([this](std::span<const RawDirectoryEntry> entries) { return processEntries(entries); }) {}
 
@@ -195,14 +195,14 @@ void ScanWorker::addLeaf(const WorkItem& item, const RawDirectoryEntry& entry, F
         ++tally_.stats.fileCount;
         ++delta_.files;
     }
-    if (!context_.buildsTree || collapseTarget_ != nullptr)
+    if (!context_.buildsTree() || collapseTarget_ != nullptr)
         return;
     FileNodeAttributes attributes;
     attributes.flags = flags;
     attributes.category = item.inheritedCategory ? *item.inheritedCategory
                           : isDirectory          ? categoryOfFolder(entry.name, extension(entry.name))
                                                  : fileCategories_.category(entry.name);
-    FileNode* node = arena_->makeNode(item.node, entry.name, isDirectory, attributes);
+    FileNode* node = region_->makeNode(item.node, entry.name, isDirectory, attributes);
     if (isDirectory)
         folders_.push_back(node);
     else
@@ -230,7 +230,7 @@ void ScanWorker::processSubfolder(const WorkItem& item, const RawDirectoryEntry&
 
     WorkItem next;
     next.collapseTarget = collapseTarget_;
-    if (context_.buildsTree && collapseTarget_ == nullptr) {
+    if (context_.buildsTree() && collapseTarget_ == nullptr) {
         const FileCategory category =
             item.inheritedCategory ? *item.inheritedCategory : categoryOfFolder(entry.name, folderExtension);
         FileNode* node = makeNode(item, entry, true, flags, category);
@@ -265,7 +265,7 @@ void ScanWorker::processFile(const WorkItem& item, const RawDirectoryEntry& entr
                                    flags.contains(FileNodeFlags::dataless));
 
     FileNode* node = nullptr;
-    if (context_.buildsTree && collapseTarget_ == nullptr) {
+    if (context_.buildsTree() && collapseTarget_ == nullptr) {
         const FileCategory category =
             item.inheritedCategory ? *item.inheritedCategory : fileCategories_.category(entry.name);
         node = makeNode(item, entry, false, flags, category);
@@ -276,7 +276,7 @@ void ScanWorker::processFile(const WorkItem& item, const RawDirectoryEntry& entr
     if (entry.linkCount > 1 && context_.options.deduplicateHardlinks) {
         const INodeKey key{entry.deviceID, entry.fileID};
         bool isFirst = false;
-        if (context_.buildsTree) {
+        if (context_.buildsTree()) {
             if (node != nullptr) {
                 isFirst = context_.hardlinks.record(key, *node);
             } else {
@@ -327,7 +327,7 @@ FileNode* ScanWorker::makeNode(const WorkItem& item, const RawDirectoryEntry& en
     attributes.accessSeconds = entry.accessSeconds;
     attributes.flags = flags;
     attributes.category = category;
-    return arena_->makeNode(item.node, entry.name, isDirectory, attributes);
+    return region_->makeNode(item.node, entry.name, isDirectory, attributes);
 }
 
 /// Gives a folder that was read its children, files first, and the sums of its files.
@@ -338,7 +338,7 @@ void ScanWorker::settle(FileNode& folder) {
     const std::size_t count = files_.count() + folders_.size();
     if (count == 0)
         return;
-    const auto children = arena_->makeChildArray(count);
+    const auto children = region_->makeChildArray(count);
     std::ranges::copy(folders_, files_.takeInto(children).begin());
     folder.setChildren(children);
     if (folders_.capacity() > largestKept)

@@ -26,21 +26,23 @@ namespace tarnwell {
 struct ScanContext {
     const ScanOptions& options;
     const DirectoryCalls& calls;
-    /// False for a scan that only measures.
-    bool buildsTree;
+    /// Null for a scan that only measures.
+    TreeArena* arena;
     const AtomicFlag& cancelFlag;
     DescriptorBudget& descriptors;
     HardlinkRegistry& hardlinks;
     ScanQueue& queue;
     /// Takes the errno with which the root could not be read, or not to its end.
     std::atomic<int>& rootError;
+
+    bool buildsTree() const { return arena != nullptr; }
 };
 
 /// Confined to its thread. Some 70 KiB: too much for a small stack.
 class ScanWorker {
 public:
-    /// `arena` takes the worker's nodes; null for a scan that only measures.
-    ScanWorker(const ScanContext& context, NodeArena* arena);
+    /// Borrows the region of the arena that takes its nodes.
+    explicit ScanWorker(const ScanContext& context);
 
     /// Works until the queue has nothing left. Calls `addWorker` when it mostly waited, for a disk as a rule,
     /// while there are folders that nobody reads; one that was added leaves when it hardly waits.
@@ -74,7 +76,7 @@ private:
     void settle(FileNode& folder);
 
     const ScanContext& context_;
-    NodeArena* arena_;
+    const TreeArena::Lease region_; // none for a scan that only measures
     DirectoryReader reader_;
     std::array<char, PathUtil::extensionBufferSize> extensionBuffer_;
     const EntryConsumer consumer_;

@@ -130,7 +130,7 @@ void rollUp(FileNode& root, int threads) {
     while (opened < folders.size() && folders.size() - opened < manySubtrees)
         addSubfolders(*folders[opened++], folders);
     std::atomic<std::size_t> next = opened;
-    WorkerThreads([&](int) {
+    WorkerThreads([&](WorkerThreads::Place) {
         TreeRollUp rollUpSubtree;
         for (std::size_t index = next++; index < folders.size(); index = next++)
             rollUpSubtree(*folders[index]);

@@ -54,7 +54,7 @@ std::vector<ScanSnapshot> SnapshotStore::list() const {
     const std::vector<fs::path> files = snapshotFiles();
     std::vector<std::optional<ScanSnapshot>> found(files.size());
     std::atomic<std::size_t> nextFile = 0;
-    const auto readFiles = [&](int) {
+    const auto readFiles = [&](WorkerThreads::Place) {
         for (std::size_t index = nextFile++; index < files.size(); index = nextFile++)
             found[index] = read(files[index]);
     };

@@ -2,8 +2,11 @@
 
 #include "Tests/Support/RandomTree.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
+#include "Tests/Support/Unprivileged.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -154,6 +157,26 @@ TEST(ScanSession, CancelsAndJoinsAtAnyMoment) {
         reader.join();
     }
 }
+
+#ifdef __linux__ // where threads count as processes do
+TEST(DiskScanner, ScansOnTheCallingThreadWhenThereIsNoOther) {
+    const TemporaryFolder folder;
+    folder.makeFile("folder/file", 100);
+    ::chmod(folder.path().c_str(), 0755);
+    const std::string text = test::runUnprivileged([&] {
+        const struct rlimit none = {};
+        ::setrlimit(RLIMIT_NPROC, &none);
+        const DiskScanner scanner;
+        const std::unique_ptr<ScanSession> session = scanner.session(folder.path());
+        while (session->progress().next()) {
+        }
+        return std::to_string(scanner.scan(folder.path(), {}, [](const ScanProgress&) {}).get().root->size) +
+               " " + std::to_string(scanner.measure(folder.path()).get().logicalSize) + " " +
+               std::to_string(session->result().root->size);
+    });
+    EXPECT_EQ(text, "100 100 100");
+}
+#endif
 
 TEST(CancellationToken, TellsEachListenerOnce) {
     const CancellationToken token;

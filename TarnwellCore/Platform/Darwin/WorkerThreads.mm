@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <exception>
 #include <mutex>
+#include <system_error>
 #include <utility>
 
 namespace tarnwell {
@@ -27,51 +28,59 @@ struct WorkerThreads::State : WorkerBodies {
     using WorkerBodies::WorkerBodies;
 
     const dispatch_group_t group = dispatch_group_create();
-    int numbers = 0; // that were given; guarded by the mutex
 
-    /// Its number is reserved. Under the lock, as the other.
-    void startNew() { start(numbers++); }
-
-    void start(int number) {
+    /// False when `most` run. Under the lock.
+    bool startOne(int most) {
+        Place place = Place::regular;
+        if (!takePlace(most, place))
+            return false;
         // A block captures `this` as it is: it ends before `run` does.
         dispatch_group_async(group, dispatch_get_global_queue(QOS_CLASS_USER_INITIATED, 0), ^{
           @autoreleasepool {
-              run(number);
+              run(place, [] {});
           }
         });
+        return true;
+    }
+
+    /// As `startOne`, from `run`.
+    bool startAnother(int count) {
+        try {
+            if (beforeStart)
+                beforeStart();
+        } catch (const std::system_error&) {
+            return false;
+        }
+        const std::lock_guard guard(mutex);
+        return startOne(count);
+    }
+
+    void runHere() {
+        Place place = Place::regular;
+        {
+            const std::lock_guard guard(mutex);
+            takePlace(regularCount, place);
+        }
+        run(place, [] {});
     }
 };
 
-WorkerThreads::WorkerThreads(std::function<void(int)> body) : state_(new State(std::move(body))) {}
+WorkerThreads::WorkerThreads(Body body, std::function<void()> beforeStart)
+    : state_(new State(std::move(body), std::move(beforeStart))) {}
 WorkerThreads::~WorkerThreads() = default;
 
 void WorkerThreads::addOne(int most) {
     const std::lock_guard guard(state_->mutex);
-    if (!state_->freeNumbers.empty()) {
-        const int number = state_->freeNumbers.back();
-        state_->freeNumbers.pop_back();
-        state_->start(number);
-    } else if (state_->numbers < most) {
-        try {
-            state_->reserveNumbers(state_->numbers + 1);
-        } catch (const std::exception&) {
-            return; // no memory for another: those that run are enough
-        }
-        state_->startNew();
-    }
+    state_->startOne(most);
 }
 
 void WorkerThreads::run(int count) {
-    // Once a body runs, this must not be left by an exception before all have ended.
-    state_->reserveNumbers(count);
-    if (count < 2) {
-        state_->numbers = 1;
-        state_->run(0);
-    }
-    for (int number = 0; count >= 2 && number < count; ++number) {
-        const std::lock_guard guard(state_->mutex);
-        state_->startNew();
-    }
+    state_->regularCount = std::max(count, 1);
+    int started = 0;
+    while (count >= 2 && started < count && state_->startAnother(count))
+        ++started;
+    if (started == 0)
+        state_->runHere();
     dispatch_group_wait(state_->group, DISPATCH_TIME_FOREVER);
     state_->rethrowFirstFailure();
 }

@@ -6,8 +6,10 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <exception>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -31,49 +33,67 @@ std::int64_t waitsOfThisThread() {
 struct WorkerThreads::State : WorkerBodies {
     using WorkerBodies::WorkerBodies;
 
-    // By number; guarded by the mutex. The calling thread is number 0: it would only wait otherwise.
-    std::vector<std::thread> threads{1};
+    // The calling thread is none of them. Guarded by the mutex, as the other.
+    std::vector<std::thread> threads;
+    std::vector<std::size_t> endedThreads; // those whose place in `threads` is free again
 
-    /// Where there are no more threads or no memory for them, those that run are enough. Under the lock.
-    void startNew() {
+    /// False where there are no more threads, or no memory for them, and when `most` run. Under the lock.
+    bool startOne(int most) {
+        Place place = Place::regular;
+        if (!takePlace(most, place))
+            return false;
         try {
-            const auto number = static_cast<int>(threads.size());
-            reserveNumbers(number + 1);
-            threads.emplace_back([this, number] { run(number); });
-        } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+            if (endedThreads.empty()) {
+                endedThreads.reserve(threads.size() + 1); // nothing may fail when a body ends
+                threads.emplace_back();
+                endedThreads.push_back(threads.size() - 1);
+            }
+            const std::size_t index = endedThreads.back();
+            if (threads[index].joinable())
+                threads[index].join(); // it is at its end
+            threads[index] = std::thread(
+                [this, place, index] { run(place, [this, index] { endedThreads.push_back(index); }); });
+            endedThreads.pop_back();
+            return true;
+        } catch (const std::exception&) {
+            --runningCount;
+            return false;
         }
     }
 
-    void startAgain(int number) {
+    /// As `startOne`, from `run`.
+    bool startAnother(int count) {
         try {
-            std::thread& thread = threads[static_cast<std::size_t>(number)];
-            if (thread.joinable())
-                thread.join(); // it is at its end
-            thread = std::thread([this, number] { run(number); });
-            std::erase(freeNumbers, number);
-        } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
+            if (beforeStart)
+                beforeStart();
+        } catch (const std::system_error&) {
+            return false;
         }
+        const std::lock_guard guard(mutex);
+        return startOne(count);
     }
 };
 
-WorkerThreads::WorkerThreads(std::function<void(int)> body) : state_(new State(std::move(body))) {}
+WorkerThreads::WorkerThreads(Body body, std::function<void()> beforeStart)
+    : state_(new State(std::move(body), std::move(beforeStart))) {}
 WorkerThreads::~WorkerThreads() = default;
 
 void WorkerThreads::addOne(int most) {
     const std::lock_guard guard(state_->mutex);
-    if (!state_->freeNumbers.empty())
-        state_->startAgain(state_->freeNumbers.back());
-    else if (std::ssize(state_->threads) < most)
-        state_->startNew();
+    state_->startOne(most);
 }
 
 void WorkerThreads::run(int count) {
-    state_->reserveNumbers(count);
-    for (int number = 1; number < count; ++number) {
+    // The calling thread takes a place: it would only wait otherwise.
+    Place place = Place::regular;
+    {
         const std::lock_guard guard(state_->mutex);
-        state_->startNew();
+        state_->regularCount = std::max(count, 1);
+        state_->takePlace(state_->regularCount, place);
     }
-    state_->run(0);
+    for (int started = 1; started < count && state_->startAnother(count); ++started) {
+    }
+    state_->run(place, [] {});
     for (;;) { // those that are waited for may add others
         std::thread thread;
         {

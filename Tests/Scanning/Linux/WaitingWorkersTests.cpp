@@ -69,7 +69,12 @@ TEST(WaitingWorkers, JoinUnlessTheirNumberIsGivenOrMemoryIsLimited) {
     const rlim_t any = original.rlim_max;
     // Each worker adds at most one after a batch, and there are batches enough for more than the sixteen.
     const Case cases[] = {
-        {std::nullopt, any, 9, 16}, {std::nullopt, rlim_t{1} << 60, 2, 8}, {3, any, 2, 3}, {1, any, 1, 1}};
+        {std::nullopt, any, 9, 16},
+        {std::nullopt, rlim_t{1} << 60, 2, 8},
+        {3, any, 2, 3},
+        {1, any, 1, 1},
+        // So many that the first ones wait, and want others to join, long before the last ones have started.
+        {200, any, 2, 200}};
     for (const Case& one : cases) {
         SCOPED_TRACE(one.workerCount.value_or(0));
         const struct rlimit limit = {.rlim_cur = one.addressSpace, .rlim_max = original.rlim_max};
