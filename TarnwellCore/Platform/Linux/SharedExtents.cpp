@@ -31,9 +31,7 @@ struct SharedExtents::ExtentMap {
     alignas(
         struct fiemap) std::byte bytes[sizeof(struct fiemap) + extentsPerCall * sizeof(struct fiemap_extent)];
 
-    struct fiemap& header() {
-        return *reinterpret_cast<struct fiemap*>(bytes);
-    }
+    struct fiemap& header() { return *reinterpret_cast<struct fiemap*>(bytes); }
     const struct fiemap_extent* extents() const {
         return reinterpret_cast<const struct fiemap_extent*>(bytes + sizeof(struct fiemap));
     }
