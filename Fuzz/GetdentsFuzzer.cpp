@@ -72,6 +72,7 @@ constexpr DirectoryCalls calls = {.readPacked = readPacked,
                                   .extendedStatus = extendedStatus,
                                   .entryStatus = nullptr,
                                   .openEntry = nullptr,
+                                  .readExtents = nullptr,
                                   .openFolder = nullptr};
 
 /// Of an entry, what the kernel told.

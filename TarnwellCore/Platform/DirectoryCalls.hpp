@@ -25,6 +25,9 @@ struct DirectoryCalls {
     /// openat, of what is no folder.
     int (*openEntry)(int folder, const char* name, int flags);
 
+    /// Linux only: asks for the extents of an open file. `map` is a struct fiemap.
+    int (*readExtents)(int file, void* map);
+
     /// Opens a folder below the folder for reading, no link followed: `openSubfolder`.
     int (*openFolder)(int folder, const char* name, const std::int32_t* device);
 

@@ -1,6 +1,7 @@
 #include "TarnwellCore/Platform/PackedAttributeRecords.hpp"
 
 #include "TarnwellCore/Platform/Date.hpp"
+#include "TarnwellCore/Platform/EntrySizes.hpp"
 
 #include <cstring>
 #include <type_traits>
@@ -130,6 +131,8 @@ DecodeOutcome decode(std::span<const std::byte> bytes, std::size_t recordCount, 
         isWellFormed = decodeRecord(bytes.first(length), entry);
         if (!isWellFormed || isLeftOut(entry))
             batch.removeLast();
+        else if (entry.errorCode == 0 && (entry.logicalSize < 0 || entry.allocatedSize < 0))
+            rejectSizes(entry);
         if (!isWellFormed)
             break;
         bytes = bytes.subspan(length);

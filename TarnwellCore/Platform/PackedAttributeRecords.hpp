@@ -44,7 +44,8 @@ enum class DecodeOutcome {
 };
 
 /// Hands on the entries of `recordCount` records, their names as parts of `bytes`. Records without an error
-/// are left out when their name is empty, "." or ".."; records with one are kept as they stand. Malformed is:
+/// are left out when their name is empty, "." or ".."; records with one are kept as they stand. A negative
+/// size is one that did not fit: the entry gets EOVERFLOW for its error, and no bytes. Malformed is:
 /// a record or a field that does not lie wholly inside the buffer, a length that does not move on, an
 /// attribute that was not asked for. Entries decoded before that are handed on all the same.
 DecodeOutcome decode(std::span<const std::byte> bytes, std::size_t recordCount, EntryBatch& batch);

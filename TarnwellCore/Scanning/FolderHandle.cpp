@@ -153,19 +153,17 @@ bool FolderHandle::keepOpen(int descriptor, std::size_t subfolderCount, Descript
     return false;
 }
 
-void FolderHandle::noteSubfolderOpened() {
-    if (budget_ != nullptr && unopenedSubfolders_.fetch_sub(1, std::memory_order_relaxed) == 1)
-        budget_->withdraw(*this);
+void FolderHandle::endOpening() const {
+    if (parent_ != nullptr && parent_->budget_ != nullptr &&
+        parent_->unopenedSubfolders_.fetch_sub(1, std::memory_order_relaxed) == 1)
+        parent_->budget_->withdraw(*parent_);
 }
 
 int FolderHandle::open(const DirectoryCalls& calls, const std::int32_t* device) const {
     if (parent_ == nullptr)
         return ::fcntl(descriptor_, F_DUPFD_CLOEXEC, 0);
 
-    const int folder = openBelowAncestor(calls, device);
-    if (folder >= 0)
-        parent_->noteSubfolderOpened();
-    return folder;
+    return openBelowAncestor(calls, device);
 }
 
 int FolderHandle::openBelowAncestor(const DirectoryCalls& calls, const std::int32_t* device) const {

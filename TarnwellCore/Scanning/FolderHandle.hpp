@@ -68,6 +68,10 @@ public:
     /// it is EXDEV when the folder is not on that one (any more). The root is opened but once.
     int open(const DirectoryCalls& calls, const std::int32_t* device) const;
 
+    /// Nobody will call `open` again, whatever it came to: after the last of its siblings, their parent needs
+    /// its descriptor no more. Called once.
+    void endOpening() const;
+
     /// Takes over the folder's descriptor for the opening of its subfolders, of which there are
     /// `subfolderCount`. False when the budget has no room: the descriptor is still the caller's. Called at
     /// most once, by the worker that read the folder, before it hands the subfolders on. The budget must
@@ -76,6 +80,11 @@ public:
 
     /// The full path, built on demand.
     std::string path() const;
+
+    /// Null for the root.
+    const FolderHandle* parent() const { return parent_; }
+    /// The root's is its whole path.
+    std::string_view name() const { return name_; }
 
 private:
     friend class FolderRef;
@@ -90,7 +99,6 @@ private:
     int openBelowAncestor(const DirectoryCalls& calls, const std::int32_t* device) const;
     bool pin();
     void unpin();
-    void noteSubfolderOpened();
 
     std::atomic<std::size_t> references_ = 1;
     FolderHandle* const parent_; // holds a reference
@@ -106,7 +114,7 @@ private:
     FolderHandle* previousKept_ = nullptr;
     FolderHandle* nextKept_ = nullptr;
 
-    const std::string name_; // the root's is its whole path
+    const std::string name_;
 };
 
 /// A counted reference to a folder. Letting go of the last one of a long chain takes no recursion.

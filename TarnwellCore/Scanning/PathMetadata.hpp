@@ -22,7 +22,7 @@ struct INodeKey {
 struct PathMetadata {
     bool isDirectory = false;
     bool isSymlink = false;
-    /// Bytes.
+    /// Bytes; both 0 where one of them fits no 64 bits.
     std::int64_t logicalSize = 0;
     std::int64_t allocatedSize = 0;
     std::int32_t deviceID = 0;

@@ -6,6 +6,7 @@
 #include "TarnwellCore/Platform/FileStatus.hpp"
 #include "TarnwellCore/Platform/FolderOpening.hpp"
 #include "TarnwellCore/Platform/WorkerThreads.hpp"
+#include "TarnwellCore/Scanning/FolderPaths.hpp"
 #include "TarnwellCore/Scanning/NodeArena.hpp"
 #include "TarnwellCore/Scanning/PathMetadata.hpp"
 #include "TarnwellCore/Scanning/ScanError.hpp"
@@ -151,8 +152,7 @@ ScanResult ScanEngine::run() {
         rollUp(*root, rollUpThreads(workers, result.stats.directoryCount));
         result.root = arena->shareRoot(root);
     }
-    result.inaccessiblePaths = queue_.takeInaccessiblePaths();
-    std::sort(result.inaccessiblePaths.begin(), result.inaccessiblePaths.end());
+    result.inaccessiblePaths = pathsInOrder(queue_.takeInaccessibleFolders());
     result.duration = secondsSince(start);
     return result;
 }

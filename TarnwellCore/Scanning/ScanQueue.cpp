@@ -47,7 +47,7 @@ void apply(const CollapseDelta& delta) {
 
 void ScanTally::clear() {
     stats = {};
-    inaccessiblePaths.clear();
+    inaccessibleFolders.clear();
     collapseDeltas.clear();
 }
 
@@ -85,8 +85,8 @@ bool ScanQueue::finish(std::vector<WorkItem>& left, ScanTally& tally) {
     std::move(left.begin(), left.end(), std::back_inserter(queue_));
     noteHunger();
     merge(stats_, tally.stats);
-    std::move(tally.inaccessiblePaths.begin(), tally.inaccessiblePaths.end(),
-              std::back_inserter(inaccessiblePaths_));
+    std::move(tally.inaccessibleFolders.begin(), tally.inaccessibleFolders.end(),
+              std::back_inserter(inaccessibleFolders_));
     std::for_each(tally.collapseDeltas.begin(), tally.collapseDeltas.end(), apply);
 
     const bool isDone = (queue_.empty() && busyWorkers_ == 0) || isStopped();
@@ -117,9 +117,9 @@ ScanStats ScanQueue::stats(FolderRef& currentFolder) const {
     return stats_;
 }
 
-std::vector<std::string> ScanQueue::takeInaccessiblePaths() {
+std::vector<FolderRef> ScanQueue::takeInaccessibleFolders() {
     const std::lock_guard guard(mutex_);
-    return std::exchange(inaccessiblePaths_, {});
+    return std::exchange(inaccessibleFolders_, {});
 }
 
 } // namespace tarnwell

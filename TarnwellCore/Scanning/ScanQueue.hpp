@@ -27,7 +27,6 @@
 #include <cstdint>
 #include <mutex>
 #include <optional>
-#include <string>
 #include <vector>
 
 namespace tarnwell {
@@ -62,7 +61,7 @@ struct CollapseDelta {
 /// What a worker counted in one batch.
 struct ScanTally {
     ScanStats stats;
-    std::vector<std::string> inaccessiblePaths;
+    std::vector<FolderRef> inaccessibleFolders;
     std::vector<CollapseDelta> collapseDeltas;
 
     void clear();
@@ -87,7 +86,7 @@ public:
     ScanStats stats() const;
     ScanStats stats(FolderRef& currentFolder) const;
     /// Once the workers have left.
-    std::vector<std::string> takeInaccessiblePaths();
+    std::vector<FolderRef> takeInaccessibleFolders();
 
 private:
     void noteHunger() { isHungry_.store(queue_.empty() && waitingWorkers_ > 0, std::memory_order_relaxed); }
@@ -100,7 +99,7 @@ private:
     std::size_t waitingWorkers_ = 0;
     std::atomic<bool> isHungry_ = false; // written under the lock
     ScanStats stats_;
-    std::vector<std::string> inaccessiblePaths_;
+    std::vector<FolderRef> inaccessibleFolders_;
     FolderRef currentFolder_;
 };
 

@@ -57,7 +57,8 @@ struct ScanResult {
     /// Owns the whole tree. Null for a scan that only measured.
     std::shared_ptr<FileNode> root;
     ScanStats stats;
-    /// Full paths of the folders that could not be read, in byte order.
+    /// Full paths of the folders that could not be read, in byte order: all of them, or the first of more
+    /// than 100,000, or than 32 MiB of text. How many they are says `stats.inaccessibleCount`, always.
     std::vector<std::string> inaccessiblePaths;
     /// Seconds.
     double duration = 0;

@@ -99,14 +99,17 @@ void ScanWorker::processFolder(const WorkItem& item) {
     tally_.stats.maximumDepth = std::max(tally_.stats.maximumDepth, item.depth);
     OpenFolder folder{-1};
     const std::int32_t* device = context_.options.crossFilesystemBoundaries ? nullptr : &item.deviceID;
-    if (!succeedsPatiently([&] {
-            folder.descriptor = item.folder->open(context_.calls, device);
-            return folder.descriptor >= 0;
-        })) {
-        if (errno == EXDEV)
+    const bool isOpen = succeedsPatiently([&] {
+        folder.descriptor = item.folder->open(context_.calls, device);
+        return folder.descriptor >= 0;
+    });
+    const int error = errno;
+    item.folder->endOpening();
+    if (!isOpen) {
+        if (error == EXDEV)
             noteMountPoint(item);
         else
-            noteInaccessible(item, errno);
+            noteInaccessible(item, error);
         return;
     }
 
@@ -153,7 +156,7 @@ void ScanWorker::noteInaccessible(const WorkItem& item, int error) {
     if (item.depth == 0)
         context_.rootError = error;
     ++tally_.stats.inaccessibleCount;
-    tally_.inaccessiblePaths.push_back(item.folder->path());
+    tally_.inaccessibleFolders.push_back(item.folder);
     if (item.node != nullptr)
         item.node->flags.insert(FileNodeFlags::inaccessible);
 }

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <random>
 #include <string>
 #include <vector>
@@ -92,6 +93,54 @@ TEST(PackedAttributeRecords, DropsDotNamesButKeepsErrors) {
     EXPECT_EQ(entries[1].errorCode, 13u);
     EXPECT_EQ(entries[2].name, "");
     EXPECT_EQ(entries[2].errorCode, 5u);
+}
+
+TEST(PackedAttributeRecords, SizesThatDidNotFitAreNone) {
+    Packer packer;
+    packer.add({.name = "size", .type = 1, .size = -1, .allocated = 4096, .privateSize = 4096})
+        .add({.name = "allocated", .type = 1, .size = 1, .allocated = std::int64_t{1} << 63})
+        .add({.name = "..", .type = 2, .size = -1})
+        .add({.name = "good", .type = 1, .size = 1, .allocated = 1});
+    const auto [outcome, entries] = decoded(packer.bytes, packer.count);
+    ASSERT_EQ(outcome, DecodeOutcome::complete);
+    ASSERT_EQ(entries.size(), 3u);
+    for (const RawDirectoryEntry& entry : entries) {
+        const bool isGood = entry.name == "good";
+        EXPECT_EQ(entry.errorCode, isGood ? 0u : static_cast<unsigned>(EOVERFLOW)) << entry.name;
+        EXPECT_EQ(entry.logicalSize + entry.allocatedSize + entry.privateSize, isGood ? 2 : 0) << entry.name;
+        EXPECT_FALSE(entry.reportsPrivateSize) << entry.name;
+    }
+}
+
+TEST(PackedAttributeRecords, ANameMayReachTheEndOfItsRecordAndNotAByteFurther) {
+    constexpr std::uint32_t place = 24; // of the reference in a record that carries a name only
+    Packer packer;
+    packer.add({.name = "abc"}).add({.name = "next"}); // four bytes with the NUL
+    const struct {
+        std::int32_t offset;
+        std::uint32_t length;
+        const char* name; // null where the record is malformed
+    } cases[] = {
+        {8, 4, "abc"},
+        {8, 3, "abc"},
+        {8, 5, nullptr},
+        {9, 4, nullptr},
+        {11, 1, ""},
+        {12, 0, ""},
+        {13, 0, nullptr},
+        {-std::int32_t{place}, 1, "$"}, // the record's own length
+        {-std::int32_t{place} - 1, 1, nullptr},
+    };
+    for (const auto& each : cases) {
+        packer.overwrite(place, each.offset);
+        packer.overwrite(place + 4, each.length);
+        const auto [outcome, entries] = decoded(packer.bytes, packer.count);
+        EXPECT_EQ(outcome == DecodeOutcome::complete, each.name != nullptr)
+            << each.offset << " " << each.length;
+        if (each.name != nullptr && *each.name != '\0') {
+            EXPECT_EQ(entries.at(0).name, each.name) << each.offset << " " << each.length;
+        }
+    }
 }
 
 TEST(PackedAttributeRecords, RefusesWhatTheKernelDoesNotWrite) {

@@ -211,6 +211,7 @@ TEST(DirectoryReader, HostileBulkBuffers) {
         {19, "", false},                            // no room for a name
         {23, std::string("a\0\0\0\0", 5), false},   // leaves a byte over
         {4096, std::string("a\0\0\0\0", 5), false}, // reaches beyond what was filled
+        {24, std::string("abcd\0", 5), true},       // as long as there is room
         {24, "abcde", false},                       // not terminated
     };
     static const Fault* fault; // null once it is delivered
@@ -219,7 +220,7 @@ TEST(DirectoryReader, HostileBulkBuffers) {
         const Fault* const delivered = std::exchange(fault, nullptr);
         if (delivered == nullptr)
             return 0;
-        std::memset(buffer, 0, 24);
+        std::memset(buffer, 'x', 64);
         std::memcpy(buffer + 16, &delivered->length, 2);
         std::memcpy(buffer + 19, delivered->name.data(), delivered->name.size());
         return 24;

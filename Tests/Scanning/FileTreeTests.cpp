@@ -251,10 +251,20 @@ TEST(Aggregation, DeepChainsNeedNoStack) {
 
 TEST(AggregationDeathTest, SumsThatDoNotFitAreFatal) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    FileTreeBuilder tree("/r");
-    tree.addFile(tree.root(), "a", std::numeric_limits<std::int64_t>::max());
-    tree.addFile(tree.root(), "b", 1);
-    EXPECT_DEATH(tree.finish(), "fatal error: a sum of sizes or counts does not fit");
+    FileNodeAttributes reclaimable;
+    reclaimable.privateSize = std::numeric_limits<std::int64_t>::max();
+    reclaimable.reportsPrivateSize = true;
+    const FileNodeAttributes each[] = {sizes(reclaimable.privateSize, 0), sizes(0, reclaimable.privateSize),
+                                       reclaimable};
+    for (const FileNodeAttributes& attributes : each) {
+        for (const bool areInFolders : {false, true}) {
+            FileTreeBuilder tree("/r");
+            for (const char* name : {"a", "b"})
+                tree.addFile(areInFolders ? tree.addFolder(tree.root(), name) : tree.root(), name,
+                             attributes);
+            EXPECT_DEATH(tree.finish(), "fatal error: a sum of sizes or counts does not fit") << areInFolders;
+        }
+    }
 }
 
 } // namespace

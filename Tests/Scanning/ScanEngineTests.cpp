@@ -350,6 +350,98 @@ TEST(ScanEngine, FoldersThatChangeUnderTheScan) {
     }
 }
 
+// A file system that answers with sizes that fit no 64 bits, of a file, a folder, a mount point.
+constexpr std::int64_t tooManyBlocks = std::int64_t{1} << 54;
+
+int entryStatusWithOddSizes(int folder, const char* name, struct stat* status) {
+    const int result = DirectoryCalls::live().entryStatus(folder, name, status);
+    const std::string_view kind(name);
+    if (kind.ends_with("blocks"))
+        status->st_blocks = tooManyBlocks;
+    if (kind.ends_with("size"))
+        status->st_size = -1;
+    if (kind.starts_with("mounted"))
+        ++status->st_dev;
+    return result;
+}
+
+DirectoryCalls oddSizes(bool inBulk) {
+    DirectoryCalls calls = DirectoryCalls::live();
+    calls.entryStatus = entryStatusWithOddSizes;
+    if (!inBulk)
+        calls.readPacked = [](int, std::byte*, std::size_t) {
+            errno = ENOTSUP;
+            return -1L;
+        };
+#ifdef __linux__
+    calls.extendedStatus = [](int folder, const char* name, void* place) {
+        const int result = DirectoryCalls::live().extendedStatus(folder, name, place);
+        struct stat odd = {};
+        entryStatusWithOddSizes(folder, name, &odd);
+        auto& status = *static_cast<struct statx*>(place);
+        status.stx_blocks = static_cast<std::uint64_t>(odd.st_blocks);
+        status.stx_size = static_cast<std::uint64_t>(odd.st_size);
+        status.stx_dev_minor += std::string_view(name).starts_with("mounted") ? 1 : 0;
+        return result;
+    };
+#endif
+    return calls;
+}
+
+TEST(ScanEngine, SizesThatFitNo64BitsAreThoseOfUnreadableEntries) {
+    const TemporaryFolder folder;
+    folder.makeFile("file", 10);
+    for (const char* name : {"file blocks", "file size"})
+        folder.makeFile(name, 100);
+    for (const char* name : {"folder blocks", "folder size", "mounted blocks"})
+        folder.makeFile(std::string(name) + "/inner", 1000);
+#ifdef __linux__
+    constexpr bool ways[] = {false, true};
+#else
+    constexpr bool ways[] = {false};
+#endif
+    for (const bool inBulk : ways) {
+        const DirectoryCalls calls = oddSizes(inBulk);
+        const ScanResult result = ScanEngine(folder.path(), {}, true, calls).run();
+        EXPECT_EQ(result.stats.inaccessibleEntryCount, 5);
+        EXPECT_EQ(result.stats.inaccessibleCount, 0);
+        EXPECT_EQ(result.stats.fileCount, 1);
+        EXPECT_EQ(result.root->size, 10);
+        for (const FileNode* node : result.root->children())
+            EXPECT_EQ(node->flags.contains(FileNodeFlags::inaccessible), node->name() != "file")
+                << node->name();
+        expectStatsOfTree(result);
+        EXPECT_EQ(ScanEngine(folder.path(), {}, false, calls).run().stats, result.stats);
+    }
+}
+
+int refusal;                       // the error of `openAfterRefusals`
+std::atomic<int> refusalsLeft = 0; // how often it comes
+
+TEST(ScanEngine, WaitsAMomentForDescriptors) {
+    const struct {
+        int error;
+        int count;
+        bool isRead;
+    } cases[] = {{EMFILE, 50, true}, {ENFILE, 50, true}, {EMFILE, 1'000'000, false}, {EACCES, 1, false}};
+    DirectoryCalls calls = DirectoryCalls::live();
+    calls.openFolder = [](int folder, const char* name, const std::int32_t* device) {
+        if (refusalsLeft-- <= 0)
+            return DirectoryCalls::live().openFolder(folder, name, device);
+        errno = refusal;
+        return -1;
+    };
+    const TemporaryFolder folder;
+    folder.makeFile("folder/file", 10);
+    for (const auto& each : cases) {
+        refusal = each.error;
+        refusalsLeft = each.count;
+        const ScanResult result = ScanEngine(folder.path(), {}, true, calls).run();
+        EXPECT_EQ(result.root->size, each.isRead ? 10 : 0) << each.error << " " << each.count;
+        EXPECT_EQ(result.stats.inaccessibleCount, each.isRead ? 0 : 1) << each.error << " " << each.count;
+    }
+}
+
 TEST(ScanEngine, CancellationAtEveryStage) {
     const TemporaryFolder folder;
     test::makeRandomTree(folder.path(), 400, 11);
@@ -414,10 +506,12 @@ private:
 
 /// A chain of folders below a folder, however long its paths become; no two have one name, so that none is
 /// taken for another. `add` puts more into each of them, given its descriptor and its level.
-void makeChain(const std::filesystem::path& top, int depth, const std::function<void(int, int)>& add) {
+void makeChain(const std::filesystem::path& top, int depth, const std::function<void(int, int)>& add,
+               std::size_t nameLength = 0) {
     int folder = ::open(top.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     for (int level = 1; level <= depth; ++level) {
-        const std::string name = "level " + std::to_string(level);
+        std::string name = "level " + std::to_string(level);
+        name.resize(std::max(name.size(), nameLength), 'x');
         EXPECT_EQ(::mkdirat(folder, name.c_str(), 0755), 0);
         const int next = ::openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         ::close(folder);
@@ -461,6 +555,24 @@ TEST(ScanEngine, RunsWithFewDescriptors) {
         });
         EXPECT_EQ(text, std::to_string(each.scans)) << each.depth << " levels";
     }
+}
+
+TEST(ScanEngine, ThePathsOfADeepChainsUnreadableFoldersAreBounded) {
+    const TemporaryFolder folder;
+    ::chmod(folder.path().c_str(), 0755);
+    constexpr int depth = 700; // 60 MB of paths
+    makeChain(
+        folder.path(), depth, [](int parent, int) { EXPECT_EQ(::mkdirat(parent, "closed", 0), 0); }, 255);
+    const std::string text = test::runUnprivileged([&] {
+        const ScanResult result = scan(folder.path());
+        const std::vector<std::string>& paths = result.inaccessiblePaths;
+        std::size_t bytes = 0;
+        for (const std::string& path : paths)
+            bytes += path.size();
+        return std::to_string(result.stats.inaccessibleCount) +
+               (std::ranges::is_sorted(paths) ? " sorted " : " mixed ") + std::to_string(bytes >> 24);
+    });
+    EXPECT_EQ(text, std::to_string(depth) + " sorted 1") << "or not between 16 and 32 MiB";
 }
 
 TEST(ScanEngine, ChainsBeyondPathMax) {

@@ -52,6 +52,7 @@ const DirectoryCalls& DirectoryCalls::live() {
                 return ::fstatat(folder, name, status, AT_SYMLINK_NOFOLLOW);
             },
         .openEntry = [](int folder, const char* name, int flags) { return ::openat(folder, name, flags); },
+        .readExtents = nullptr,
         .openFolder = openSubfolder,
     };
     return calls;

@@ -1,7 +1,7 @@
 #include "TarnwellCore/Platform/FileStatus.hpp"
 
 #include "TarnwellCore/Platform/Date.hpp"
-#include "TarnwellCore/Platform/FatalError.hpp"
+#include "TarnwellCore/Platform/EntrySizes.hpp"
 #include "TarnwellCore/Platform/FileModes.hpp"
 
 #include <sys/stat.h>
@@ -23,10 +23,7 @@ RawDirectoryEntry entryFromStatus(const struct stat& status) {
     entry.deviceID = status.st_dev;
     entry.fileID = status.st_ino;
     entry.linkCount = status.st_nlink;
-    entry.logicalSize = status.st_size;
-    if (__builtin_mul_overflow(static_cast<std::int64_t>(status.st_blocks), std::int64_t{512},
-                               &entry.allocatedSize))
-        fatalError("an allocated size does not fit 64 bits");
+    setSizes(entry, static_cast<std::uint64_t>(status.st_size), static_cast<std::uint64_t>(status.st_blocks));
     entry.modificationSeconds = static_cast<double>(status.st_mtimespec.tv_sec) - referenceDateOffset;
     entry.accessSeconds = static_cast<double>(status.st_atimespec.tv_sec) - referenceDateOffset;
     entry.finderFlags = status.st_flags;

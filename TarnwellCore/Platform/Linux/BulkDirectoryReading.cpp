@@ -1,6 +1,7 @@
 #include "TarnwellCore/Platform/BulkDirectoryReading.hpp"
 
 #include "TarnwellCore/Platform/Date.hpp"
+#include "TarnwellCore/Platform/EntrySizes.hpp"
 #include "TarnwellCore/Platform/FileCalls.hpp"
 #include "TarnwellCore/Platform/FileModes.hpp"
 #include "TarnwellCore/Platform/FolderOpening.hpp"
@@ -10,6 +11,9 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/fiemap.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -99,8 +103,7 @@ void fill(RawDirectoryEntry& entry, const struct statx& status) {
     entry.deviceID = deviceIDFromNumbers(status.stx_dev_major, status.stx_dev_minor);
     entry.fileID = status.stx_ino;
     entry.linkCount = status.stx_nlink;
-    entry.logicalSize = static_cast<std::int64_t>(status.stx_size);
-    entry.allocatedSize = bytesFromBlocks(status.stx_blocks);
+    setSizes(entry, status.stx_size, status.stx_blocks);
     entry.modificationSeconds = static_cast<double>(status.stx_mtime.tv_sec) - referenceDateOffset;
     entry.accessSeconds = static_cast<double>(status.stx_atime.tv_sec) - referenceDateOffset;
     if ((status.stx_attributes & STATX_ATTR_AUTOMOUNT) != 0)
@@ -127,6 +130,7 @@ const DirectoryCalls& DirectoryCalls::live() {
                 return ::fstatat(folder, name, status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT);
             },
         .openEntry = [](int folder, const char* name, int flags) { return ::openat(folder, name, flags); },
+        .readExtents = [](int file, void* map) { return ::ioctl(file, FS_IOC_FIEMAP, map); },
         .openFolder = openSubfolder,
     };
     return calls;

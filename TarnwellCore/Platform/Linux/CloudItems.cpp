@@ -1,5 +1,7 @@
 #include "TarnwellCore/Platform/CloudItems.hpp"
 
+#include "TarnwellCore/Platform/FileStatus.hpp"
+
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -14,7 +16,7 @@ std::expected<CloudItemStatus, std::string> readCloudItemStatus(const std::files
     CloudItemStatus result;
     result.isDirectory = S_ISDIR(status.st_mode);
     result.isRegularFile = S_ISREG(status.st_mode);
-    result.allocatedSize = static_cast<std::int64_t>(status.st_blocks) * 512;
+    result.allocatedSize = entryFromStatus(status).allocatedSize;
     return result;
 }
 

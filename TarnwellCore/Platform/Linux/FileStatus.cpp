@@ -1,6 +1,7 @@
 #include "TarnwellCore/Platform/FileStatus.hpp"
 
 #include "TarnwellCore/Platform/Date.hpp"
+#include "TarnwellCore/Platform/EntrySizes.hpp"
 #include "TarnwellCore/Platform/FileModes.hpp"
 #include "TarnwellCore/Platform/Linux/LinuxFileTypes.hpp"
 
@@ -15,8 +16,7 @@ RawDirectoryEntry entryFromStatus(const struct stat& status) {
     entry.deviceID = deviceIDFromNumbers(major(status.st_dev), minor(status.st_dev));
     entry.fileID = status.st_ino;
     entry.linkCount = static_cast<std::uint32_t>(status.st_nlink);
-    entry.logicalSize = status.st_size;
-    entry.allocatedSize = bytesFromBlocks(static_cast<std::uint64_t>(status.st_blocks));
+    setSizes(entry, static_cast<std::uint64_t>(status.st_size), static_cast<std::uint64_t>(status.st_blocks));
     entry.modificationSeconds = static_cast<double>(status.st_mtim.tv_sec) - referenceDateOffset;
     entry.accessSeconds = static_cast<double>(status.st_atim.tv_sec) - referenceDateOffset;
     return entry;

@@ -1,11 +1,8 @@
 #pragma once
 
-// The kernel's numbers for devices and blocks in the terms of a directory entry.
-
-#include "TarnwellCore/Platform/FatalError.hpp"
+// The kernel's numbers for devices in the terms of a directory entry.
 
 #include <cstdint>
-#include <limits>
 
 namespace tarnwell {
 
@@ -16,13 +13,6 @@ constexpr std::int32_t deviceIDFromNumbers(std::uint32_t major, std::uint32_t mi
 
 constexpr std::uint32_t majorFromDeviceID(std::int32_t deviceID) {
     return static_cast<std::uint32_t>(deviceID) >> 20;
-}
-
-/// Blocks are counted in units of 512 bytes, whatever the file system's own block is.
-constexpr std::int64_t bytesFromBlocks(std::uint64_t blocks) {
-    if (blocks > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()) / 512) [[unlikely]]
-        fatalError("an allocated size does not fit 64 bits");
-    return static_cast<std::int64_t>(blocks * 512);
 }
 
 } // namespace tarnwell

@@ -1,11 +1,10 @@
 #include "TarnwellCore/Platform/Linux/SharedExtents.hpp"
 
+#include "TarnwellCore/Platform/EntrySizes.hpp"
 #include "TarnwellCore/Platform/FileCalls.hpp"
 
 #include <fcntl.h>
 #include <linux/fiemap.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -55,18 +54,19 @@ void SharedExtents::measure(int folder, const char* name, RawDirectoryEntry& ent
     std::uint64_t shared = 0;
     std::uint64_t start = 0;
     bool isComplete = false;
+    bool isTooLarge = false;
     while (!isComplete) {
         std::memset(&map, 0, sizeof map);
         map.fm_start = start;
         map.fm_length = std::numeric_limits<std::uint64_t>::max() - start;
         map.fm_extent_count = extentsPerCall;
-        if (withoutInterruption([&] { return ::ioctl(file, FS_IOC_FIEMAP, &map); }) != 0)
+        if (withoutInterruption([&] { return calls_.readExtents(file, &map); }) != 0)
             break;
         const std::uint32_t count = std::min(map.fm_mapped_extents, extentsPerCall);
         isComplete = count == 0;
         for (std::uint32_t index = 0; index < count; ++index) {
             const struct fiemap_extent& extent = extents_->extents()[index];
-            total += extent.fe_length;
+            isTooLarge = __builtin_add_overflow(total, extent.fe_length, &total) || isTooLarge;
             if ((extent.fe_flags & FIEMAP_EXTENT_SHARED) != 0)
                 shared += extent.fe_length;
             if ((extent.fe_flags & FIEMAP_EXTENT_LAST) != 0)
@@ -79,7 +79,9 @@ void SharedExtents::measure(int folder, const char* name, RawDirectoryEntry& ent
         }
     }
     ::close(file);
-    if (!isComplete)
+    if (isTooLarge)
+        rejectSizes(entry);
+    if (isTooLarge || !isComplete)
         return;
     entry.reportsPrivateSize = true;
     entry.privateSize = entry.allocatedSize - (total == 0 ? 0 : scaled(entry.allocatedSize, shared, total));

@@ -16,7 +16,8 @@ public:
     ~SharedExtents();
 
     /// Fills the private size and the sharing bits of a regular file with blocks: one open, and one call
-    /// for every few hundred extents. Leaves the entry as it is when its extents cannot be read.
+    /// for every few hundred extents. Leaves the entry as it is when its extents cannot be read;
+    /// when their lengths fit no 64 bits, it could not be read itself.
     void measure(int folder, const char* name, RawDirectoryEntry& entry);
 
 private:
