@@ -41,7 +41,7 @@ ExclusionIndex::~ExclusionIndex() {
     }
 }
 
-void ExclusionIndex::add(const std::set<std::string, std::less<>>& paths) {
+void ExclusionIndex::mark(const std::set<std::string, std::less<>>& paths, bool Level::* mark) {
     const auto rootParts = components(rootPath_);
     for (const std::string& path : paths) {
         const auto parts = components(path);
@@ -55,7 +55,7 @@ void ExclusionIndex::add(const std::set<std::string, std::less<>>& paths) {
                 below = std::make_unique<Level>();
             level = below.get();
         }
-        level->isExcluded = true;
+        level->*mark = true;
     }
 }
 

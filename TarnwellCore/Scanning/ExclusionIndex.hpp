@@ -1,8 +1,8 @@
 #pragma once
 
-// Excluded paths, arranged so that a scan never builds a path to look one up: a tree of the components below
-// the scan's root, which the walk descends alongside the folders. Outside of it a folder costs one null
-// check.
+// Excluded paths, and those of mount points, arranged so that a scan never builds a path to look one up: a
+// tree of the components below the scan's root, which the walk descends alongside the folders. Outside of it
+// a folder costs one null check.
 
 #include <functional>
 #include <map>
@@ -19,6 +19,7 @@ public:
     /// What the exclusions say about the entries of one folder.
     struct Level {
         bool isExcluded = false;
+        bool isMountPoint = false;
         std::map<std::string, std::unique_ptr<Level>, std::less<>> below;
 
         /// What they say about an entry of this folder and what is below it; null for nothing.
@@ -33,12 +34,17 @@ public:
     ~ExclusionIndex();
 
     /// Adds more paths before the scan starts.
-    void add(const std::set<std::string, std::less<>>& paths);
+    void add(const std::set<std::string, std::less<>>& paths) { mark(paths, &Level::isExcluded); }
+    void addMountPoints(const std::set<std::string, std::less<>>& paths) {
+        mark(paths, &Level::isMountPoint);
+    }
 
     /// For the entries of the root; null when nothing below the root is excluded.
     const Level* rootLevel() const { return root_.below.empty() ? nullptr : &root_; }
 
 private:
+    void mark(const std::set<std::string, std::less<>>& paths, bool Level::* mark);
+
     std::string rootPath_;
     Level root_;
 };

@@ -22,6 +22,8 @@ struct INodeKey {
 struct PathMetadata {
     bool isDirectory = false;
     bool isSymlink = false;
+    /// Its contents are with a cloud service, and are fetched when it is opened.
+    bool isDataless = false;
     /// Bytes.
     std::int64_t logicalSize = 0;
     std::int64_t allocatedSize = 0;

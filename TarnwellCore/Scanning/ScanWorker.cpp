@@ -1,6 +1,7 @@
 #include "TarnwellCore/Scanning/ScanWorker.hpp"
 
 #include "TarnwellCore/Classification/FileClassifier.hpp"
+#include "TarnwellCore/Platform/FolderOpening.hpp"
 #include "TarnwellCore/Platform/WorkerThreads.hpp"
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
 #include "TarnwellCore/Scanning/TreeAggregation.hpp"
@@ -66,7 +67,7 @@ std::int64_t ScanWorker::processBatch() {
             pending_.clear();
             break;
         }
-        const WorkItem item = std::move(pending_.back());
+        WorkItem item = std::move(pending_.back());
         pending_.pop_back();
         processFolder(item);
         ++count;
@@ -95,10 +96,11 @@ bool ScanWorker::succeedsPatiently(const Call& call) const {
     }
 }
 
-void ScanWorker::processFolder(const WorkItem& item) {
+void ScanWorker::processFolder(WorkItem& item) {
     tally_.stats.maximumDepth = std::max(tally_.stats.maximumDepth, item.depth);
     OpenFolder folder{-1};
-    const std::int32_t* device = context_.options.crossFilesystemBoundaries ? nullptr : &item.deviceID;
+    const bool takesAnyDevice = context_.options.crossFilesystemBoundaries || item.leadsElsewhere;
+    const std::int32_t* device = takesAnyDevice ? nullptr : &item.deviceID;
     if (!succeedsPatiently([&] {
             folder.descriptor = item.folder->open(context_.calls, device);
             return folder.descriptor >= 0;
@@ -108,6 +110,13 @@ void ScanWorker::processFolder(const WorkItem& item) {
         else
             noteInaccessible(item, errno);
         return;
+    }
+
+    if (takesAnyDevice) {
+        const std::int32_t opened = deviceOfOpened(folder.descriptor, item.deviceID);
+        if (opened != item.deviceID && !item.leadsElsewhere)
+            noteMountPoint(item);
+        item.deviceID = opened;
     }
 
     item_ = &item;
@@ -142,7 +151,7 @@ bool ScanWorker::processEntries(std::span<const RawDirectoryEntry> entries) {
     return true;
 }
 
-/// A file system was mounted on the folder after its parent was read.
+/// The folder turned out to be on another device than its parent when it was opened.
 void ScanWorker::noteMountPoint(const WorkItem& item) {
     ++tally_.stats.mountPointCount;
     if (item.node != nullptr)
@@ -179,7 +188,9 @@ void ScanWorker::processEntry(const WorkItem& item, const RawDirectoryEntry& ent
     }
     if ((entry.finderFlags & datalessFileFlag) != 0)
         flags.insert(FileNodeFlags::dataless);
-    if (entry.objectType == VnodeType::directory)
+    if (entry.objectType == VnodeType::directory && flags.contains(FileNodeFlags::dataless))
+        addDatalessFolder(item, entry, flags);
+    else if (entry.objectType == VnodeType::directory)
         processSubfolder(item, entry, flags, exclusions);
     else
         processFile(item, entry, flags);
@@ -222,7 +233,10 @@ void ScanWorker::processSubfolder(const WorkItem& item, const RawDirectoryEntry&
         ++tally_.stats.packageCount;
     }
     const bool mountsOnDemand = (entry.finderFlags & automountFileFlag) != 0;
-    const bool isMountPoint = entry.deviceID != item.deviceID || mountsOnDemand;
+    const bool isFirmlink = (entry.finderFlags & firmlinkFileFlag) != 0;
+    const bool isCovered = entry.isCovered || (exclusions != nullptr && exclusions->isMountPoint);
+    const bool isMountPoint =
+        mountsOnDemand || ((entry.deviceID != item.deviceID || isCovered) && !isFirmlink);
     if (isMountPoint) {
         flags.insert(FileNodeFlags::mountPoint);
         ++tally_.stats.mountPointCount;
@@ -247,7 +261,36 @@ void ScanWorker::processSubfolder(const WorkItem& item, const RawDirectoryEntry&
     next.exclusions = exclusions;
     next.depth = item.depth + 1;
     next.deviceID = entry.deviceID;
+    next.leadsElsewhere = isFirmlink || isCovered;
     pending_.push_back(std::move(next));
+}
+
+/// To open it would have its service fetch what it holds.
+void ScanWorker::addDatalessFolder(const WorkItem& item, const RawDirectoryEntry& entry,
+                                   FileNodeFlags flags) {
+    ++tally_.stats.directoryCount;
+    ++delta_.directories;
+    const std::string_view folderExtension = extension(entry.name);
+    if (!folderExtension.empty() && FileClassifier::isPackageExtension(folderExtension)) {
+        flags.insert(FileNodeFlags::package);
+        ++tally_.stats.packageCount;
+    }
+    // As nothing is added up for it, its own bytes count.
+    addChecked(tally_.stats.totalSize, entry.logicalSize);
+    addChecked(tally_.stats.totalAllocatedSize, entry.allocatedSize);
+    if (!context_.buildsTree())
+        return;
+    if (collapseTarget_ != nullptr) {
+        addChecked(delta_.size, entry.logicalSize);
+        addChecked(delta_.allocated, entry.allocatedSize);
+        return;
+    }
+    FileNode* node = makeNode(item, entry, true, flags,
+                              item.inheritedCategory ? *item.inheritedCategory
+                                                     : categoryOfFolder(entry.name, folderExtension));
+    node->size = entry.logicalSize;
+    node->allocatedSize = entry.allocatedSize;
+    folders_.push_back(node);
 }
 
 void ScanWorker::processFile(const WorkItem& item, const RawDirectoryEntry& entry, FileNodeFlags flags) {

@@ -29,7 +29,7 @@ RawDirectoryEntry entryFromStatus(const struct stat& status) {
         fatalError("an allocated size does not fit 64 bits");
     entry.modificationSeconds = static_cast<double>(status.st_mtimespec.tv_sec) - referenceDateOffset;
     entry.accessSeconds = static_cast<double>(status.st_atimespec.tv_sec) - referenceDateOffset;
-    entry.finderFlags = status.st_flags;
+    entry.finderFlags = status.st_flags & ~automountFileFlag;
     return entry;
 }
 
