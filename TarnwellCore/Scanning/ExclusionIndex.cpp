@@ -46,11 +46,13 @@ void ExclusionIndex::mark(const std::set<std::string, std::less<>>& paths, bool 
     for (const std::string& path : paths) {
         const auto parts = components(path);
         if (path.starts_with('/') != rootPath_.starts_with('/') || parts.size() <= rootParts.size() ||
-            !std::equal(rootParts.begin(), rootParts.end(), parts.begin()))
+            !std::equal(rootParts.begin(), rootParts.end(), parts.begin(), isSameName))
             continue;
         Level* level = &root_;
         for (std::size_t index = rootParts.size(); index < parts.size(); ++index) {
-            auto& below = level->below[std::string(parts[index])];
+            const bool hasOtherForms = mayHaveOtherForms(parts[index]);
+            level->hasOtherForms = level->hasOtherForms || hasOtherForms;
+            auto& below = level->below[hasOtherForms ? commonForm(parts[index]) : std::string(parts[index])];
             if (!below)
                 below = std::make_unique<Level>();
             level = below.get();

@@ -4,6 +4,8 @@
 // tree of the components below the scan's root, which the walk descends alongside the folders. Outside of it
 // a folder costs one null check.
 
+#include "TarnwellCore/Platform/NameForms.hpp"
+
 #include <functional>
 #include <map>
 #include <memory>
@@ -20,11 +22,16 @@ public:
     struct Level {
         bool isExcluded = false;
         bool isMountPoint = false;
+        /// By name, in its common form.
         std::map<std::string, std::unique_ptr<Level>, std::less<>> below;
+        /// Whether any of them may be met in another form.
+        bool hasOtherForms = false;
 
         /// What they say about an entry of this folder and what is below it; null for nothing.
         const Level* find(std::string_view name) const {
-            const auto match = below.find(name);
+            auto match = below.find(name);
+            if (match == below.end() && hasOtherForms && mayHaveOtherForms(name))
+                match = below.find(commonForm(name));
             return match == below.end() ? nullptr : match->second.get();
         }
     };

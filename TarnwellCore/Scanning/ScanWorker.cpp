@@ -2,6 +2,7 @@
 
 #include "TarnwellCore/Classification/FileClassifier.hpp"
 #include "TarnwellCore/Platform/FolderOpening.hpp"
+#include "TarnwellCore/Platform/NameForms.hpp"
 #include "TarnwellCore/Platform/WorkerThreads.hpp"
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
 #include "TarnwellCore/Scanning/TreeAggregation.hpp"
@@ -19,6 +20,12 @@ namespace {
 
 FileCategory categoryOfFolder(std::string_view name, std::string_view extension) {
     return FileClassifier::classifyDirectoryByNameOrExtension(name, extension).value_or(FileCategory::folder);
+}
+
+bool contains(const std::set<std::string, std::less<>>& names, std::string_view name) {
+    return names.contains(name) ||
+           (mayHaveOtherForms(name) &&
+            std::ranges::any_of(names, [&](const std::string& each) { return isSameName(each, name); }));
 }
 
 /// Closes its descriptor, also when memory runs out while the folder is worked on.
@@ -182,7 +189,7 @@ void ScanWorker::processEntry(const WorkItem& item, const RawDirectoryEntry& ent
     const ExclusionIndex::Level* exclusions =
         item.exclusions == nullptr ? nullptr : item.exclusions->find(entry.name);
     if ((exclusions != nullptr && exclusions->isExcluded) ||
-        (!context_.options.excludedNames.empty() && context_.options.excludedNames.contains(entry.name))) {
+        (!context_.options.excludedNames.empty() && contains(context_.options.excludedNames, entry.name))) {
         addLeaf(item, entry, flags | FileNodeFlags::excluded);
         return;
     }
