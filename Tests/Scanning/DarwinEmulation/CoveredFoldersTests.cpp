@@ -13,6 +13,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 
 namespace tarnwell {
 namespace {
@@ -121,18 +122,17 @@ TEST(DatalessFolders, AreLeavesThatNobodyOpens) {
     EXPECT_EQ(kernel.fetches(), 0);
 }
 
-EmulatedKernel* evictingKernel;
-fs::path evicted;
+std::function<void()> beforeOpening;
 
 TEST(DatalessFolders, ThatLoseTheirContentsMeanwhileAreNotFetched) {
     const test::TemporaryFolder folder;
     folder.makeFile("cloud/file", 10);
     EmulatedKernel kernel;
-    evictingKernel = &kernel;
-    evicted = folder / "cloud";
+    const fs::path evicted = folder / "cloud";
+    beforeOpening = [&] { kernel.describe(evicted, {.flags = datalessFileFlag}); };
     DirectoryCalls calls = DirectoryCalls::live();
     calls.openFolder = [](int parent, const char* name, const std::int32_t* device) {
-        evictingKernel->describe(evicted, {.flags = datalessFileFlag});
+        beforeOpening();
         return DirectoryCalls::live().openFolder(parent, name, device);
     };
     for (const int workers : {1, 4}) {
@@ -147,6 +147,7 @@ TEST(DatalessFolders, ThatLoseTheirContentsMeanwhileAreNotFetched) {
     const int parent = ::open(folder.path().c_str(), O_RDONLY | O_CLOEXEC);
     ::close(calls.openFolder(parent, "cloud", nullptr));
     ::close(parent);
+    beforeOpening = nullptr;
     EXPECT_EQ(kernel.fetches(), 1);
 }
 
