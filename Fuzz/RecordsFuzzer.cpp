@@ -49,8 +49,9 @@ bool isEqual(const RawDirectoryEntry& a, const RawDirectoryEntry& b) {
     return a.name == b.name && a.objectType == b.objectType && a.deviceID == b.deviceID &&
            a.fileID == b.fileID && a.linkCount == b.linkCount && a.logicalSize == b.logicalSize &&
            a.allocatedSize == b.allocatedSize && a.privateSize == b.privateSize && a.extFlags == b.extFlags &&
-           a.reportsPrivateSize == b.reportsPrivateSize && a.modificationSeconds == b.modificationSeconds &&
-           a.accessSeconds == b.accessSeconds && a.finderFlags == b.finderFlags && a.errorCode == b.errorCode;
+           a.reportsPrivateSize == b.reportsPrivateSize && a.isCovered == b.isCovered &&
+           a.modificationSeconds == b.modificationSeconds && a.accessSeconds == b.accessSeconds &&
+           a.finderFlags == b.finderFlags && a.errorCode == b.errorCode;
 }
 
 bool isFront(const std::vector<RawDirectoryEntry>& front, const std::vector<RawDirectoryEntry>& whole) {
@@ -79,6 +80,10 @@ test::PackedRecord repacked(const RawDirectoryEntry& entry) {
                               .size = entry.logicalSize,
                               .allocated = entry.allocatedSize,
                               .extended = entry.extFlags};
+    if ((entry.finderFlags & automountFileFlag) != 0)
+        record.mountStatus = PackedAttributes::mountStatusTrigger;
+    else if (entry.isCovered)
+        record.mountStatus = PackedAttributes::mountStatusMountPoint;
     if (entry.reportsPrivateSize)
         record.privateSize = entry.privateSize;
     return record;

@@ -10,6 +10,7 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
 option(TARNWELL_WARNINGS_AS_ERRORS "Stop at the first compiler warning" OFF)
 option(TARNWELL_LTO "Optimise the tool across its translation units" OFF)
+option(TARNWELL_DARWIN_EMULATION "On Linux, test the plain C++ sources of the macOS side over emulated kernel calls" OFF)
 option(TARNWELL_FUZZ "Build the programs in Fuzz/ (clang only)" OFF)
 set(TARNWELL_SANITIZE "" CACHE STRING "Sanitizers for every target, comma-separated")
 

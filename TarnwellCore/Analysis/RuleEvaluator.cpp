@@ -1,6 +1,7 @@
 #include "TarnwellCore/Analysis/RuleEvaluator.hpp"
 
 #include "TarnwellCore/Classification/PathUtil.hpp"
+#include "TarnwellCore/Platform/NameForms.hpp"
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
 #include "TarnwellCore/Scanning/ScanError.hpp"
 
@@ -60,8 +61,10 @@ public:
     const CleanupRule& rule(std::size_t index) const { return *rules_[index]; }
     const Limits& limits(std::size_t index) const { return limits_[index]; }
 
-    /// The rule's absolute location followed by "/"; empty when it has none.
+    /// The rule's absolute location followed by "/", in its common form; empty when it has none.
     std::string_view location(std::size_t index) const { return locations_[index]; }
+    /// Whether any location may be met in another form.
+    bool hasOtherForms() const { return hasOtherForms_; }
 
     const Word* withCategory(FileCategory category) const {
         return byCategory_.data() + rawValue(category) * wordCount_;
@@ -81,7 +84,10 @@ private:
         const std::size_t word = index / wordBits;
         const Word bit = Word{1} << (index % wordBits);
 
-        locations_.push_back(resolvedLocation(rule.locationPrefix, homePath));
+        std::string location = resolvedLocation(rule.locationPrefix, homePath);
+        const bool mayDiffer = mayHaveOtherForms(location);
+        hasOtherForms_ = hasOtherForms_ || mayDiffer;
+        locations_.push_back(mayDiffer ? commonForm(location) : std::move(location));
         for (std::size_t category = 0; category < fileCategoryCount; ++category)
             if (rule.categories.empty() ||
                 std::ranges::find(rule.categories, static_cast<FileCategory>(category)) !=
@@ -125,6 +131,7 @@ private:
     std::vector<const CleanupRule*> rules_;
     std::vector<Limits> limits_;
     std::vector<std::string> locations_;
+    bool hasOtherForms_ = false;
     std::size_t wordCount_ = 0;
     std::vector<Word> byCategory_; // wordCount_ words for each category
     std::vector<Word> anyExtension_;
@@ -140,10 +147,10 @@ struct Approach {
 
 /// One walk over one tree.
 ///
-/// A location is compared as bytes, with "/" behind it and behind each path: a node is at or under the
-/// location when its path begins with it, and the location lies below a folder when it begins with the
-/// folder's path. The path is never written out: each folder knows how much of the location its own path
-/// has used up.
+/// A location is compared as bytes of the common form, with "/" behind it and behind each path: a node is at
+/// or under the location when its path begins with it, and the location lies below a folder when it begins
+/// with the folder's path. The path is never written out: each folder knows how much of the location its own
+/// path has used up.
 class RuleWalk {
 public:
     RuleWalk(const PreparedRules& rules, Date now, const CancellationToken& token)
@@ -194,6 +201,8 @@ private:
         std::string start = root.path();
         if (root.parent() != nullptr || !start.ends_with('/'))
             start += '/';
+        if (rules_.hasOtherForms())
+            start = commonForm(start);
         for (std::size_t rule = 0; rule < rules_.count(); ++rule) {
             const std::string_view location = rules_.location(rule);
             if (std::string_view(start).starts_with(location))
@@ -237,7 +246,10 @@ private:
     /// Takes the rules on their way one name further: those that arrive become active, those that stay on
     /// their way are put at the end of `approaches_`. True when one arrived.
     bool approach(const FileNode& node, const Record& above) {
-        const std::string_view name = node.name();
+        const std::string form = rules_.hasOtherForms() && mayHaveOtherForms(node.name())
+                                     ? commonForm(node.name())
+                                     : std::string();
+        const std::string_view name = form.empty() ? node.name() : std::string_view(form);
         bool arrived = false;
         for (std::size_t index = above.firstApproach; index < above.lastApproach; ++index) {
             const Approach way = approaches_[index];

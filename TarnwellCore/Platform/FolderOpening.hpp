@@ -8,14 +8,18 @@
 namespace tarnwell {
 
 /// Opens the folder of that name, neither a path nor "..", in `folder` for reading, on block devices by one
-/// call as a rule. A link in its place is an error. With `device`, so is on Linux what lies on another one,
-/// such as a file system that was mounted there, or a subvolume that was put there, a moment ago: EXDEV;
-/// where the kernel can be told so (5.6), it triggers no automount either. -1 and errno on failure.
+/// call as a rule. A link in its place is an error. With `device`, so is what lies on another one, such as a
+/// file system that was mounted there, or a subvolume that was put there, a moment ago: EXDEV; where the
+/// kernel can be told so (Linux 5.6), it triggers no automount either. -1 and errno on failure.
 int openSubfolder(int folder, const char* name, const std::int32_t* device);
 
 /// Opens the folder at a path below `folder` for reading. No link is followed anywhere in the path, and
 /// `device` is as for `openSubfolder`, of the path's end. -1 and errno on failure.
 int openFolderBelow(int folder, const std::string& relativePath, const std::int32_t* device);
+
+/// The device of an open folder of which the listing of its parent said `listed`. On Linux that is it, and
+/// nothing is asked; on macOS the listing tells nothing of what is mounted on a folder.
+std::int32_t deviceOfOpened(int folder, std::int32_t listed);
 
 /// Opens the folder at a path for reading; a link at its end is an error. -1 and errno on failure.
 int openFolder(const std::string& path);

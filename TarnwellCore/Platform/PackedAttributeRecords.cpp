@@ -66,8 +66,9 @@ bool decodeRecord(std::span<const std::byte> record, RawDirectoryEntry& entry) {
     Cursor cursor(record);
     cursor.take<std::uint32_t>(); // its length, known already
     const auto returned = cursor.take<AttributeSet>();
-    if ((returned.common & ~requestedCommon) != 0 || returned.volume != 0 || returned.directory != 0 ||
-        (returned.file & ~requestedFile) != 0 || (returned.extended & ~requestedExtended) != 0)
+    if ((returned.common & ~requestedCommon) != 0 || returned.volume != 0 ||
+        (returned.directory & ~requestedDirectory) != 0 || (returned.file & ~requestedFile) != 0 ||
+        (returned.extended & ~requestedExtended) != 0)
         return false;
 
     if ((returned.common & commonError) != 0)
@@ -91,9 +92,16 @@ bool decodeRecord(std::span<const std::byte> record, RawDirectoryEntry& entry) {
     if ((returned.common & commonAccessTime) != 0)
         entry.accessSeconds = secondsFrom(cursor.take<Time>());
     if ((returned.common & commonFlags) != 0)
-        entry.finderFlags = cursor.take<std::uint32_t>();
+        entry.finderFlags = cursor.take<std::uint32_t>() & ~automountFileFlag;
     if ((returned.common & commonFileID) != 0)
         entry.fileID = cursor.take<std::uint64_t>();
+    if ((returned.directory & directoryMountStatus) != 0) {
+        const auto status = cursor.take<std::uint32_t>();
+        entry.isCovered = (status & mountStatusMountPoint) != 0;
+        // Once something is mounted, opening the folder mounts nothing more.
+        if ((status & mountStatusTrigger) != 0 && !entry.isCovered)
+            entry.finderFlags |= automountFileFlag;
+    }
     if ((returned.file & fileLinkCount) != 0)
         entry.linkCount = cursor.take<std::uint32_t>();
     if ((returned.file & fileTotalSize) != 0)
@@ -116,7 +124,8 @@ bool isLeftOut(const RawDirectoryEntry& entry) {
 
 } // namespace
 
-DecodeOutcome decode(std::span<const std::byte> bytes, std::size_t recordCount, EntryBatch& batch) {
+DecodeOutcome decode(std::span<const std::byte> bytes, std::size_t recordCount, EntryBatch& batch,
+                     const std::int32_t* device) {
     bool isWellFormed = true;
     for (; recordCount > 0; --recordCount) {
         if (batch.isFull() && !batch.handOn())
@@ -129,6 +138,8 @@ DecodeOutcome decode(std::span<const std::byte> bytes, std::size_t recordCount, 
             break;
         RawDirectoryEntry& entry = batch.add();
         isWellFormed = decodeRecord(bytes.first(length), entry);
+        if (device != nullptr)
+            entry.deviceID = *device;
         if (!isWellFormed || isLeftOut(entry))
             batch.removeLast();
         else if (entry.errorCode == 0 && (entry.logicalSize < 0 || entry.allocatedSize < 0))

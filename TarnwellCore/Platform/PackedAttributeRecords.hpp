@@ -24,16 +24,22 @@ inline constexpr std::uint32_t commonFlags = 0x0004'0000;
 inline constexpr std::uint32_t commonFileID = 0x0200'0000;
 inline constexpr std::uint32_t commonError = 0x2000'0000;
 inline constexpr std::uint32_t commonReturnedAttributes = 0x8000'0000;
+inline constexpr std::uint32_t directoryMountStatus = 0x0000'0004;
 inline constexpr std::uint32_t fileLinkCount = 0x0000'0001;
 inline constexpr std::uint32_t fileTotalSize = 0x0000'0002;
 inline constexpr std::uint32_t fileAllocatedSize = 0x0000'0004;
 inline constexpr std::uint32_t extendedPrivateSize = 0x0000'0008;
 inline constexpr std::uint32_t extendedFlags = 0x0000'0200;
 
+/// Bits of a folder's mount status: something is mounted on it; something gets mounted when it is opened.
+inline constexpr std::uint32_t mountStatusMountPoint = 1;
+inline constexpr std::uint32_t mountStatusTrigger = 2;
+
 /// What a reader asks for, as the five words of a struct attrlist's masks would carry it.
 inline constexpr std::uint32_t requestedCommon = commonName | commonDevice | commonObjectType |
                                                  commonModificationTime | commonAccessTime | commonFlags |
                                                  commonFileID | commonError | commonReturnedAttributes;
+inline constexpr std::uint32_t requestedDirectory = directoryMountStatus;
 inline constexpr std::uint32_t requestedFile = fileLinkCount | fileTotalSize | fileAllocatedSize;
 inline constexpr std::uint32_t requestedExtended = extendedPrivateSize | extendedFlags;
 
@@ -47,8 +53,10 @@ enum class DecodeOutcome {
 /// are left out when their name is empty, "." or ".."; records with one are kept as they stand. A negative
 /// size is one that did not fit: the entry gets EOVERFLOW for its error, and no bytes. Malformed is:
 /// a record or a field that does not lie wholly inside the buffer, a length that does not move on, an
-/// attribute that was not asked for. Entries decoded before that are handed on all the same.
-DecodeOutcome decode(std::span<const std::byte> bytes, std::size_t recordCount, EntryBatch& batch);
+/// attribute that was not asked for. Entries decoded before that are handed on all the same. With `device`
+/// they are on that one, whatever the records say.
+DecodeOutcome decode(std::span<const std::byte> bytes, std::size_t recordCount, EntryBatch& batch,
+                     const std::int32_t* device = nullptr);
 
 /// Whether a failed bulk call with this error number of the Darwin kernel means that the file system cannot
 /// read in bulk at all (operation not supported, invalid argument).

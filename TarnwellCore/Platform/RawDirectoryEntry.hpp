@@ -26,8 +26,10 @@ enum class VnodeType : std::uint32_t {
 
 /// Bits of `RawDirectoryEntry::finderFlags` (the BSD flags word).
 inline constexpr std::uint32_t hiddenFileFlag = 0x8000;
+/// A folder on macOS that leads to another volume, of which it is meant to be part.
+inline constexpr std::uint32_t firmlinkFileFlag = 0x0080'0000;
 inline constexpr std::uint32_t datalessFileFlag = 0x4000'0000;
-/// No system's own flag: on this folder a file system gets mounted as soon as somebody opens it.
+/// Ours, never taken from a system: on this folder a file system gets mounted as soon as somebody opens it.
 inline constexpr std::uint32_t automountFileFlag = 0x8000'0000;
 
 /// Bits of `RawDirectoryEntry::extFlags` (APFS names them EF_MAY_SHARE_BLOCKS and EF_SHARES_ALL_BLOCKS).
@@ -49,6 +51,9 @@ struct RawDirectoryEntry {
     std::uint32_t extFlags = 0;
     /// Whether `privateSize` holds a figure of the file system.
     bool reportsPrivateSize = false;
+    /// Whether something is mounted on this folder though `deviceID` and the rest are those of the folder
+    /// that is covered.
+    bool isCovered = false;
     /// Seconds since 2001-01-01 00:00:00 UTC.
     double modificationSeconds = missingFileTime;
     double accessSeconds = missingFileTime;

@@ -41,21 +41,23 @@ ExclusionIndex::~ExclusionIndex() {
     }
 }
 
-void ExclusionIndex::add(const std::set<std::string, std::less<>>& paths) {
+void ExclusionIndex::mark(const std::set<std::string, std::less<>>& paths, bool Level::* mark) {
     const auto rootParts = components(rootPath_);
     for (const std::string& path : paths) {
         const auto parts = components(path);
         if (path.starts_with('/') != rootPath_.starts_with('/') || parts.size() <= rootParts.size() ||
-            !std::equal(rootParts.begin(), rootParts.end(), parts.begin()))
+            !std::equal(rootParts.begin(), rootParts.end(), parts.begin(), isSameName))
             continue;
         Level* level = &root_;
         for (std::size_t index = rootParts.size(); index < parts.size(); ++index) {
-            auto& below = level->below[std::string(parts[index])];
+            const bool hasOtherForms = mayHaveOtherForms(parts[index]);
+            level->hasOtherForms = level->hasOtherForms || hasOtherForms;
+            auto& below = level->below[hasOtherForms ? commonForm(parts[index]) : std::string(parts[index])];
             if (!below)
                 below = std::make_unique<Level>();
             level = below.get();
         }
-        level->isExcluded = true;
+        level->*mark = true;
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "TarnwellCore/Classification/FileClassifier.hpp"
 #include "TarnwellCore/Classification/PathUtil.hpp"
+#include "TarnwellCore/Platform/NameForms.hpp"
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
 
 #include <algorithm>
@@ -47,7 +48,7 @@ std::optional<std::string_view> pathBelow(std::string_view prefix, std::string_v
         const std::string_view expected = takeComponent(prefix);
         if (expected.empty())
             return path;
-        if (takeComponent(path) != expected)
+        if (!isSameName(takeComponent(path), expected))
             return std::nullopt;
     }
 }
@@ -226,8 +227,11 @@ const FileNode* FileNode::node(std::string_view atPath) const {
         if (component.empty())
             return node;
         const auto children = node->children();
-        const auto match = std::find_if(children.begin(), children.end(),
-                                        [&](const FileNode* child) { return child->name() == component; });
+        auto match = std::find_if(children.begin(), children.end(),
+                                  [&](const FileNode* child) { return child->name() == component; });
+        if (match == children.end() && mayHaveOtherForms(component))
+            match = std::find_if(children.begin(), children.end(),
+                                 [&](const FileNode* child) { return isSameName(child->name(), component); });
         if (match == children.end())
             return nullptr;
         node = *match;

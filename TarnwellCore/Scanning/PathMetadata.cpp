@@ -1,5 +1,6 @@
 #include "TarnwellCore/Scanning/PathMetadata.hpp"
 
+#include "TarnwellCore/Platform/DirectoryCalls.hpp"
 #include "TarnwellCore/Platform/FileCalls.hpp"
 #include "TarnwellCore/Platform/FileStatus.hpp"
 #include "TarnwellCore/Platform/FolderOpening.hpp"
@@ -19,7 +20,7 @@ namespace {
 bool readStatus(const std::string& path, struct stat& status) {
     const auto readAt = [&](int folder, const std::string& name) {
         return withoutInterruption(
-                   [&] { return ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW); }) == 0;
+                   [&] { return DirectoryCalls::live().entryStatus(folder, name.c_str(), &status); }) == 0;
     };
     if (readAt(AT_FDCWD, path))
         return true;
@@ -44,6 +45,7 @@ std::optional<PathMetadata> PathMetadata::lstat(const std::string& path) {
     PathMetadata metadata;
     metadata.isDirectory = entry.objectType == VnodeType::directory;
     metadata.isSymlink = entry.objectType == VnodeType::symbolicLink;
+    metadata.isDataless = (entry.finderFlags & datalessFileFlag) != 0;
     metadata.logicalSize = entry.logicalSize;
     metadata.allocatedSize = entry.allocatedSize;
     metadata.deviceID = entry.deviceID;

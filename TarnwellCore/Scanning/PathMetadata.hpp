@@ -22,6 +22,8 @@ struct INodeKey {
 struct PathMetadata {
     bool isDirectory = false;
     bool isSymlink = false;
+    /// Its contents are with a cloud service, and are fetched when it is opened.
+    bool isDataless = false;
     /// Bytes; both 0 where one of them fits no 64 bits.
     std::int64_t logicalSize = 0;
     std::int64_t allocatedSize = 0;

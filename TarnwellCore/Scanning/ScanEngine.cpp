@@ -5,6 +5,8 @@
 #include "TarnwellCore/Platform/DirectoryCalls.hpp"
 #include "TarnwellCore/Platform/FileStatus.hpp"
 #include "TarnwellCore/Platform/FolderOpening.hpp"
+#include "TarnwellCore/Platform/MountPoints.hpp"
+#include "TarnwellCore/Platform/NoFetching.hpp"
 #include "TarnwellCore/Platform/WorkerThreads.hpp"
 #include "TarnwellCore/Scanning/FolderPaths.hpp"
 #include "TarnwellCore/Scanning/NodeArena.hpp"
@@ -85,6 +87,8 @@ FolderRef ScanEngine::openRoot(std::int32_t& rootDeviceID, double& modificationS
         throw ScanError::rootNotFound(rootPath_);
     if (!metadata->isDirectory)
         throw ScanError::rootNotADirectory(rootPath_);
+    if (metadata->isDataless)
+        return {};
     const int folder = openFolder(rootPath_);
     if (folder < 0)
         throw ScanError::rootNotReadable(rootPath_, errno);
@@ -101,6 +105,7 @@ FolderRef ScanEngine::openRoot(std::int32_t& rootDeviceID, double& modificationS
 
 ScanResult ScanEngine::run() {
     const auto start = std::chrono::steady_clock::now();
+    const NoFetching noFetching;
     ScanResult result;
     result.startedAt = currentDate();
     result.options = options_;
@@ -119,12 +124,16 @@ ScanResult ScanEngine::run() {
         arena = std::make_shared<TreeArena>();
         FileNodeAttributes attributes;
         attributes.modificationSeconds = modificationSeconds;
+        if (!rootItem.folder)
+            attributes.flags.insert(FileNodeFlags::dataless);
         rootItem.node = arena->borrowRegion()->makeNode(nullptr, rootPath_, true, attributes);
         rootItem.inheritedCategory = FileClassifier::componentCategory(PathUtil::lastComponent(rootPath_));
     }
     FileNode* root = rootItem.node;
+    exclusions_.addMountPoints(mountPointsBesideListings());
     rootItem.exclusions = exclusions_.rootLevel();
-    queue_.push(std::move(rootItem));
+    if (rootItem.folder)
+        queue_.push(std::move(rootItem));
 
     std::atomic<int> rootError = 0;
     DescriptorBudget::shared().adoptLimit();
@@ -137,6 +146,7 @@ ScanResult ScanEngine::run() {
                               .queue = queue_,
                               .rootError = rootError};
     WorkerThreads threads([&](WorkerThreads::Place place) {
+        const NoFetching noFetchingHere;
         const auto worker = std::make_unique<ScanWorker>(context);
         worker->run([&] { threads.addOne(mostWorkers); }, place == WorkerThreads::Place::extra);
     });

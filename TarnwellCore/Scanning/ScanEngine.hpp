@@ -38,6 +38,7 @@ public:
     static int defaultWorkerCount(int processors);
 
 private:
+    /// Null when the root is dataless.
     FolderRef openRoot(std::int32_t& rootDeviceID, double& modificationSeconds) const;
 
     const std::string rootPath_;

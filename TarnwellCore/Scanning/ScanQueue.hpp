@@ -42,7 +42,10 @@ struct WorkItem {
     /// What the exclusions say about its entries; null for nothing.
     const ExclusionIndex::Level* exclusions = nullptr;
     std::int64_t depth = 0;
+    /// Its device, as far as the listing of its parent tells.
     std::int32_t deviceID = 0;
+    /// Whether it is known to lead to another device, and belongs to the scan all the same.
+    bool leadsElsewhere = false;
     /// Given to everything below a folder whose name fixes the category.
     std::optional<FileCategory> inheritedCategory;
 };

@@ -1,6 +1,8 @@
 #include "TarnwellCore/Scanning/ScanWorker.hpp"
 
 #include "TarnwellCore/Classification/FileClassifier.hpp"
+#include "TarnwellCore/Platform/FolderOpening.hpp"
+#include "TarnwellCore/Platform/NameForms.hpp"
 #include "TarnwellCore/Platform/WorkerThreads.hpp"
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
 #include "TarnwellCore/Scanning/TreeAggregation.hpp"
@@ -18,6 +20,12 @@ namespace {
 
 FileCategory categoryOfFolder(std::string_view name, std::string_view extension) {
     return FileClassifier::classifyDirectoryByNameOrExtension(name, extension).value_or(FileCategory::folder);
+}
+
+bool contains(const std::set<std::string, std::less<>>& names, std::string_view name) {
+    return names.contains(name) ||
+           (mayHaveOtherForms(name) &&
+            std::ranges::any_of(names, [&](const std::string& each) { return isSameName(each, name); }));
 }
 
 /// Closes its descriptor, also when memory runs out while the folder is worked on.
@@ -66,7 +74,7 @@ std::int64_t ScanWorker::processBatch() {
             pending_.clear();
             break;
         }
-        const WorkItem item = std::move(pending_.back());
+        WorkItem item = std::move(pending_.back());
         pending_.pop_back();
         processFolder(item);
         ++count;
@@ -95,10 +103,11 @@ bool ScanWorker::succeedsPatiently(const Call& call) const {
     }
 }
 
-void ScanWorker::processFolder(const WorkItem& item) {
+void ScanWorker::processFolder(WorkItem& item) {
     tally_.stats.maximumDepth = std::max(tally_.stats.maximumDepth, item.depth);
     OpenFolder folder{-1};
-    const std::int32_t* device = context_.options.crossFilesystemBoundaries ? nullptr : &item.deviceID;
+    const bool takesAnyDevice = context_.options.crossFilesystemBoundaries || item.leadsElsewhere;
+    const std::int32_t* device = takesAnyDevice ? nullptr : &item.deviceID;
     const bool isOpen = succeedsPatiently([&] {
         folder.descriptor = item.folder->open(context_.calls, device);
         return folder.descriptor >= 0;
@@ -111,6 +120,13 @@ void ScanWorker::processFolder(const WorkItem& item) {
         else
             noteInaccessible(item, error);
         return;
+    }
+
+    if (takesAnyDevice) {
+        const std::int32_t opened = deviceOfOpened(folder.descriptor, item.deviceID);
+        if (opened != item.deviceID && !item.leadsElsewhere)
+            noteMountPoint(item);
+        item.deviceID = opened;
     }
 
     item_ = &item;
@@ -145,7 +161,7 @@ bool ScanWorker::processEntries(std::span<const RawDirectoryEntry> entries) {
     return true;
 }
 
-/// A file system was mounted on the folder after its parent was read.
+/// The folder turned out to be on another device than its parent when it was opened.
 void ScanWorker::noteMountPoint(const WorkItem& item) {
     ++tally_.stats.mountPointCount;
     if (item.node != nullptr)
@@ -176,13 +192,15 @@ void ScanWorker::processEntry(const WorkItem& item, const RawDirectoryEntry& ent
     const ExclusionIndex::Level* exclusions =
         item.exclusions == nullptr ? nullptr : item.exclusions->find(entry.name);
     if ((exclusions != nullptr && exclusions->isExcluded) ||
-        (!context_.options.excludedNames.empty() && context_.options.excludedNames.contains(entry.name))) {
+        (!context_.options.excludedNames.empty() && contains(context_.options.excludedNames, entry.name))) {
         addLeaf(item, entry, flags | FileNodeFlags::excluded);
         return;
     }
     if ((entry.finderFlags & datalessFileFlag) != 0)
         flags.insert(FileNodeFlags::dataless);
-    if (entry.objectType == VnodeType::directory)
+    if (entry.objectType == VnodeType::directory && flags.contains(FileNodeFlags::dataless))
+        addDatalessFolder(item, entry, flags);
+    else if (entry.objectType == VnodeType::directory)
         processSubfolder(item, entry, flags, exclusions);
     else
         processFile(item, entry, flags);
@@ -225,7 +243,10 @@ void ScanWorker::processSubfolder(const WorkItem& item, const RawDirectoryEntry&
         ++tally_.stats.packageCount;
     }
     const bool mountsOnDemand = (entry.finderFlags & automountFileFlag) != 0;
-    const bool isMountPoint = entry.deviceID != item.deviceID || mountsOnDemand;
+    const bool isFirmlink = (entry.finderFlags & firmlinkFileFlag) != 0;
+    const bool isCovered = entry.isCovered || (exclusions != nullptr && exclusions->isMountPoint);
+    const bool isMountPoint =
+        mountsOnDemand || ((entry.deviceID != item.deviceID || isCovered) && !isFirmlink);
     if (isMountPoint) {
         flags.insert(FileNodeFlags::mountPoint);
         ++tally_.stats.mountPointCount;
@@ -250,7 +271,36 @@ void ScanWorker::processSubfolder(const WorkItem& item, const RawDirectoryEntry&
     next.exclusions = exclusions;
     next.depth = item.depth + 1;
     next.deviceID = entry.deviceID;
+    next.leadsElsewhere = isFirmlink || isCovered;
     pending_.push_back(std::move(next));
+}
+
+/// To open it would have its service fetch what it holds.
+void ScanWorker::addDatalessFolder(const WorkItem& item, const RawDirectoryEntry& entry,
+                                   FileNodeFlags flags) {
+    ++tally_.stats.directoryCount;
+    ++delta_.directories;
+    const std::string_view folderExtension = extension(entry.name);
+    if (!folderExtension.empty() && FileClassifier::isPackageExtension(folderExtension)) {
+        flags.insert(FileNodeFlags::package);
+        ++tally_.stats.packageCount;
+    }
+    // As nothing is added up for it, its own bytes count.
+    addChecked(tally_.stats.totalSize, entry.logicalSize);
+    addChecked(tally_.stats.totalAllocatedSize, entry.allocatedSize);
+    if (!context_.buildsTree())
+        return;
+    if (collapseTarget_ != nullptr) {
+        addChecked(delta_.size, entry.logicalSize);
+        addChecked(delta_.allocated, entry.allocatedSize);
+        return;
+    }
+    FileNode* node = makeNode(item, entry, true, flags,
+                              item.inheritedCategory ? *item.inheritedCategory
+                                                     : categoryOfFolder(entry.name, folderExtension));
+    node->size = entry.logicalSize;
+    node->allocatedSize = entry.allocatedSize;
+    folders_.push_back(node);
 }
 
 void ScanWorker::processFile(const WorkItem& item, const RawDirectoryEntry& entry, FileNodeFlags flags) {

@@ -51,7 +51,7 @@ public:
 private:
     /// How many folders it read.
     std::int64_t processBatch();
-    void processFolder(const WorkItem& item);
+    void processFolder(WorkItem& item);
     /// False when the scan was called off.
     bool processEntries(std::span<const RawDirectoryEntry> entries);
     template <class Call>
@@ -61,6 +61,7 @@ private:
     void processEntry(const WorkItem& item, const RawDirectoryEntry& entry);
     void processSubfolder(const WorkItem& item, const RawDirectoryEntry& entry, FileNodeFlags flags,
                           const ExclusionIndex::Level* exclusions);
+    void addDatalessFolder(const WorkItem& item, const RawDirectoryEntry& entry, FileNodeFlags flags);
     void processFile(const WorkItem& item, const RawDirectoryEntry& entry, FileNodeFlags flags);
     void addLeaf(const WorkItem& item, const RawDirectoryEntry& entry, FileNodeFlags flags);
     FileNode* makeNode(const WorkItem& item, const RawDirectoryEntry& entry, bool isDirectory,

@@ -80,6 +80,33 @@ TEST(PackedAttributeRecords, DecodesEveryFieldAndMissingOnes) {
     EXPECT_EQ(entries[1].logicalSize, 0);
 }
 
+TEST(PackedAttributeRecords, MountsAreToldByTheirStatusOnly) {
+    const struct {
+        std::uint32_t status;
+        bool isCovered;
+        std::uint32_t flags;
+    } cases[] = {{0, false, 0},
+                 {mountStatusMountPoint, true, 0},
+                 {mountStatusTrigger, false, automountFileFlag},
+                 {mountStatusMountPoint | mountStatusTrigger, true, 0}};
+    for (const auto& each : cases) {
+        Packer packer;
+        packer.add({.name = "folder", .device = 3, .flags = 0x8000'8000, .mountStatus = each.status});
+        RawDirectoryEntry seen;
+        const EntryConsumer consumer = [&](std::span<const RawDirectoryEntry> entries) {
+            seen = entries.front();
+            return true;
+        };
+        EntryBatch batch;
+        batch.begin(consumer);
+        const std::int32_t device = 4;
+        EXPECT_EQ(decode(packer.bytes, packer.count, batch, &device), DecodeOutcome::complete);
+        EXPECT_EQ(seen.isCovered, each.isCovered);
+        EXPECT_EQ(seen.finderFlags, hiddenFileFlag | each.flags);
+        EXPECT_EQ(seen.deviceID, device);
+    }
+}
+
 TEST(PackedAttributeRecords, DropsDotNamesButKeepsErrors) {
     Packer packer;
     for (const char* name : {".", "..", "", "..."})

@@ -84,7 +84,8 @@ TEST(DirectoryReader, BothWaysTellTheSame) {
     ::mkfifo((folder / "fifo").c_str(), 0644);
 
     DirectoryReader bulk;
-    const Reading inBulk = read(bulk, folder.path().string());
+    const std::int32_t device = PathMetadata::lstat(folder.path().string())->deviceID;
+    const Reading inBulk = read(bulk, folder.path().string(), device);
     EXPECT_TRUE(inBulk.isRead);
     EXPECT_EQ(bulk.posixFallbackCount(), 0u);
     ASSERT_EQ(inBulk.entries.size(), 7u);
@@ -95,7 +96,7 @@ TEST(DirectoryReader, BothWaysTellTheSame) {
             continue;
         const DirectoryCalls calls = error != 0 ? withoutBulkReading(error) : withoutStatx();
         DirectoryReader fallback(calls);
-        const Reading oneByOne = read(fallback, folder.path().string());
+        const Reading oneByOne = read(fallback, folder.path().string(), device);
         EXPECT_EQ(fallback.bulkAttemptCount(), 1u); // the second reading knows the device
         EXPECT_EQ(fallback.posixFallbackCount(), 2u);
         ASSERT_EQ(oneByOne.entries.size(), inBulk.entries.size());
@@ -197,53 +198,6 @@ TEST(DirectoryReader, EntriesThatCannotBeReadAreDelivered) {
     });
     EXPECT_EQ(text, "file 1 0\nfolder 1 0\nfile 1 0\nfolder 1 0\n");
 }
-
-#ifdef __linux__
-TEST(DirectoryReader, HostileBulkBuffers) {
-    struct Fault {
-        std::uint16_t length;
-        std::string name;
-        bool isRead;
-    };
-    const Fault faults[] = {
-        {24, std::string("a\0\0\0\0", 5), true},    // a sound record (the file does not exist)
-        {0, std::string("a\0\0\0\0", 5), false},    // would never move on
-        {19, "", false},                            // no room for a name
-        {23, std::string("a\0\0\0\0", 5), false},   // leaves a byte over
-        {4096, std::string("a\0\0\0\0", 5), false}, // reaches beyond what was filled
-        {24, std::string("abcd\0", 5), true},       // as long as there is room
-        {24, "abcde", false},                       // not terminated
-    };
-    static const Fault* fault; // null once it is delivered
-    DirectoryCalls calls = DirectoryCalls::live();
-    calls.readPacked = [](int, std::byte* buffer, std::size_t) -> long {
-        const Fault* const delivered = std::exchange(fault, nullptr);
-        if (delivered == nullptr)
-            return 0;
-        std::memset(buffer, 'x', 64);
-        std::memcpy(buffer + 16, &delivered->length, 2);
-        std::memcpy(buffer + 19, delivered->name.data(), delivered->name.size());
-        return 24;
-    };
-    const TemporaryFolder folder;
-    const int descriptor = DirectoryReader::openDirectory(folder.path());
-    for (const Fault& each : faults) {
-        fault = &each;
-        DirectoryReader reader(calls);
-        std::vector<std::uint32_t> errorCodes;
-        const auto note = [&](std::span<const RawDirectoryEntry> entries) {
-            for (const RawDirectoryEntry& entry : entries)
-                errorCodes.push_back(entry.errorCode);
-            return true;
-        };
-        EXPECT_EQ(reader.readEntries(descriptor, 1, note), each.isRead) << each.length;
-        if (each.isRead) {
-            EXPECT_EQ(errorCodes, std::vector<std::uint32_t>{ENOENT});
-        }
-    }
-    ::close(descriptor);
-}
-#endif
 
 TEST(PathMetadata, DoesNotFollowLinks) {
     const TemporaryFolder folder;

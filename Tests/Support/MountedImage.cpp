@@ -35,15 +35,13 @@ std::string failureOf(std::vector<std::string> command) {
 }
 
 /// Gives this thread a mount table of its own; false where that is not allowed.
-bool separateMounts() {
 #ifdef __linux__
+bool separateMounts() {
     static const bool isSeparate =
         ::unshare(CLONE_NEWNS) == 0 && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
     return isSeparate;
-#else
-    return false;
-#endif
 }
+#endif
 
 } // namespace
 
@@ -52,24 +50,37 @@ struct MountedImage::Content {
 
     Request request;
     TemporaryFolder folder;
-    fs::path image = folder / "image";
+    fs::path image = folder / "image.dmg"; // the ending is for macOS
     bool isMounted = false;
 
     std::string mount(const fs::path& point) {
+#ifdef __APPLE__
+        std::string failure =
+            failureOf({"hdiutil", "attach", "-quiet", "-nobrowse", "-mountpoint", point, image});
+#else
         const std::string options = request.type == "tmpfs" ? "size=" + std::to_string(request.size) : "loop";
         const std::string source = request.type == "tmpfs" ? "tarnwell-test" : image.string();
         std::string failure = failureOf({"mount", "-t", request.type, "-o", options, "--", source, point});
+#endif
         isMounted = failure.empty();
         return failure;
     }
 };
 
 std::expected<std::unique_ptr<MountedImage>, std::string> MountedImage::make(const Request& request) {
+    auto content = std::make_unique<Content>(request);
+#ifdef __APPLE__
+    if (request.type != "tmpfs")
+        return std::unexpected("macOS makes no " + request.type);
+    if (std::string failure = failureOf({"hdiutil", "create", "-quiet", "-megabytes", "16", "-fs", "HFS+",
+                                         "-volname", "tarnwell-test", content->image});
+        !failure.empty())
+        return std::unexpected(std::move(failure));
+#else
     if (::geteuid() != 0)
         return std::unexpected("mounting needs the superuser");
     if (!separateMounts())
         return std::unexpected("this system gives no mount table of one's own");
-    auto content = std::make_unique<Content>(request);
     if (request.type != "tmpfs") {
         std::ofstream(content->image).close();
         fs::resize_file(content->image, request.size);
@@ -82,6 +93,7 @@ std::expected<std::unique_ptr<MountedImage>, std::string> MountedImage::make(con
         if (std::string failure = failureOf(format); !failure.empty())
             return std::unexpected(std::move(failure));
     }
+#endif
     std::unique_ptr<MountedImage> mounted(new MountedImage(std::move(content)));
     if (std::string failure = mounted->content_->mount(mounted->path_); !failure.empty())
         return std::unexpected(std::move(failure));
@@ -93,9 +105,14 @@ MountedImage::MountedImage(std::unique_ptr<Content> content) : content_(std::mov
 }
 
 MountedImage::~MountedImage() {
-    // Lazily: what the test left open must not keep the folder from being removed.
-    if (content_->isMounted)
-        failureOf({"umount", "--lazy", "--", path_});
+    // What the test left open must not keep the folder from being removed.
+    if (!content_->isMounted)
+        return;
+#ifdef __APPLE__
+    failureOf({"hdiutil", "detach", "-quiet", "-force", path_});
+#else
+    failureOf({"umount", "--lazy", "--", path_});
+#endif
 }
 
 void MountedImage::unmount() {

@@ -11,16 +11,16 @@
 
 namespace tarnwell::test {
 
-/// Needs Linux and the rights to mount:
+/// Needs the rights to mount on Linux; on macOS "tmpfs" stands for a disk image:
 ///
 ///     const auto image = MountedImage::make({.type = "btrfs"});
 ///     if (!image)
 ///         GTEST_SKIP() << image.error();
 ///     use((*image)->path());
 ///
-/// The first image gives the calling thread, and the threads it starts from then on, mounts of their own:
-/// nobody else sees the test's mounts, the test sees nobody's new ones, and the kernel removes them with the
-/// program, however that ends.
+/// On Linux the first image gives the calling thread, and the threads it starts from then on, mounts of their
+/// own: nobody else sees the test's mounts, the test sees nobody's new ones, and the kernel removes them with
+/// the program, however that ends.
 class MountedImage {
 public:
     struct Request {

@@ -10,6 +10,7 @@ RecordPacker& RecordPacker::add(const PackedRecord& record) {
     const std::size_t start = bytes.size();
     put(std::uint32_t{0});
     std::uint32_t common = commonReturnedAttributes;
+    std::uint32_t directory = 0;
     std::uint32_t file = 0;
     std::uint32_t extended = 0;
     const std::size_t masks = bytes.size();
@@ -41,6 +42,7 @@ RecordPacker& RecordPacker::add(const PackedRecord& record) {
     time(record.accessed, commonAccessTime);
     field(record.flags, common, commonFlags);
     field(record.fileID, common, commonFileID);
+    field(record.mountStatus, directory, directoryMountStatus);
     field(record.links, file, fileLinkCount);
     field(record.size, file, fileTotalSize);
     field(record.allocated, file, fileAllocatedSize);
@@ -56,6 +58,7 @@ RecordPacker& RecordPacker::add(const PackedRecord& record) {
         bytes.push_back(std::byte{0});
     overwrite(start, static_cast<std::uint32_t>(bytes.size() - start));
     overwrite(masks, common);
+    overwrite(masks + 8, directory);
     overwrite(masks + 12, file);
     overwrite(masks + 16, extended);
     ++count;

@@ -23,6 +23,7 @@ struct PackedRecord {
     std::optional<std::int64_t> accessed = {};
     std::optional<std::uint32_t> flags = {};
     std::optional<std::uint64_t> fileID = {};
+    std::optional<std::uint32_t> mountStatus = {};
     std::optional<std::uint32_t> links = {};
     std::optional<std::int64_t> size = {};
     std::optional<std::int64_t> allocated = {};

@@ -21,6 +21,8 @@ static_assert(commonName == ATTR_CMN_NAME && commonDevice == ATTR_CMN_DEVID &&
               commonAccessTime == ATTR_CMN_ACCTIME && commonFlags == ATTR_CMN_FLAGS &&
               commonFileID == ATTR_CMN_FILEID && commonError == ATTR_CMN_ERROR &&
               commonReturnedAttributes == ATTR_CMN_RETURNED_ATTRS);
+static_assert(directoryMountStatus == ATTR_DIR_MOUNTSTATUS &&
+              mountStatusMountPoint == DIR_MNTSTATUS_MNTPOINT && mountStatusTrigger == DIR_MNTSTATUS_TRIGGER);
 static_assert(fileLinkCount == ATTR_FILE_LINKCOUNT && fileTotalSize == ATTR_FILE_TOTALSIZE &&
               fileAllocatedSize == ATTR_FILE_ALLOCSIZE);
 static_assert(extendedPrivateSize == ATTR_CMNEXT_PRIVATESIZE && extendedFlags == ATTR_CMNEXT_EXT_FLAGS);
@@ -28,14 +30,16 @@ static_assert(requestedCommon == 0xA204140B && requestedFile == 0x7 && requested
 static_assert(FSOPT_ATTR_CMN_EXTENDED == 0x20 && ATTR_BIT_MAP_COUNT == 5);
 static_assert(ENOTSUP == 45 && EINVAL == 22);
 static_assert(mayShareBlocksFlag == EF_MAY_SHARE_BLOCKS && sharesAllBlocksFlag == EF_SHARES_ALL_BLOCKS);
-static_assert(hiddenFileFlag == UF_HIDDEN && datalessFileFlag == SF_DATALESS);
-// The flags word is the kernel's own here; what Linux notes in it is a bit that this system keeps unassigned.
+static_assert(hiddenFileFlag == UF_HIDDEN && datalessFileFlag == SF_DATALESS &&
+              firmlinkFileFlag == SF_FIRMLINK);
+// A bit that the kernel has kept for itself, but not used so far; decoding takes it out.
 static_assert((automountFileFlag & (UF_SETTABLE | SF_SETTABLE | SF_DATALESS)) == 0);
 
 long readPackedRecords(int folder, std::byte* buffer, std::size_t size) {
     attrlist request = {};
     request.bitmapcount = ATTR_BIT_MAP_COUNT;
     request.commonattr = requestedCommon;
+    request.dirattr = requestedDirectory;
     request.fileattr = requestedFile;
     request.forkattr = requestedExtended; // extended common attributes, by the option below
     return ::getattrlistbulk(folder, &request, buffer, size, FSOPT_ATTR_CMN_EXTENDED);
@@ -66,8 +70,11 @@ BulkDirectoryReading::BulkDirectoryReading(const DirectoryCalls& calls)
     : state_(std::make_unique<State>(State{calls})) {}
 BulkDirectoryReading::~BulkDirectoryReading() = default;
 
-BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t, bool, std::span<std::byte> buffer,
-                                           EntryBatch& batch) {
+BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t deviceID, bool,
+                                           std::span<std::byte> buffer, EntryBatch& batch) {
+    // The records of a mount point are those of the folder below, and a device in a record may be a volume's
+    // where `fstat` names the group of volumes that share a tree. So entries are where their folder is; what
+    // is elsewhere shows when it is opened.
     // A reused descriptor starts over.
     ::lseek(folder, 0, SEEK_SET);
     for (;;) {
@@ -79,7 +86,7 @@ BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t, bool, std::
                 continue;
             return isUnsupportedError(errno) ? BulkReadOutcome::unsupported : BulkReadOutcome::failure;
         }
-        switch (decode(buffer, static_cast<std::size_t>(records), batch)) {
+        switch (decode(buffer, static_cast<std::size_t>(records), batch, &deviceID)) {
         case DecodeOutcome::complete:
             break;
         case DecodeOutcome::stopped:

@@ -26,7 +26,7 @@ RawDirectoryEntry entryFromStatus(const struct stat& status) {
     setSizes(entry, static_cast<std::uint64_t>(status.st_size), static_cast<std::uint64_t>(status.st_blocks));
     entry.modificationSeconds = static_cast<double>(status.st_mtimespec.tv_sec) - referenceDateOffset;
     entry.accessSeconds = static_cast<double>(status.st_atimespec.tv_sec) - referenceDateOffset;
-    entry.finderFlags = status.st_flags;
+    entry.finderFlags = status.st_flags & ~automountFileFlag;
     return entry;
 }
 

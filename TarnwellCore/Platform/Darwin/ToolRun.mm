@@ -30,7 +30,8 @@ dispatch_time_t timeAfter(double seconds) {
 }
 
 /// What comes out of a tool's two pipes, read while it runs. The pipes are closed as soon as nobody reads
-/// them any more: the task and its pipes may live on in a timer.
+/// them any more: a tool that is left to itself keeps its task, and with it the pipes, for as long as it
+/// runs.
 class ToolOutput : public std::enable_shared_from_this<ToolOutput> {
 public:
     /// Before the launch, lest a tool that ends at once be missed.
@@ -164,32 +165,51 @@ NSTask* _Nullable makeTask(const std::string& executable, const std::vector<std:
     return task;
 }
 
-/// Asks the task to end when its time is up, and answers when its grace period is.
-void scheduleTimers(NSTask* _Nonnull task, const ToolTimeLimits& limits,
-                    const std::shared_ptr<Waiting>& waitingRun,
-                    const std::shared_ptr<ToolOutput>& runOutput) {
-    if (!limits.timeout)
-        return;
-    const auto waiting = waitingRun;
-    const auto output = runOutput;
-    const std::optional<double> gracePeriod = limits.gracePeriod;
-    dispatch_after(timeAfter(*limits.timeout), sharedQueue(), ^{
-      @autoreleasepool {
-          if (waiting->resumed.isSet())
-              return;
-          waiting->timedOut.testAndSet();
-          [task terminate];
-          if (!gracePeriod)
-              return;
-          dispatch_after(timeAfter(*gracePeriod), sharedQueue(), ^{
-            if (waiting->resumed.testAndSet())
-                return;
-            output->discard();
-            waiting->answer.set_value(ToolRun{.hasTimedOut = true});
-          });
-      }
-    });
-}
+/// Asks the task to end when its time is up, and answers when its grace period is. Once this is gone nothing
+/// is kept for it, however long the limits are: a timer that is cancelled lets go of its handler.
+class TimeLimit {
+public:
+    TimeLimit(NSTask* _Nonnull task, const ToolTimeLimits& limits, const std::shared_ptr<Waiting>& waitingRun,
+              const std::shared_ptr<ToolOutput>& runOutput) {
+        if (!limits.timeout)
+            return;
+        timer_ = dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, sharedQueue());
+        const dispatch_source_t timer = timer_;
+        const auto waiting = waitingRun;
+        const auto output = runOutput;
+        const std::optional<double> gracePeriod = limits.gracePeriod;
+        dispatch_source_set_event_handler(timer, ^{
+          @autoreleasepool {
+              if (waiting->timedOut.isSet()) { // the second time
+                  if (waiting->resumed.testAndSet())
+                      return;
+                  output->discard();
+                  waiting->answer.set_value(ToolRun{.hasTimedOut = true});
+              } else if (!waiting->resumed.isSet()) {
+                  waiting->timedOut.testAndSet();
+                  [task terminate];
+                  if (gracePeriod)
+                      fireOnce(timer, *gracePeriod);
+              }
+          }
+        });
+        fireOnce(timer, *limits.timeout);
+        dispatch_resume(timer);
+    }
+    TimeLimit(const TimeLimit&) = delete;
+    TimeLimit& operator=(const TimeLimit&) = delete;
+    ~TimeLimit() {
+        if (timer_ != nil)
+            dispatch_source_cancel(timer_);
+    }
+
+private:
+    static void fireOnce(dispatch_source_t _Nonnull timer, double seconds) {
+        dispatch_source_set_timer(timer, timeAfter(seconds), DISPATCH_TIME_FOREVER, 0);
+    }
+
+    dispatch_source_t _Nullable timer_ = nil;
+};
 
 } // namespace
 
@@ -205,8 +225,9 @@ std::optional<ToolRun> runTool(const std::string& executable, const std::vector<
     return runTool(executable, arguments, ToolTimeLimits());
 }
 
-/// The handler runs on a queue of the task's own. `waitUntilExit` would run the caller's run loop meanwhile,
-/// which on the main thread handles whatever else has happened.
+/// The end is told by the task's handler: `waitUntilExit` would run the caller's run loop meanwhile, which on
+/// the main thread handles whatever else has happened. Who calls the handler is not said anywhere, so it
+/// waits for nothing.
 std::optional<ToolRun> runTool(const std::string& executable, const std::vector<std::string>& arguments,
                                const ToolTimeLimits& limits) {
     @autoreleasepool {
@@ -234,9 +255,9 @@ std::optional<ToolRun> runTool(const std::string& executable, const std::vector<
             output->stop();
             return std::nullopt;
         }
-        scheduleTimers(task, limits, waiting, output);
+        const TimeLimit timeLimit(task, limits, waiting, output);
         ToolRun run = answer.get();
-        // The rest of the output is waited for here: the handler runs where other tasks may need to be told.
+        // The rest of the output is waited for here, not where the handler runs.
         if (!run.hasTimedOut)
             return output->runWithStatus(run.status);
         return run;

@@ -119,6 +119,10 @@ int openSubfolder(int folder, const char* name, const std::int32_t* device) {
     return -1;
 }
 
+std::int32_t deviceOfOpened(int /*folder*/, std::int32_t listed) {
+    return listed;
+}
+
 int FolderOpeningDetail::openForTraversal(int folder, const char* relativePath) {
     return ::openat(folder, relativePath, O_PATH | O_DIRECTORY | O_CLOEXEC);
 }

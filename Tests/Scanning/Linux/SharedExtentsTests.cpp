@@ -117,24 +117,5 @@ TEST_P(SharedExtents, FilesInManyPiecesAreReadWhole) {
 INSTANTIATE_TEST_SUITE_P(OnRealFileSystems, SharedExtents, testing::Values("btrfs", "xfs"),
                          [](const auto& kind) { return std::string(kind.param); });
 
-TEST(MountPoints, AreCrossedOnlyOnRequest) {
-    const auto image = test::MountedImage::make({.type = "tmpfs", .name = "other device"});
-    if (!image)
-        GTEST_SKIP() << image.error();
-    const fs::path mountPoint = (*image)->path();
-    write(mountPoint / "file", 1000);
-    const fs::path folder = mountPoint.parent_path();
-    ScanOptions options;
-    for (const bool crosses : {false, true}) {
-        options.crossFilesystemBoundaries = crosses;
-        const ScanResult result = ScanEngine(folder, options).run();
-        const FileNode& node = *result.root->node("other device");
-        EXPECT_TRUE(node.flags.contains(FileNodeFlags::mountPoint));
-        EXPECT_EQ(result.stats.mountPointCount, 1);
-        EXPECT_EQ(node.size, crosses ? 1000 : 0);
-        EXPECT_FALSE(node.children().empty() && crosses);
-    }
-}
-
 } // namespace
 } // namespace tarnwell

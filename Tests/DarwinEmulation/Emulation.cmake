@@ -1,0 +1,22 @@
+# A build for Linux with the plain C++ sources of the macOS side instead of their Linux counterparts, over an emulation
+# of the kernel calls that they make. What is Objective-C++ there stays Linux's.
+
+set(emulation "${PROJECT_SOURCE_DIR}/Tests/DarwinEmulation")
+
+# Makes of the variable, the library's list for Linux, one for such a build.
+function(tarnwell_emulate_darwin variable)
+  file(GLOB darwin_sources CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/TarnwellCore/Platform/Darwin/*.cpp")
+  file(GLOB emulation_sources CONFIGURE_DEPENDS "${emulation}/*.cpp")
+  set(list ${${variable}})
+  foreach(source IN LISTS darwin_sources)
+    string(REPLACE "/Platform/Darwin/" "/Platform/Linux/" counterpart "${source}")
+    list(REMOVE_ITEM list "${counterpart}")
+  endforeach()
+  set_source_files_properties(${darwin_sources} PROPERTIES
+    INCLUDE_DIRECTORIES "${emulation}/include"
+    # Devices and flags are narrower there.
+    COMPILE_OPTIONS "-include;${emulation}/Prelude.hpp;-Wno-conversion")
+  set(${variable} ${list} ${darwin_sources} ${emulation_sources} PARENT_SCOPE)
+endfunction()
+
+target_compile_options(tarnwell_compile_settings INTERFACE -include "${emulation}/Errors.hpp")
