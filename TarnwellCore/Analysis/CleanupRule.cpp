@@ -1,5 +1,6 @@
 #include "TarnwellCore/Analysis/CleanupRule.hpp"
 
+#include "TarnwellCore/Classification/PathUtil.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Scanning/ByteFormatter.hpp"
 #include "TarnwellCore/Text/Trim.hpp"
@@ -109,10 +110,7 @@ std::vector<std::string> CleanupRule::normalizedExtensions(const std::vector<std
         std::string_view text = trimmed(entry);
         while (text.starts_with('.'))
             text.remove_prefix(1);
-        std::string extension(text);
-        for (char& byte : extension)
-            if (byte >= 'A' && byte <= 'Z')
-                byte = static_cast<char>(byte + ('a' - 'A'));
+        std::string extension = PathUtil::lowerCase(text);
         if (!extension.empty() && std::ranges::find(normal, extension) == normal.end())
             normal.push_back(std::move(extension));
     }
