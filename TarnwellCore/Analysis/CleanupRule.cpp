@@ -3,6 +3,7 @@
 #include "TarnwellCore/Classification/PathUtil.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Scanning/ByteFormatter.hpp"
+#include "TarnwellCore/Text/HarmlessText.hpp"
 #include "TarnwellCore/Text/Trim.hpp"
 
 #include <algorithm>
@@ -123,7 +124,7 @@ std::string CleanupRule::conditionSummary() const {
     for (const FileCategory category : categories)
         kinds.emplace_back(displayName(category));
     for (const std::string& extension : extensions)
-        kinds.push_back("." + extension);
+        kinds.push_back("." + harmless(extension));
 
     if (kinds.empty() && !locationPrefix && !minimumSize && !olderThanDays && !lastOpenedBeforeDays)
         return "Matches anything in the scan";
@@ -138,7 +139,7 @@ std::string CleanupRule::conditionSummary() const {
         text = kinds.empty() ? "Anything" : alternatives(kinds);
     }
     if (locationPrefix)
-        text += " in " + *locationPrefix;
+        text += " in " + harmless(*locationPrefix);
     if (minimumSize)
         text += " over " + ByteFormatter::string(*minimumSize, "0 bytes");
     if (olderThanDays)

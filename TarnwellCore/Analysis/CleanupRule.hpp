@@ -53,7 +53,7 @@ struct CleanupRule {
     static std::vector<std::string> normalizedExtensions(const std::vector<std::string>& extensions);
 
     /// The conditions in one line, such as "Archives with .zip or .iso in ~/Downloads over 100 MB,
-    /// modified over 30 days ago".
+    /// modified over 30 days ago". What would end the line or turn its order round is shown as an escape.
     std::string conditionSummary() const;
 
     /// Reads a stored list: a JSON array of rules. An element that is no rule is left out, the others
