@@ -1,6 +1,7 @@
 #include "TarnwellCore/Actions/SyncedRoots.hpp"
 
 #include "TarnwellCore/Platform/LetterCase.hpp"
+#include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Text/Utf8.hpp"
 
 #include <algorithm>
@@ -41,11 +42,9 @@ bool isAbsolute(std::string_view path) {
 /// How a path and a root lie to one another.
 enum class Relation { apart, pathInRoot, rootBelowPath };
 
-Relation relation(std::string_view path, const PreparedRoot& root) {
-    if (isAbsolute(path) != root.isAbsolute || (root.components.empty() && !root.isAbsolute))
-        return Relation::apart;
+Relation relation(std::string_view path, std::span<const std::string> components) {
     Components names(path);
-    for (const std::string& component : root.components) {
+    for (const std::string& component : components) {
         const auto name = names.next();
         if (!name)
             return Relation::rootBelowPath;
@@ -55,13 +54,31 @@ Relation relation(std::string_view path, const PreparedRoot& root) {
     return Relation::pathInRoot;
 }
 
-PreparedRoot prepared(const SyncedRoot& root) {
-    PreparedRoot result{root, {}, isAbsolute(root.url.native())};
-    const std::string standard = root.url.lexically_normal().string();
-    Components names(standard);
+Relation relation(std::string_view path, const PreparedRoot& root) {
+    if (isAbsolute(path) != root.isAbsolute || (root.components.empty() && !root.isAbsolute))
+        return Relation::apart;
+    const Relation asGiven = relation(path, root.components);
+    if (asGiven == Relation::pathInRoot || root.resolvedComponents.empty())
+        return asGiven;
+    const Relation resolved = relation(path, root.resolvedComponents);
+    return resolved == Relation::apart ? asGiven : resolved;
+}
+
+std::vector<std::string> componentsOf(std::string_view path) {
+    std::vector<std::string> components;
+    Components names(path);
     while (const auto name = names.next())
         if (*name != ".")
-            result.components.emplace_back(*name);
+            components.emplace_back(*name);
+    return components;
+}
+
+PreparedRoot prepared(const SyncedRoot& root) {
+    PreparedRoot result{root, componentsOf(root.url.lexically_normal().native()),
+                        isAbsolute(root.url.native())};
+    if (result.isAbsolute && !result.components.empty())
+        if (auto resolved = componentsOf(resolveLinks(root.url)); resolved != result.components)
+            result.resolvedComponents = std::move(resolved);
     return result;
 }
 

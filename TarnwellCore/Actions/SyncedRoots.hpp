@@ -22,9 +22,10 @@ struct SyncedRoot {
 
 /// Every function is safe from any thread.
 ///
-/// A path is in a root when the root's components are the first of the path's, compared as bytes; the root's
-/// own path is in it. Repeated and trailing "/" do not count. "." and ".." in a path are not interpreted: a
-/// path that may hold them is standardised by its owner. A root without any component holds nothing.
+/// A path is in a root when the root's components, as they are given or with links resolved, are the first of
+/// the path's, compared as bytes; the root's own path is in it. Repeated and trailing "/" do not count. "."
+/// and ".." in a path are not interpreted: a path that may hold them is standardised by its owner. A root
+/// without any component holds nothing.
 namespace SyncedRoots {
 
 /// A root ready to be compared with many paths.
@@ -33,6 +34,8 @@ struct PreparedRoot {
     /// Names only, "." and ".." resolved as text.
     std::vector<std::string> components;
     bool isAbsolute = false;
+    /// Those of an absolute root without links, by which a scan shows it; empty when they are the same.
+    std::vector<std::string> resolvedComponents = {};
 };
 
 /// Finds the roots of a home folder: the platform's own cloud drive first, then the other services' folders
@@ -46,7 +49,7 @@ discover(const std::filesystem::path& home,
 /// The same on the real file system.
 std::vector<SyncedRoot> discover(const std::filesystem::path& home);
 
-/// The roots in their order, each taken apart once.
+/// The roots in their order, each taken apart and its links looked at once.
 std::vector<PreparedRoot> prepare(std::span<const SyncedRoot> roots);
 
 /// Whether a path lies in any root. For many paths prepare the roots.

@@ -1,13 +1,11 @@
 #include "TarnwellCore/Actions/TrashService.hpp"
 
 #include "TarnwellCore/Analysis/Shell.hpp"
+#include "TarnwellCore/Analysis/TrashFolders.hpp"
 #include "TarnwellCore/Platform/BackgroundTask.hpp"
 #include "TarnwellCore/Platform/Trash.hpp"
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
-#include "TarnwellCore/Scanning/DiskInfo.hpp"
 #include "TarnwellCore/Text/Trim.hpp"
-
-#include <unistd.h>
 
 #include <exception>
 #include <new>
@@ -46,21 +44,6 @@ std::optional<fs::path> moveToPlatformTrash(const fs::path& url) {
     return *std::move(landed);
 }
 
-std::vector<fs::path> existingVolumeTrashes() {
-    const uid_t user = ::getuid();
-    std::vector<fs::path> trashes;
-    for (const VolumeInfo& volume : DiskInfo::mountedVolumes(false)) {
-        if (volume.isRootVolume)
-            continue;
-        for (fs::path& trash : volumeTrashDirectories(volume.url, user)) {
-            std::error_code ignored;
-            if (fs::exists(trash, ignored))
-                trashes.push_back(std::move(trash));
-        }
-    }
-    return trashes;
-}
-
 /// Moves the item that the outcome is for and completes the outcome.
 void moveOne(const TrashService& service, TrashOutcome& outcome) noexcept {
     // Short enough to need no memory, as there may be none.
@@ -80,16 +63,6 @@ void moveOne(const TrashService& service, TrashOutcome& outcome) noexcept {
     }
 }
 
-std::optional<std::int64_t> entryCount(const fs::path& folder) {
-    std::error_code error;
-    std::int64_t count = 0;
-    fs::directory_iterator entry(folder, error);
-    for (; !error && entry != fs::directory_iterator(); entry.increment(error))
-        if (entry->path().filename() != ".DS_Store")
-            ++count;
-    return error ? std::nullopt : std::optional(count);
-}
-
 EmptyTrashOutcome outcomeOf(const std::optional<CommandResult>& result) {
     if (!result)
         return EmptyTrashFailed{"Could not run " + std::string(emptyingTool) + "."};
@@ -106,7 +79,7 @@ EmptyTrashOutcome outcomeOf(const std::optional<CommandResult>& result) {
 
 TrashService::TrashService(fs::path home)
     : home_(std::move(home)),
-      volumeTrashURLsProvider(existingVolumeTrashes),
+      volumeTrashURLsProvider(TrashFolders::onVolumes),
       trashItem(moveToPlatformTrash),
       runTool(Shell::runAsync) {}
 
@@ -145,33 +118,32 @@ std::future<EmptyTrashOutcome> TrashService::emptyTrash(double timeout) const {
 }
 
 std::optional<std::int64_t> TrashService::itemCount() const {
-    return entryCount(homeTrashDirectory(home_));
+    return TrashFolders::itemCount(TrashFolders::ofHome(home_));
 }
 
 std::future<TrashSummary> TrashService::summary(DiskScanner scanner) const {
     return runInBackground([service = *this, scanner] {
-        std::vector<fs::path> candidates{homeTrashDirectory(service.home())};
+        std::vector<fs::path> candidates{TrashFolders::ofHome(service.home())};
         const std::vector<fs::path> others = service.volumeTrashURLs();
         candidates.insert(candidates.end(), others.begin(), others.end());
 
         TrashSummary summary;
         for (const fs::path& location : candidates) {
-            std::error_code ignored;
-            if (!fs::exists(location, ignored))
-                continue;
-            DirectoryMeasurement measurement;
+            TrashFolders::Contents contents;
             try {
-                measurement = scanner.measure(location).get();
+                contents = TrashFolders::contents(location, scanner);
             } catch (const std::exception&) {
-                continue; // Not readable: nothing can be said about it.
+                continue; // Nothing can be said about it.
             }
-            if (measurement.isMissing)
-                continue; // Gone since it was looked for.
+            if (contents.state == TrashFolders::Contents::State::unanswered)
+                summary.unanswered.push_back(location);
+            if (contents.state != TrashFolders::Contents::State::measured)
+                continue;
             summary.locations.push_back(location);
-            addChecked(summary.itemCount, entryCount(location).value_or(0));
-            addChecked(summary.size, measurement.logicalSize);
-            addChecked(summary.allocatedSize, measurement.allocatedSize);
-            addChecked(summary.reclaimableSize, measurement.reclaimableSize);
+            addChecked(summary.itemCount, contents.itemCount);
+            addChecked(summary.size, contents.measurement.logicalSize);
+            addChecked(summary.allocatedSize, contents.measurement.allocatedSize);
+            addChecked(summary.reclaimableSize, contents.measurement.reclaimableSize);
         }
         return summary;
     });

@@ -34,7 +34,8 @@ public:
     explicit TrashService(std::filesystem::path home);
 
     /// The Trash folders outside the home folder. By default those of this user on the mounted volumes
-    /// (hidden ones and the root volume left out) that exist, in the order of the volumes. Does not throw.
+    /// (hidden ones and the root volume left out) that exist, in the order of the volumes, and those of
+    /// volumes that give no answer in time. Does not throw.
     std::function<std::vector<std::filesystem::path>()> volumeTrashURLsProvider;
 
     /// Moves one item and returns where it landed, if known; throws std::exception with the text for the
@@ -62,10 +63,12 @@ public:
     /// Asks the Finder to empty the Trash for good. `timeout` in seconds.
     std::future<EmptyTrashOutcome> emptyTrash(double timeout) const;
 
-    /// The entries of the home Trash other than ".DS_Store"; nothing when it cannot be read.
+    /// The entries of the home Trash other than ".DS_Store"; nothing when it cannot be read or does not
+    /// answer.
     std::optional<std::int64_t> itemCount() const;
 
-    /// Measures the home Trash and the volumes' Trash folders. A folder that cannot be measured is left out.
+    /// Measures the home Trash and the volumes' Trash folders. A folder that cannot be measured is left out;
+    /// one whose server or process does not answer within about a second is named as such.
     std::future<TrashSummary> summary(DiskScanner scanner) const;
 };
 

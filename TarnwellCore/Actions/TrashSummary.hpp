@@ -17,6 +17,8 @@ struct TrashSummary {
     std::int64_t size = 0;
     std::int64_t allocatedSize = 0;
     std::int64_t reclaimableSize = 0;
+    /// Folders of volumes that gave no answer in time: what they hold, if anything, is not in the sums.
+    std::vector<std::filesystem::path> unanswered = {};
 
     bool operator==(const TrashSummary&) const = default;
 

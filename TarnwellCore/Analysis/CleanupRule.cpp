@@ -1,7 +1,9 @@
 #include "TarnwellCore/Analysis/CleanupRule.hpp"
 
+#include "TarnwellCore/Classification/PathUtil.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Scanning/ByteFormatter.hpp"
+#include "TarnwellCore/Text/HarmlessText.hpp"
 #include "TarnwellCore/Text/Trim.hpp"
 
 #include <algorithm>
@@ -109,10 +111,7 @@ std::vector<std::string> CleanupRule::normalizedExtensions(const std::vector<std
         std::string_view text = trimmed(entry);
         while (text.starts_with('.'))
             text.remove_prefix(1);
-        std::string extension(text);
-        for (char& byte : extension)
-            if (byte >= 'A' && byte <= 'Z')
-                byte = static_cast<char>(byte + ('a' - 'A'));
+        std::string extension = PathUtil::lowerCase(text);
         if (!extension.empty() && std::ranges::find(normal, extension) == normal.end())
             normal.push_back(std::move(extension));
     }
@@ -125,7 +124,7 @@ std::string CleanupRule::conditionSummary() const {
     for (const FileCategory category : categories)
         kinds.emplace_back(displayName(category));
     for (const std::string& extension : extensions)
-        kinds.push_back("." + extension);
+        kinds.push_back("." + harmless(extension));
 
     if (kinds.empty() && !locationPrefix && !minimumSize && !olderThanDays && !lastOpenedBeforeDays)
         return "Matches anything in the scan";
@@ -140,7 +139,7 @@ std::string CleanupRule::conditionSummary() const {
         text = kinds.empty() ? "Anything" : alternatives(kinds);
     }
     if (locationPrefix)
-        text += " in " + *locationPrefix;
+        text += " in " + harmless(*locationPrefix);
     if (minimumSize)
         text += " over " + ByteFormatter::string(*minimumSize, "0 bytes");
     if (olderThanDays)

@@ -48,12 +48,12 @@ struct CleanupRule {
 
     /// Trimmed, without trailing "/" (but "/"); nothing when nothing is left.
     static std::optional<std::string> normalizedLocation(const std::optional<std::string>& location);
-    /// Each trimmed, lower-cased (ASCII letters, as extensions of nodes are) and without leading dots;
-    /// empty ones and repetitions dropped, order kept.
+    /// Each trimmed, lower-cased as extensions of nodes are, and without leading dots; empty ones and
+    /// repetitions dropped, order kept.
     static std::vector<std::string> normalizedExtensions(const std::vector<std::string>& extensions);
 
     /// The conditions in one line, such as "Archives with .zip or .iso in ~/Downloads over 100 MB,
-    /// modified over 30 days ago".
+    /// modified over 30 days ago". What would end the line or turn its order round is shown as an escape.
     std::string conditionSummary() const;
 
     /// Reads a stored list: a JSON array of rules. An element that is no rule is left out, the others

@@ -43,14 +43,6 @@ bool isNumber(std::string_view text) {
     return !text.empty() && std::ranges::all_of(text, isDigit);
 }
 
-std::string lowerCased(std::string_view text) {
-    std::string lower(text);
-    for (char& byte : lower)
-        if (byte >= 'A' && byte <= 'Z')
-            byte = static_cast<char>(byte + ('a' - 'A'));
-    return lower;
-}
-
 /// A number too long for 64 bits counts as the largest.
 std::uint64_t numberOf(std::string_view digits) {
     std::uint64_t number = 0;
@@ -124,7 +116,7 @@ bool isInstaller(std::string_view name) {
 }
 
 InstallerName installerName(std::string_view name) {
-    const std::string base = lowerCased(withoutExtension(name));
+    const std::string base = PathUtil::lowerCase(withoutExtension(name));
     const std::vector<Piece> words = pieces(base);
     InstallerName result;
     bool inVersion = false;    // the word before was a part of the version

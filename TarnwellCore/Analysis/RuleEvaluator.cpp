@@ -1,5 +1,6 @@
 #include "TarnwellCore/Analysis/RuleEvaluator.hpp"
 
+#include "TarnwellCore/Analysis/HomeFolder.hpp"
 #include "TarnwellCore/Classification/PathUtil.hpp"
 #include "TarnwellCore/Platform/NameForms.hpp"
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
@@ -52,8 +53,11 @@ public:
         wordCount_ = (rules_.size() + wordBits - 1) / wordBits;
         anyExtension_.resize(wordCount_);
         byCategory_.resize(wordCount_ * fileCategoryCount);
+        const bool anyLocation = std::ranges::any_of(
+            rules_, [](const CleanupRule* rule) { return rule->locationPrefix.has_value(); });
+        const HomeFolder home(anyLocation ? homePath : std::string_view());
         for (std::size_t index = 0; index < rules_.size(); ++index)
-            prepare(index, homePath);
+            prepare(index, home);
     }
 
     std::size_t count() const { return rules_.size(); }
@@ -61,8 +65,13 @@ public:
     const CleanupRule& rule(std::size_t index) const { return *rules_[index]; }
     const Limits& limits(std::size_t index) const { return limits_[index]; }
 
-    /// The rule's absolute location followed by "/", in its common form; empty when it has none.
-    std::string_view location(std::size_t index) const { return locations_[index]; }
+    /// Where a rule applies: an absolute path followed by "/", in its common form; empty for everywhere.
+    struct Location {
+        std::uint32_t rule;
+        std::string path;
+    };
+    /// Of all rules; a place in the home has as many as the home has names.
+    const std::vector<Location>& locations() const { return locations_; }
     /// Whether any location may be met in another form.
     bool hasOtherForms() const { return hasOtherForms_; }
 
@@ -79,15 +88,17 @@ public:
     std::size_t longestExtension() const { return longestExtension_; }
 
 private:
-    void prepare(std::size_t index, std::string_view homePath) {
+    void prepare(std::size_t index, const HomeFolder& home) {
         const CleanupRule& rule = *rules_[index];
         const std::size_t word = index / wordBits;
         const Word bit = Word{1} << (index % wordBits);
 
-        std::string location = resolvedLocation(rule.locationPrefix, homePath);
-        const bool mayDiffer = mayHaveOtherForms(location);
-        hasOtherForms_ = hasOtherForms_ || mayDiffer;
-        locations_.push_back(mayDiffer ? commonForm(location) : std::move(location));
+        for (std::string& path : resolvedLocations(rule.locationPrefix, home)) {
+            const bool mayDiffer = mayHaveOtherForms(path);
+            hasOtherForms_ = hasOtherForms_ || mayDiffer;
+            locations_.push_back(
+                {static_cast<std::uint32_t>(index), mayDiffer ? commonForm(path) : std::move(path)});
+        }
         for (std::size_t category = 0; category < fileCategoryCount; ++category)
             if (rule.categories.empty() ||
                 std::ranges::find(rule.categories, static_cast<FileCategory>(category)) !=
@@ -113,24 +124,28 @@ private:
     }
 
     /// Every path under "/" is under a location of "/", and so is "/": such a location is none.
-    static std::string resolvedLocation(const std::optional<std::string>& prefix, std::string_view homePath) {
+    static std::vector<std::string> resolvedLocations(const std::optional<std::string>& prefix,
+                                                      const HomeFolder& home) {
         if (!prefix)
-            return {};
+            return {""};
         std::string path = *prefix;
-        if (path.starts_with("~/")) {
-            while (homePath.ends_with('/'))
-                homePath.remove_suffix(1);
+        if (path.starts_with("~/") && !home.spellings().empty()) {
             const std::size_t rest = std::min(path.find_first_not_of('/', 1), path.size());
-            path = std::string(homePath) + "/" + path.substr(rest);
+            path = (home.spellings().front() / path.substr(rest)).native();
         }
         while (path.size() >= 2 && path.back() == '/')
             path.pop_back();
-        return path == "/" ? std::string() : path + "/";
+        if (path == "/")
+            return {""};
+        std::vector<std::string> paths;
+        for (const std::filesystem::path& spelling : home.spellingsOf(path))
+            paths.push_back(spelling == "/" ? std::string() : spelling.native() + "/");
+        return paths;
     }
 
     std::vector<const CleanupRule*> rules_;
     std::vector<Limits> limits_;
-    std::vector<std::string> locations_;
+    std::vector<Location> locations_;
     bool hasOtherForms_ = false;
     std::size_t wordCount_ = 0;
     std::vector<Word> byCategory_; // wordCount_ words for each category
@@ -139,9 +154,9 @@ private:
     std::size_t longestExtension_ = 0;
 };
 
-/// A rule whose location lies below the folder at hand: so many bytes of the location are walked.
+/// A location that lies below the folder at hand: so many bytes of it are walked.
 struct Approach {
-    std::uint32_t rule;
+    std::uint32_t location;
     std::uint32_t walked;
 };
 
@@ -203,13 +218,13 @@ private:
             start += '/';
         if (rules_.hasOtherForms())
             start = commonForm(start);
-        for (std::size_t rule = 0; rule < rules_.count(); ++rule) {
-            const std::string_view location = rules_.location(rule);
-            if (std::string_view(start).starts_with(location))
+        for (std::size_t index = 0; index < rules_.locations().size(); ++index) {
+            const auto& [rule, location] = rules_.locations()[index];
+            if (start.starts_with(location))
                 active_[rule / wordBits] |= Word{1} << (rule % wordBits);
             else if (location.starts_with(start))
                 approaches_.push_back(
-                    {static_cast<std::uint32_t>(rule), static_cast<std::uint32_t>(start.size())});
+                    {static_cast<std::uint32_t>(index), static_cast<std::uint32_t>(start.size())});
         }
         match(root);
         activeStack_.insert(activeStack_.end(), active_.begin(), active_.end());
@@ -253,14 +268,15 @@ private:
         bool arrived = false;
         for (std::size_t index = above.firstApproach; index < above.lastApproach; ++index) {
             const Approach way = approaches_[index];
-            const std::string_view rest = rules_.location(way.rule).substr(way.walked);
+            const auto& [rule, location] = rules_.locations()[way.location];
+            const std::string_view rest = std::string_view(location).substr(way.walked);
             if (name.size() + 1 < rest.size()) {
                 if (rest.starts_with(name) && rest[name.size()] == '/')
                     approaches_.push_back(
-                        {way.rule, static_cast<std::uint32_t>(way.walked + name.size() + 1)});
+                        {way.location, static_cast<std::uint32_t>(way.walked + name.size() + 1)});
             } else if (name.starts_with(rest.substr(0, rest.size() - 1)) &&
                        (name.size() + 1 == rest.size() || name[rest.size() - 1] == '/')) {
-                active_[way.rule / wordBits] |= Word{1} << (way.rule % wordBits);
+                active_[rule / wordBits] |= Word{1} << (rule % wordBits);
                 arrived = true;
             }
         }
@@ -302,13 +318,13 @@ private:
 
     const Word* rulesWithExtensionOf(const FileNode& node) {
         const std::string_view extension = PathUtil::rawFileExtension(node.name());
-        if (extension.size() > rules_.longestExtension())
+        // In lower case a letter may take a third of its bytes.
+        if (extension.size() / 3 > rules_.longestExtension())
             return nullptr;
-        lowered_.assign(extension);
-        for (char& byte : lowered_)
-            if (byte >= 'A' && byte <= 'Z')
-                byte = static_cast<char>(byte + ('a' - 'A'));
-        return rules_.withExtension(lowered_);
+        if (extension.size() > PathUtil::extensionBufferSize)
+            return rules_.withExtension(PathUtil::lowerCase(extension));
+        char buffer[PathUtil::extensionBufferSize];
+        return rules_.withExtension(PathUtil::lowerCaseExtension(node.name(), buffer));
     }
 
     bool meetsLimits(const FileNode& node, const Limits& limits) const {
@@ -347,7 +363,6 @@ private:
     std::vector<Approach> approaches_;
 
     std::vector<Word> active_; // the rules that may match the node at hand
-    std::string lowered_;
     std::size_t visited_ = 0;
 };
 

@@ -32,8 +32,9 @@ struct RuleMatch {
 namespace RuleEvaluator {
 
 /// One match for each enabled rule that matched anything, in the order of the rules. Ages are counted
-/// back from `now`; a location that begins with "~/" lies in `homePath`. Sums beyond 64 bits are a fatal
-/// error. Throws ScanError (cancelled) once `token` is cancelled. Safe from any thread.
+/// back from `now`; a location that begins with "~/" lies in `homePath`, which counts with its links resolved
+/// as well as as it is written, also where a location spells it out. Sums beyond 64 bits are a fatal error.
+/// Throws ScanError (cancelled) once `token` is cancelled. Safe from any thread.
 std::vector<RuleMatch> evaluate(const std::vector<CleanupRule>& rules, const FileNode& root, Date now,
                                 std::string_view homePath, const CancellationToken& token = {});
 

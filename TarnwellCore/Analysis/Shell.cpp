@@ -24,7 +24,9 @@ bool canStart(const std::string& executable, const std::vector<std::string>& arg
     return !holdsNUL(executable) && std::ranges::none_of(arguments, holdsNUL) && isExecutableFile(executable);
 }
 
-CommandResult resultOf(const ToolRun& run) {
+CommandResult resultOf(const ToolRun& run, double timeout) {
+    if (run.hasTimedOut)
+        return {timedOutExitCode, "", "timed out after " + decimalText(timeout) + "s"};
     return {run.status, repairedUTF8(run.standardOutput), repairedUTF8(run.standardError)};
 }
 
@@ -38,21 +40,21 @@ std::optional<CommandResult> runLimited(const std::string& executable,
     const std::optional<ToolRun> run = runTool(executable, arguments, limits);
     if (!run)
         return std::nullopt;
-    if (run->hasTimedOut)
-        return CommandResult{timedOutExitCode, "", "timed out after " + decimalText(timeout) + "s"};
-    return resultOf(*run);
+    return resultOf(*run, timeout);
 }
 
 } // namespace
 
 std::optional<CommandResult> run(const std::string& executable, const std::vector<std::string>& arguments,
-                                 double /*timeout*/) {
+                                 double timeout) {
     if (!canStart(executable, arguments))
         return std::nullopt;
-    const std::optional<ToolRun> run = runTool(executable, arguments);
+    // Nobody but this process keeps a tool that is held up from ending.
+    const ToolTimeLimits limits{.timeout = {}, .gracePeriod = 0.0, .heldUp = timeLimit(timeout)};
+    const std::optional<ToolRun> run = runTool(executable, arguments, limits);
     if (!run)
         return std::nullopt;
-    return resultOf(*run);
+    return resultOf(*run, timeout);
 }
 
 std::future<std::optional<CommandResult>> runAsync(std::string executable, std::vector<std::string> arguments,

@@ -3,7 +3,9 @@
 // Runs the system's own tools. In spite of the name no shell takes part: arguments reach the tool as they
 // are. A tool gets an empty standard input, this process's environment and working folder and none of its
 // descriptors; on Linux no signal is blocked or ignored in it, whatever this process does with its own. Its
-// two outputs are read at the same time, so any amount of either comes back whole.
+// two outputs are read at the same time and come back whole. A tool that writes more than 64 MiB to one of
+// them is held up: it waits in its write, and memory is not filled with what no caller of this could use,
+// until its time is up.
 
 #include "TarnwellCore/Analysis/CommandResult.hpp"
 
@@ -25,7 +27,8 @@ namespace tarnwell::Shell {
 inline constexpr std::int32_t timedOutExitCode = -9;
 
 /// Waits for the tool to end. `timeout` (seconds) is not enforced here: use `runAsync` for tools that may
-/// hang.
+/// hang. Only for a tool that is held up it is the time after which that one is asked to terminate, with the
+/// result of a time-out.
 std::optional<CommandResult> run(const std::string& executable, const std::vector<std::string>& arguments,
                                  double timeout);
 

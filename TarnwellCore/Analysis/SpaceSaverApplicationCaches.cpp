@@ -38,9 +38,9 @@ constexpr std::array cachePatterns{
 };
 
 /// The folders directly in a folder, in byte order; none where it cannot be read. Links are not followed.
-std::vector<fs::path> foldersIn(const fs::path& folder, const TreeLookup& lookup) {
+std::vector<fs::path> foldersIn(const fs::path& folder, const TreeLookup& lookup, const HomeFolder& home) {
     std::vector<fs::path> found;
-    const FileNode* node = lookup ? lookup(folder) : nullptr;
+    const FileNode* node = nodeAt(folder, lookup, home);
     if (node != nullptr && isWalked(*node)) {
         for (const FileNode* child : node->children())
             if (child->isDirectory())
@@ -59,8 +59,9 @@ std::vector<fs::path> foldersIn(const fs::path& folder, const TreeLookup& lookup
 }
 
 /// Every place that the pattern may stand for; those without "*" at their end need not exist.
-std::vector<fs::path> expand(const fs::path& home, std::string_view pattern, const TreeLookup& lookup) {
-    std::vector<fs::path> places{home};
+std::vector<fs::path> expand(const fs::path& homePath, const HomeFolder& home, std::string_view pattern,
+                             const TreeLookup& lookup) {
+    std::vector<fs::path> places{homePath};
     for (const fs::path& component : fs::path(pattern)) {
         std::vector<fs::path> next;
         for (const fs::path& place : places) {
@@ -68,7 +69,7 @@ std::vector<fs::path> expand(const fs::path& home, std::string_view pattern, con
                 next.push_back(place / component);
                 continue;
             }
-            const std::vector<fs::path> folders = foldersIn(place, lookup);
+            const std::vector<fs::path> folders = foldersIn(place, lookup, home);
             next.insert(next.end(), folders.begin(), folders.end());
         }
         places = std::move(next);
@@ -81,11 +82,13 @@ std::vector<fs::path> expand(const fs::path& home, std::string_view pattern, con
 std::optional<SpaceSaverFinding>
 SpaceSaverProbe::applicationCachesFinding(const DiskScanner& scanner, const ScanOptions& options,
                                           const TreeLookup& lookup, const CancellationToken& token) const {
-    const Measurer measurer{scanner, options, lookup, token};
+    const HomeFolder bothHomes(home);
+    const Measurer measurer{bothHomes, scanner, options, lookup, token};
+    const fs::path homePath = bothHomes.spellings().empty() ? fs::path() : bothHomes.spellings().front();
     const auto isInCatalogue = [&](const fs::path& path) {
         return std::ranges::any_of(directoryRules(), [&](const DirectoryRule& rule) {
             return std::ranges::any_of(rule.relativePaths, [&](const std::string& relativePath) {
-                const fs::path place = home / relativePath;
+                const fs::path place = homePath / relativePath;
                 return isWithin(path, place) || isWithin(place, path);
             });
         });
@@ -97,7 +100,7 @@ SpaceSaverProbe::applicationCachesFinding(const DiskScanner& scanner, const Scan
     };
     std::vector<Cache> caches;
     for (const char* const pattern : cachePatterns) {
-        for (const fs::path& path : expand(home, pattern, lookup)) {
+        for (const fs::path& path : expand(homePath, bothHomes, pattern, lookup)) {
             if (isInCatalogue(path))
                 continue;
             // One application's locked cache should not hide what is known of all others.

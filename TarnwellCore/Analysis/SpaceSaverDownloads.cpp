@@ -100,7 +100,7 @@ std::vector<SpaceSaverFinding> SpaceSaverProbe::downloadsFindings(const DiskScan
                                                                   const TreeLookup& lookup, Date now,
                                                                   const CancellationToken& token) const {
     const std::filesystem::path path = home / "Downloads";
-    const FileNode* folder = lookup ? lookup(path) : nullptr;
+    const FileNode* folder = nodeAt(path, lookup, HomeFolder(home));
     std::optional<ScanResult> ownScan; // keeps the tree while it is looked at
     if (folder == nullptr || !isWalked(*folder)) {
         try {

@@ -1,5 +1,6 @@
 #include "TarnwellCore/Analysis/SpaceSaverMeasuring.hpp"
 
+#include "TarnwellCore/Analysis/TrashFolders.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
 #include "TarnwellCore/Scanning/PathMetadata.hpp"
@@ -35,8 +36,17 @@ bool isWalked(const FileNode& folder) {
            !(folder.flags.contains(FileNodeFlags::mountPoint) && folder.children().empty());
 }
 
+const FileNode* nodeAt(const fs::path& path, const TreeLookup& lookup, const HomeFolder& home) {
+    if (!lookup)
+        return nullptr;
+    for (const fs::path& spelling : home.spellingsOf(path))
+        if (const FileNode* node = lookup(spelling))
+            return node;
+    return nullptr;
+}
+
 std::optional<ItemSize> Measurer::measure(const fs::path& path) const {
-    const FileNode* node = lookup ? lookup(path) : nullptr;
+    const FileNode* node = nodeAt(path, lookup, home);
     if (node == nullptr)
         return measureOnDisk(path);
     if (node->isSymlink())
@@ -97,28 +107,25 @@ std::string daysText(std::int64_t days) {
     return days != 0 && days % 365 == 0 ? counted(days / 365, "year", "years") : counted(days, "day", "days");
 }
 
-bool isWithin(const fs::path& inner, const fs::path& outer) {
-    const std::string_view in = inner.native();
-    std::string_view out = outer.native();
-    while (out.ends_with('/'))
-        out.remove_suffix(1);
-    return in.starts_with(out) && (in.size() == out.size() || in[out.size()] == '/');
-}
-
 void NodeSet::insert(const fs::path& path) {
     const FileNode* node = root_.node(path.native());
     if (node != nullptr && (withRoot_ || node != &root_))
         nodes_.insert(node);
 }
 
-void NodeSet::insertInHome(const fs::path& home, std::string_view relativePath) {
-    insert(home / relativePath);
-    insert(fs::path(resolveLinks(home)) / relativePath);
+void NodeSet::insertInHome(const HomeFolder& home, std::string_view relativePath) {
+    for (const fs::path& spelling : home.spellings())
+        insert(spelling / relativePath);
 }
 
-void NodeSet::insertSystemFolders() {
+void NodeSet::insertPlacesOfOthers(const HomeFolder& home) {
     for (const char* const folder : systemFolders)
         insert(folder);
+    for (const fs::path& spelling : home.spellings()) {
+        const fs::path trash = TrashFolders::ofHome(spelling);
+        insert(trash);
+        insert(resolveLinks(trash)); // the folder that holds it may be a link as well
+    }
 }
 
 } // namespace tarnwell::SpaceSaverMeasuring

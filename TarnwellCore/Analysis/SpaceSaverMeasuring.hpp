@@ -3,6 +3,7 @@
 // Internal to the space-saver probe: the sizes of single items and their sum, the words that count them,
 // and the places of a scanned tree that are left to others.
 
+#include "TarnwellCore/Analysis/HomeFolder.hpp"
 #include "TarnwellCore/Analysis/SpaceSaverProbe.hpp"
 
 #include <cstdint>
@@ -26,8 +27,13 @@ struct ItemSize {
 
 ItemSize sizeOf(const FileNode& node);
 
+/// The node at a path, under whichever name of the home the tree shows it; null when the tree does not hold
+/// it.
+const FileNode* nodeAt(const std::filesystem::path& path, const TreeLookup& lookup, const HomeFolder& home);
+
 /// Where sizes come from: a scanned tree where it can tell, else the disk.
 struct Measurer {
+    const HomeFolder& home;
     const DiskScanner& scanner;
     const ScanOptions& options;
     const TreeLookup& lookup;
@@ -52,19 +58,16 @@ std::string counted(std::int64_t count, std::string_view one, std::string_view m
 /// "30 days", "1 year".
 std::string daysText(std::int64_t days);
 
-/// Whether `inner` is `outer` or lies in it, by whole components.
-bool isWithin(const std::filesystem::path& inner, const std::filesystem::path& outer);
-
 /// Those of some paths that a tree holds below its root, and at its root on request.
 class NodeSet {
 public:
     explicit NodeSet(const FileNode& root, bool withRoot = false) : root_(root), withRoot_(withRoot) {}
 
     void insert(const std::filesystem::path& path);
-    /// Adds a path below the home folder, also where the tree shows the home under its resolved path.
-    void insertInHome(const std::filesystem::path& home, std::string_view relativePath);
-    /// Adds the folders that the system and installed software look after.
-    void insertSystemFolders();
+    /// Adds a path below the home folder.
+    void insertInHome(const HomeFolder& home, std::string_view relativePath);
+    /// Adds the home's Trash and the folders that the system and installed software look after.
+    void insertPlacesOfOthers(const HomeFolder& home);
 
     bool contains(const FileNode& node) const { return nodes_.contains(&node); }
 

@@ -2,7 +2,6 @@
 
 #include "TarnwellCore/Analysis/SpaceSaverMeasuring.hpp"
 #include "TarnwellCore/Platform/BackgroundTask.hpp"
-#include "TarnwellCore/Platform/Trash.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Scanning/ScanError.hpp"
 
@@ -47,7 +46,8 @@ SpaceSaverProbe::evaluate(const DirectoryRule& rule, const DiskScanner& scanner,
         fs::path resolved; // two spellings of one place are one place
         ItemSize size;
     };
-    const Measurer measurer{scanner, options, lookup, token};
+    const HomeFolder bothHomes(home);
+    const Measurer measurer{bothHomes, scanner, options, lookup, token};
 
     // Shorter paths first: what lies inside a path that counted is then not even measured. A path that does
     // not count, a link say, hides nothing.
@@ -110,12 +110,12 @@ std::vector<SpaceSaverFinding>
 SpaceSaverProbe::cleanupRuleFindings(const std::vector<RuleMatch>& matches) const {
     std::vector<SpaceSaverFinding> findings;
     std::map<std::string, int> timesSeen; // a stored list may name a rule twice
+    const HomeFolder bothHomes(home);
     for (const RuleMatch& match : matches) {
         if (match.nodes.empty())
             continue;
         NodeSet placesOfOthers(match.nodes.front()->root());
-        placesOfOthers.insertSystemFolders();
-        placesOfOthers.insert(homeTrashDirectory(home));
+        placesOfOthers.insertPlacesOfOthers(bothHomes);
         SpaceSaverFinding finding;
         finding.id = std::string(rawValue(SpaceSaverKind::cleanupRule)) + ":" + match.rule.id;
         if (const int times = ++timesSeen[match.rule.id]; times > 1)
@@ -136,9 +136,8 @@ SpaceSaverProbe::cleanupRuleFindings(const std::vector<RuleMatch>& matches) cons
                 continue;
             const std::filesystem::path path = node->path();
             add(finding, path, sizeOf(*node), 1);
-            const bool isHomeOrAbove = isWithin(home, path);
-            const bool isFolderOfHome = node->isDirectory() && path.parent_path() == home;
-            if (node->parent() == nullptr || isHomeOrAbove || isFolderOfHome) {
+            const bool isFolderOfHome = node->isDirectory() && bothHomes.holdsDirectly(path);
+            if (node->parent() == nullptr || bothHomes.isWithin(path) || isFolderOfHome) {
                 // A rule so wide that it takes the scanned folder, the home or one of its main folders, such
                 // as Downloads, as a whole must not end in the Trash.
                 finding.safety = CleanupSafety::caution;

@@ -3,14 +3,10 @@
 #include "TarnwellCore/Analysis/Shell.hpp"
 #include "TarnwellCore/Analysis/SpaceSaverMeasuring.hpp"
 #include "TarnwellCore/Analysis/SpaceSaverProbe.hpp"
-#include "TarnwellCore/Platform/Trash.hpp"
-#include "TarnwellCore/Scanning/DiskInfo.hpp"
+#include "TarnwellCore/Analysis/TrashFolders.hpp"
 #include "TarnwellCore/Text/Trim.hpp"
 
-#include <unistd.h>
-
 #include <set>
-#include <system_error>
 
 namespace fs = std::filesystem;
 
@@ -22,16 +18,6 @@ namespace {
 
 constexpr double snapshotListTimeout = 20; // seconds
 constexpr double killGracePeriod = 2;      // seconds
-
-/// What lies directly in a Trash folder; the Finder's own notes on the folder do not count.
-std::int64_t itemsIn(const fs::path& folder) {
-    std::int64_t count = 0;
-    std::error_code error;
-    for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error))
-        if (entry->path().filename() != ".DS_Store")
-            ++count;
-    return count;
-}
 
 /// The snapshots' names, one a line among others that introduce the list.
 std::int64_t snapshotCount(std::string_view listing) {
@@ -49,13 +35,9 @@ std::int64_t snapshotCount(std::string_view listing) {
 } // namespace
 
 std::vector<fs::path> SpaceSaverProbe::liveTrashFolders(const fs::path& home) {
-    std::vector<fs::path> folders{homeTrashDirectory(home)};
-    for (const VolumeInfo& volume : DiskInfo::mountedVolumes(false)) {
-        if (volume.isRootVolume)
-            continue;
-        const std::vector<fs::path> onVolume = volumeTrashDirectories(volume.url, ::getuid());
-        folders.insert(folders.end(), onVolume.begin(), onVolume.end());
-    }
+    std::vector<fs::path> folders{TrashFolders::ofHome(home)};
+    const std::vector<fs::path> others = TrashFolders::onVolumes();
+    folders.insert(folders.end(), others.begin(), others.end());
     return folders;
 }
 
@@ -67,13 +49,20 @@ std::optional<CommandResult> SpaceSaverProbe::liveRunTool(const std::string& exe
 
 std::optional<SpaceSaverFinding> SpaceSaverProbe::trashFinding(const DiskScanner& scanner,
                                                                const CancellationToken& token) const {
-    const ScanOptions options;
-    const TreeLookup noLookup;
-    const Measurer measurer{scanner, options, noLookup, token};
     SpaceSaverFinding finding;
-    for (const fs::path& folder : trashFolders(home))
-        if (const auto size = measurer.measure(folder))
-            add(finding, folder, *size, itemsIn(folder));
+    for (const fs::path& folder : trashFolders(home)) {
+        using State = TrashFolders::Contents::State;
+        const TrashFolders::Contents contents = TrashFolders::contents(folder, scanner, token);
+        // Whether a volume that does not answer has a Trash at all cannot be told.
+        finding.sizeIsKnown = finding.sizeIsKnown && contents.state != State::unanswered;
+        if (contents.state == State::measured || contents.state == State::unreadable)
+            add(finding, folder,
+                {.size = contents.measurement.logicalSize,
+                 .allocatedSize = contents.measurement.allocatedSize,
+                 .reclaimableSize = contents.measurement.reclaimableSize,
+                 .isKnown = contents.state == State::measured},
+                contents.itemCount);
+    }
     finding.id = rawValue(SpaceSaverKind::trash);
     finding.kind = SpaceSaverKind::trash;
     finding.title = "Trash";

@@ -3,7 +3,6 @@
 #include "TarnwellCore/Analysis/SpaceSaverMeasuring.hpp"
 #include "TarnwellCore/Analysis/SpaceSaverProbe.hpp"
 #include "TarnwellCore/Classification/FileClassifier.hpp"
-#include "TarnwellCore/Platform/Trash.hpp"
 #include "TarnwellCore/Scanning/ByteFormatter.hpp"
 
 #include <algorithm>
@@ -15,14 +14,6 @@ using namespace SpaceSaverMeasuring;
 namespace {
 
 constexpr std::string_view nodeModulesName = "node_modules";
-
-/// The system's folders and the home's Trash.
-NodeSet placesOfOthers(const SpaceSaverProbe& probe, const FileNode& root) {
-    NodeSet nodes(root);
-    nodes.insertSystemFolders();
-    nodes.insert(homeTrashDirectory(probe.home));
-    return nodes;
-}
 
 /// The Trash as it is called in a home or on a volume: ".Trash", ".Trashes", ".Trash-501".
 bool isTrash(const FileNode& node) {
@@ -76,10 +67,12 @@ void fill(SpaceSaverFinding& finding, std::vector<const FileNode*> files, std::s
 } // namespace
 
 std::vector<SpaceSaverFinding> SpaceSaverProbe::nodeModulesFindings(const FileNode& in) const {
-    NodeSet leftOut = placesOfOthers(*this, in);
-    leftOut.insertInHome(home, "Library");
+    const HomeFolder bothHomes(home);
+    NodeSet leftOut(in);
+    leftOut.insertPlacesOfOthers(bothHomes);
+    leftOut.insertInHome(bothHomes, "Library");
     NodeSet homes(in, true);
-    homes.insertInHome(home, "");
+    homes.insertInHome(bothHomes, "");
 
     std::vector<const FileNode*> folders;
     in.forEachDescendant([&](const FileNode& node) {
@@ -119,10 +112,12 @@ std::vector<SpaceSaverFinding> SpaceSaverProbe::nodeModulesFindings(const FileNo
 std::vector<SpaceSaverFinding>
 SpaceSaverProbe::largeFileFindings(const FileNode& in, std::int64_t largeThreshold, std::int64_t oldThreshold,
                                    std::int64_t oldDays, std::size_t limit, Date now) const {
-    NodeSet leftOut = placesOfOthers(*this, in);
+    const HomeFolder bothHomes(home);
+    NodeSet leftOut(in);
+    leftOut.insertPlacesOfOthers(bothHomes);
     for (const DirectoryRule& rule : directoryRules())
         for (const std::string& relativePath : rule.relativePaths)
-            leftOut.insertInHome(home, relativePath);
+            leftOut.insertInHome(bothHomes, relativePath);
 
     const double oldSeconds = static_cast<double>(oldDays) * 86'400.0;
     const double reference = referenceSeconds(now);

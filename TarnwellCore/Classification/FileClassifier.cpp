@@ -88,8 +88,16 @@ bool isPackageExtension(std::string_view ext) {
 std::optional<FileCategory> classifyByUTType(std::string_view ext) {
     if (ext.empty())
         return std::nullopt;
-    const auto conformance = typeConformance(ext);
-    return conformance ? categoryOfType(*conformance) : std::nullopt;
+    std::optional<FileCategory> category;
+    bool isFirst = true;
+    for (const TypeConformance conformance : typeConformances(ext)) {
+        const auto each = categoryOfType(conformance);
+        if (!isFirst && each != category)
+            return std::nullopt;
+        category = each;
+        isFirst = false;
+    }
+    return category;
 }
 
 std::optional<FileCategory> categoryOfType(TypeConformance conformance) {

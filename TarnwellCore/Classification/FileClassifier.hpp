@@ -39,7 +39,8 @@ bool isPackage(std::string_view name);
 /// As `isPackage(name)` for a caller that has the lower-case extension at hand.
 bool isPackageExtension(std::string_view ext);
 
-/// The type database's answer for an extension, asked afresh.
+/// The type database's answer for an extension, asked afresh. Where several types claim it with equal right,
+/// the category that they have in common.
 std::optional<FileCategory> classifyByUTType(std::string_view ext);
 
 /// The category of a type: of all that it conforms to, the most telling decides.

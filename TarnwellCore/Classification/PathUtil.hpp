@@ -9,7 +9,10 @@
 
 namespace tarnwell::PathUtil {
 
-/// The text after the last "." of a name, its ASCII letters lower-cased; empty when there is no ".".
+/// The text in lower case, letters of every script included; of what is not UTF-8 the ASCII letters only.
+std::string lowerCase(std::string_view text);
+
+/// The text after the last "." of a name in lower case; empty when there is no ".".
 std::string fileExtension(std::string_view name);
 
 /// The same text as it stands in the name: no copy, letter case kept.
@@ -18,13 +21,13 @@ constexpr std::string_view rawFileExtension(std::string_view name) {
     return dot == std::string_view::npos ? std::string_view() : name.substr(dot + 1);
 }
 
-/// A size for the buffer of `lowerCaseExtension`: more than any extension that a table holds, and all that
-/// fits into a name of most file systems.
-inline constexpr std::size_t extensionBufferSize = 256;
+/// A size for the buffer of `lowerCaseExtension`: all that a name of most file systems can hold. No letter
+/// grows beyond three times its bytes.
+inline constexpr std::size_t extensionBufferSize = std::size_t{3} * 256;
 
-/// As `fileExtension`, without allocating: a part of `name` where that is lower case already, otherwise
-/// written into `buffer`; good for as long as both are. An extension longer than the buffer comes back in
-/// the letter case of the name: no table holds it, and the platform's type database ignores case.
+/// As `fileExtension`, without allocating for ASCII: a part of `name` where that is lower case already,
+/// otherwise written into `buffer`; good for as long as both are. An extension longer than the buffer comes
+/// back in the letter case of the name: no table holds it, and the platform's type database ignores case.
 std::string_view lowerCaseExtension(std::string_view name, std::span<char> buffer);
 
 /// The path without its trailing "/"; the root stays "/".

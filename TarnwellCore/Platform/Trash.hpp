@@ -22,7 +22,12 @@ moveItemToTrash(const std::filesystem::path& item);
 std::filesystem::path homeTrashDirectory(const std::filesystem::path& home);
 
 /// The folders that may hold this user's trashed items on a volume other than the one of the home folder,
-/// each with a trailing "/"; none of them need exist.
+/// each with a trailing "/", by their names alone: nothing is looked at, none of them need exist.
 std::vector<std::filesystem::path> volumeTrashDirectories(const std::filesystem::path& volume, uid_t user);
+
+/// Whether one of those folders is there and really this user's. Others may write to the volume and put a
+/// link or a folder of theirs in its place: on the way from the volume there must be no link, the user's own
+/// folders must be the user's, and a shared one must be sticky.
+bool isUsersTrash(const std::filesystem::path& folder, uid_t user);
 
 } // namespace tarnwell

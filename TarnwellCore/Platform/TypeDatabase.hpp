@@ -3,8 +3,8 @@
 // The platform's knowledge of file-name extensions.
 
 #include <cstdint>
-#include <optional>
 #include <string_view>
+#include <vector>
 
 namespace tarnwell {
 
@@ -39,12 +39,12 @@ private:
     std::uint16_t bits_ = 0;
 };
 
-/// The conformances of the data type that the platform gives to files with this extension (without the
-/// dot, lower case); nothing when the platform knows no such type. Slow, may read the platform's files;
-/// safe from any thread.
-std::optional<TypeConformance> typeConformance(std::string_view fileExtension);
+/// What files with this extension (without the dot, lower case) are: the conformances of each data type that
+/// the platform gives to them with equal right, mostly one; none when it knows no such type. Slow, may read
+/// the platform's files; safe from any thread.
+std::vector<TypeConformance> typeConformances(std::string_view fileExtension);
 
-/// False where `typeConformance` would find nothing, as far as the platform can tell that in no time and
+/// False where `typeConformances` would find nothing, as far as the platform can tell that in no time and
 /// without a lock. A disk holds tens of thousands of extensions that nobody registered: versions, hashes,
 /// backups.
 bool mayHaveType(std::string_view fileExtension);

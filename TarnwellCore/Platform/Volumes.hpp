@@ -2,6 +2,7 @@
 
 // What the platform knows of mounted volumes.
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -55,5 +56,12 @@ std::optional<std::string> mountPointContaining(const std::string& path);
 
 /// The figures of the file system that holds this existing item.
 std::optional<FileSystemStatistics> fileSystemStatistics(const std::string& path);
+
+/// How long a file system that may hang is given to answer. Callers poll; none should see them stand still.
+inline constexpr auto volumeAnswerLimit = std::chrono::milliseconds(1000);
+
+/// Whether calls on this path may wait for ever, for a server or for a process that serves files. Known from
+/// the list of mounts; where one of them may hang, the path's links are followed in limited time.
+bool mayNeverAnswer(const std::string& path);
 
 } // namespace tarnwell

@@ -1,9 +1,7 @@
 #include "TarnwellCore/Scanning/ByteFormatter.hpp"
 
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
-
-#include <algorithm>
-#include <charconv>
+#include "TarnwellCore/Text/DecimalText.hpp"
 
 namespace tarnwell::ByteFormatter {
 
@@ -25,26 +23,9 @@ Scaled scaled(std::uint64_t size) {
     return result;
 }
 
-/// Appends what printf's "%.Nf" would print in the C locale. `value` is from 0 to 1000.
-void appendFixed(std::string& text, double value, int decimals) {
-    constexpr std::size_t integerDigits = 8;
-    const auto precision = std::max(decimals, 0);
-    char buffer[64];
-    const std::size_t needed = integerDigits + static_cast<std::size_t>(precision);
-    if (needed <= sizeof buffer) [[likely]] {
-        text.append(
-            buffer,
-            std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed, precision).ptr);
-        return;
-    }
-    std::string digits(needed, '\0');
-    char* const begin = digits.data();
-    text.append(begin, std::to_chars(begin, begin + needed, value, std::chars_format::fixed, precision).ptr);
-}
-
 /// One decimal unless it is 0.
 void appendWithAtMostOneDecimal(std::string& text, double value) {
-    appendFixed(text, value, 1);
+    appendFixedDecimals(text, value, 1);
     if (text.ends_with(".0"))
         text.resize(text.size() - 2);
 }
@@ -73,7 +54,7 @@ std::string string(std::int64_t bytes, std::string_view zeroString) {
     if (unit >= gigabytes && value < 100)
         appendWithAtMostOneDecimal(text, value);
     else
-        appendFixed(text, value, 0);
+        appendFixedDecimals(text, value, 0);
     appendUnit(text, unit);
     return text;
 }
@@ -84,7 +65,7 @@ std::string string(std::int64_t bytes, int decimals) {
         return bytesText(bytes);
     const auto [value, unit] = scaled(size);
     std::string text(bytes < 0 ? "-" : "");
-    appendFixed(text, value, decimals);
+    appendFixedDecimals(text, value, decimals);
     appendUnit(text, unit);
     return text;
 }
@@ -100,7 +81,7 @@ std::string compact(std::int64_t bytes) {
     if (value < 10)
         appendWithAtMostOneDecimal(text, value);
     else
-        appendFixed(text, value, 0);
+        appendFixedDecimals(text, value, 0);
     appendUnit(text, unit);
     return text;
 }
@@ -114,7 +95,7 @@ std::string percent(double fraction, int decimals) {
     if (value > 0 && value < 0.1)
         return "<0.1%";
     std::string text;
-    appendFixed(text, value, decimals);
+    appendFixedDecimals(text, value, decimals);
     text += '%';
     return text;
 }

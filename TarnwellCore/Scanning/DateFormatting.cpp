@@ -1,10 +1,11 @@
 #include "TarnwellCore/Scanning/DateFormatting.hpp"
 
 #include "TarnwellCore/Platform/DateText.hpp"
+#include "TarnwellCore/Text/DecimalText.hpp"
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
+#include <string>
 
 namespace tarnwell::DateFormatting {
 
@@ -53,18 +54,19 @@ bool isOlderThan(std::int64_t days, std::optional<Date> date, Date reference) {
 }
 
 std::string durationString(double seconds) {
-    // Room for the longest double in "%.0f".
-    char buffer[400];
-    int length = 0;
+    std::string text;
     if (seconds < 1) {
-        length = std::snprintf(buffer, sizeof buffer, "%.0f ms", seconds * 1000);
+        appendFixedDecimals(text, seconds * 1000, 0);
+        text += " ms";
     } else if (seconds < 60) {
-        length = std::snprintf(buffer, sizeof buffer, "%.2f s", seconds);
+        appendFixedDecimals(text, seconds, 2);
+        text += " s";
     } else {
-        const long long whole = wholeNumber(seconds);
-        length = std::snprintf(buffer, sizeof buffer, "%lld m %02lld s", whole / 60, whole % 60);
+        const std::int64_t whole = wholeNumber(seconds);
+        const std::string rest = std::to_string(whole % 60);
+        text = std::to_string(whole / 60) + (rest.size() < 2 ? " m 0" : " m ") + rest + " s";
     }
-    return {buffer, static_cast<std::size_t>(length)};
+    return text;
 }
 
 } // namespace tarnwell::DateFormatting

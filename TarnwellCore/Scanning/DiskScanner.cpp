@@ -96,7 +96,8 @@ std::string withoutTrailingSlashes(const std::string& path) {
 }
 
 DirectoryMeasurement runMeasurement(const std::filesystem::path& url, const ScanOptions& options,
-                                    const CancellationToken& token) {
+                                    const CancellationToken& token,
+                                    const ProgressHandler& progress = nullptr) {
     DirectoryMeasurement measurement;
     const auto metadata = PathMetadata::lstat(withoutTrailingSlashes(url.string()));
     if (!metadata) {
@@ -112,7 +113,12 @@ DirectoryMeasurement runMeasurement(const std::filesystem::path& url, const Scan
     }
     ScanEngine engine(DiskScanner::normalize(url), options, false);
     const auto registration = token.onCancel([&] { engine.cancel(); });
+    std::optional<ProgressPoller> poller;
+    if (progress)
+        poller.emplace(engine, options.progressInterval, progress);
     const ScanStats stats = engine.run().stats;
+    if (poller)
+        poller->finish();
     measurement.logicalSize = stats.totalSize;
     measurement.allocatedSize = stats.totalAllocatedSize;
     measurement.reclaimableSize = stats.totalReclaimableSize;
@@ -148,9 +154,11 @@ std::future<ScanResult> DiskScanner::scan(const std::filesystem::path& url, Scan
 }
 
 std::future<DirectoryMeasurement> DiskScanner::measure(const std::filesystem::path& url, ScanOptions options,
-                                                       CancellationToken token) const {
-    return runInBackground(
-        [url, options = std::move(options), token] { return runMeasurement(url, options, token); });
+                                                       CancellationToken token,
+                                                       ProgressHandler progress) const {
+    return runInBackground([url, options = std::move(options), token, progress = std::move(progress)] {
+        return runMeasurement(url, options, token, progress);
+    });
 }
 
 std::future<std::map<std::filesystem::path, DirectoryMeasurement>>

@@ -33,9 +33,10 @@ public:
                                  ProgressHandler progress = nullptr, CancellationToken token = {}) const;
 
     /// The totals of a folder without building a tree. Links are not followed: a missing path gives zeros
-    /// with `isMissing`, a file its own sizes. The future throws ScanError.
+    /// with `isMissing`, a file its own sizes. `progress` as in a scan. The future throws ScanError.
     std::future<DirectoryMeasurement> measure(const std::filesystem::path& url, ScanOptions options = {},
-                                              CancellationToken token = {}) const;
+                                              CancellationToken token = {},
+                                              ProgressHandler progress = nullptr) const;
 
     /// Measures several paths, one after another.
     std::future<std::map<std::filesystem::path, DirectoryMeasurement>>

@@ -1,7 +1,9 @@
 #include "TarnwellCore/Text/DecimalText.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <limits>
 #include <string_view>
 
 namespace tarnwell {
@@ -27,6 +29,24 @@ std::string decimalText(double value) {
     std::string text;
     appendDecimalText(text, value);
     return text;
+}
+
+void appendFixedDecimals(std::string& text, double value, int decimals) {
+    const int precision = std::max(decimals, 0);
+    const auto append = [&](char* begin, std::size_t room) {
+        const auto [end, error] =
+            std::to_chars(begin, begin + room, value, std::chars_format::fixed, precision);
+        if (error != std::errc())
+            return false;
+        text.append(begin, end);
+        return true;
+    };
+    char buffer[64];
+    if (append(buffer, sizeof buffer)) [[likely]]
+        return;
+    constexpr std::size_t longestWhole = std::numeric_limits<double>::max_exponent10 + 1;
+    std::string digits(longestWhole + 2 + static_cast<std::size_t>(precision), '\0'); // a sign, a point
+    append(digits.data(), digits.size());
 }
 
 } // namespace tarnwell

@@ -101,5 +101,19 @@ TEST(SyncedRootsTests, TheFirstRootThatMatchesIsTheOne) {
     EXPECT_FALSE(SyncedRoots::contains("/b", {}));
 }
 
+TEST(SyncedRootsTests, RootsOfALinkedHomeHoldWhatAScanShows) {
+    const test::TemporaryFolder world;
+    const fs::path drive = world.makeFolder("real/Library/CloudStorage/Box") / "file";
+    fs::create_directory_symlink(world / "real", world / "home");
+    const auto roots = SyncedRoots::discover(world / "home");
+    ASSERT_EQ(roots.size(), 1u);
+    EXPECT_EQ(roots[0].url, world / "home/Library/CloudStorage/Box/");
+    const auto prepared = SyncedRoots::prepare(roots);
+    EXPECT_NE(SyncedRoots::root(drive.native(), prepared), nullptr);
+    EXPECT_NE(SyncedRoots::root((roots[0].url / "file").native(), prepared), nullptr);
+    EXPECT_TRUE(SyncedRoots::touches((world / "real").native(), prepared));
+    EXPECT_FALSE(SyncedRoots::touches((world / "other").native(), prepared));
+}
+
 } // namespace
 } // namespace tarnwell

@@ -76,6 +76,8 @@ TEST(CleanupRule, ConditionsAreSummarised) {
     EXPECT_EQ(kinds.conditionSummary(), "Installers, Archives or Video");
     kinds.extensions = {"zip", "iso"};
     EXPECT_EQ(kinds.conditionSummary(), "Installers, Archives or Video with .zip or .iso");
+    const CleanupRule odd{.locationPrefix = "/a\nb\xE2\x80\xA8", .extensions = {"x\r\xFF"}};
+    EXPECT_EQ(odd.conditionSummary(), ".x\\r\\xFF in /a\\nb\\u{2028}");
 }
 
 TEST(CleanupRule, PresetsAndDrafts) {

@@ -119,6 +119,25 @@ TEST(Shell, MegabytesOnBothStreamsComeBackWhole) {
     }
 }
 
+TEST(Shell, ToolThatWritesWithoutEndIsHeldUp) {
+    const test::TemporaryFolder folder;
+    const std::string write =
+        "head -c 100000000 /dev/zero >&2 && echo x >'" + (folder / "written").native() + "'";
+    const CommandResult timedOut{Shell::timedOutExitCode, "", "timed out after 1.0s"};
+    EXPECT_EQ(runScript(write, 1, 20), timedOut);
+    EXPECT_EQ(Shell::run("/bin/sh", {"-c", write}, 1), timedOut);
+    EXPECT_FALSE(std::filesystem::exists(folder / "written"));
+    // Left to itself it is held up no longer.
+    EXPECT_EQ(runScript("trap '' TERM; " + write, 1, 0), timedOut);
+    EXPECT_TRUE(waitUntil([&] { return std::filesystem::exists(folder / "written"); }));
+
+    // What is in the pipe when it ends is its answer, too.
+    const auto whole = runScript("head -c 67150000 /dev/zero; exit 5");
+    ASSERT_TRUE(whole);
+    EXPECT_EQ(whole->exitCode, 5);
+    EXPECT_EQ(whole->standardOutput.size(), 67'150'000u);
+}
+
 TEST(Shell, ToolThatRunsTooLongIsAskedToTerminate) {
     std::optional<CommandResult> result;
     const double seconds =

@@ -1,4 +1,6 @@
+#include "TarnwellCore/Analysis/SpaceSaverMeasuring.hpp"
 #include "TarnwellCore/Analysis/SpaceSaverProbe.hpp"
+#include "TarnwellCore/Platform/Trash.hpp"
 #include "TarnwellCore/Scanning/FileTreeBuilder.hpp"
 #include "TarnwellCore/Scanning/ScanError.hpp"
 
@@ -191,6 +193,43 @@ TEST(SpaceSaverProbe, RuleMatchesBecomeFindingsOfWhatTheTrashCanClear) {
     for (const SpaceSaverFinding& finding : {findings[1], findings[2]}) {
         EXPECT_EQ(finding.action, SpaceSaverAction(SpaceSaverActions::OpenLocation{}));
         EXPECT_EQ(finding.safety, CleanupSafety::caution);
+    }
+}
+
+TEST(SpaceSaverProbe, TheHomeCountsUnderBothItsNames) {
+    const TemporaryFolder world;
+    const fs::path real = world / "users.above/user.home";
+    world.makeFile("users.above/user.home/Downloads/file.dmg", 5000);
+    fs::create_directory_symlink(world / "users.above", world / "link");
+    const fs::path trash = homeTrashDirectory(real);
+    fs::create_directories(trash);
+    world.makeFile(trash.lexically_relative(world.path()).string() + "/old.dmg", 5000);
+    const std::vector<CleanupRule> rules{
+        {.id = "above", .name = "1", .extensions = {"above"}},
+        {.id = "home", .name = "2", .extensions = {"home"}},
+        {.id = "downloads", .name = "3", .locationPrefix = "~/Downloads"},
+        {.id = "written", .name = "4", .locationPrefix = (world / "link/user.home/Downloads").native()},
+        {.id = "whole", .name = "5", .locationPrefix = "~//", .extensions = {"dmg"}},
+    };
+    const ScanResult scan = DiskScanner().scan(world.path()).get();
+    for (const fs::path& home : {real, real / "", world / "link/user.home", world / "link//user.home/"}) {
+        SCOPED_TRACE(home);
+        const SpaceSaverProbe probe(home, 0);
+        const auto findings = probe.cleanupRuleFindings(
+            RuleEvaluator::evaluate(rules, *scan.root, currentDate(), home.native()));
+        std::vector<std::string> told;
+        for (const SpaceSaverFinding& finding : findings)
+            told.push_back(finding.id.substr(12) + " " + std::to_string(finding.paths.size()) + " " +
+                           std::string(rawValue(finding.safety)));
+        std::vector<std::string> expected{"above 1 caution", "home 1 caution", "downloads 1 caution"};
+        if (home.native().starts_with((world / "link").native())) // elsewhere it is nobody's home
+            expected.emplace_back("written 1 caution");
+        expected.emplace_back("whole 1 reviewNeeded");
+        EXPECT_EQ(told, expected);
+        // Taken from the tree, whichever name is asked for.
+        const auto lookup = treeLookup(scan.root);
+        EXPECT_EQ(SpaceSaverMeasuring::nodeAt(probe.home / "Downloads", lookup, HomeFolder(probe.home)),
+                  scan.root->node((real / "Downloads").native()));
     }
 }
 

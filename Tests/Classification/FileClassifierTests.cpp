@@ -225,6 +225,14 @@ TEST(FileClassifier, UnknownToTheTypeDatabase) {
     EXPECT_EQ(utTypeCache().category(unknown), std::nullopt);
 }
 
+TEST(FileClassifier, ExtensionsThatSeveralTypesClaim) {
+    if (classifyByUTType("kwd") != FileCategory::documents)
+        GTEST_SKIP() << "no shared-mime-info database on this machine";
+    EXPECT_EQ(classifyByUTType("djv"), FileCategory::images);   // one page or several
+    EXPECT_EQ(classifyByUTType("wad"), FileCategory::archives); // more often a game's than a channel's
+    EXPECT_EQ(classifyByUTType("3ds"), std::nullopt);           // a scene or a game
+}
+
 TEST(FileCategoryMemo, AnswersAsTheClassifierDoes) {
     FileCategoryMemo memo;
     for (int round = 0; round < 2; ++round) // what it found out, and what it remembers

@@ -20,7 +20,9 @@ TEST(PathUtil, Extensions) {
         {"trailing.", ""},
         {"..", ""},
         {"a. b", " b"},
-        {"x.\xC3\x84[Z", "\xC3\x84[z"}, // letters beyond ASCII keep their case
+        {"x.\xC3\x84[Z", "\xC3\xA4[z"},
+        {"x.\xE2\x84\xAAM", "km"},            // the sign for kelvin is a letter
+        {"x.\xFF\xC3\x84Z", "\xFF\xC3\x84z"}, // no UTF-8
         {"x." + std::string(300, 'q'), std::string(300, 'q')},
         {"x." + std::string(300, 'Q'), std::string(300, 'q')},
     };
@@ -35,6 +37,8 @@ TEST(PathUtil, ExtensionBeyondTheBufferIsLeftAsItIs) {
     std::array<char, 4> buffer = {};
     EXPECT_EQ(lowerCaseExtension("a.JPEG", buffer), "jpeg");
     EXPECT_EQ(lowerCaseExtension("a.MPEG4", buffer), "MPEG4");
+    EXPECT_EQ(lowerCaseExtension("a.\xC8\xBA\xC8\xBA", buffer),
+              "\xC8\xBA\xC8\xBA"); // six bytes in lower case
     EXPECT_EQ(std::string_view(buffer.data(), 4), "jpeg");
 
     const std::string name = "a.webarchive";

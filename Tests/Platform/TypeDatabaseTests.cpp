@@ -13,6 +13,12 @@ using Type = TypeConformance;
 
 constexpr std::uint16_t none = 0;
 
+/// Of extensions that nobody disputes.
+std::optional<TypeConformance> typeConformance(std::string_view ext) {
+    const auto conformances = typeConformances(ext);
+    return conformances.size() == 1 ? std::optional(conformances.front()) : std::nullopt;
+}
+
 TEST(TypeDatabase, FreedesktopTypes) {
     // This format's editor comes from the freedesktop world; a system that calls it text has that database.
     if (!typeConformance("kwd").value_or(Type()).has(Type::text))

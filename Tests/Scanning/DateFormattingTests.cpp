@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <clocale>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
@@ -102,6 +103,17 @@ TEST(DateFormatting, Durations) {
         EXPECT_EQ(DateFormatting::durationString(each.seconds), each.text);
     EXPECT_TRUE(DateFormatting::durationString(-1e300).ends_with(" ms"));
     EXPECT_TRUE(DateFormatting::durationString(std::numeric_limits<double>::infinity()).ends_with(" s"));
+}
+
+TEST(DateFormatting, DurationsDoNotFollowTheLocale) {
+    const std::string before = std::setlocale(LC_NUMERIC, nullptr);
+    const char* found = nullptr;
+    for (const char* name : {"de_DE.UTF-8", "fr_FR.UTF-8", "es_ES.UTF-8", "ru_RU.UTF-8"})
+        if (found == nullptr && (found = std::setlocale(LC_NUMERIC, name)) != nullptr)
+            EXPECT_EQ(DateFormatting::durationString(1.5), "1.50 s") << name;
+    std::setlocale(LC_NUMERIC, before.c_str());
+    if (found == nullptr)
+        GTEST_SKIP() << "no locale with a decimal comma on this machine";
 }
 
 TEST(DateFormatting, FormattersAreSharedByThreads) {

@@ -218,5 +218,15 @@ TEST(Tool, SlowReadersGetEverything) {
     EXPECT_EQ(received, expected);
 }
 
+TEST(Tool, ADamagedTypeDatabaseOfTheUserIsNoDanger) {
+    const test::TemporaryFolder folder;
+    (void)folder.makeFile("tree/letter.kwd");
+    // The head of a cache, whose offsets lead beyond its end.
+    folder.writeFile("data/mime/mime.cache", std::string("\0\1\0\2", 4) + std::string(36, '\x30'));
+    const Outcome outcome =
+        run({"scan", folder / "tree"}, [&] { ::setenv("XDG_DATA_HOME", (folder / "data").c_str(), 1); });
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.error;
+}
+
 } // namespace
 } // namespace tarnwell

@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <future>
@@ -20,6 +21,8 @@ namespace tarnwell {
 namespace {
 
 constexpr std::size_t readSize = 65'536;
+/// As much as a pipe holds of what nobody has read yet.
+constexpr std::size_t mostPipe = 65'536;
 
 dispatch_queue_t _Nonnull sharedQueue() {
     return dispatch_get_global_queue(QOS_CLASS_USER_INITIATED, 0);
@@ -55,9 +58,26 @@ public:
         dispatch_resume(source);
     }
 
+    /// A source that is not being read has to be read again before it can be let go of.
     void stop() {
-        for (const dispatch_source_t& source : sources_)
-            dispatch_source_cancel(source);
+        const auto self = shared_from_this();
+        dispatch_async(queue_, ^{
+          for (std::size_t index = 0; index < self->sources_.size(); ++index) {
+              dispatch_source_cancel(self->sources_[index]);
+              self->resume(index);
+          }
+          self->heldUp_ = nil;
+        });
+    }
+
+    /// Calls `body` once, from a queue, when a pipe that has given `mostToolOutput` bytes holds the tool up.
+    void whenHeldUp(dispatch_block_t _Nonnull body) {
+        const auto self = shared_from_this();
+        dispatch_async(queue_, ^{
+          self->heldUp_ = body;
+          if (self->isHeld_[0] || self->isHeld_[1])
+              self->tellHeldUp();
+        });
     }
 
     /// Drops what has been read and what will be.
@@ -66,12 +86,21 @@ public:
         dispatch_async(queue_, ^{
           self->keepsBytes_ = false;
           self->bytes_ = {};
+          for (std::size_t index = 0; index < self->sources_.size(); ++index)
+              self->resume(index);
         });
     }
 
     /// After the tool's end: waits for what the pipes still hold, but not for ever for those whom the tool
     /// has left in the background, then stops.
     ToolRun runWithStatus(std::int32_t status) {
+        const auto self = shared_from_this();
+        dispatch_async(queue_, ^{
+          // What a pipe holds when its tool has ended is the tool's answer still.
+          self->most_ = mostToolOutput + mostPipe;
+          for (std::size_t index = 0; index < self->sources_.size(); ++index)
+              self->resume(index);
+        });
         dispatch_group_wait(
             openPipes_,
             dispatch_time(DISPATCH_TIME_NOW, std::chrono::nanoseconds(toolOutputGracePeriod).count()));
@@ -82,19 +111,40 @@ public:
           pointer->standardOutput = std::move(bytes_[0]);
           pointer->standardError = std::move(bytes_[1]);
           keepsBytes_ = false;
+          bytes_ = {};
         });
         return run;
     }
 
 private:
     void read(std::size_t index, int descriptor) {
-        const ssize_t count = ::read(descriptor, buffer_.data(), buffer_.size());
+        const std::size_t wanted =
+            keepsBytes_ ? std::min(buffer_.size(), most_ - bytes_[index].size()) : buffer_.size();
+        const ssize_t count = ::read(descriptor, buffer_.data(), wanted);
         if (count > 0) {
             if (keepsBytes_)
                 bytes_[index].append(buffer_.data(), static_cast<std::size_t>(count));
+            if (bytes_[index].size() >= most_)
+                hold(index);
         } else if (count == 0 || (errno != EINTR && errno != EAGAIN)) {
             dispatch_source_cancel(sources_[index]);
         }
+    }
+
+    // On `queue_`.
+    void hold(std::size_t index) {
+        isHeld_[index] = true;
+        dispatch_suspend(sources_[index]);
+        tellHeldUp();
+    }
+    void resume(std::size_t index) {
+        if (std::exchange(isHeld_[index], false))
+            dispatch_resume(sources_[index]);
+    }
+    void tellHeldUp() {
+        if (heldUp_ != nil)
+            dispatch_async(sharedQueue(), heldUp_);
+        heldUp_ = nil;
     }
 
     const dispatch_queue_t _Nonnull queue_ =
@@ -105,6 +155,9 @@ private:
     // The rest is touched on `queue_` alone.
     std::array<std::string, 2> bytes_;
     bool keepsBytes_ = true;
+    std::size_t most_ = mostToolOutput;
+    std::array<bool, 2> isHeld_{}; // the source is suspended
+    dispatch_block_t _Nullable heldUp_ = nil;
     std::vector<char> buffer_ = std::vector<char>(readSize);
 };
 
@@ -169,38 +222,40 @@ NSTask* _Nullable makeTask(const std::string& executable, const std::vector<std:
 /// is kept for it, however long the limits are: a timer that is cancelled lets go of its handler.
 class TimeLimit {
 public:
-    TimeLimit(NSTask* _Nonnull task, const ToolTimeLimits& limits, const std::shared_ptr<Waiting>& waitingRun,
-              const std::shared_ptr<ToolOutput>& runOutput) {
-        if (!limits.timeout)
-            return;
-        timer_ = dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, sharedQueue());
+    TimeLimit(NSTask* _Nonnull task, std::optional<double> gracePeriod,
+              const std::shared_ptr<Waiting>& waitingRun, const std::shared_ptr<ToolOutput>& runOutput)
+        : timer_(dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, sharedQueue())) {
         const dispatch_source_t timer = timer_;
         const auto waiting = waitingRun;
         const auto output = runOutput;
-        const std::optional<double> gracePeriod = limits.gracePeriod;
         dispatch_source_set_event_handler(timer, ^{
           @autoreleasepool {
               if (waiting->timedOut.isSet()) { // the second time
-                  if (waiting->resumed.testAndSet())
-                      return;
-                  output->discard();
-                  waiting->answer.set_value(ToolRun{.hasTimedOut = true});
+                  if (!waiting->resumed.testAndSet())
+                      waiting->answer.set_value(ToolRun{.hasTimedOut = true});
               } else if (!waiting->resumed.isSet()) {
                   waiting->timedOut.testAndSet();
                   [task terminate];
+                  // A tool that is held up may want to write what it has before it ends.
+                  output->discard();
                   if (gracePeriod)
                       fireOnce(timer, *gracePeriod);
               }
           }
         });
-        fireOnce(timer, *limits.timeout);
+        dispatch_source_set_timer(timer, DISPATCH_TIME_FOREVER, DISPATCH_TIME_FOREVER, 0);
         dispatch_resume(timer);
     }
     TimeLimit(const TimeLimit&) = delete;
     TimeLimit& operator=(const TimeLimit&) = delete;
-    ~TimeLimit() {
-        if (timer_ != nil)
-            dispatch_source_cancel(timer_);
+    ~TimeLimit() { dispatch_source_cancel(timer_); }
+
+    /// A block that starts the limit, at once or later, also when this is gone by then.
+    dispatch_block_t _Nonnull starter(double seconds) const {
+        const dispatch_source_t timer = timer_;
+        return ^{
+          fireOnce(timer, seconds);
+        };
     }
 
 private:
@@ -208,7 +263,7 @@ private:
         dispatch_source_set_timer(timer, timeAfter(seconds), DISPATCH_TIME_FOREVER, 0);
     }
 
-    dispatch_source_t _Nullable timer_ = nil;
+    const dispatch_source_t _Nonnull timer_;
 };
 
 } // namespace
@@ -219,10 +274,6 @@ bool isExecutableFile(const std::string& path) {
         NSString* text = [files stringWithFileSystemRepresentation:path.data() length:path.size()];
         return text != nil && [files isExecutableFileAtPath:text];
     }
-}
-
-std::optional<ToolRun> runTool(const std::string& executable, const std::vector<std::string>& arguments) {
-    return runTool(executable, arguments, ToolTimeLimits());
 }
 
 /// The end is told by the task's handler: `waitUntilExit` would run the caller's run loop meanwhile, which on
@@ -255,7 +306,11 @@ std::optional<ToolRun> runTool(const std::string& executable, const std::vector<
             output->stop();
             return std::nullopt;
         }
-        const TimeLimit timeLimit(task, limits, waiting, output);
+        const TimeLimit timeLimit(task, limits.gracePeriod, waiting, output);
+        if (limits.timeout)
+            timeLimit.starter(*limits.timeout)();
+        else if (limits.heldUp)
+            output->whenHeldUp(timeLimit.starter(*limits.heldUp));
         ToolRun run = answer.get();
         // The rest of the output is waited for here, not where the handler runs.
         if (!run.hasTimedOut)

@@ -43,4 +43,13 @@ std::vector<fs::path> volumeTrashDirectories(const fs::path& volume, uid_t user)
     return {volume / ".Trashes" / std::to_string(user) / ""};
 }
 
+bool isUsersTrash(const fs::path& folder, uid_t user) {
+    const fs::path trash = folder.has_filename() ? folder : folder.parent_path();
+    struct stat shared;
+    struct stat own;
+    // Where a volume ignores ownership, everything is the asking user's.
+    return ::lstat(trash.parent_path().c_str(), &shared) == 0 && S_ISDIR(shared.st_mode) &&
+           ::lstat(trash.c_str(), &own) == 0 && S_ISDIR(own.st_mode) && own.st_uid == user;
+}
+
 } // namespace tarnwell

@@ -7,15 +7,15 @@
 
 namespace tarnwell {
 
-std::optional<TypeConformance> typeConformance(std::string_view fileExtension) {
+std::vector<TypeConformance> typeConformances(std::string_view fileExtension) {
     @autoreleasepool {
         NSString* const text = stringFromUTF8(fileExtension);
         // Nil for bytes that are not UTF-8, which no type declares.
         if (text.length == 0)
-            return std::nullopt;
+            return {};
         UTType* const type = [UTType typeWithFilenameExtension:text conformingToType:UTTypeData];
         if (type == nil)
-            return std::nullopt;
+            return {};
 
         const struct {
             __unsafe_unretained UTType* supertype; // a constant of the framework
@@ -41,7 +41,7 @@ std::optional<TypeConformance> typeConformance(std::string_view fileExtension) {
         for (const auto& test : tests)
             if ([type conformsToType:test.supertype])
                 conformance.insert(test.bit);
-        return conformance;
+        return {conformance};
     }
 }
 

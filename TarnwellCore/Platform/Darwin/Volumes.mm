@@ -1,6 +1,8 @@
 #include "TarnwellCore/Platform/Volumes.hpp"
 
 #include "TarnwellCore/Platform/Darwin/FoundationText.hpp"
+#include "TarnwellCore/Platform/LinkResolution.hpp"
+#include "TarnwellCore/Platform/TimeLimitedCalls.hpp"
 
 #import <Foundation/Foundation.h>
 #include <sys/mount.h>
@@ -10,6 +12,8 @@
 #include <cstdlib>
 #include <limits>
 #include <memory>
+#include <string_view>
+#include <vector>
 
 namespace tarnwell {
 
@@ -152,6 +156,46 @@ std::optional<FileSystemStatistics> fileSystemStatistics(const std::string& path
     return FileSystemStatistics{byteCount(record.f_blocks, record.f_bsize),
                                 byteCount(record.f_bavail, record.f_bsize), record.f_fstypename,
                                 (record.f_flags & MNT_RDONLY) != 0};
+}
+
+bool mayNeverAnswer(const std::string& path) {
+    std::vector<struct statfs> mounts;
+    for (int count = ::getfsstat(nullptr, 0, MNT_NOWAIT); count > static_cast<int>(mounts.size());) {
+        mounts.resize(static_cast<std::size_t>(count) + 8);
+        const auto bytes = static_cast<int>(mounts.size() * sizeof(struct statfs));
+        count = ::getfsstat(mounts.data(), bytes, MNT_NOWAIT);
+        if (count < static_cast<int>(mounts.size())) {
+            mounts.resize(static_cast<std::size_t>(std::max(count, 0)));
+            break;
+        }
+    }
+    // File systems that a process serves call themselves local.
+    const auto mayHang = [](const struct statfs& mount) {
+        return (mount.f_flags & MNT_LOCAL) == 0 ||
+               std::string_view(mount.f_fstypename).find("fuse") != std::string_view::npos;
+    };
+    const auto isHeldByOne = [&](std::string_view item) {
+        const struct statfs* innermost = nullptr;
+        for (const struct statfs& mount : mounts) {
+            const std::string_view point = mount.f_mntonname;
+            const bool holds = point == "/" || (item.starts_with(point) &&
+                                                (item.size() == point.size() || item[point.size()] == '/'));
+            if (holds &&
+                (innermost == nullptr || point.size() > std::string_view(innermost->f_mntonname).size()))
+                innermost = &mount;
+        }
+        return innermost != nullptr && mayHang(*innermost);
+    };
+    if (std::ranges::none_of(mounts, mayHang))
+        return false;
+    if (isHeldByOne(path))
+        return true;
+    // A link may lead there all the same. A disk that has to start first takes longer than a server.
+    constexpr auto limit = 10 * volumeAnswerLimit;
+    static auto& limitedCalls = *new TimeLimitedCalls<std::string>; // for threads that outlive statics
+    const auto target =
+        limitedCalls.get(path, limit, [path] { return std::optional(resolveEveryLink(path)); });
+    return !target || isHeldByOne(*target);
 }
 
 } // namespace tarnwell

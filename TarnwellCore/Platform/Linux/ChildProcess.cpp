@@ -1,6 +1,7 @@
 #include "TarnwellCore/Platform/Linux/ChildProcess.hpp"
 
 #include "TarnwellCore/Platform/Linux/ProcessSpawn.hpp"
+#include "TarnwellCore/Platform/ToolRun.hpp"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -63,6 +64,17 @@ private:
 struct Output {
     Descriptor descriptor;
     std::string bytes;
+    std::size_t most = mostToolOutput;
+
+    bool isFull() const { return bytes.size() >= most; }
+    /// Whether there is more to come that is wanted.
+    bool isRead() const { return descriptor.isOpen() && !isFull(); }
+
+    /// Once its program has ended: what the pipe holds is its answer still.
+    void takeTheRest() {
+        const int held = ::fcntl(descriptor.number(), F_GETPIPE_SZ);
+        most += held > 0 ? static_cast<std::size_t>(held) : readSize;
+    }
 };
 
 /// A descriptor that polls readable once waiting for this child takes no time to speak of.
@@ -96,7 +108,8 @@ struct ChildProcess::State {
 
     /// Reads once from a pipe that poll called ready; closes it at its end.
     void read(Output& output) {
-        const ssize_t count = ::read(output.descriptor.number(), buffer.data(), buffer.size());
+        const std::size_t wanted = std::min(buffer.size(), output.most - output.bytes.size());
+        const ssize_t count = ::read(output.descriptor.number(), buffer.data(), wanted);
         if (count > 0) {
             if (keepsOutput)
                 output.bytes.append(buffer.data(), static_cast<std::size_t>(count));
@@ -110,7 +123,7 @@ struct ChildProcess::State {
     bool step(std::optional<Clock::time_point> deadline, bool watchesExit) {
         std::array<pollfd, 3> polled{};
         for (std::size_t index = 0; index < outputs.size(); ++index)
-            polled[index] = {outputs[index].descriptor.number(), POLLIN, 0};
+            polled[index] = {outputs[index].isFull() ? -1 : outputs[index].descriptor.number(), POLLIN, 0};
         polled[2] = {watchesExit ? exit.number() : -1, POLLIN, 0};
         const int ready = ::poll(polled.data(), polled.size(), pollTimeout(deadline));
         if (ready == 0 || (ready < 0 && errno == EINTR))
@@ -119,7 +132,7 @@ struct ChildProcess::State {
             // No memory for polling, or none allowed: looking now and then does as well, no pipe blocks.
             std::this_thread::sleep_for(lookInterval);
             for (Output& output : outputs)
-                if (output.descriptor.isOpen())
+                if (output.isRead())
                     read(output);
             return true;
         }
@@ -145,8 +158,16 @@ struct ChildProcess::State {
             status = WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : WTERMSIG(waitStatus);
     }
 
-    bool waitForExit(std::optional<Clock::time_point> deadline) {
+    /// Whether the program can be waiting for nobody but us.
+    bool isHeldUp() const { return std::ranges::any_of(outputs, &Output::isFull); }
+
+    bool waitForExit(std::optional<Clock::time_point> deadline, std::optional<double> heldUpLimit) {
         while (!hasEnded) {
+            if (heldUpLimit && isHeldUp()) {
+                deadline = Clock::now() +
+                           std::chrono::ceil<Clock::duration>(std::chrono::duration<double>(*heldUpLimit));
+                heldUpLimit.reset();
+            }
             if (exit.isOpen()) {
                 if (step(deadline, true))
                     reap();
@@ -206,7 +227,7 @@ ChildProcess::~ChildProcess() {
         std::thread([state] {
             const std::unique_ptr<State> owned(state);
             owned->keepsOutput = false;
-            owned->waitForExit(std::nullopt);
+            owned->waitForExit(std::nullopt, std::nullopt);
         }).detach();
     } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
         // No thread to be had: what is left is given up on purpose, so that the pipes at least stay open. The
@@ -214,13 +235,14 @@ ChildProcess::~ChildProcess() {
     }
 }
 
-bool ChildProcess::waitForExit(std::optional<Clock::time_point> deadline) {
-    return state_->waitForExit(deadline);
+bool ChildProcess::waitForExit(std::optional<Clock::time_point> deadline, std::optional<double> heldUpLimit) {
+    return state_->waitForExit(deadline, heldUpLimit);
 }
 
 void ChildProcess::collectRest(Clock::time_point deadline) {
-    const auto hasMore = [](const Output& output) { return output.descriptor.isOpen(); };
-    while (std::ranges::any_of(state_->outputs, hasMore)) {
+    for (Output& output : state_->outputs)
+        output.takeTheRest();
+    while (std::ranges::any_of(state_->outputs, &Output::isRead)) {
         state_->step(deadline, false);
         if (hasPassed(deadline))
             return;

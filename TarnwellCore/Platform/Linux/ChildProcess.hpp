@@ -27,8 +27,9 @@ public:
     ChildProcess& operator=(ChildProcess&&) noexcept;
 
     /// Collects output until the program has ended and is reaped, or until the deadline; without a deadline
-    /// as long as it takes. Returns whether the program has ended.
-    bool waitForExit(std::optional<Clock::time_point> deadline);
+    /// as long as it takes. Returns whether the program has ended. A pipe that has given `mostToolOutput`
+    /// bytes is not read any further, so that the program waits; `heldUpLimit`, in seconds, ends such a wait.
+    bool waitForExit(std::optional<Clock::time_point> deadline, std::optional<double> heldUpLimit = {});
 
     /// After the end: collects what the pipes still hold, up to their end. A program started by the program
     /// may keep them open; the deadline is for that.

@@ -25,16 +25,12 @@ bool isExecutableFile(const std::string& path) {
            ::access(path.c_str(), X_OK) == 0;
 }
 
-std::optional<ToolRun> runTool(const std::string& executable, const std::vector<std::string>& arguments) {
-    return runTool(executable, arguments, ToolTimeLimits());
-}
-
 std::optional<ToolRun> runTool(const std::string& executable, const std::vector<std::string>& arguments,
                                const ToolTimeLimits& limits) {
     auto process = ChildProcess::launch(executable, arguments);
     if (!process)
         return std::nullopt;
-    if (process->waitForExit(deadlineAfter(limits.timeout))) {
+    if (process->waitForExit(deadlineAfter(limits.timeout), limits.timeout ? std::nullopt : limits.heldUp)) {
         process->collectRest(Clock::now() + toolOutputGracePeriod);
         return ToolRun{false, process->terminationStatus(), process->standardOutput(),
                        process->standardError()};

@@ -122,12 +122,11 @@ std::optional<fs::path> whereItLanded(const std::optional<fs::path>& original,
     return landed;
 }
 
-/// The shared Trash of a volume counts only as the freedesktop.org text wants it: a real folder (no link)
-/// with the sticky bit, so that nobody else can have put another user's folder there.
-bool isSharedTrash(const fs::path& folder) {
+/// A folder, not a link to one; of this owner where one is asked for.
+bool isRealFolder(const fs::path& path, mode_t neededBits, std::optional<uid_t> owner) {
     struct stat status;
-    return ::lstat(folder.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
-           (status.st_mode & S_ISVTX) != 0;
+    return ::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+           (status.st_mode & neededBits) == neededBits && (!owner || status.st_uid == *owner);
 }
 
 } // namespace
@@ -165,11 +164,17 @@ fs::path homeTrashDirectory(const fs::path& home) {
 
 std::vector<fs::path> volumeTrashDirectories(const fs::path& volume, uid_t user) {
     const std::string name = std::to_string(user);
-    std::vector<fs::path> folders;
-    if (isSharedTrash(volume / ".Trash"))
-        folders.push_back(volume / ".Trash" / name / "files" / "");
-    folders.push_back(volume / (".Trash-" + name) / "files" / "");
-    return folders;
+    return {volume / ".Trash" / name / "files" / "", volume / (".Trash-" + name) / "files" / ""};
+}
+
+bool isUsersTrash(const fs::path& folder, uid_t user) {
+    const fs::path files = folder.has_filename() ? folder : folder.parent_path();
+    const fs::path trash = files.parent_path();
+    const fs::path shared = trash.parent_path();
+    // The shared Trash counts only as the freedesktop.org text wants it: sticky, so that nobody else can have
+    // put another user's folder there.
+    return (shared.filename() != ".Trash" || isRealFolder(shared, S_ISVTX, std::nullopt)) &&
+           isRealFolder(trash, 0, user) && isRealFolder(files, 0, user);
 }
 
 } // namespace tarnwell

@@ -1,27 +1,23 @@
-// The type database is the desktop's: shared-mime-info, read through GIO. Its types have a media type,
+// The type database is the desktop's: shared-mime-info. Its types have a media type,
 // parents and the name of a generic icon, and no families such as "archive" or "source code". The rules below
 // make those families of all three, so that an extension lands where a user of either system looks for it.
 
 #include "TarnwellCore/Platform/TypeDatabase.hpp"
 
-#include "TarnwellCore/Platform/Linux/TypePatterns.hpp"
+#include "TarnwellCore/Platform/Linux/SharedMimeInfo.hpp"
 
-#include <gio/gio.h>
+#include <glib.h>
 
+#include <algorithm>
 #include <filesystem>
-#include <memory>
-#include <mutex>
+#include <span>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 namespace tarnwell {
 
 namespace {
-
-struct Free {
-    void operator()(char* text) const { g_free(text); }
-};
-using GText = std::unique_ptr<char, Free>;
 
 /// What the part before the "/" says by itself.
 constexpr struct {
@@ -34,7 +30,7 @@ constexpr struct {
     {"font/", TypeConformance::font},
 };
 
-/// Types whose descendants belong to a family. GIO follows aliases: a type may bear an older or newer name.
+/// Types whose descendants belong to a family, by an older or newer name.
 constexpr struct {
     const char* ancestor;
     TypeConformance::Bit bit;
@@ -136,56 +132,70 @@ constexpr const char* typesWithoutIcon[] = {"application/x-object", "application
 constexpr const char* archiveTypes[] = {"application/zip", "application/gzip", "application/x-tar",
                                         "application/x-cpio"};
 
-bool isA(const char* type, const char* ancestor) {
-    return g_content_type_is_a(type, ancestor) != FALSE;
-}
+/// A type with all that it is a kind of.
+struct Kinds {
+    const TypeRelations& relations;
+    std::unordered_set<std::string> names;
 
-template <std::size_t count>
-bool isAnyOf(const char* type, const char* const (&ancestors)[count]) {
-    for (const char* ancestor : ancestors)
-        if (isA(type, ancestor))
-            return true;
-    return false;
-}
+    bool has(std::string_view type) const { return names.contains(std::string(relations.canonical(type))); }
+    bool hasAnyOf(std::span<const char* const> types) const {
+        return std::ranges::any_of(types, [this](const char* type) { return has(type); });
+    }
+};
 
-TypeConformance conformanceOf(const char* type) {
+TypeConformance conformanceOf(std::string_view type, const TypeRelations& relations) {
+    const Kinds kinds{relations, relations.withAncestors(type)};
     TypeConformance conformance;
     for (const auto& rule : mediaRules)
-        if (std::string_view(type).starts_with(rule.prefix))
+        if (type.starts_with(rule.prefix))
             conformance.insert(rule.bit);
     for (const auto& rule : ancestorRules)
-        if (isA(type, rule.ancestor))
+        if (kinds.has(rule.ancestor))
             conformance.insert(rule.bit);
 
-    if (conformance.has(TypeConformance::text) && isAnyOf(type, sourceTypes))
+    if (conformance.has(TypeConformance::text) && kinds.hasAnyOf(sourceTypes))
         conformance.insert(TypeConformance::sourceCode);
-    if (isA(type, "application/x-executable"))
+    if (kinds.has("application/x-executable"))
         conformance.insert(conformance.has(TypeConformance::text) ? TypeConformance::script
                                                                   : TypeConformance::application);
 
-    const GText iconText(g_content_type_get_generic_icon_name(type));
-    const std::string_view icon = iconText ? iconText.get() : "";
-    if (!isAnyOf(type, typesWithoutIcon))
+    const std::string icon = relations.genericIcon(type);
+    if (!kinds.hasAnyOf(typesWithoutIcon))
         for (const auto& rule : iconRules)
             if (icon == rule.icon)
                 conformance.insert(rule.bit);
-    if (icon == "application-x-generic" && isAnyOf(type, archiveTypes))
+    if (icon == "application-x-generic" && kinds.hasAnyOf(archiveTypes))
         conformance.insert(TypeConformance::archive);
     return conformance;
 }
 
-/// Those of the folders that GIO reads its database from.
-TypePatterns installedPatterns() {
-    std::vector<std::filesystem::path> folders{std::filesystem::path(g_get_user_data_dir()) / "mime"};
-    for (const char* const* folder = g_get_system_data_dirs(); *folder != nullptr; ++folder)
-        folders.push_back(std::filesystem::path(*folder) / "mime");
-    return TypePatterns::read(folders);
+/// The folders that the desktop reads its database from.
+const std::vector<std::filesystem::path>& databaseFolders() {
+    static const auto& folders = *new std::vector<std::filesystem::path>([] {
+        std::vector<std::filesystem::path> found{std::filesystem::path(g_get_user_data_dir()) / "mime"};
+        for (const char* const* folder = g_get_system_data_dirs(); *folder != nullptr; ++folder)
+            found.push_back(std::filesystem::path(*folder) / "mime");
+        return found;
+    }());
+    return folders;
+}
+
+// What gets installed later is not known to a process that runs already. Never destroyed: threads may still
+// classify while the process exits.
+const TypePatterns& installedPatterns() {
+    static const auto& patterns = *new TypePatterns(TypePatterns::read(databaseFolders()));
+    return patterns;
+}
+
+const TypeRelations& installedRelations() {
+    static const auto& relations = *new TypeRelations(TypeRelations::read(databaseFolders()));
+    return relations;
 }
 
 } // namespace
 
 bool mayHaveType(std::string_view fileExtension) {
-    // GIO takes a file name: nothing in it may end it or make it a path.
+    // Patterns match names: nothing in it may end one or make it a path.
     if (fileExtension.empty() ||
         fileExtension.find_first_of(std::string_view("\0/", 2)) != std::string_view::npos)
         return false;
@@ -193,25 +203,17 @@ bool mayHaveType(std::string_view fileExtension) {
     // generation.
     if (fileExtension.size() == 1 && fileExtension[0] >= '0' && fileExtension[0] <= '9')
         return false;
-    // What gets installed later is not known to a process that runs already.
-    static const TypePatterns patterns = installedPatterns();
-    return patterns.mayKnow(fileExtension);
+    return installedPatterns().mayKnow(fileExtension);
 }
 
-std::optional<TypeConformance> typeConformance(std::string_view fileExtension) {
+std::vector<TypeConformance> typeConformances(std::string_view fileExtension) {
+    std::vector<TypeConformance> conformances;
     if (!mayHaveType(fileExtension))
-        return std::nullopt;
-    const std::string name = "x." + std::string(fileExtension);
-
-    // GIO guards its database by one lock, which it takes for every question below and which a thread
-    // sanitizer cannot see. Taken once around all of them, this one spares the threads that contention.
-    static std::mutex database;
-    const std::lock_guard guard(database);
-    gboolean uncertain = TRUE;
-    const GText type(g_content_type_guess(name.c_str(), nullptr, 0, &uncertain));
-    if (!type || uncertain || isA(type.get(), "inode/directory"))
-        return std::nullopt;
-    return conformanceOf(type.get());
+        return conformances;
+    for (const std::string_view type : installedPatterns().types(fileExtension))
+        if (!type.starts_with("inode/")) // what only a folder is
+            conformances.push_back(conformanceOf(type, installedRelations()));
+    return conformances;
 }
 
 } // namespace tarnwell

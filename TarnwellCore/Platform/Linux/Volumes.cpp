@@ -4,7 +4,7 @@
 #include "TarnwellCore/Platform/Linux/BlockDevices.hpp"
 #include "TarnwellCore/Platform/Linux/FileSystemIdentity.hpp"
 #include "TarnwellCore/Platform/Linux/MountTable.hpp"
-#include "TarnwellCore/Platform/Linux/TimeLimitedCalls.hpp"
+#include "TarnwellCore/Platform/TimeLimitedCalls.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 
 #include <fcntl.h>
@@ -23,9 +23,6 @@
 namespace tarnwell {
 
 namespace {
-
-/// How long a file system that may hang is given to answer. Callers poll; none should see them stand still.
-constexpr auto answerLimit = std::chrono::milliseconds(1000);
 
 /// The device manager's names, read once for a list of volumes.
 struct DeviceNames {
@@ -75,7 +72,7 @@ Place lookAt(const std::string& path, const MountEntry& mount) {
     if (!mount.mayHang())
         return lookAt(path);
     static auto& limitedCalls = *new TimeLimitedCalls<Place>; // for threads that outlive statics
-    return limitedCalls.get(path, answerLimit, [path] { return std::optional(lookAt(path)); })
+    return limitedCalls.get(path, volumeAnswerLimit, [path] { return std::optional(lookAt(path)); })
         .value_or(Place());
 }
 
@@ -169,7 +166,8 @@ std::optional<std::string> resolvedPath(const std::vector<MountEntry>& mounts, c
     };
     static auto& limitedCalls = *new TimeLimitedCalls<std::string>; // for threads that outlive statics
     const MountEntry* const mount = mountHolding(mounts, path);
-    return mount != nullptr && mount->mayHang() ? limitedCalls.get(path, answerLimit, resolve) : resolve();
+    return mount != nullptr && mount->mayHang() ? limitedCalls.get(path, volumeAnswerLimit, resolve)
+                                                : resolve();
 }
 
 } // namespace
@@ -220,6 +218,21 @@ std::optional<FileSystemStatistics> fileSystemStatistics(const std::string& path
     const MountEntry* const held = mountHolding(mounts, *target);
     const MountEntry mount = held != nullptr ? *held : MountEntry();
     return statisticsOf(lookAt(*target, mount), mount);
+}
+
+bool mayNeverAnswer(const std::string& path) {
+    const std::vector<MountEntry> mounts = readMountTable();
+    if (std::ranges::none_of(mounts, &MountEntry::mayHang))
+        return false;
+    const MountEntry* const asWritten = mountHolding(mounts, path);
+    if (asWritten != nullptr && asWritten->mayHang())
+        return true;
+    // A link may lead there all the same. A disk that has to start first takes longer than a server.
+    constexpr auto limit = 10 * volumeAnswerLimit;
+    static auto& limitedCalls = *new TimeLimitedCalls<std::string>; // for threads that outlive statics
+    const auto target = limitedCalls.get(path, limit, [path] { return std::optional(resolveLinks(path)); });
+    const MountEntry* const held = target ? mountHolding(mounts, *target) : nullptr;
+    return !target || (held != nullptr && held->mayHang());
 }
 
 } // namespace tarnwell

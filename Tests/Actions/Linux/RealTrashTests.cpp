@@ -1,13 +1,17 @@
 // Moves real files to a real Trash and looks where they went.
 
 #include "TarnwellCore/Actions/TrashService.hpp"
+#include "TarnwellCore/Analysis/SpaceSaverProbe.hpp"
+#include "TarnwellCore/Platform/Trash.hpp"
 
 #include "Tests/Support/MountedImage.hpp"
+#include "Tests/Support/SilentShare.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <optional>
 #include <set>
@@ -249,6 +253,56 @@ TEST_F(RealTrashTests, AnotherVolumeHasItsOwnTrash) {
     EXPECT_THAT(service.moveToTrash(kept).get().failure.value_or(""), HasSubstr("Read-only"));
     EXPECT_TRUE(isThere(kept));
     (*image)->remount("rw");
+}
+
+TEST_F(RealTrashTests, AVolumeThatDoesNotAnswerHoldsNobodyUp) {
+    const auto share = test::SilentShare::make();
+    if (!share)
+        GTEST_SKIP() << share.error();
+    const fs::path own = (*share)->path() / (".Trash-" + std::to_string(::getuid())) / "files" / "";
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_THAT(service.volumeTrashURLs(), testing::Contains(own));
+    const TrashSummary summary = service.summary(DiskScanner()).get();
+    EXPECT_THAT(summary.unanswered, testing::Contains(own));
+    EXPECT_THAT(summary.locations, testing::Not(testing::Contains(own)));
+    (void)service.summary(DiskScanner()); // dropped
+    EXPECT_EQ(TrashService((*share)->path()).itemCount(), std::nullopt);
+    EXPECT_EQ(TrashService((*share)->path()).summary(DiskScanner()).get().unanswered.size(), 3u);
+
+    trash(folder.writeFile("thrown away", "x"));
+    const auto finding = SpaceSaverProbe(privateHome(), 0).trashFinding(DiskScanner());
+    ASSERT_TRUE(finding);
+    EXPECT_FALSE(finding->sizeIsKnown);
+    EXPECT_THAT(finding->paths, testing::Not(testing::Contains(own)));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
+}
+
+/// What anybody can put on a volume that all may write to.
+TEST_F(RealTrashTests, AnothersFolderOrLinkIsNotTheUsersTrash) {
+    const uid_t user = ::getuid();
+    const std::string name = std::to_string(user);
+    const fs::path real = folder.makeFolder("real/files");
+    const fs::path good = folder.makeFolder("good/.Trash-" + name + "/files");
+    const fs::path shared = folder.makeFolder("shared/.Trash/" + name + "/files");
+    fs::permissions(folder / "shared/.Trash", fs::perms::all | fs::perms::sticky_bit);
+    EXPECT_TRUE(isUsersTrash(good, user));
+    EXPECT_TRUE(isUsersTrash(shared / "", user));
+    EXPECT_FALSE(isUsersTrash(good, user + 1));
+
+    folder.makeFolder("linked");
+    fs::create_symlink(real.parent_path(), folder / ("linked/.Trash-" + name));
+    folder.makeFolder("inner/.Trash-" + name);
+    fs::create_symlink(real, folder / ("inner/.Trash-" + name + "/files"));
+    folder.makeFolder("linkedShared");
+    fs::create_symlink(folder / "shared/.Trash", folder / "linkedShared/.Trash");
+    folder.makeFolder("loose/.Trash/" + name + "/files");
+    for (const std::string place :
+         {"linked/.Trash-", "inner/.Trash-", "linkedShared/.Trash/", "loose/.Trash/"}) {
+        const fs::path trash = folder / (place + name) / "files" / "";
+        EXPECT_FALSE(isUsersTrash(trash, user)) << place;
+        service.volumeTrashURLsProvider = [&] { return std::vector<fs::path>{trash}; };
+        EXPECT_EQ(service.summary(DiskScanner()).get().locations.size(), 1u) << place;
+    }
 }
 
 TEST_F(RealTrashTests, AVolumeWithoutATrashSaysSo) {

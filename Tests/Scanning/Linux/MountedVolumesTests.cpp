@@ -5,6 +5,7 @@
 #include "TarnwellCore/Scanning/SpaceMonitor.hpp"
 
 #include "Tests/Support/MountedImage.hpp"
+#include "Tests/Support/SilentShare.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 #include <fcntl.h>
@@ -217,19 +218,10 @@ TEST(MountedVolumes, AVolumeThatGoesMeanwhileIsNotMistakenForTheOneBelow) {
 }
 
 TEST(MountedVolumes, AServerThatDoesNotAnswerHoldsNobodyUp) {
-    const auto place = MountedImage::make({.type = "tmpfs", .size = 1'000'000});
-    if (!place)
-        GTEST_SKIP() << place.error();
-    // A user-space file system that nobody serves: every call on it waits until the connection is cut.
-    const fs::path point = (*place)->path() / "share";
-    fs::create_directory(point);
-    const int connection = ::open("/dev/fuse", O_RDWR | O_CLOEXEC);
-    const std::string options =
-        "fd=" + std::to_string(connection) + ",rootmode=40000,user_id=0,group_id=0,subtype=sshfs";
-    if (::mount("me@host:/home", point.c_str(), "fuse", MS_NOSUID, options.c_str()) != 0) {
-        ::close(connection);
-        GTEST_SKIP() << "no user-space file systems here";
-    }
+    const auto share = test::SilentShare::make();
+    if (!share)
+        GTEST_SKIP() << share.error();
+    const fs::path point = (*share)->path();
     const std::string below = point / "folder/file";
     auto shortest = std::chrono::steady_clock::duration::max();
     for (int round = 0; round < 6; ++round) {
@@ -251,8 +243,6 @@ TEST(MountedVolumes, AServerThatDoesNotAnswerHoldsNobodyUp) {
     // Once it is known to hang, none of the four questions of a round waits a second for it; on a busy
     // machine the quickest round shows that.
     EXPECT_LT(shortest, milliseconds(2'000));
-    ::close(connection);
-    EXPECT_EQ(::umount2(point.c_str(), MNT_DETACH), 0);
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-#include "TarnwellCore/Platform/Linux/TimeLimitedCalls.hpp"
+#include "TarnwellCore/Platform/TimeLimitedCalls.hpp"
 
 #include <gtest/gtest.h>
 
