@@ -29,7 +29,8 @@ package_names() {
         echo g++ make cmake ninja-build ccache pkg-config rapidjson-dev uuid-dev libglib2.0-dev shared-mime-info \
             libicu-dev
         ;;
-    "debian test") echo libgtest-dev libgmock-dev ;;
+    # file: cpack asks it what to strip.
+    "debian test") echo libgtest-dev libgmock-dev file ;;
     "debian test-optional")
         echo btrfs-progs xfsprogs zsh fish mandoc groff-base dpkg-dev valgrind libxml2-utils
         ;;
@@ -75,7 +76,7 @@ debian_apt() {
     local as_root=()
     [ "$(id -u)" = 0 ] || as_root=(sudo -n)
     ${as_root[@]+"${as_root[@]}"} env DEBIAN_FRONTEND=noninteractive \
-        apt-get -qq -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0 "$@"
+        apt-get -q -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0 "$@"
 }
 
 debian_install() {
@@ -110,6 +111,26 @@ install_packages() {
     esac
 }
 
+# What goes on, from the lines that an installation prints: all of them go to the file, the latest one stands on a
+# terminal, and elsewhere one is said every few seconds, so that nobody takes minutes of silence for a standstill.
+show_installation() {
+    local line last=$SECONDS
+    while IFS= read -r line; do
+        printf '%s\n' "$line" >>"$1"
+        case $line in
+        "Get:"* | "Unpacking "* | "Setting up "* | "==> "*) ;;
+        *) continue ;;
+        esac
+        if [ -t 2 ]; then
+            printf '\r\033[K%.78s' "$line" >&2
+        elif [ $((SECONDS - last)) -ge 5 ]; then
+            last=$SECONDS
+            say "${line%% (*}"
+        fi
+    done
+    [ ! -t 2 ] || printf '\r\033[K' >&2
+}
+
 # Whether the packages of a purpose are here or can be had: older and other systems do not know all of them.
 can_have_packages() {
     local system names missing name
@@ -128,7 +149,8 @@ can_have_packages() {
 
 # Sees to the packages of the purposes given; ends the script with the command to type where it may not.
 need_packages() {
-    local purpose system required=() optional=() missing also output command stamps=() isSettled=1
+    local purpose system required=() optional=() missing also command stamps=() isSettled=1
+    local log="$root/build/packages.log"
     for purpose; do
         stamps+=("$root/build/.packages-$purpose")
     done
@@ -155,9 +177,11 @@ need_packages() {
     also=$(missing_packages "$system" ${optional[@]+"${optional[@]}"})
     if [ -n "$missing$also" ] && may_install "$system"; then
         say "installing $missing$also"
+        mkdir -p "$root/build" && : >"$log"
         # shellcheck disable=SC2086
-        output=$(install_packages "$system" $missing $also 2>&1 </dev/null) || {
-            printf '%s\n' "$output" >&2
+        install_packages "$system" $missing $also 2>&1 </dev/null | show_installation "$log"
+        [ "${PIPESTATUS[0]}" = 0 ] || {
+            cat "$log" >&2
             fail "the packages could not be installed: $missing$also"
         }
     elif [ -n "$missing" ]; then

@@ -193,6 +193,15 @@ public:
     void forEachDescendant(Body&& body) const {
         walk<const FileNode>(*this, body);
     }
+    /// The same, where it is part of the plan that `body` throws: its error ends the walk and comes out.
+    template <class Body>
+    void forEachDescendantChecked(Body&& body) {
+        walk<FileNode>(*this, body);
+    }
+    template <class Body>
+    void forEachDescendantChecked(Body&& body) const {
+        walk<const FileNode>(*this, body);
+    }
 
     /// Up to `limit` nodes below this one, in the order of `forEachDescendant`, this node left out.
     std::vector<const FileNode*> descendants(std::size_t limit) const;

@@ -7,6 +7,7 @@
 #include "TarnwellCore/Platform/FolderOpening.hpp"
 #include "TarnwellCore/Platform/MountPoints.hpp"
 #include "TarnwellCore/Platform/NoFetching.hpp"
+#include "TarnwellCore/Platform/SystemFolders.hpp"
 #include "TarnwellCore/Platform/WorkerThreads.hpp"
 #include "TarnwellCore/Scanning/FolderPaths.hpp"
 #include "TarnwellCore/Scanning/NodeArena.hpp"
@@ -73,8 +74,11 @@ ScanEngine::ScanEngine(std::string rootPath, ScanOptions options, bool buildsTre
       calls_(calls),
       startTime_(std::chrono::steady_clock::now()),
       exclusions_(rootPath_, options_.excludedPaths) {
-    if (options_.applySystemExclusions)
-        exclusions_.add(ScanOptions::systemExclusions());
+    if (options_.applySystemExclusions) {
+        auto paths = ScanOptions::systemExclusions();
+        std::erase_if(paths, [](const std::string& path) { return !belongsToSystem(path); });
+        exclusions_.add(paths);
+    }
 }
 
 int ScanEngine::defaultWorkerCount(int processors) {

@@ -24,7 +24,7 @@ struct ScanOptions {
     std::set<std::string, std::less<>> excludedNames;
     /// Leave hidden entries out altogether.
     bool excludeHidden = false;
-    /// Exclude `systemExclusions()` as well.
+    /// Exclude `systemExclusions()` as well; on Linux "/home" only while an automounter serves it.
     bool applySystemExclusions = true;
     /// The deepest level that gets nodes (the root is level 0); what lies deeper is measured into the
     /// folder at this level.

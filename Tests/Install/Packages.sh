@@ -11,7 +11,7 @@ must "$CPACK" --config "$BUILD/CPackConfig.cmake" -G "$generators" -B "$WORK/pac
 mkdir archive
 tar -xzf packages/tarnwell-"$VERSION"-*.tar.gz -C archive --strip-components 1 || fail "unpacking the archive"
 expect "files of the archive" "$(listing archive)" "$(listing "$PREFIX")"
-expect "headers of the archive" "$(headers archive/include/tarnwell)" "$(headers "$SOURCE")"
+expect "headers of the archive" "$(headers archive/include/tarnwell)" "$(headers "$PREFIX/include/tarnwell")"
 expect "help from the archive" "$(archive/bin/tarnwell --help)" "$("$PREFIX/bin/tarnwell" --help)"
 
 if [ "$generators" = TGZ ]; then
@@ -47,7 +47,7 @@ fi
 # Debian has places of its own for these.
 expect "files of the packages" "$(listing "$root/usr")" "$(listing "$PREFIX" | sed -e 's/\.1\( \|$\)/.1.gz\1/g' \
     -e 's|zsh/site-functions|zsh/vendor-completions|' | sort)"
-expect "the compressed man page" "$(gzip -dc "$root/usr/share/man/man1/tarnwell.1.gz")" "$(cat "$SOURCE/man/tarnwell.1")"
+expect "the compressed man page" "$(gzip -dc "$root/usr/share/man/man1/tarnwell.1.gz")" "$(cat "$PREFIX/share/man/man1/tarnwell.1")"
 check_root "$root"
 if [ "$(id -u)" = 0 ]; then
     must dpkg_in_root --purge tarnwell libtarnwell-dev

@@ -13,7 +13,7 @@ eval "flags=($words)" # it writes them for a shell, blanks in paths escaped
 must "$CXX" -std=c++23 "$SOURCE/Tests/Install/Outside/main.cpp" -o outside "${flags[@]}"
 
 mkdir -p sample/folder
-expect_match "program output" "$(./outside "$WORK/sample" 2>&1)" "folder: 1 child*total"
+expect_match "program output" "$(./outside "$WORK/sample" 2>&1)" "Tarnwell $VERSION, folder: 1 child*total"
 
 headers moved/include/tarnwell | sed 's/.*/#include "&"/' >headers.cpp
 must "$CXX" -std=c++23 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I moved/include/tarnwell headers.cpp

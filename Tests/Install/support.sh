@@ -65,9 +65,9 @@ listing() {
     done | sort)
 }
 
-# The public headers below a folder of the checkout or of an installation.
+# The headers in the folder of an installation.
 headers() {
-    (cd "$1" && find TarnwellCore TarnwellCLIKit -name '*.hpp' ! -path '*/Platform/*/*' | sort)
+    (cd "$1" && find . -name '*.hpp' | sed 's|^\./||' | sort)
 }
 
 can_change_root() {

@@ -10,7 +10,9 @@
 #include <functional>
 #include <limits>
 #include <random>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tarnwell {
@@ -231,6 +233,21 @@ TEST(Aggregation, AgreesWithThePlainWayOnRandomTrees) {
                 << "seed " << seed;
         }
     }
+}
+
+TEST(FileNode, AnErrorEndsACheckedWalk) {
+    FileTreeBuilder tree("/r");
+    for (const char* name : {"a", "b", "c"})
+        tree.addFile(tree.root(), name, 1);
+    const auto root = tree.finishWithoutAggregation();
+    std::string seen;
+    const auto visit = [&](const FileNode& node) {
+        seen += node.name();
+        return node.name() == "b" ? throw std::runtime_error("enough") : true;
+    };
+    EXPECT_THROW(root->forEachDescendantChecked(visit), std::runtime_error);
+    EXPECT_THROW(std::as_const(*root).forEachDescendantChecked(visit), std::runtime_error);
+    EXPECT_EQ(seen, "/rcb/rcb");
 }
 
 TEST(Aggregation, DeepChainsNeedNoStack) {

@@ -19,11 +19,8 @@ std::string textOf(const std::function<std::string()>& body) {
     }
 }
 
-} // namespace
-
-std::string runUnprivileged(const std::function<std::string()>& body) {
-    if (::geteuid() != 0)
-        return textOf(body);
+/// In a child process; `prepare` makes it another one, and ends it when it cannot.
+std::string runInChild(const std::function<void()>& prepare, const std::function<std::string()>& body) {
     int ends[2];
     if (::pipe(ends) != 0) {
         ADD_FAILURE() << "no pipe";
@@ -32,9 +29,7 @@ std::string runUnprivileged(const std::function<std::string()>& body) {
     const pid_t child = ::fork();
     if (child == 0) {
         ::close(ends[0]);
-        constexpr unsigned nobody = 65534;
-        if (::setgroups(0, nullptr) != 0 || ::setgid(nobody) != 0 || ::setuid(nobody) != 0)
-            ::_exit(2);
+        prepare();
         const std::string text = textOf(body);
         const bool isWritten =
             ::write(ends[1], text.data(), text.size()) == static_cast<ssize_t>(text.size());
@@ -50,6 +45,29 @@ std::string runUnprivileged(const std::function<std::string()>& body) {
     ::waitpid(child, &status, 0);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the child ended with status " << status;
     return text;
+}
+
+} // namespace
+
+std::string runUnprivileged(const std::function<std::string()>& body) {
+    if (::geteuid() != 0)
+        return textOf(body);
+    return runInChild(
+        [] {
+            constexpr unsigned nobody = 65534;
+            if (::setgroups(0, nullptr) != 0 || ::setgid(nobody) != 0 || ::setuid(nobody) != 0)
+                ::_exit(2);
+        },
+        body);
+}
+
+std::string runBelow(const std::string& root, const std::function<std::string()>& body) {
+    return runInChild(
+        [&] {
+            if (::chroot(root.c_str()) != 0 || ::chdir("/") != 0)
+                ::_exit(2);
+        },
+        body);
 }
 
 } // namespace tarnwell::test

@@ -3,10 +3,13 @@
 #include <fcntl.h>
 #include <gio/gunixmounts.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/vfs.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <map>
 #include <set>
 #include <utility>
@@ -32,6 +35,39 @@ constexpr auto networkTypes = std::to_array<std::string_view>({
     "nfs4",  "rclone", "s3fs",  "smb3",    "smbfs",     "sshfs",  "webdav",
 });
 static_assert(std::ranges::is_sorted(networkTypes));
+
+/// By the kernel's numbers (<linux/magic.h> lacks some): what a root may lie on.
+constexpr auto rootTypes = std::to_array<std::pair<std::uint32_t, const char*>>({
+    {0xEF53, "ext4"},
+    {0x9123683E, "btrfs"},
+    {0x58465342, "xfs"},
+    {0xCA451A4E, "bcachefs"},
+    {0xF2F52010, "f2fs"},
+    {0x2FC12FC1, "zfs"},
+    {0x794C7630, "overlay"},
+    {0x01021994, "tmpfs"},
+    {0x858458F6, "ramfs"},
+    {0x73717368, "squashfs"},
+    {0x6969, "nfs"},
+    {0x01021997, "9p"},
+    {0x65735546, "fuse"},
+});
+
+/// "/" where the table has none: with another root than the rest of the machine has, or without /proc.
+MountEntry unlistedRoot() {
+    MountEntry root;
+    root.path = root.root = "/";
+    struct statfs status = {};
+    if (::statfs("/", &status) == 0) {
+        const auto magic = static_cast<std::uint32_t>(status.f_type);
+        const auto* type = std::ranges::find(rootTypes, magic, [](const auto& each) { return each.first; });
+        if (type != rootTypes.end())
+            root.type = type->second;
+        root.isReadOnly = (status.f_flags & ST_RDONLY) != 0;
+    }
+    root.isLocal = !isNetworkMount(root.type, root.source);
+    return root;
+}
 
 std::string textOrEmpty(const char* text) {
     return text != nullptr ? text : "";
@@ -134,6 +170,8 @@ std::vector<MountEntry> readMountTable() {
     std::erase_if(mounts,
                   [&](MountEntry& mount) { return !seen.insert(mount.path).second || !inspect(mount); });
     std::ranges::reverse(mounts);
+    if (std::ranges::find(mounts, "/", &MountEntry::path) == mounts.end())
+        mounts.insert(mounts.begin(), unlistedRoot());
     markBrowsable(mounts);
     return mounts;
 }

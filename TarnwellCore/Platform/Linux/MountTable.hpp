@@ -30,7 +30,7 @@ struct MountEntry {
 };
 
 /// What can be reached of the mount table, each mount point once. Asks the kernel alone, no server, and
-/// triggers no automatic mount.
+/// triggers no automatic mount. "/" is always among them, also where the table lacks it, as inside `chroot`.
 std::vector<MountEntry> readMountTable();
 
 /// Sets `isBrowsable`. Not browsable are file systems that hold no files, the boot loader's, what the

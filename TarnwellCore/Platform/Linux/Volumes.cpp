@@ -110,7 +110,7 @@ std::string valueOr(const std::map<dev_t, std::string>& names, dev_t device, con
 /// Nothing when the volume has gone since it was listed.
 std::optional<VolumeProperties> readProperties(const MountEntry& mount, const DeviceNames& names) {
     const Place place = lookAt(mount.path, mount);
-    if (!place.isMountPoint)
+    if (!place.isMountPoint && mount.path != "/") // a root of one's own need not be one
         return std::nullopt;
     VolumeProperties properties;
     properties.path = mount.path;

@@ -1,10 +1,7 @@
 // Uses both libraries, and enough of them to need every library that they need.
 
-#include "TarnwellCLIKit/CLIMain.hpp"
-#include "TarnwellCore/Platform/UUID.hpp"
-#include "TarnwellCore/Scanning/DateFormatting.hpp"
-#include "TarnwellCore/Scanning/DiskInfo.hpp"
-#include "TarnwellCore/Scanning/DiskScanner.hpp"
+#include "TarnwellCLIKit/TarnwellCLIKit.hpp"
+#include "TarnwellCore/TarnwellCore.hpp"
 
 #include <cstdio>
 #include <string>
@@ -14,7 +11,7 @@ int main(int count, char** arguments) {
         return 2;
     const std::string folder = arguments[1];
     const tarnwell::ScanResult scan = tarnwell::DiskScanner().scan(folder).get();
-    std::printf("folder: %zu child\n", scan.root->children().size());
+    std::printf("Tarnwell %s, folder: %zu child\n", TARNWELL_VERSION, scan.root->children().size());
 
     const std::string date = tarnwell::DateFormatting::relativeString(scan.startedAt, scan.startedAt);
     static_cast<void>(tarnwell::DiskInfo::mountedVolumes(true));

@@ -60,7 +60,9 @@ TEST(MountedVolumes, AgreeWithDf) {
     for (const VolumeInfo& volume : DiskInfo::mountedVolumes(false)) {
         const Figures df = askDf(volume.path);
         EXPECT_EQ(volume.path, df.mountPoint);
-        EXPECT_EQ(volume.fileSystemType, df.type) << volume.path;
+        if (df.type != "-") { // it knows none for a root that no table lists
+            EXPECT_EQ(volume.fileSystemType, df.type) << volume.path;
+        }
         EXPECT_EQ(volume.totalCapacity, df.size) << volume.path;
         EXPECT_NEAR(static_cast<double>(volume.availableCapacity), static_cast<double>(df.available), 1e9);
     }
