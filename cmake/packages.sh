@@ -26,7 +26,7 @@ package_names() {
     case "$1 $2" in
     "debian build")
         # make is for the compiler: it runs the parts of an optimised link side by side.
-        echo g++ make cmake ninja-build ccache pkg-config rapidjson-dev uuid-dev libglib2.0-dev shared-mime-info \
+        echo g++ make cmake ninja-build ccache pkg-config rapidjson-dev uuid-dev libssl-dev libglib2.0-dev shared-mime-info \
             libicu-dev
         ;;
     "debian test") echo libgtest-dev libgmock-dev ;;
@@ -37,7 +37,7 @@ package_names() {
     "debian fuzz") echo clang-19 libclang-rt-19-dev llvm-19 ;;
     # The compiler is for the flags that everything is read with; nothing is built.
     "debian lint") echo clang-19 clang-tidy-19 cppcheck ;;
-    "debian benchmark") echo ncdu gdu libbenchmark-dev ;;
+    "debian benchmark") echo ncdu gdu fdupes jdupes rmlint openssl libbenchmark-dev ;;
     "debian darwin-cross") echo clang-19 lld-19 llvm-19 libc++-19-dev googletest ;;
     "homebrew build") echo cmake ninja ccache rapidjson ;;
     "homebrew test") echo googletest ;;

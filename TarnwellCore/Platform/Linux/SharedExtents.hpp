@@ -5,9 +5,12 @@
 #include "TarnwellCore/Platform/DirectoryCalls.hpp"
 #include "TarnwellCore/Platform/RawDirectoryEntry.hpp"
 
+#include <cstdint>
 #include <memory>
 
 namespace tarnwell {
+
+class ExtentMap;
 
 /// Confined to one thread.
 class SharedExtents {
@@ -19,8 +22,10 @@ public:
     /// for every few hundred extents. Leaves the entry as it is when its extents cannot be read.
     void measure(int folder, const char* name, RawDirectoryEntry& entry);
 
+    /// The same of an open file, with flags of FS_IOC_FIEMAP.
+    static void measure(int file, ExtentMap& extents, std::uint32_t flags, RawDirectoryEntry& entry);
+
 private:
-    struct ExtentMap;
     const DirectoryCalls& calls_;
     std::unique_ptr<ExtentMap> extents_;
 };
