@@ -26,8 +26,8 @@ package_names() {
     case "$1 $2" in
     "debian build")
         # make is for the compiler: it runs the parts of an optimised link side by side.
-        echo g++ make cmake ninja-build ccache pkg-config rapidjson-dev uuid-dev libssl-dev libglib2.0-dev shared-mime-info \
-            libicu-dev
+        echo g++ make cmake ninja-build ccache pkg-config rapidjson-dev uuid-dev libglib2.0-dev shared-mime-info \
+            libicu-dev libssl-dev
         ;;
     "debian test") echo libgtest-dev libgmock-dev ;;
     "debian test-optional")
