@@ -1,8 +1,5 @@
 #include "TarnwellCore/Platform/MeasuredFile.hpp"
 
-#include "TarnwellCore/Platform/FileCalls.hpp"
-
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,10 +7,8 @@
 
 namespace tarnwell {
 
-namespace {
-
-/// What sets a measurement apart from the version wanted.
-std::expected<void, FileFault> compared(const FileMeasurement& found, const FileVersion& version) {
+std::expected<void, FileFault> MeasuredFileDetail::compared(const FileMeasurement& found,
+                                                            const FileVersion& version) {
     if (found.kind != VnodeType::regular || !found.version.isSameFile(version))
         return std::unexpected(FileFault{FileFault::Kind::replaced});
     if (found.linkCount == 0)
@@ -22,8 +17,6 @@ std::expected<void, FileFault> compared(const FileMeasurement& found, const File
         return std::unexpected(FileFault{FileFault::Kind::changed});
     return {};
 }
-
-} // namespace
 
 FileFault FileFault::of(int error) {
     switch (error) {
@@ -55,16 +48,11 @@ std::string FileFault::description() const {
 }
 
 std::expected<int, FileFault> openMeasuredFile(int folder, const char* name, const FileVersion& version) {
-    int file = -1;
-    for (const int flags : MeasuredFileDetail::openFlags) {
-        file = withoutInterruption([&] { return ::openat(folder, name, flags); });
-        if (file >= 0 || errno != EPERM)
-            break;
-    }
-    if (file < 0)
-        return std::unexpected(FileFault::of(errno));
-    if (const auto isWanted = requireVersion(file, version); !isWanted) {
-        ::close(file);
+    const auto file = MeasuredFileDetail::openForReading(folder, name, version);
+    if (!file)
+        return file;
+    if (const auto isWanted = requireVersion(*file, version); !isWanted) {
+        ::close(*file);
         return std::unexpected(isWanted.error());
     }
     return file;
@@ -74,7 +62,7 @@ std::expected<void, FileFault> requireVersion(int file, const FileVersion& versi
     const auto found = measureFile(file);
     if (!found)
         return std::unexpected(found.error());
-    return compared(*found, version);
+    return MeasuredFileDetail::compared(*found, version);
 }
 
 } // namespace tarnwell

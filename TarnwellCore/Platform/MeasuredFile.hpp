@@ -84,8 +84,12 @@ private:
 
 namespace MeasuredFileDetail {
 
-/// Flags of `openMeasuredFile`, in the order in which they are tried: the next after EPERM.
-extern const int openFlags[2];
+/// Opens what is at that name for reading, which may not be what was measured any more: that is for the
+/// caller to see. Systems that can look before they open do so. The descriptor is the caller's.
+std::expected<int, FileFault> openForReading(int folder, const char* name, const FileVersion& version);
+
+/// Nothing when the measurement is of that version.
+std::expected<void, FileFault> compared(const FileMeasurement& found, const FileVersion& version);
 
 } // namespace MeasuredFileDetail
 } // namespace tarnwell

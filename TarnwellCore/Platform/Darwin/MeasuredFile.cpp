@@ -1,5 +1,6 @@
 #include "TarnwellCore/Platform/MeasuredFile.hpp"
 
+#include "TarnwellCore/Platform/FileCalls.hpp"
 #include "TarnwellCore/Platform/FileStatus.hpp"
 
 #include <fcntl.h>
@@ -38,8 +39,19 @@ FileMeasurement measurementOf(const struct stat& status) {
 
 } // namespace
 
-// The system has no way to leave the time of access alone.
-const int MeasuredFileDetail::openFlags[2] = {commonFlags, commonFlags};
+// The system has no way to leave the time of access alone, nor to open what a look has shown.
+std::expected<int, FileFault> MeasuredFileDetail::openForReading(int folder, const char* name,
+                                                                 const FileVersion& version) {
+    const auto found = measureFile(folder, name);
+    if (!found)
+        return std::unexpected(found.error());
+    if (const auto isWanted = compared(*found, version); !isWanted)
+        return std::unexpected(isWanted.error());
+    const int file = withoutInterruption([&] { return ::openat(folder, name, commonFlags); });
+    if (file < 0)
+        return std::unexpected(FileFault::of(errno));
+    return file;
+}
 
 std::expected<FileMeasurement, FileFault> measureFile(int folder, const char* name) {
     struct stat status = {};

@@ -34,11 +34,11 @@ struct Piece {
         const struct iovec target = {buffer.get(), length};
         const ssize_t held =
             withoutInterruption([&] { return ::preadv2(file, &target, 1, offset, RWF_NOWAIT); });
-        if (held < 0 && errno != EAGAIN)
-            return; // this file system cannot tell: then nothing is given up either
+        // A file system that cannot tell: then nothing is given up either.
+        const bool isKnown = held >= 0 || errno == EAGAIN;
         filled = held > 0 ? static_cast<std::size_t>(held) : 0;
-        isFetched = filled < length;
-        if (isFetched)
+        isFetched = isKnown && filled < length;
+        if (filled < length)
             ::posix_fadvise(file, offset + static_cast<std::int64_t>(filled),
                             static_cast<off_t>(length - filled), POSIX_FADV_WILLNEED);
     }
