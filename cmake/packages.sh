@@ -27,7 +27,7 @@ package_names() {
     "debian build")
         # make is for the compiler: it runs the parts of an optimised link side by side.
         echo g++ make cmake ninja-build ccache pkg-config rapidjson-dev uuid-dev libglib2.0-dev shared-mime-info \
-            libicu-dev
+            libicu-dev libssl-dev
         ;;
     # file: cpack asks it what to strip.
     "debian test") echo libgtest-dev libgmock-dev file ;;
@@ -38,7 +38,7 @@ package_names() {
     "debian fuzz") echo clang-19 libclang-rt-19-dev llvm-19 ;;
     # The compiler is for the flags that everything is read with; nothing is built.
     "debian lint") echo clang-19 clang-tidy-19 cppcheck ;;
-    "debian benchmark") echo ncdu gdu libbenchmark-dev ;;
+    "debian benchmark") echo ncdu gdu fdupes jdupes rmlint openssl libbenchmark-dev ;;
     "debian darwin-cross") echo clang-19 lld-19 llvm-19 libc++-19-dev googletest ;;
     "homebrew build") echo cmake ninja ccache rapidjson ;;
     "homebrew test") echo googletest ;;

@@ -4,16 +4,10 @@
 #include "TarnwellCore/Platform/BackgroundTask.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Scanning/PathMetadata.hpp"
+#include "TarnwellCore/Scanning/ProgressPoller.hpp"
 #include "TarnwellCore/Scanning/ScanEngine.hpp"
 
-#include <algorithm>
-#include <chrono>
-#include <condition_variable>
-#include <exception>
-#include <mutex>
 #include <optional>
-#include <system_error>
-#include <thread>
 #include <utility>
 
 namespace tarnwell {
@@ -22,68 +16,13 @@ namespace {
 
 using ProgressHandler = DiskScanner::ProgressHandler;
 
-/// Hands out the engine's totals at intervals, from a thread of its own; where there is none, not at all.
-class ProgressPoller {
-public:
-    ProgressPoller(const ScanEngine& engine, double interval, const ProgressHandler& handler) {
-        // Whatever the number, NaN included, the thread neither spins nor sleeps beyond reason.
-        const double seconds = interval > 0.001 ? std::min(interval, 86'400.0) : 0.001;
-        try {
-            thread_ = std::thread([this, &engine, seconds, &handler] {
-                try {
-                    poll(engine, seconds, handler);
-                } catch (...) {
-                    failure_ = std::current_exception();
-                }
-            });
-        } catch (const std::system_error&) { // NOLINT(bugprone-empty-catch)
-        }
-    }
-
-    ~ProgressPoller() { stop(); }
-
-    /// Ends the reports; throws what the handler threw.
-    void finish() {
-        stop();
-        if (failure_)
-            std::rethrow_exception(failure_);
-    }
-
-private:
-    void poll(const ScanEngine& engine, double seconds, const ProgressHandler& handler) {
-        std::unique_lock guard(mutex_);
-        while (
-            !changed_.wait_for(guard, std::chrono::duration<double>(seconds), [&] { return isStopped_; })) {
-            guard.unlock();
-            handler(engine.progress());
-            guard.lock();
-        }
-    }
-
-    void stop() {
-        {
-            const std::lock_guard guard(mutex_);
-            isStopped_ = true;
-        }
-        changed_.notify_all();
-        if (thread_.joinable())
-            thread_.join();
-    }
-
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool isStopped_ = false; // guarded by mutex_
-    std::thread thread_;
-    std::exception_ptr failure_; // read once the thread has ended
-};
-
 ScanResult runScan(const std::filesystem::path& url, const ScanOptions& options,
                    const ProgressHandler& progress, const CancellationToken& token) {
     ScanEngine engine(DiskScanner::normalize(url), options);
     const auto registration = token.onCancel([&] { engine.cancel(); });
     std::optional<ProgressPoller> poller;
     if (progress)
-        poller.emplace(engine, options.progressInterval, progress);
+        poller.emplace(options.progressInterval, [&] { progress(engine.progress()); });
     ScanResult result = engine.run();
     if (poller)
         poller->finish();

@@ -2,20 +2,14 @@
 
 #include "TarnwellCore/Platform/EntrySizes.hpp"
 #include "TarnwellCore/Platform/FileCalls.hpp"
+#include "TarnwellCore/Platform/Linux/ExtentMap.hpp"
 
 #include <fcntl.h>
-#include <linux/fiemap.h>
 #include <unistd.h>
-
-#include <algorithm>
-#include <cstring>
-#include <limits>
 
 namespace tarnwell {
 
 namespace {
-
-constexpr std::uint32_t extentsPerCall = 250;
 
 /// `allocated * shared / total` without overflow, rounded down.
 std::int64_t scaled(std::int64_t allocated, std::uint64_t shared, std::uint64_t total) {
@@ -25,17 +19,6 @@ std::int64_t scaled(std::int64_t allocated, std::uint64_t shared, std::uint64_t 
 }
 
 } // namespace
-
-struct SharedExtents::ExtentMap {
-    // struct fiemap ends in a flexible array: its extents follow it in memory.
-    alignas(
-        struct fiemap) std::byte bytes[sizeof(struct fiemap) + extentsPerCall * sizeof(struct fiemap_extent)];
-
-    struct fiemap& header() { return *reinterpret_cast<struct fiemap*>(bytes); }
-    const struct fiemap_extent* extents() const {
-        return reinterpret_cast<const struct fiemap_extent*>(bytes + sizeof(struct fiemap));
-    }
-};
 
 SharedExtents::SharedExtents(const DirectoryCalls& calls) : calls_(calls) {}
 SharedExtents::~SharedExtents() = default;
@@ -49,46 +32,15 @@ void SharedExtents::measure(int folder, const char* name, RawDirectoryEntry& ent
     });
     if (file < 0)
         return;
-    struct fiemap& map = extents_->header();
-    std::uint64_t total = 0;
-    std::uint64_t shared = 0;
-    std::uint64_t start = 0;
-    bool isComplete = false;
-    bool isTooLarge = false;
-    while (!isComplete) {
-        std::memset(&map, 0, sizeof map);
-        map.fm_start = start;
-        map.fm_length = std::numeric_limits<std::uint64_t>::max() - start;
-        map.fm_extent_count = extentsPerCall;
-        if (withoutInterruption([&] { return calls_.readExtents(file, &map); }) != 0)
-            break;
-        const std::uint32_t count = std::min(map.fm_mapped_extents, extentsPerCall);
-        isComplete = count == 0;
-        for (std::uint32_t index = 0; index < count; ++index) {
-            const struct fiemap_extent& extent = extents_->extents()[index];
-            isTooLarge = __builtin_add_overflow(total, extent.fe_length, &total) || isTooLarge;
-            if ((extent.fe_flags & FIEMAP_EXTENT_SHARED) != 0)
-                shared += extent.fe_length;
-            if ((extent.fe_flags & FIEMAP_EXTENT_LAST) != 0)
-                isComplete = true;
-            // A file that is being written could report an extent that does not move on.
-            const std::uint64_t end = extent.fe_logical + extent.fe_length;
-            if (end <= start)
-                isComplete = true;
-            start = end;
-        }
-    }
+    Sums sums;
+    const bool isComplete = sums.add(calls_.readExtents, file, 0, *extents_);
     ::close(file);
-    if (isTooLarge)
-        rejectSizes(entry);
-    if (isTooLarge || !isComplete)
-        return;
-    entry.reportsPrivateSize = true;
-    entry.privateSize = entry.allocatedSize - (total == 0 ? 0 : scaled(entry.allocatedSize, shared, total));
-    if (shared > 0)
-        entry.extFlags |= mayShareBlocksFlag;
-    if (shared > 0 && shared == total)
-        entry.extFlags |= sharesAllBlocksFlag;
+    sums.store(isComplete, entry);
+}
+
+void SharedExtents::measure(int file, ExtentMap& extents, std::uint32_t flags, RawDirectoryEntry& entry) {
+    Sums sums;
+    sums.store(sums.add(DirectoryCalls::live().readExtents, file, flags, extents), entry);
 }
 
 } // namespace tarnwell

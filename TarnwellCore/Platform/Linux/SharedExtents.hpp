@@ -5,9 +5,12 @@
 #include "TarnwellCore/Platform/DirectoryCalls.hpp"
 #include "TarnwellCore/Platform/RawDirectoryEntry.hpp"
 
+#include <cstdint>
 #include <memory>
 
 namespace tarnwell {
+
+class ExtentMap;
 
 /// Confined to one thread.
 class SharedExtents {
@@ -20,8 +23,10 @@ public:
     /// when their lengths fit no 64 bits, it could not be read itself.
     void measure(int folder, const char* name, RawDirectoryEntry& entry);
 
+    /// The same of an open file, with flags of FS_IOC_FIEMAP.
+    static void measure(int file, ExtentMap& extents, std::uint32_t flags, RawDirectoryEntry& entry);
+
 private:
-    struct ExtentMap;
     const DirectoryCalls& calls_;
     std::unique_ptr<ExtentMap> extents_;
 };

@@ -1,0 +1,69 @@
+#pragma once
+
+// Finds files of equal contents in trees that were scanned.
+//
+// Candidates are regular files of equal apparent size. Of those the first 65,536 bytes are compared by their
+// SHA-256, then, of files that are longer and still have a like, the whole. One inode is one file however
+// many links it has. Links, devices, empty files and placeholders whose contents lie elsewhere are never
+// opened.
+//
+// A node of a tree does not say which inode was scanned, so each candidate is measured again before anything
+// is opened; from then on it has to stay what it is (FileVersion), or it drops out and the result says so.
+//
+// The files of a device are read in the order of their inodes, which on most file systems is near the order
+// on the disk, by as many threads as there are processors. See ContentReading.hpp for what that leaves of
+// other programs' cache. Memory: less than 200 bytes a candidate, and two buffers of a mebibyte for each thread,
+// however large the files are.
+
+#include "TarnwellCore/Analysis/DuplicateResult.hpp"
+#include "TarnwellCore/Platform/BlockLayout.hpp"
+#include "TarnwellCore/Platform/ContentReading.hpp"
+#include "TarnwellCore/Scanning/CancellationToken.hpp"
+
+#include <cstdint>
+#include <expected>
+#include <functional>
+#include <future>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace tarnwell {
+
+struct DuplicateOptions {
+    /// Smaller files are no candidates; nor are empty ones, whatever this says. Users set it
+    /// (`AppSettings::duplicateMinimumSizeBytes`).
+    std::int64_t minimumSize = 1'000'000;
+    /// Least seconds between two progress reports.
+    double progressInterval = 0.1;
+    /// Threads that read; one for each processor when below 1.
+    int workerCount = 0;
+};
+
+/// A value without mutable state; may be used from any thread and may go away while a search runs. The
+/// functions are called from several threads at once; they are the platform's unless somebody replaces them.
+struct DuplicateFinder {
+    using ProgressHandler = std::function<void(const DuplicateProgress&)>;
+
+    /// What is at that name in the folder.
+    std::function<std::expected<FileMeasurement, FileFault>(int folder, const char* name)> measure;
+    std::function<std::expected<int, FileFault>(int folder, const char* name, const FileVersion& version)>
+        open;
+    /// 0 or an errno, as of `ContentReader::read`.
+    std::function<int(ContentReader& reader, int file, std::int64_t length, const ContentReader::Taker& take)>
+        read;
+    std::function<std::optional<BlockLayout>(int file)> layoutOfSharedBlocks;
+
+    /// Wired to the platform.
+    DuplicateFinder();
+
+    /// Searches the trees below `roots`, which may be parts of a scanned tree that share its ownership, lie
+    /// in one another or be named twice. `progress` is called from another thread every so often, and once
+    /// more at the end; never after the future is ready. An exception that it throws leaves the future. The
+    /// future throws ScanError when the search was cancelled. Dropping it waits for the search to end.
+    std::future<DuplicateResult> find(std::vector<std::shared_ptr<const FileNode>> roots,
+                                      DuplicateOptions options = {}, ProgressHandler progress = nullptr,
+                                      CancellationToken token = {}) const;
+};
+
+} // namespace tarnwell

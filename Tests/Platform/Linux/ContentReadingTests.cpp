@@ -1,0 +1,98 @@
+#include "TarnwellCore/Platform/ContentReading.hpp"
+#include "TarnwellCore/Platform/MeasuredFile.hpp"
+
+#include "Tests/Support/TemporaryFolder.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <string>
+#include <vector>
+
+namespace tarnwell {
+namespace {
+
+constexpr std::int64_t page = 4096;
+
+/// How many pages of an open file the kernel holds.
+std::int64_t heldPages(int file, std::int64_t size) {
+    void* const map = ::mmap(nullptr, static_cast<std::size_t>(size), PROT_READ, MAP_SHARED, file, 0);
+    std::vector<unsigned char> pages(static_cast<std::size_t>((size + page - 1) / page));
+    EXPECT_EQ(::mincore(map, static_cast<std::size_t>(size), pages.data()), 0);
+    ::munmap(map, static_cast<std::size_t>(size));
+    return std::ranges::count_if(pages, [](unsigned char held) { return (held & 1) != 0; });
+}
+
+TEST(ContentReading, LeavesTheCacheAsItWas) {
+    constexpr std::int64_t size = (5 << 20) + 100;
+    const test::TemporaryFolder folder(".");
+    const auto path = folder.makeFile("file", static_cast<std::uint64_t>(size));
+    const int file = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(::fsync(file), 0);
+    ::posix_fadvise(file, 0, 0, POSIX_FADV_DONTNEED);
+    if (heldPages(file, size) > 0)
+        GTEST_SKIP() << "this file system keeps what it should forget";
+    ContentReader reader;
+    const auto readAll = [&](std::int64_t length) {
+        std::int64_t total = 0;
+        const int error = reader.read(file, length, [&](std::span<const std::byte> bytes) {
+            EXPECT_LE(bytes.size(), ContentReader::pieceLength);
+            EXPECT_TRUE(std::ranges::all_of(bytes, [](std::byte byte) { return byte == std::byte(0); }));
+            total += static_cast<std::int64_t>(bytes.size());
+            return true;
+        });
+        EXPECT_EQ(error, 0);
+        EXPECT_EQ(total, length);
+    };
+    for (const std::int64_t length : {std::int64_t{65'536}, size}) {
+        readAll(length);
+        EXPECT_EQ(heldPages(file, size), 0) << length;
+    }
+    // What others have read stays.
+    char byte = 0;
+    for (std::int64_t offset = 0; offset < 2 << 20; offset += page)
+        ASSERT_EQ(::pread(file, &byte, 1, offset), 1);
+    const std::int64_t held = heldPages(file, size);
+    ASSERT_GE(held, (2 << 20) / page);
+    readAll(size);
+    EXPECT_GE(heldPages(file, size), (2 << 20) / page);
+    EXPECT_LE(heldPages(file, size), held);
+
+    const auto ignore = [](std::span<const std::byte>) { return true; };
+    EXPECT_EQ(reader.read(file, size + 1, ignore), ESTALE);
+    EXPECT_EQ(reader.read(file, size, [](std::span<const std::byte>) { return false; }), ECANCELED);
+    ::close(file);
+    EXPECT_EQ(reader.read(file, size, ignore), EBADF);
+}
+
+TEST(MeasuredFile, IsReadWithoutATraceAndIsNothingElse) {
+    const test::TemporaryFolder folder(".");
+    const auto path = folder.makeFile("file", 10);
+    const struct timespec longAgo[2] = {{1'000, 0}, {2'000, 3}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), longAgo, 0), 0);
+    const int parent = ::open(folder.path().c_str(), O_PATH | O_CLOEXEC);
+    const FileVersion version = measureFile(parent, "file")->version;
+    const int file = *openMeasuredFile(parent, "file", version);
+    char byte = 0;
+    ASSERT_EQ(::read(file, &byte, 1), 1);
+    struct stat status = {};
+    ASSERT_EQ(::fstat(file, &status), 0);
+    EXPECT_EQ(status.st_atim.tv_sec, 1'000);
+    EXPECT_EQ(version.modified, 2'000'000'000'003);
+    EXPECT_TRUE(requireVersion(file, version));
+    ::close(file);
+
+    ::symlink("file", (folder / "link").c_str());
+    ::mkfifo((folder / "fifo").c_str(), 0600);
+    for (const char* name : {"link", "fifo", "."})
+        EXPECT_EQ(openMeasuredFile(parent, name, version).error().kind, FileFault::Kind::replaced) << name;
+    ::close(parent);
+}
+
+} // namespace
+} // namespace tarnwell
