@@ -109,4 +109,38 @@ std::string repairedUTF8(std::string_view text) {
     return repaired;
 }
 
+char32_t takeCharacter(std::string_view& text) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+    const Sequence sequence = nextSequence(bytes, text.size());
+    if (!sequence.isWellFormed) {
+        text.remove_prefix(1);
+        return illFormedByte + bytes[0];
+    }
+    char32_t code = sequence.length == 1 ? bytes[0] : bytes[0] & (0x7Fu >> sequence.length);
+    for (std::size_t index = 1; index < sequence.length; ++index)
+        code = code << 6 | (bytes[index] & 0x3Fu);
+    text.remove_prefix(sequence.length);
+    return code;
+}
+
+void appendCharacter(std::string& text, char32_t code) {
+    const auto append = [&](char32_t byte) { text += static_cast<char>(byte); };
+    if (code >= illFormedByte || code < 0x80) {
+        append(code & 0xFF);
+        return;
+    }
+    if (code < 0x800) {
+        append(0xC0 | code >> 6);
+    } else {
+        if (code < 0x10000) {
+            append(0xE0 | code >> 12);
+        } else {
+            append(0xF0 | code >> 18);
+            append(0x80 | (code >> 12 & 0x3F));
+        }
+        append(0x80 | (code >> 6 & 0x3F));
+    }
+    append(0x80 | (code & 0x3F));
+}
+
 } // namespace tarnwell

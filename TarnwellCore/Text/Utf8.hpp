@@ -30,4 +30,14 @@ std::size_t wellFormedUTF8Prefix(std::string_view text);
 /// maximal subparts").
 std::string repairedUTF8(std::string_view text);
 
+/// Above every character: what `takeCharacter` adds to a byte that begins no well-formed sequence.
+inline constexpr char32_t illFormedByte = 0x110000;
+
+/// Takes the first character off `text`, which is not empty, and gives its code; where none begins, takes one
+/// byte and gives `illFormedByte` and that byte.
+char32_t takeCharacter(std::string_view& text);
+
+/// Appends what `takeCharacter` took.
+void appendCharacter(std::string& text, char32_t code);
+
 } // namespace tarnwell
