@@ -56,4 +56,8 @@ std::optional<std::string> mountPointContaining(const std::string& path);
 /// The figures of the file system that holds this existing item.
 std::optional<FileSystemStatistics> fileSystemStatistics(const std::string& path);
 
+/// Whether a whole file system is mounted at exactly this place (absolute, no links), with all its subvolumes, and
+/// nothing else on any folder of it: no file of it lies elsewhere. False where that cannot be told.
+bool holdsWholeFileSystem(const std::string& path);
+
 } // namespace tarnwell

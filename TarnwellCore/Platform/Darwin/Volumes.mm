@@ -154,4 +154,9 @@ std::optional<FileSystemStatistics> fileSystemStatistics(const std::string& path
                                 (record.f_flags & MNT_RDONLY) != 0};
 }
 
+/// Snapshots hold blocks that no folder shows, and who may list them is another question.
+bool holdsWholeFileSystem(const std::string&) {
+    return false;
+}
+
 } // namespace tarnwell

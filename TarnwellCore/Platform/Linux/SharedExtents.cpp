@@ -38,37 +38,48 @@ struct SharedExtents::ExtentMap {
     }
 };
 
+/// A part of the file that others share, as FIEMAP shows it.
+struct SharedExtents::Piece {
+    std::uint64_t logical;
+    std::uint64_t start;
+    std::uint64_t length;
+};
+
+/// Over all extents of a file. Bytes.
+struct SharedExtents::Sums {
+    std::uint64_t total = 0;
+    std::uint64_t shared = 0;
+    bool isEncoded = false;
+    bool isInline = false;
+};
+
 SharedExtents::SharedExtents(const DirectoryCalls& calls) : calls_(calls) {}
 SharedExtents::~SharedExtents() = default;
 
-void SharedExtents::measure(int folder, const char* name, RawDirectoryEntry& entry) {
-    if (!extents_) // before there is a file to close
-        extents_ = std::make_unique<ExtentMap>();
-    // Not blocking: should a FIFO have taken the file's place by now, opening it must not wait for a writer.
-    const int file = withoutInterruption([&] {
-        return calls_.openEntry(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    });
-    if (file < 0)
-        return;
+/// False when they cannot be read to the end.
+bool SharedExtents::readPieces(int file, Sums& sums, bool keepsPieces) {
     struct fiemap& map = extents_->header();
-    std::uint64_t total = 0;
-    std::uint64_t shared = 0;
+    sharedPieces_.clear();
     std::uint64_t start = 0;
-    bool isComplete = false;
-    while (!isComplete) {
+    for (;;) {
         std::memset(&map, 0, sizeof map);
         map.fm_start = start;
         map.fm_length = std::numeric_limits<std::uint64_t>::max() - start;
         map.fm_extent_count = extentsPerCall;
         if (withoutInterruption([&] { return ::ioctl(file, FS_IOC_FIEMAP, &map); }) != 0)
-            break;
+            return false;
         const std::uint32_t count = std::min(map.fm_mapped_extents, extentsPerCall);
-        isComplete = count == 0;
+        bool isComplete = count == 0;
         for (std::uint32_t index = 0; index < count; ++index) {
             const struct fiemap_extent& extent = extents_->extents()[index];
-            total += extent.fe_length;
-            if ((extent.fe_flags & FIEMAP_EXTENT_SHARED) != 0)
-                shared += extent.fe_length;
+            sums.total += extent.fe_length;
+            sums.isEncoded |= (extent.fe_flags & FIEMAP_EXTENT_ENCODED) != 0;
+            sums.isInline |= (extent.fe_flags & FIEMAP_EXTENT_DATA_INLINE) != 0;
+            if ((extent.fe_flags & FIEMAP_EXTENT_SHARED) != 0) {
+                sums.shared += extent.fe_length;
+                if (keepsPieces)
+                    sharedPieces_.push_back({extent.fe_logical, extent.fe_physical, extent.fe_length});
+            }
             if ((extent.fe_flags & FIEMAP_EXTENT_LAST) != 0)
                 isComplete = true;
             // A file that is being written could report an extent that does not move on.
@@ -77,16 +88,96 @@ void SharedExtents::measure(int folder, const char* name, RawDirectoryEntry& ent
                 isComplete = true;
             start = end;
         }
+        if (isComplete)
+            return true;
     }
-    ::close(file);
-    if (!isComplete)
+}
+
+std::uint32_t SharedExtents::fileSystemNumber(int file, bool isBtrfs, std::int32_t deviceID) {
+    const auto [known, isNew] = numbers_.try_emplace(deviceID, static_cast<std::uint32_t>(deviceID));
+    if (isNew && isBtrfs)
+        BtrfsExtents::fileSystemNumber(file, known->second);
+    return known->second;
+}
+
+/// False when the kernel does not show them, or something else than the pieces belong to.
+bool SharedExtents::keepWholeExtents(int file, const RawDirectoryEntry& entry, HeldSpace& held) {
+    if (!btrfs_.read(file, entry.fileID, wholeExtents_))
+        return false;
+    std::uint64_t exclusive = 0;
+    auto piece = sharedPieces_.begin();
+    // A file may use several parts of one extent; it lies on the disk once.
+    std::vector<SharedExtent>& own = ownExtents_;
+    own.clear();
+    for (const BtrfsExtents::Extent& extent : wholeExtents_) {
+        while (piece != sharedPieces_.end() && piece->logical + piece->length <= extent.logical)
+            ++piece;
+        const bool isShared = piece != sharedPieces_.end() && piece->logical < extent.logical + extent.length;
+        (isShared ? held.extents : own).push_back({extent.start, extent.lengthOnDisk});
+    }
+    const auto removeRepeated = [](std::vector<SharedExtent>& extents) {
+        std::ranges::sort(extents, {}, &SharedExtent::start);
+        const auto repeated = std::ranges::unique(extents);
+        extents.erase(repeated.begin(), repeated.end());
+    };
+    removeRepeated(held.extents);
+    removeRepeated(own);
+    for (const SharedExtent& extent : own)
+        exclusive += extent.length;
+    held.exclusive = static_cast<std::int64_t>(exclusive);
+    held.traits |= HeldSpace::wholeExtents | HeldSpace::knowsExclusive;
+    return true;
+}
+
+void SharedExtents::keep(int file, bool isBtrfs, const Sums& sums, RawDirectoryEntry& entry,
+                         HeldSpace& held) {
+    held.traits = 0;
+    held.extents.clear();
+    if (sums.isInline) {
+        held.traits = HeldSpace::inlineData;
+    } else if (isBtrfs && keepWholeExtents(file, entry, held)) {
+        if (held.extents.empty() && held.exclusive == entry.allocatedSize)
+            return; // as everywhere else
+    } else {
+        held.extents.clear(); // a failure may have left some
+        held.traits = sums.isEncoded ? HeldSpace::encoded : isBtrfs ? 0 : HeldSpace::wholeExtents;
+        // The places of encoded extents are not as long as FIEMAP says.
+        if (!sums.isEncoded)
+            for (const Piece& piece : sharedPieces_)
+                held.extents.push_back({piece.start, piece.length});
+        if (held.extents.empty() && !sums.isEncoded)
+            return;
+    }
+    held.fileSystem = fileSystemNumber(file, isBtrfs, entry.deviceID);
+    entry.held = &held;
+}
+
+void SharedExtents::measure(int folder, const char* name, bool isBtrfs, RawDirectoryEntry& entry,
+                            HeldSpace* held) {
+    if (!extents_) // before there is a file to close
+        extents_ = std::make_unique<ExtentMap>();
+    // Not blocking: should a FIFO have taken the file's place by now, opening it must not wait for a writer.
+    const int file = withoutInterruption([&] {
+        return calls_.openEntry(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    });
+    if (file < 0)
         return;
+    const struct Closing { // memory may run out
+        int file;
+        ~Closing() { ::close(file); }
+    } closing{file};
+    Sums sums;
+    if (!readPieces(file, sums, held != nullptr))
+        return;
+    const auto& [total, shared, isEncoded, isInline] = sums;
     entry.reportsPrivateSize = true;
     entry.privateSize = entry.allocatedSize - (total == 0 ? 0 : scaled(entry.allocatedSize, shared, total));
     if (shared > 0)
         entry.extFlags |= mayShareBlocksFlag;
     if (shared > 0 && shared == total)
         entry.extFlags |= sharesAllBlocksFlag;
+    if (held != nullptr)
+        keep(file, isBtrfs, sums, entry, *held);
 }
 
 } // namespace tarnwell
