@@ -21,7 +21,8 @@ enum class BulkReadOutcome {
 /// Confined to one thread.
 class BulkDirectoryReading {
 public:
-    explicit BulkDirectoryReading(const DirectoryCalls& calls);
+    /// With `keepsHeldSpace`, entries that share blocks say which (`RawDirectoryEntry::held`).
+    BulkDirectoryReading(const DirectoryCalls& calls, bool keepsHeldSpace);
     ~BulkDirectoryReading();
 
     /// Hands on the entries of an open folder, without "." and "..", all of them unless the consumer wants no

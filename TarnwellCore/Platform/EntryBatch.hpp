@@ -26,7 +26,11 @@ public:
         hasHandedOn_ = false;
     }
 
+    /// How many entries a batch takes.
+    static constexpr std::size_t capacity = 48;
+
     bool isFull() const { return count_ == entries_.size(); }
+    std::size_t count() const { return count_; }
 
     /// An entry without anything in it, to be filled in place. Not for a full batch.
     RawDirectoryEntry& add() { return entries_[count_++] = RawDirectoryEntry(); }
@@ -48,7 +52,7 @@ public:
 
 private:
     // Together they fit in a first-level cache, with the nodes that are made of them.
-    std::array<RawDirectoryEntry, 48> entries_;
+    std::array<RawDirectoryEntry, capacity> entries_;
     std::size_t count_ = 0;
     bool hasHandedOn_ = false;
     const EntryConsumer* consumer_ = nullptr;

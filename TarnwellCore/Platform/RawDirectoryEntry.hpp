@@ -8,6 +8,8 @@
 
 namespace tarnwell {
 
+struct HeldSpace;
+
 /// Stands for a time that is not known: the most negative finite double.
 inline constexpr double missingFileTime = std::numeric_limits<double>::lowest();
 
@@ -60,6 +62,9 @@ struct RawDirectoryEntry {
     std::uint32_t finderFlags = 0;
     /// The errno with which this entry could not be read; 0 when it was.
     std::uint32_t errorCode = 0;
+    /// What the file shares of the disk, when it does and the reader was asked to keep it; else null. Belongs
+    /// to the reader, as the name does.
+    const HeldSpace* held = nullptr;
 };
 
 } // namespace tarnwell

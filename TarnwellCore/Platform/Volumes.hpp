@@ -64,4 +64,9 @@ inline constexpr auto volumeAnswerLimit = std::chrono::milliseconds(1000);
 /// the list of mounts; where one of them may hang, the path's links are followed in limited time.
 bool mayNeverAnswer(const std::string& path);
 
+/// Whether a whole file system is mounted at exactly this place (absolute, no links), with all its
+/// subvolumes, and nothing else on any folder of it: no file of it lies elsewhere. False where that cannot be
+/// told.
+bool holdsWholeFileSystem(const std::string& path);
+
 } // namespace tarnwell

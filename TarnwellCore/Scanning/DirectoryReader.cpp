@@ -18,8 +18,10 @@ namespace tarnwell {
 DirectoryReader::ReadError::ReadError(int errorNumber)
     : std::runtime_error(std::generic_category().message(errorNumber)), errorNumber_(errorNumber) {}
 
-DirectoryReader::DirectoryReader(const DirectoryCalls& calls)
-    : calls_(calls), buffer_(std::make_unique_for_overwrite<std::byte[]>(bufferSize)), bulk_(calls) {}
+DirectoryReader::DirectoryReader(const DirectoryCalls& calls, bool keepsHeldSpace)
+    : calls_(calls),
+      buffer_(std::make_unique_for_overwrite<std::byte[]>(bufferSize)),
+      bulk_(calls, keepsHeldSpace) {}
 
 int DirectoryReader::openDirectory(const std::string& path) {
     const int folder = openFolder(path);

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 
 namespace tarnwell {
 
@@ -254,6 +255,59 @@ void FileNode::detachDescendants() {
 
 void FileNode::setChildren(std::span<FileNode*> children) {
     folderPart().children = children;
+}
+
+// From the private size on, towards lower addresses: the links; a word that holds the file system's number,
+// the traits and the count of extents; the bytes that are the file's own, if known; the references of a clone
+// group; the extents.
+
+void FileNode::keep(const SharingAttributes& sharing) {
+    auto* place = reinterpret_cast<std::byte*>(this) - (hasPrivatePart_ ? sizeof(std::int64_t) : 0);
+    if (sharing.links.count > 0) {
+        place -= sizeof(FileLinks);
+        new (place) FileLinks(sharing.links);
+        hasLinksPart_ = true;
+    }
+    if (sharing.held == nullptr)
+        return;
+    hasHeldPart_ = true;
+    const HeldSpace& held = *sharing.held;
+    const std::span<const SharedExtent> extents = sharing.extents();
+    const std::uint8_t traits = extents.size() == held.extents.size()
+                                    ? held.traits
+                                    : static_cast<std::uint8_t>(held.traits | HeldSpace::encoded);
+    place -= sizeof(std::uint64_t);
+    new (place)
+        std::uint64_t(std::uint64_t{held.fileSystem} << 32 | std::uint64_t{traits} << 24 | extents.size());
+    if ((traits & HeldSpace::knowsExclusive) != 0)
+        new (place -= sizeof(std::int64_t)) std::int64_t(held.exclusive);
+    if ((traits & HeldSpace::cloneGroup) != 0)
+        new (place -= sizeof(std::uint64_t)) std::uint64_t(held.references);
+    place -= extents.size_bytes();
+    std::uninitialized_copy(extents.begin(), extents.end(), reinterpret_cast<SharedExtent*>(place));
+}
+
+KeptSharing FileNode::sharing() const {
+    KeptSharing kept;
+    const auto* place =
+        reinterpret_cast<const std::byte*>(this) - (hasPrivatePart_ ? sizeof(std::int64_t) : 0);
+    if (hasLinksPart_)
+        kept.links = *reinterpret_cast<const FileLinks*>(place -= sizeof(FileLinks));
+    if (!hasHeldPart_)
+        return kept;
+    kept.hasHeld = true;
+    const std::uint64_t word = *reinterpret_cast<const std::uint64_t*>(place -= sizeof(std::uint64_t));
+    kept.fileSystem = static_cast<std::uint32_t>(word >> 32);
+    kept.traits = static_cast<std::uint8_t>(word >> 24);
+    const std::size_t count = word & SharingAttributes::largestExtentCount;
+    if ((kept.traits & HeldSpace::knowsExclusive) != 0)
+        kept.exclusive = *reinterpret_cast<const std::int64_t*>(place -= sizeof(std::int64_t));
+    if ((kept.traits & HeldSpace::cloneGroup) != 0)
+        kept.references = static_cast<std::uint32_t>(
+            *reinterpret_cast<const std::uint64_t*>(place -= sizeof(std::uint64_t)));
+    place -= count * sizeof(SharedExtent);
+    kept.extents = {reinterpret_cast<const SharedExtent*>(place), count};
+    return kept;
 }
 
 } // namespace tarnwell

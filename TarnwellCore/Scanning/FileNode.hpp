@@ -7,14 +7,15 @@
 // A node is written by the one thread that builds it; once the scan has returned, a tree may be read from
 // any number of threads.
 //
-// In memory, what few nodes have lies in front of the node: a folder's children and counts, the private size
-// of a file that has one. The name lies behind it. A tree is mostly files, and a file takes 60 bytes and its
-// name, rounded up to eight.
+// In memory, what few nodes have lies in front of the node: a folder's children and counts; the private size
+// of a file that has one, and before it what it shares with other files. The name lies behind it. A tree is
+// mostly files, and a file takes 60 bytes and its name, rounded up to eight.
 
 #include "TarnwellCore/Classification/FileCategory.hpp"
 #include "TarnwellCore/Platform/Date.hpp"
 #include "TarnwellCore/Platform/RawDirectoryEntry.hpp"
 #include "TarnwellCore/Scanning/FileNodeFlags.hpp"
+#include "TarnwellCore/Scanning/KeptSharing.hpp"
 #include "TarnwellCore/Scanning/SizeMode.hpp"
 
 #include <algorithm>
@@ -51,6 +52,8 @@ struct FileNodeAttributes {
     std::int64_t privateSize = 0;
     bool reportsPrivateSize = false;
     std::uint32_t extFlags = 0;
+    /// Of a file, what is kept of its links and shared blocks; null when there is nothing. Copied.
+    const SharingAttributes* sharing = nullptr;
 };
 
 class FileNode {
@@ -98,6 +101,8 @@ public:
 private:
     bool isDirectory_ : 1;
     bool hasPrivatePart_ : 1;
+    bool hasLinksPart_ : 1;
+    bool hasHeldPart_ : 1;
 
 public:
     /// Whether the file system returned a private size for this entry.
@@ -109,6 +114,11 @@ public:
     std::int64_t privateSize() const {
         return hasPrivatePart_ ? *(reinterpret_cast<const std::int64_t*>(this) - 1) : 0;
     }
+
+    /// Whether `sharing` has anything to say.
+    bool keepsSharing() const { return hasLinksPart_ || hasHeldPart_; }
+    /// What the scan kept of a file with several links, or with blocks that are not simply its own.
+    KeptSharing sharing() const;
 
     /// 1 for a file; for a folder, after aggregation, the counted files below it.
     std::int32_t fileCount() const { return isDirectory_ ? folderPart().counts.files : 1; }
@@ -243,7 +253,10 @@ private:
 
     /// How much room the parts before the node take.
     static std::size_t frontLength(bool isDirectory, const FileNodeAttributes& attributes) {
-        return isDirectory ? sizeof(FolderPart) : attributes.privateSize != 0 ? sizeof(std::int64_t) : 0;
+        if (isDirectory)
+            return sizeof(FolderPart);
+        return (attributes.privateSize != 0 ? sizeof(std::int64_t) : 0) +
+               (attributes.sharing != nullptr ? attributes.sharing->length() : 0);
     }
 
     /// With the node itself.
@@ -267,14 +280,20 @@ private:
           category(attributes.category ? *attributes.category : categoryByName(name, isDirectory)),
           isDirectory_(isDirectory),
           hasPrivatePart_(!isDirectory && attributes.privateSize != 0),
+          hasLinksPart_(false),
+          hasHeldPart_(false),
           reportsPrivateSize(attributes.reportsPrivateSize),
           includesSharedCloneBlocks(sharesCloneBlocks(attributes.extFlags)) {
         if (isDirectory)
             new (&folderPart()) FolderPart;
         else if (hasPrivatePart_)
             new (reinterpret_cast<std::int64_t*>(this) - 1) std::int64_t(attributes.privateSize);
+        if (!isDirectory && attributes.sharing != nullptr) [[unlikely]]
+            keep(*attributes.sharing);
         name.copy(reinterpret_cast<char*>(this) + nameOffset, name.size());
     }
+
+    void keep(const SharingAttributes& sharing);
 
     static FileCategory categoryByName(std::string_view name, bool isDirectory);
 

@@ -43,7 +43,7 @@ struct OpenFolder {
 ScanWorker::ScanWorker(const ScanContext& context)
     : context_(context),
       region_(context.buildsTree() ? context.arena->borrowRegion() : TreeArena::Lease()),
-      reader_(context.calls),
+      reader_(context.calls, context.buildsTree() && context.options.keepsSharing),
       consumer_([this](std::span<const RawDirectoryEntry> entries) { return processEntries(entries); }) {}
 
 void ScanWorker::run(const std::function<void()>& addWorker, bool isAdded) {
@@ -374,6 +374,14 @@ FileNode* ScanWorker::makeNode(const WorkItem& item, const RawDirectoryEntry& en
         attributes.allocatedSize = entry.allocatedSize;
         attributes.privateSize = entry.privateSize;
         attributes.reportsPrivateSize = entry.reportsPrivateSize;
+    }
+    SharingAttributes sharing;
+    if (!isDirectory && (entry.linkCount > 1 || entry.held != nullptr) && context_.options.keepsSharing)
+        [[unlikely]] {
+        if (entry.linkCount > 1)
+            sharing.links = {.inode = entry.fileID, .device = entry.deviceID, .count = entry.linkCount};
+        sharing.held = entry.held;
+        attributes.sharing = &sharing;
     }
     attributes.extFlags = entry.extFlags;
     attributes.modificationSeconds = entry.modificationSeconds;

@@ -18,6 +18,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 
@@ -137,16 +138,18 @@ const DirectoryCalls& DirectoryCalls::live() {
 }
 
 struct BulkDirectoryReading::State {
-    explicit State(const DirectoryCalls& directoryCalls)
-        : calls(directoryCalls), sharedExtents(directoryCalls) {}
+    State(const DirectoryCalls& directoryCalls, bool keepsHeld)
+        : calls(directoryCalls), keepsHeldSpace(keepsHeld), sharedExtents(directoryCalls) {}
 
     const DirectoryCalls& calls;
+    const bool keepsHeldSpace;
     FileSystemKinds fileSystemKinds;
     SharedExtents sharedExtents;
+    std::array<HeldSpace, EntryBatch::capacity> held; // of the entries in the batch
 };
 
-BulkDirectoryReading::BulkDirectoryReading(const DirectoryCalls& calls)
-    : state_(std::make_unique<State>(calls)) {}
+BulkDirectoryReading::BulkDirectoryReading(const DirectoryCalls& calls, bool keepsHeldSpace)
+    : state_(std::make_unique<State>(calls, keepsHeldSpace)) {}
 BulkDirectoryReading::~BulkDirectoryReading() = default;
 
 BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t deviceID, bool isAtStart,
@@ -177,7 +180,9 @@ BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t deviceID, bo
                     [&] { return state_->calls.extendedStatus(folder, next->name, &status); }) == 0) {
                 fill(entry, status);
                 if (kind.sharesExtents && entry.objectType == VnodeType::regular && entry.allocatedSize > 0)
-                    state_->sharedExtents.measure(folder, next->name, entry);
+                    state_->sharedExtents.measure(
+                        folder, next->name, kind.isBtrfs, entry,
+                        state_->keepsHeldSpace ? &state_->held[batch.count() - 1] : nullptr);
                 if (kind.mountsOnDemand && entry.objectType == VnodeType::directory &&
                     entry.deviceID == deviceID)
                     entry.finderFlags |= automountFileFlag;

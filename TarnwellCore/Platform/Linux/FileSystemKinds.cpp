@@ -28,6 +28,7 @@ FileSystemKind FileSystemKinds::of(int folder, std::int32_t deviceID) {
     const auto magic = static_cast<std::uint32_t>(status.f_type);
     const FileSystemKind kind{.sharesExtents = magic == btrfsMagic || magic == xfsMagic ||
                                                magic == bcachefsMagic || magic == ocfs2Magic,
+                              .isBtrfs = magic == btrfsMagic,
                               .mountsOnDemand = magic == autofsMagic};
     known_.emplace(deviceID, kind);
     return kind;

@@ -10,6 +10,7 @@ namespace tarnwell {
 struct FileSystemKind {
     /// Files may share extents.
     bool sharesExtents = false;
+    bool isBtrfs = false;
     /// Its folders are where others get mounted as soon as somebody opens them.
     bool mountsOnDemand = false;
 };

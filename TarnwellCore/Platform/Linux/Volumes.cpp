@@ -235,4 +235,15 @@ bool mayNeverAnswer(const std::string& path) {
     return !target || (held != nullptr && held->mayHang());
 }
 
+bool holdsWholeFileSystem(const std::string& path) {
+    const std::vector<MountEntry> mounts = readMountTable();
+    const MountEntry* const mount = mountAt(mounts, path);
+    // A mount on one of its folders hides what lies there.
+    const std::string below = path.ends_with('/') ? path : path + "/";
+    return mount != nullptr && mount->root == "/" &&
+           std::ranges::none_of(mounts, [&](const MountEntry& other) {
+               return &other != mount && other.path.starts_with(below);
+           });
+}
+
 } // namespace tarnwell
