@@ -54,7 +54,7 @@ DirectoryMeasurement runMeasurement(const std::filesystem::path& url, const Scan
     const auto registration = token.onCancel([&] { engine.cancel(); });
     std::optional<ProgressPoller> poller;
     if (progress)
-        poller.emplace(engine, options.progressInterval, progress);
+        poller.emplace(options.progressInterval, [&] { progress(engine.progress()); });
     const ScanStats stats = engine.run().stats;
     if (poller)
         poller->finish();

@@ -109,7 +109,7 @@ TEST(FreedSpace, TellsWhatGoesTogetherAndWhyNotMore) {
     const FreedBytes linked = tree.of({"a/link"}, true);
     ASSERT_EQ(linked.reasons.at(0).elsewhere.size(), 1u);
     EXPECT_EQ(linked.reasons[0].elsewhere[0]->path(), "/r/b/link");
-    EXPECT_THROW(FreedSpace(ScanResult()), std::invalid_argument);
+    EXPECT_THROW(FreedSpace{ScanResult()}, std::invalid_argument);
 }
 
 } // namespace

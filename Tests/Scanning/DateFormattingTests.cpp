@@ -109,8 +109,9 @@ TEST(DateFormatting, DurationsDoNotFollowTheLocale) {
     const std::string before = std::setlocale(LC_NUMERIC, nullptr);
     const char* found = nullptr;
     for (const char* name : {"de_DE.UTF-8", "fr_FR.UTF-8", "es_ES.UTF-8", "ru_RU.UTF-8"})
-        if (found == nullptr && (found = std::setlocale(LC_NUMERIC, name)) != nullptr)
+        if (found == nullptr && (found = std::setlocale(LC_NUMERIC, name)) != nullptr) {
             EXPECT_EQ(DateFormatting::durationString(1.5), "1.50 s") << name;
+        }
     std::setlocale(LC_NUMERIC, before.c_str());
     if (found == nullptr)
         GTEST_SKIP() << "no locale with a decimal comma on this machine";

@@ -32,7 +32,7 @@ RawDirectoryEntry measured(const test::TemporaryFolder& folder, const char* name
     const int descriptor = ::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     RawDirectoryEntry entry;
     entry.logicalSize = entry.allocatedSize = allocated;
-    SharedExtents(calls).measure(descriptor, name, entry);
+    SharedExtents(calls).measure(descriptor, name, false, entry, nullptr);
     ::close(descriptor);
     return entry;
 }
