@@ -224,7 +224,8 @@ public:
     /// it is a file), and of the folders that carry sums without nodes. The values add up to the node's size.
     std::map<FileCategory, std::int64_t> categoryBreakdown(bool useAllocatedSize) const;
     /// The node at a full path at or below this node's, or at a path relative to this node; null when there
-    /// is none. Names are equal as `isSameName` says, equal bytes first.
+    /// is none. Names are bytes; on macOS one with composed accents is also found by the decomposed form, and
+    /// the other way round, unless another has the very bytes.
     const FileNode* node(std::string_view atPath) const;
     /// Cuts every link between the nodes below this one, and from this one to its children.
     void detachDescendants();

@@ -17,8 +17,8 @@ struct ScanOptions {
     bool deduplicateHardlinks = true;
     /// Make nodes of what is inside packages; otherwise a package only carries its sums.
     bool descendIntoPackages = true;
-    /// Absolute paths that are kept as leaves and not read. Names in them, and below, are equal as
-    /// `isSameName` says.
+    /// Absolute paths that are kept as leaves and not read. On macOS accents in them, and in the names below,
+    /// may be composed or decomposed.
     std::set<std::string, std::less<>> excludedPaths;
     /// Entry names that are kept as leaves and not read.
     std::set<std::string, std::less<>> excludedNames;

@@ -66,7 +66,8 @@ struct BulkDirectoryReading::State {
     const DirectoryCalls& calls;
 };
 
-BulkDirectoryReading::BulkDirectoryReading(const DirectoryCalls& calls)
+// Records do not tell which blocks are shared, so nothing is kept of them.
+BulkDirectoryReading::BulkDirectoryReading(const DirectoryCalls& calls, bool /*keepsHeldSpace*/)
     : state_(std::make_unique<State>(State{calls})) {}
 BulkDirectoryReading::~BulkDirectoryReading() = default;
 
@@ -75,6 +76,7 @@ BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t deviceID, bo
     // The records of a mount point are those of the folder below, and a device in a record may be a volume's
     // where `fstat` names the group of volumes that share a tree. So entries are where their folder is; what
     // is elsewhere shows when it is opened.
+
     // A reused descriptor starts over.
     ::lseek(folder, 0, SEEK_SET);
     for (;;) {
