@@ -5,7 +5,7 @@
 # Of the rooms of each library, by their names in the folder of the library; "." is the folder itself.
 set(TarnwellCore_INSIDE
   Actions/ResumeOnce
-  Analysis/CleanupRuleCoding Analysis/InstallerStem Analysis/SQLiteSidecarFiles Analysis/SpaceSaverMeasuring
+  Analysis/CleanupRuleCoding Analysis/InstallerStem Analysis/SQLiteSidecarFiles Analysis/SharingIndex Analysis/SpaceSaverMeasuring
   Classification/FileCategoryMemo Classification/FileClassifierTables Classification/NameTable
   Classification/UTTypeCache
   Layout/SizeOrder
@@ -16,7 +16,7 @@ set(TarnwellCore_INSIDE
   Text/WordScan)
 set(TarnwellCore_CLOSED_ROOMS Platform)
 set(TarnwellCore_PUBLIC
-  Platform/CloudItems Platform/Date Platform/FatalError Platform/FileCalls Platform/RawDirectoryEntry Platform/UUID
+  Platform/CloudItems Platform/Date Platform/FatalError Platform/FileCalls Platform/HeldSpace Platform/RawDirectoryEntry Platform/UUID
   Platform/UnfairLock Platform/UserDefaults Platform/UserPaths Platform/Volumes)
 
 set(TarnwellCLIKit_INSIDE RowPath SnapshotCommands)

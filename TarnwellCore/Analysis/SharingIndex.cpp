@@ -130,10 +130,13 @@ void SharingIndex::fill(Body& body, std::uint32_t index, const FileNode& node, c
 }
 
 void SharingIndex::joinCloneGroup(Body& body, const KeptSharing& kept) {
-    body.exclusive = floored(kept.exclusive);
+    body.exclusive = body.allocated;
     if (kept.extents.empty())
         return;
     const SharedExtent& common = kept.extents.front();
+    const bool isKnown = (kept.traits & HeldSpace::knowsExclusive) != 0;
+    body.exclusive =
+        floored(isKnown ? kept.exclusive : body.allocated - static_cast<std::int64_t>(common.length));
     const auto [position, isNew] = groupOfIdentifier_.try_emplace(
         std::pair(kept.fileSystem, common.start), static_cast<std::uint32_t>(cloneGroups_.size()));
     if (isNew)
