@@ -1,6 +1,7 @@
 #include "TarnwellCore/Analysis/CleanupRuleCoding.hpp"
 
 #include "TarnwellCore/Platform/JSONNumber.hpp"
+#include "TarnwellCore/Platform/LenientJSON.hpp"
 #include "TarnwellCore/Text/JSONWriter.hpp"
 #include "TarnwellCore/Text/Utf8.hpp"
 
@@ -44,8 +45,10 @@ std::optional<std::int64_t> wholeNumber(const Scalar& value) {
 /// Takes the parser's events and makes rules of them. What it does not know it passes over, however deep.
 class RuleReader : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, RuleReader> {
 public:
-    /// Rules lie in an array, or the document is one rule.
-    explicit RuleReader(bool isList) : elementDepth_(isList ? 1 : 0) {}
+    /// Rules lie in an array, or the document is one rule. The stream is over what the parser can read of the
+    /// text (LenientJSON.hpp); both must last for as long as it parses.
+    RuleReader(bool isList, std::string_view text, const rapidjson::MemoryStream& stream)
+        : text_(text), stream_(stream), elementDepth_(isList ? 1 : 0) {}
 
     std::vector<CleanupRule> rules;
     /// What is wrong with the last element that was no rule.
@@ -53,19 +56,17 @@ public:
 
     bool Null() { return scalar(std::monostate()); }
     bool Bool(bool value) { return scalar(value); }
-    /// Every number comes as its text.
-    bool RawNumber(const char* text, rapidjson::SizeType length, bool) {
+    bool RawNumber(const char*, rapidjson::SizeType length, bool) {
+        const std::string_view text = text_.substr(stream_.Tell() - length, length);
         std::int64_t integer = 0;
-        const auto [end, fault] = std::from_chars(text, text + length, integer);
-        if (fault == std::errc() && end == text + length)
+        const auto [end, fault] = std::from_chars(text.data(), text.data() + length, integer);
+        if (fault == std::errc() && end == text.data() + length)
             return scalar(integer);
         constexpr double beyondAll = std::numeric_limits<double>::infinity();
-        return scalar(doubleFromJSONNumber({text, length}).value_or(beyondAll));
+        return scalar(doubleFromJSONNumber(text).value_or(beyondAll));
     }
     bool String(const char* text, rapidjson::SizeType length, bool) {
-        const std::string_view value(text, length);
-        // Of an escape for half a character RapidJSON makes bytes that are not UTF-8.
-        return isValidUTF8(value) ? scalar(value) : scalar(std::string_view(repairedUTF8(value)));
+        return scalar(std::string_view(text, length));
     }
     bool Key(const char* text, rapidjson::SizeType length, bool) {
         if (isInRule_ && depth_ == elementDepth_ + 1)
@@ -206,6 +207,8 @@ private:
             error = std::move(ruleError_);
     }
 
+    const std::string_view text_;
+    const rapidjson::MemoryStream& stream_;
     const std::size_t elementDepth_; // open containers around an element
     std::size_t depth_ = 0;          // open containers
     bool isTopAnArray_ = false;
@@ -215,49 +218,14 @@ private:
     std::ptrdiff_t field_ = 0; // index of the last key of the rule; one past the names for an unknown one
 };
 
-bool isDigit(char byte) {
-    return byte >= '0' && byte <= '9';
-}
-
-/// The text with numbers cut down that no double can hold. They stay beyond every field's range, so they
-/// spoil the rule they stand in, but not the list.
-std::string withNumbersInRange(std::string_view text) {
-    constexpr std::size_t maximumDigits = 40;
-    constexpr int maximumExponent = 260;
-    std::string result;
-    bool isInString = false;
-    for (std::size_t index = 0; index < text.size();) {
-        const char byte = text[index];
-        if (isInString && byte == '\\') {
-            result += text.substr(index, 2);
-            index += 2;
-            continue;
-        }
-        if (byte == '"')
-            isInString = !isInString;
-        if (isInString || !isDigit(byte)) {
-            result += byte;
-            ++index;
-            continue;
-        }
-        std::size_t end = index;
-        int exponent = 0;
-        for (; end < text.size() && isDigit(text[end]); ++end)
-            exponent = std::min(exponent * 10 + (text[end] - '0'), 100'000);
-        const std::string_view digits = text.substr(index, end - index);
-        const std::string_view before = text.substr(0, index);
-        if (before.ends_with('e') || before.ends_with('E') || before.ends_with("e+") ||
-            before.ends_with("E+"))
-            result += exponent > maximumExponent ? std::to_string(maximumExponent) : std::string(digits);
-        else
-            result += before.ends_with('.') ? digits : digits.substr(0, maximumDigits);
-        index = end;
-    }
-    return result;
-}
+struct ReadRules {
+    std::vector<CleanupRule> rules;
+    /// What is wrong with the last element that was no rule.
+    std::string error;
+};
 
 /// Reads the text without recursion over its depth; nothing when it is no JSON.
-std::optional<RuleReader> read(std::string_view text, bool isList) {
+std::optional<ReadRules> read(std::string_view text, bool isList) {
     std::string repaired;
     if (!isValidUTF8(text))
         text = repaired = repairedUTF8(text);
@@ -267,19 +235,13 @@ std::optional<RuleReader> read(std::string_view text, bool isList) {
     if (text.find('\0') != std::string_view::npos)
         return std::nullopt;
 
+    const std::string parsable = parsableJSON(text);
+    rapidjson::MemoryStream stream(parsable.data(), parsable.size());
+    RuleReader handler(isList, text, stream);
     constexpr unsigned flags = rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag;
-    std::string cutDown;
-    for (;;) {
-        std::optional<RuleReader> handler(std::in_place, isList);
-        rapidjson::MemoryStream stream(text.data(), text.size());
-        rapidjson::Reader reader;
-        const rapidjson::ParseResult result = reader.Parse<flags>(stream, *handler);
-        if (!result.IsError())
-            return handler;
-        if (result.Code() != rapidjson::kParseErrorNumberTooBig || !cutDown.empty())
-            return std::nullopt;
-        text = cutDown = withNumbersInRange(text);
-    }
+    if (rapidjson::Reader().Parse<flags>(stream, handler).IsError())
+        return std::nullopt;
+    return ReadRules{std::move(handler.rules), std::move(handler.error)};
 }
 
 void write(JSONWriter& writer, const CleanupRule& rule) {

@@ -1,6 +1,7 @@
 #include "TarnwellCore/Platform/DefaultsDocument.hpp"
 
 #include "TarnwellCore/Platform/JSONNumber.hpp"
+#include "TarnwellCore/Platform/LenientJSON.hpp"
 
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
@@ -187,7 +188,8 @@ std::string_view trimmed(std::string_view text, std::string_view characters) {
 
 struct DefaultsDocument::Member {
     std::string key;
-    /// As it stands in the document, so that what this program does not know stays as it is.
+    /// As they stand in the document, so that what this program does not know stays as it is.
+    std::string keyJSON;
     std::string json;
     std::optional<UserDefaultsValue> value;
 };
@@ -199,7 +201,10 @@ template <class Member>
 class MemberReader : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, MemberReader<Member>> {
 public:
     MemberReader(std::string_view text, std::vector<Member>& members)
-        : text_(text), stream_(text.data(), text.size()), members_(members) {}
+        : text_(text),
+          parsable_(parsableJSON(text)),
+          stream_(parsable_.data(), parsable_.size()),
+          members_(members) {}
 
     bool read() {
         constexpr unsigned flags = rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag |
@@ -208,21 +213,21 @@ public:
         return !reader.Parse<flags>(stream_, *this).IsError();
     }
 
-    // What the parser calls; false ends the parsing. Texts are looked at once more: of an escape that stands
-    // for half a character the parser makes bytes that are not UTF-8.
+    // What the parser calls; false ends the parsing.
     bool Null() { return add({Token::Kind::other}); }
     bool Bool(bool value) { return add({Token::Kind::scalar, value}); }
-    /// Every number comes as its text; a whole one that fits is an integer, one beyond the doubles no value.
-    bool RawNumber(const char* text, rapidjson::SizeType length, bool) {
+    /// A whole number that fits is an integer, one beyond the doubles no value.
+    bool RawNumber(const char*, rapidjson::SizeType length, bool) {
+        const std::string_view text = text_.substr(stream_.Tell() - length, length);
         std::int64_t integer = 0;
-        const auto [end, error] = std::from_chars(text, text + length, integer);
-        if (error == std::errc() && end == text + length)
+        const auto [end, error] = std::from_chars(text.data(), text.data() + length, integer);
+        if (error == std::errc() && end == text.data() + length)
             return add({Token::Kind::scalar, integer});
-        const std::optional<double> number = doubleFromJSONNumber({text, length});
+        const std::optional<double> number = doubleFromJSONNumber(text);
         return number ? add({Token::Kind::scalar, *number}) : add({Token::Kind::other});
     }
     bool String(const char* text, rapidjson::SizeType length, bool) {
-        return isUTF8({text, length}) && add({Token::Kind::scalar, std::string(text, length)});
+        return add({Token::Kind::scalar, std::string(text, length)});
     }
     bool StartObject() {
         // Only the outermost value may be without a member to belong to, and it must be an object.
@@ -230,11 +235,11 @@ public:
         return depth_ == 1 || add({Token::Kind::beginObject});
     }
     bool Key(const char* text, rapidjson::SizeType length, bool) {
-        if (!isUTF8({text, length}))
-            return false;
         if (depth_ > 1)
             return add({Token::Kind::key, std::string(text, length)});
-        members_.push_back({std::string(text, length), {}, {}});
+        const std::string_view json =
+            trimmed(text_.substr(valueEnd_, stream_.Tell() - valueEnd_), "{, \t\r\n");
+        members_.push_back({std::string(text, length), std::string(json), {}, {}});
         valueBegin_ = stream_.Tell();
         return true;
     }
@@ -254,23 +259,25 @@ private:
             return false;
         // The iterative parser tells of an end before it takes the bracket.
         const bool isEnd = token.kind == Token::Kind::endObject || token.kind == Token::Kind::endArray;
-        const std::size_t valueEnd = stream_.Tell() + (isEnd ? 1 : 0);
+        valueEnd_ = stream_.Tell() + (isEnd ? 1 : 0);
         tokens_.push_back(std::move(token));
         if (depth_ > 1)
             return true;
         Member& member = members_.back();
-        member.json = trimmed(text_.substr(valueBegin_, valueEnd - valueBegin_), ": \t\r\n");
+        member.json = trimmed(text_.substr(valueBegin_, valueEnd_ - valueBegin_), ": \t\r\n");
         member.value = decoded(tokens_);
         tokens_.clear();
         return true;
     }
 
-    std::string_view text_;
+    const std::string_view text_;
+    const std::string parsable_; // what is at one place in it is at the same place in the text
     rapidjson::MemoryStream stream_;
     std::vector<Member>& members_;
     /// Of the member that is being read.
     std::vector<Token> tokens_;
     std::size_t valueBegin_ = 0;
+    std::size_t valueEnd_ = 0; // of the last one that was read
     int depth_ = 0;
 };
 
@@ -321,7 +328,7 @@ void DefaultsDocument::set(std::string_view key, const UserDefaultsValue& value)
         member->json = jsonText(value);
         member->value = value;
     } else {
-        members_.push_back({std::string(key), jsonText(value), value});
+        members_.push_back({std::string(key), jsonText(std::string(key)), jsonText(value), value});
     }
 }
 
@@ -333,7 +340,7 @@ std::string DefaultsDocument::text() const {
     std::string text = "{";
     for (const Member& member : members_) {
         text += text.size() > 1 ? ",\n  " : "\n  ";
-        text += jsonText(member.key);
+        text += member.keyJSON;
         text += ": ";
         text += member.json;
     }

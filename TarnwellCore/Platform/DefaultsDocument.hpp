@@ -13,7 +13,8 @@
 namespace tarnwell {
 
 /// Truth values, numbers, texts and lists of texts are what JSON has for them; data is {"base64": "..."}, a
-/// date {"secondsSince1970": 0.0}, a text that is not UTF-8 is written as data. Confined to one thread.
+/// date {"secondsSince1970": 0.0}, a text that is not UTF-8 is written as data. Half a character in a text is
+/// read as U+FFFD, a number beyond the doubles is of no known kind. Confined to one thread.
 class DefaultsDocument {
 public:
     /// An empty object.

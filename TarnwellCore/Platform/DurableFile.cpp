@@ -1,12 +1,19 @@
 #include "TarnwellCore/Platform/DurableFile.hpp"
 
+#include "TarnwellCore/Platform/FolderOwner.hpp"
 #include "TarnwellCore/Platform/UUID.hpp"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -40,12 +47,36 @@ int writeAll(int descriptor, std::string_view contents, const FileCalls& calls) 
     return 0;
 }
 
+/// A file that is held open and locked: a sign that it is being written, for as long as this lives.
+class BeingWritten {
+public:
+    BeingWritten() = default;
+    ~BeingWritten() {
+        if (descriptor_ != -1)
+            ::close(descriptor_);
+    }
+    BeingWritten(const BeingWritten&) = delete;
+    BeingWritten& operator=(const BeingWritten&) = delete;
+
+    /// Where it cannot be shown, age alone has to tell a file that nobody writes any more.
+    void show(int descriptor) {
+        ::flock(descriptor, LOCK_EX | LOCK_NB);
+        descriptor_ = ::fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
+    }
+
+private:
+    int descriptor_ = -1;
+};
+
 /// Makes a new file with these contents, on the disk; leaves none when that fails.
-int writeNewFile(const fs::path& file, std::string_view contents, mode_t mode, const FileCalls& calls) {
+int writeNewFile(const fs::path& file, std::string_view contents, BeingWritten& sign,
+                 const FileCalls& calls) {
     const int descriptor = withoutInterruption(
-        [&] { return calls.open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode); });
+        [&] { return calls.open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600); });
     if (descriptor == -1)
         return errno;
+    sign.show(descriptor);
+    giveToOwnerOf(file.parent_path(), descriptor);
     int error = writeAll(descriptor, contents, calls);
     if (error == 0)
         error = errorOf(withoutInterruption([&] { return calls.sync(descriptor); }));
@@ -56,6 +87,65 @@ int writeNewFile(const fs::path& file, std::string_view contents, mode_t mode, c
         calls.unlink(file.c_str());
     return error;
 }
+
+// --- What killed processes left ---------------------------------------------------------------------------
+
+constexpr std::size_t uuidLength = 36;
+constexpr std::string_view temporaryEnd = ".tmp";
+
+std::string temporaryName(const std::string& name) {
+    return "." + name + "." + UUID::random().text().append(temporaryEnd);
+}
+
+/// A name without the identity that it may begin with: files that differ there only are of one kind.
+std::string_view kindOf(std::string_view name) {
+    const bool hasIdentity = UUID::parse(name.substr(0, uuidLength)).has_value();
+    return hasIdentity ? name.substr(uuidLength) : name;
+}
+
+/// Whether this is the name of a temporary file for a file like the one of this name.
+bool isTemporaryNameFor(std::string_view name, std::string_view candidate) {
+    constexpr std::size_t added = 2 + uuidLength + temporaryEnd.size(); // beside the file's name
+    if (candidate.size() <= added || candidate.front() != '.' || !candidate.ends_with(temporaryEnd))
+        return false;
+    const std::string_view identity = candidate.substr(candidate.size() - added + 2, uuidLength);
+    const std::string_view written = candidate.substr(1, candidate.size() - added);
+    return candidate[candidate.size() - added + 1] == '.' && UUID::parse(identity) &&
+           kindOf(written) == kindOf(name) && (written.size() == name.size());
+}
+
+/// Whether a temporary file was left by a process that is no more.
+bool isLeftOver(const fs::path& file) {
+    constexpr auto longestWriting = std::chrono::hours(24);
+    const int descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+    if (descriptor == -1)
+        return false;
+    struct stat status = {};
+    const bool isOurs = ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
+                        (::geteuid() == 0 || status.st_uid == ::geteuid());
+    const auto modified = std::chrono::system_clock::from_time_t(status.st_mtime);
+    const bool isOld = std::chrono::system_clock::now() - modified > longestWriting;
+    const bool isLeft =
+        isOurs && isOld && (::flock(descriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK);
+    ::close(descriptor);
+    return isLeft;
+}
+
+/// Takes away what earlier writers of such a file left when they were killed. Never fails: it is no reason
+/// not to write.
+void removeLeftovers(const fs::path& file, const FileCalls& calls) {
+    const std::string name = file.filename().string();
+    std::error_code error;
+    for (fs::directory_iterator entry(file.has_parent_path() ? file.parent_path() : ".", error);
+         !error && entry != fs::directory_iterator(); entry.increment(error)) {
+        std::error_code unusable;
+        if (isTemporaryNameFor(name, entry->path().filename().native()) &&
+            fs::is_regular_file(entry->symlink_status(unusable)) && isLeftOver(entry->path()))
+            calls.unlink(entry->path().c_str());
+    }
+}
+
+// --- Folders ----------------------------------------------------------------------------------------------
 
 /// A folder that is open for as long as this lives.
 class OpenFolder {
@@ -93,15 +183,12 @@ int replaceFile(const fs::path& file, std::string_view contents, const FileCalls
     const OpenFolder folder(file.parent_path(), calls);
     if (folder.error() != 0)
         return folder.error();
-    const fs::path temporary =
-        file.parent_path() / ("." + file.filename().string() + "." + UUID::random().text() + ".tmp");
+    removeLeftovers(file, calls);
+    const fs::path temporary = file.parent_path() / temporaryName(file.filename().string());
     std::error_code ignored;
-    const fs::file_status replaced = fs::symlink_status(file, ignored);
-    const bool replacesFile = fs::exists(replaced);
-    // Nobody but its owner gets to read the new file who could not read the old one.
-    const mode_t mode =
-        fs::is_regular_file(replaced) ? 0600 | (static_cast<mode_t>(replaced.permissions()) & 0666) : 0666;
-    if (const int error = writeNewFile(temporary, contents, mode, calls))
+    const bool replacesFile = fs::exists(fs::symlink_status(file, ignored));
+    BeingWritten sign;
+    if (const int error = writeNewFile(temporary, contents, sign, calls))
         return error;
     if (calls.rename(temporary.c_str(), file.c_str()) == -1) {
         const int error = errno;
@@ -118,6 +205,35 @@ int replaceFile(const fs::path& file, std::string_view contents, const FileCalls
 bool isMissing(const fs::path& path) {
     std::error_code error;
     return fs::status(path, error).type() == fs::file_type::not_found;
+}
+
+bool isEmptyFolder(int descriptor) {
+    const int own = ::openat(descriptor, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    DIR* const folder = own != -1 ? ::fdopendir(own) : nullptr;
+    if (folder == nullptr)
+        return own != -1 && ::close(own) != 0;
+    std::size_t count = 0;
+    while (count < 3 && ::readdir(folder) != nullptr)
+        ++count;
+    ::closedir(folder);
+    return count == 2;
+}
+
+/// Makes one folder that nobody else may look into. Whether it is there is for the caller to see.
+int makePrivateFolder(const fs::path& folder) {
+    if (const int error = errorOf(withoutInterruption([&] { return ::mkdir(folder.c_str(), 0700); })))
+        return error;
+    if (::geteuid() != 0)
+        return 0;
+    // Whoever owns the folder above may have put another one here by now; an empty one of root's is as good.
+    const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    struct stat status = {};
+    if (descriptor == -1)
+        return 0;
+    if (::fstat(descriptor, &status) == 0 && status.st_uid == 0 && isEmptyFolder(descriptor))
+        giveToOwnerOf(folder.parent_path(), descriptor);
+    ::close(descriptor);
+    return 0;
 }
 
 [[noreturn]] void fail(std::error_code error, const char* attempt, const fs::path& path) {
@@ -137,13 +253,19 @@ void createFoldersDurably(const fs::path& folder, const FileCalls& calls) {
     // The root folder is its own parent: also where no folder answers, the way up ends.
     for (fs::path path = folder; path.has_relative_path() && isMissing(path); path = path.parent_path())
         missing.push_back(path);
-    fs::create_directories(folder, error);
-    if (error)
-        fail(error, "Could not create ", folder);
+    int failure = 0;
+    for (auto path = missing.rbegin(); path != missing.rend() && (failure == 0 || failure == EEXIST); ++path)
+        failure = makePrivateFolder(*path);
+    if (!fs::is_directory(folder, error)) {
+        if (failure != 0 && failure != EEXIST)
+            error = {failure, std::generic_category()};
+        fail(error ? error : std::make_error_code(std::errc::not_a_directory), "Could not create ", folder);
+    }
     // Not being allowed to read the folder above is no reason to refuse the one in it.
     for (const fs::path& path : missing) {
         const OpenFolder parent(path.parent_path(), calls);
-        if (const int failure = parent.error() == 0 ? parent.sync() : 0) {
+        failure = parent.error() == 0 ? parent.sync() : 0;
+        if (failure != 0) {
             // Were they left, the next attempt would find them there and not sync again.
             for (const fs::path& made : missing)
                 fs::remove(made, error);

@@ -7,6 +7,11 @@
 //   - before the renaming: the old file or none, and perhaps a temporary file, hidden and named *.tmp;
 //   - after it: the new file, whole; a loss of power before the folder was synced may bring the old state
 //   back.
+// The next writing of such a file removes temporary files of its kind (names that differ in a leading UUID
+// are of one kind) that are older than a day and held by no process.
+//
+// What is written here is one user's: files get mode 0600, also in place of one with another mode, folders
+// 0700. What root writes in another user's folder is that user's.
 
 #include "TarnwellCore/Platform/FileCalls.hpp"
 

@@ -2,14 +2,14 @@
 
 #include "TarnwellCore/Platform/DefaultsDocument.hpp"
 #include "TarnwellCore/Platform/DurableFile.hpp"
-#include "TarnwellCore/Platform/FileStatus.hpp"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <ctime>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -60,37 +60,64 @@ private:
 };
 
 /// What tells one state of a file from another.
-struct FileIdentity {
-    std::int32_t device = 0;
-    std::uint64_t inode = 0;
-    std::int64_t size = 0;
-    double modified = 0;
+struct FileState {
+    dev_t device;
+    ino_t inode;
+    off_t size;
+    timespec modified;
+    timespec changed; // cannot be set back
 
-    explicit FileIdentity(const struct stat& status) {
-        const RawDirectoryEntry entry = entryFromStatus(status);
-        device = entry.deviceID;
-        inode = entry.fileID;
-        size = entry.logicalSize;
-        modified = entry.modificationSeconds;
+    explicit FileState(const struct stat& status)
+        : device(status.st_dev),
+          inode(status.st_ino),
+          size(status.st_size),
+#ifdef __APPLE__
+          modified(status.st_mtimespec),
+          changed(status.st_ctimespec) {
     }
-    bool operator==(const FileIdentity&) const = default;
+#else
+          modified(status.st_mtim),
+          changed(status.st_ctim) {
+    }
+#endif
+
+    /// Whether a change from `now` on is certain to bring another state. A file system tells times apart that
+    /// lie 2 seconds and a tick from each other, the coarsest of them; where a clock is wrong, never.
+    bool isSettled(Date now) const {
+        constexpr double coarsest = 3;
+        const auto seconds = static_cast<double>(std::max(modified.tv_sec, changed.tv_sec));
+        return now.time_since_epoch().count() - seconds > coarsest;
+    }
+
+    bool operator==(const FileState& other) const {
+        const auto isSame = [](const timespec& a, const timespec& b) {
+            return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+        };
+        return device == other.device && inode == other.inode && size == other.size &&
+               isSame(modified, other.modified) && isSame(changed, other.changed);
+    }
 };
 
 struct Reading {
     enum class Outcome {
         missing,
         read,
-        damaged,     ///< not what a settings file holds, or not to be read by this user
+        damaged,     ///< not what a settings file holds, or not for this user to read
         unavailable, ///< cannot be told now, or nothing that may be replaced (a device, a folder)
     };
     Outcome outcome = Outcome::unavailable;
+    /// The system's error that makes it unavailable.
+    int error = 0;
     DefaultsDocument document = {};
-    /// Of a file that was read.
+    /// Where its bytes could be read.
     std::unique_ptr<OpenFile> file = nullptr;
-    std::optional<FileIdentity> identity = std::nullopt;
+    /// Of a file that is not damaged.
+    std::optional<FileState> state = std::nullopt;
+    bool isSettled = false;
 };
 
 Reading readSettings(const fs::path& path, const FileCalls& calls) {
+    const Date now = currentDate();
     // Opening must not wait, whatever lies there.
     auto file = std::make_unique<OpenFile>(path, O_RDONLY | O_NONBLOCK, calls);
     if (!file->isOpen()) {
@@ -98,16 +125,21 @@ Reading readSettings(const fs::path& path, const FileCalls& calls) {
             return {.outcome = Reading::Outcome::missing};
         if (errno == EACCES || errno == EPERM)
             return {.outcome = Reading::Outcome::damaged};
-        return {};
+        return {.error = errno};
     }
     struct stat status = {};
-    if (::fstat(file->descriptor(), &status) != 0 || !S_ISREG(status.st_mode))
-        return {};
+    if (::fstat(file->descriptor(), &status) != 0)
+        return {.error = errno};
+    if (!S_ISREG(status.st_mode))
+        return {.error = S_ISDIR(status.st_mode) ? EISDIR : EINVAL};
     const std::optional<std::string> text = file->contents();
-    std::optional<DefaultsDocument> document = text ? DefaultsDocument::parse(*text) : std::nullopt;
+    if (!text)
+        return {.error = errno};
+    std::optional<DefaultsDocument> document = DefaultsDocument::parse(*text);
     if (!document)
-        return {.outcome = Reading::Outcome::damaged};
-    return {Reading::Outcome::read, std::move(*document), std::move(file), FileIdentity(status)};
+        return {.outcome = Reading::Outcome::damaged, .file = std::move(file)};
+    const FileState state(status);
+    return {Reading::Outcome::read, 0, std::move(*document), std::move(file), state, state.isSettled(now)};
 }
 
 /// The file that a chain of symbolic links ends at, also where there is none yet.
@@ -126,72 +158,44 @@ fs::path withSuffix(const fs::path& path, const std::string& suffix) {
     return fs::path(path.native() + suffix);
 }
 
-/// The file by which the writers of a settings file take turns; locked for as long as this lives.
-class WritersLock {
-public:
-    /// Waits for its turn.
-    WritersLock(const fs::path& path, const FileCalls& calls) : writable_(path, O_RDWR | O_CREAT, calls) {
-        if (writable_.isOpen()) {
-            isHeld_ = lock(writable_);
-        } else if (errno == EACCES || errno == EPERM || errno == EROFS) {
-            // Another user's, for instance root's. Network file systems lock only what is open for writing.
-            readOnly_.emplace(path, O_RDONLY, calls);
-            isHeld_ = readOnly_->isOpen() && (lock(*readOnly_) || errno == EBADF);
-        }
-    }
-
-    /// Also true where the file system has no locks to give: the writer goes on all the same.
-    bool isHeld() const { return isHeld_; }
-
-private:
-    static bool lock(const OpenFile& file) {
-        const int result = withoutInterruption([&] { return ::flock(file.descriptor(), LOCK_EX); });
-        return result == 0 || errno == ENOLCK || errno == ENOTSUP || errno == ENOSYS || errno == EINVAL;
-    }
-
-    OpenFile writable_;
-    std::optional<OpenFile> readOnly_;
-    bool isHeld_ = false;
-};
-
 /// A second name for a damaged file, while another one takes its place.
 class KeptAside {
 public:
+    /// Throws std::system_error when there is no such name to be had.
     KeptAside(const fs::path& file, const FileCalls& calls) : file_(file), calls_(calls) {
+        std::error_code error = std::make_error_code(std::errc::file_exists);
         for (int number = 1; number < 1000; ++number) {
             name_ = withSuffix(file, number == 1 ? ".damaged" : ".damaged-" + std::to_string(number));
-            std::error_code error;
             fs::create_hard_link(file, name_, error);
-            if (!error) {
-                state_ = State::linked;
+            if (!error)
                 return;
-            }
-            if (fs::exists(fs::symlink_status(name_, error)))
+            std::error_code unknown;
+            if (fs::exists(fs::symlink_status(name_, unknown)))
                 continue;
             // No hard links here, or none to this file.
-            if (calls.rename(file.c_str(), name_.c_str()) == 0)
-                state_ = State::renamed;
-            return;
+            isRenamed_ = calls.rename(file.c_str(), name_.c_str()) == 0;
+            if (isRenamed_)
+                return;
+            error = {errno, std::generic_category()};
+            break;
         }
+        throw std::system_error(error, "Could not keep aside the damaged file " + file.string());
     }
-
-    bool isKept() const { return state_ != State::failed; }
 
     /// Takes the second name away again where no other file took the first.
     void undoUnlessReplaced() const {
         std::error_code error;
-        if (state_ == State::linked && fs::equivalent(file_, name_, error))
+        if (!isRenamed_ && fs::equivalent(file_, name_, error))
             calls_.unlink(name_.c_str());
-        else if (state_ == State::renamed && !fs::exists(fs::symlink_status(file_, error)))
+        else if (isRenamed_ && !fs::exists(fs::symlink_status(file_, error)))
             calls_.rename(name_.c_str(), file_.c_str());
     }
 
 private:
-    enum class State { failed, linked, renamed };
     const fs::path& file_;
     const FileCalls& calls_;
     fs::path name_;
-    State state_ = State::failed;
+    bool isRenamed_ = false;
 };
 
 /// Whether a change makes a difference to the document, which it is put into.
@@ -214,12 +218,14 @@ bool putInto(DefaultsDocument& document, const UserDefaults::Changes& changes) {
 struct JSONFileDefaults::CachedFile {
     /// Open for as long as the values are in use: no other file can get the same inode number meanwhile.
     std::unique_ptr<OpenFile> file;
-    FileIdentity identity;
+    FileState state;
+    /// Whether a change since would show in the state.
+    bool isSettled;
     Values values;
 };
 
-JSONFileDefaults::JSONFileDefaults(fs::path file, FileCalls calls)
-    : file_(std::move(file)), calls_(std::move(calls)) {}
+JSONFileDefaults::JSONFileDefaults(fs::path file, FileCalls calls, std::chrono::milliseconds patience)
+    : file_(std::move(file)), calls_(std::move(calls)), patience_(patience) {}
 
 JSONFileDefaults::~JSONFileDefaults() {
     try {
@@ -232,7 +238,8 @@ JSONFileDefaults::~JSONFileDefaults() {
 /// Brings `cached_` up to date; null when there are no values to be had. The caller holds `mutex_`.
 void JSONFileDefaults::refresh() const {
     struct stat status = {};
-    if (cached_ && ::stat(file_.c_str(), &status) == 0 && FileIdentity(status) == cached_->identity)
+    if (cached_ && cached_->isSettled && ::stat(file_.c_str(), &status) == 0 &&
+        FileState(status) == cached_->state)
         return;
     Reading reading = readSettings(file_, calls_);
     // For want of a descriptor, say: what was read last is nearer to the truth than nothing.
@@ -240,7 +247,7 @@ void JSONFileDefaults::refresh() const {
         return;
     cached_.reset();
     if (reading.outcome == Reading::Outcome::read)
-        cached_ = std::make_unique<CachedFile>(std::move(reading.file), *reading.identity,
+        cached_ = std::make_unique<CachedFile>(std::move(reading.file), *reading.state, reading.isSettled,
                                                reading.document.values());
 }
 
@@ -255,6 +262,11 @@ std::optional<UserDefaultsValue> JSONFileDefaults::storedValue(std::string_view 
     return found != cached_->values.end() ? std::optional(found->second) : std::nullopt;
 }
 
+std::optional<std::string> JSONFileDefaults::storingFailure() const {
+    const std::lock_guard guard(mutex_);
+    return failure_;
+}
+
 void JSONFileDefaults::store(Changes changes) {
     std::erase_if(changes, [](const auto& change) { return !DefaultsDocument::canHold(change.first); });
     {
@@ -263,11 +275,17 @@ void JSONFileDefaults::store(Changes changes) {
         for (auto& [key, value] : changes)
             pending_.insert_or_assign(key, PendingChange{std::move(value), lastSerial_});
     }
-    synchronize();
+    const std::lock_guard writingGuard(writing_);
+    storePending(isHeldUp_ ? std::chrono::milliseconds(0) : patience_);
 }
 
 bool JSONFileDefaults::synchronize() {
     const std::lock_guard writingGuard(writing_);
+    return storePending(patience_);
+}
+
+/// The caller holds `writing_`.
+bool JSONFileDefaults::storePending(std::chrono::milliseconds patience) {
     Changes changes;
     std::uint64_t serial = 0;
     {
@@ -278,40 +296,46 @@ bool JSONFileDefaults::synchronize() {
     }
     if (changes.empty())
         return true;
-    if (!write(changes))
-        return false;
+    std::optional<std::string> failure;
+    isHeldUp_ = false;
+    try {
+        write(changes, patience);
+    } catch (const std::system_error& error) {
+        isHeldUp_ = error.code() == std::errc::device_or_resource_busy;
+        failure = error.what();
+    }
     const std::lock_guard guard(mutex_);
+    failure_ = std::move(failure);
+    if (failure_)
+        return false;
     std::erase_if(pending_, [&](const auto& change) { return change.second.serial <= serial; });
     return pending_.empty();
 }
 
-/// Puts the changes into the file as it is now; false when that failed and the file is as it was.
-bool JSONFileDefaults::write(const Changes& changes) const {
+/// Puts the changes into the file as it is now. Throws std::system_error when that failed and the file is as
+/// it was.
+void JSONFileDefaults::write(const Changes& changes, std::chrono::milliseconds patience) const {
     const fs::path target = behindLinks(file_);
-    try {
-        if (!target.parent_path().empty())
-            createFoldersDurably(target.parent_path(), calls_);
-    } catch (const std::system_error&) {
-        return false;
-    }
-    const WritersLock lock(withSuffix(target, ".lock"), calls_);
-    if (!lock.isHeld())
-        return false;
+    if (!target.parent_path().empty())
+        createFoldersDurably(target.parent_path(), calls_);
+    const FileLock lock(target, calls_, patience);
     Reading reading = readSettings(target, calls_);
     if (reading.outcome == Reading::Outcome::unavailable)
-        return false;
+        throw std::system_error(reading.error, std::generic_category(), "Could not read " + target.string());
     if (!putInto(reading.document, changes))
-        return true;
+        return;
     std::optional<KeptAside> damaged;
-    if (reading.outcome == Reading::Outcome::damaged && !damaged.emplace(target, calls_).isKept())
-        return false;
+    if (reading.outcome == Reading::Outcome::damaged)
+        damaged.emplace(target, calls_);
+    // What is kept aside is nobody else's to read either.
+    if (damaged && reading.file)
+        ::fchmod(reading.file->descriptor(), 0600);
     try {
         replaceFileDurably(target, reading.document.text(), calls_);
-        return true;
     } catch (const std::system_error&) {
         if (damaged)
             damaged->undoUnlessReplaced();
-        return false;
+        throw;
     }
 }
 

@@ -26,6 +26,8 @@ bool takeDigits(std::string_view& text) {
     return count > 0;
 }
 
+} // namespace
+
 bool isJSONNumber(std::string_view text) {
     takeCharacter(text, "-");
     if (!takeCharacter(text, "0") && !takeDigits(text))
@@ -39,8 +41,6 @@ bool isJSONNumber(std::string_view text) {
     }
     return text.empty();
 }
-
-} // namespace
 
 std::optional<double> doubleFromJSONNumber(std::string_view text) {
     static const locale_t plainLocale = ::newlocale(LC_ALL_MASK, "C", nullptr);

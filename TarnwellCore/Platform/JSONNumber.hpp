@@ -8,6 +8,9 @@
 
 namespace tarnwell {
 
+/// Whether the whole text is a number as JSON writes them.
+bool isJSONNumber(std::string_view text);
+
 /// The double nearest to the number that is the whole text, the same in every locale. Nothing for a text that
 /// is not a JSON number, or for a number beyond the largest double.
 std::optional<double> doubleFromJSONNumber(std::string_view text);

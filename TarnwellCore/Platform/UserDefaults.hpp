@@ -73,6 +73,9 @@ public:
 
     /// Tries again to store what could not be stored; whether all changes are stored now.
     virtual bool synchronize() = 0;
+    /// Why the last attempt to store failed, as a text for the user; nothing after one that did not fail, and
+    /// where the platform does not tell.
+    virtual std::optional<std::string> storingFailure() const { return std::nullopt; }
 
 protected:
     /// The value for this key, when there is one of a known kind. May return registered values as well.

@@ -20,8 +20,7 @@ namespace tarnwell {
 struct ScanSnapshot {
     /// One kept item.
     struct Entry {
-        /// Relative to the root; empty for the root itself. Raw bytes; in a stored snapshot what is not UTF-8
-        /// has become U+FFFD, so that two names may have become one path.
+        /// Relative to the root; empty for the root itself. Raw bytes.
         std::string path;
         std::int64_t size = 0;
         std::int64_t allocatedSize = 0;

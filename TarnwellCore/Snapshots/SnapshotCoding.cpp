@@ -1,5 +1,6 @@
 #include "TarnwellCore/Snapshots/SnapshotCoding.hpp"
 
+#include "TarnwellCore/Snapshots/EscapedPath.hpp"
 #include "TarnwellCore/Text/ISO8601.hpp"
 #include "TarnwellCore/Text/JSONWriter.hpp"
 #include "TarnwellCore/Text/Utf8.hpp"
@@ -37,6 +38,41 @@ std::size_t unfinishedBytes(std::string_view bytes) {
     return 0;
 }
 
+/// Shortens numbers that RapidJSON refuses, though they stand where nobody asks for them: digits beyond the
+/// 40th and those of an exponent beyond the second are left out. No number that fits a field is changed.
+class NumberShortener {
+public:
+    /// Begins behind the key of a member. Works on the bytes where they stand and gives how many are left;
+    /// they may come in any pieces.
+    std::size_t shorten(char* bytes, std::size_t count) {
+        char* end = bytes;
+        for (const char byte : std::span(bytes, count))
+            if (isKept(byte))
+                *end++ = byte;
+        return static_cast<std::size_t>(end - bytes);
+    }
+
+private:
+    bool isKept(char byte) {
+        if (isInString_) {
+            isInString_ = isEscaped_ || byte != '"';
+            isEscaped_ = !isEscaped_ && byte == '\\';
+            return true;
+        }
+        if (byte >= '0' && byte <= '9')
+            return ++digits_ <= (isInExponent_ ? 2 : 40);
+        isInString_ = byte == '"';
+        isInExponent_ = byte == 'e' || byte == 'E' || (isInExponent_ && (byte == '+' || byte == '-'));
+        digits_ = 0;
+        return true;
+    }
+
+    bool isInString_ = false;
+    bool isEscaped_ = false;
+    bool isInExponent_ = false;
+    std::size_t digits_ = 0; // so far, without a pause
+};
+
 /// RapidJSON's input stream over a source. It ends early, which RapidJSON takes for a damaged document, where
 /// the bytes cannot be read or are not UTF-8, and in a token without end.
 class SourceStream {
@@ -67,10 +103,28 @@ public:
     /// To be called at every token.
     void markToken() { tokenPosition_ = Tell(); }
 
+    /// To be called behind the key of a member that is unknown; what follows may then hold any number.
+    void shortenNumbers() {
+        if (shortener_)
+            return;
+        shortener_.emplace();
+        end_ = next_ + shorten(next_, static_cast<std::size_t>(end_ - next_));
+        if (next_ >= end_)
+            refill();
+    }
+
     /// Whether every byte of the source was taken, and all were good.
     bool isExhausted() const { return isExhausted_; }
 
 private:
+    /// Gives how many of the whole characters are left; those that wait behind them follow these.
+    std::size_t shorten(char* bytes, std::size_t count) {
+        const std::size_t kept = shortener_->shorten(bytes, count);
+        std::memmove(bytes + kept, bytes + count, waitingBytes_);
+        position_ += count - kept;
+        return kept;
+    }
+
     /// Brings in the next piece, of whole characters: the bytes of one that is cut wait for the piece after.
     /// At the end a zero stands in its place, RapidJSON's mark.
     void refill() {
@@ -89,8 +143,12 @@ private:
             }
             count += static_cast<std::size_t>(added);
             waitingBytes_ = unfinishedBytes({begin, count});
-            end_ = begin + (count - waitingBytes_);
-            isEnded_ = !isValidUTF8({begin, count - waitingBytes_});
+            std::size_t whole = count - waitingBytes_;
+            isEnded_ = !isValidUTF8({begin, whole});
+            if (shortener_)
+                whole = shorten(begin, whole);
+            end_ = begin + whole;
+            count = waitingBytes_;
         }
         if (isEnded_) {
             end_ = begin;
@@ -105,6 +163,7 @@ private:
     std::size_t waitingBytes_ = 0; // they stand behind end_
     std::size_t position_ = 0;     // of the piece in the document
     std::size_t tokenPosition_ = 0;
+    std::optional<NumberShortener> shortener_; // once it was asked for
     bool isEnded_ = false;
     bool isExhausted_ = false;
 };
@@ -120,6 +179,7 @@ enum class Field : std::uint8_t {
     totalFiles,
     entries,
     minimumSize,
+    escapedPaths, // ours alone: of another program's value nothing is asked
     entryPath,
     entrySize,
     entryAllocatedSize,
@@ -154,7 +214,8 @@ constexpr Name snapshotNames[] = {{"id", Field::id},
                                   {"totalReclaimableSize", Field::totalReclaimableSize},
                                   {"totalFiles", Field::totalFiles},
                                   {"entries", Field::entries},
-                                  {"minimumSize", Field::minimumSize}};
+                                  {"minimumSize", Field::minimumSize},
+                                  {"escapedPaths", Field::escapedPaths}};
 constexpr Name entryNames[] = {{"path", Field::entryPath},
                                {"size", Field::entrySize},
                                {"allocatedSize", Field::entryAllocatedSize},
@@ -225,9 +286,12 @@ public:
 
     bool Key(const char* text, rapidjson::SizeType length, bool) {
         stream_.markToken();
-        if (ignoredDepth_ == 0)
-            field_ = place_ == Place::entry ? fieldNamed({text, length}, entryNames)
-                                            : fieldNamed({text, length}, snapshotNames);
+        if (ignoredDepth_ > 0)
+            return true;
+        field_ = place_ == Place::entry ? fieldNamed({text, length}, entryNames)
+                                        : fieldNamed({text, length}, snapshotNames);
+        if (isIgnoring())
+            stream_.shortenNumbers();
         return true;
     }
 
@@ -269,6 +333,8 @@ public:
     }
 
     bool Bool(bool value) {
+        if (field_ == Field::escapedPaths && ignoredDepth_ == 0)
+            arePathsEscaped_ = value;
         if (field_ != Field::entryIsDirectory)
             return ignoreValue();
         stream_.markToken();
@@ -287,7 +353,7 @@ private:
     // --- Values that are nobody's -----------------------------------------------------------------------
 
     /// Keys inside such a value are passed over, so that the field stays unknown to its end.
-    bool isIgnoring() const { return field_ == Field::unknown; }
+    bool isIgnoring() const { return field_ == Field::unknown || field_ == Field::escapedPaths; }
     bool ignoreValue() {
         stream_.markToken();
         return isIgnoring();
@@ -341,6 +407,11 @@ private:
     bool finishSnapshot() {
         if ((seenOfSnapshot_ & bit(Field::totalReclaimableSize)) == 0)
             snapshot_.totalReclaimableSize = snapshot_.totalAllocatedSize;
+        if (arePathsEscaped_) {
+            snapshot_.rootPath = unescapedPath(snapshot_.rootPath);
+            for (ScanSnapshot::Entry& entry : snapshot_.entries)
+                entry.path = unescapedPath(entry.path);
+        }
         return (seenOfSnapshot_ & requiredOfSnapshot) == requiredOfSnapshot;
     }
 
@@ -356,11 +427,21 @@ private:
     Place place_ = Place::document;
     Field field_ = Field::none;
     int ignoredDepth_ = 0;
+    bool arePathsEscaped_ = false;
     unsigned seenOfSnapshot_ = 0;
     unsigned seenOfEntry_ = 0;
 };
 
-void encodeEntry(JSONWriter& writer, const ScanSnapshot::Entry& entry) {
+bool isText(const ScanSnapshot& snapshot) {
+    return isValidUTF8(snapshot.rootPath) &&
+           std::ranges::all_of(snapshot.entries, isValidUTF8, &ScanSnapshot::Entry::path);
+}
+
+void encodePath(JSONWriter& writer, const std::string& path, bool isEscaped) {
+    writer.string(isEscaped ? escapedPath(path) : path);
+}
+
+void encodeEntry(JSONWriter& writer, const ScanSnapshot::Entry& entry, bool isEscaped) {
     writer.beginObject();
     writer.key("allocatedSize");
     writer.integer(entry.allocatedSize);
@@ -369,7 +450,7 @@ void encodeEntry(JSONWriter& writer, const ScanSnapshot::Entry& entry) {
     writer.key("isDirectory");
     writer.boolean(entry.isDirectory);
     writer.key("path");
-    writer.string(entry.path);
+    encodePath(writer, entry.path, isEscaped);
     writer.key("reclaimableSize");
     writer.integer(entry.reclaimableSize);
     writer.key("size");
@@ -383,6 +464,7 @@ std::string encode(const ScanSnapshot& snapshot) {
     const std::optional<std::string> createdAt = iso8601Text(snapshot.createdAt);
     if (!createdAt)
         throw std::range_error("The snapshot's date lies outside the years 1 to 9999.");
+    const bool isEscaped = !isText(snapshot);
     std::string document;
     JSONWriter writer(document);
     writer.beginObject();
@@ -391,14 +473,18 @@ std::string encode(const ScanSnapshot& snapshot) {
     writer.key("entries");
     writer.beginArray();
     for (const ScanSnapshot::Entry& entry : snapshot.entries)
-        encodeEntry(writer, entry);
+        encodeEntry(writer, entry, isEscaped);
     writer.endArray();
+    if (isEscaped) {
+        writer.key("escapedPaths");
+        writer.boolean(true);
+    }
     writer.key("id");
     writer.string(snapshot.id.text());
     writer.key("minimumSize");
     writer.integer(snapshot.minimumSize);
     writer.key("rootPath");
-    writer.string(snapshot.rootPath);
+    encodePath(writer, snapshot.rootPath, isEscaped);
     writer.key("totalAllocatedSize");
     writer.integer(snapshot.totalAllocatedSize);
     writer.key("totalFiles");
@@ -416,8 +502,9 @@ std::optional<ScanSnapshot> decode(const ByteSource& source) {
     SourceStream stream(source);
     Receiver receiver(stream, *snapshot);
     // The parser without recursion; the receiver bounds its stack as well.
-    const rapidjson::ParseResult parsed = rapidjson::Reader().Parse < rapidjson::kParseIterativeFlag |
-                                          rapidjson::kParseNumbersAsStringsFlag > (stream, receiver);
+    const rapidjson::ParseResult parsed =
+        rapidjson::Reader().Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag>(
+            stream, receiver);
     if (!parsed || !stream.isExhausted())
         snapshot.reset();
     return snapshot;

@@ -6,6 +6,8 @@
 #include "TarnwellCore/Snapshots/SnapshotCoding.hpp"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -28,10 +30,26 @@ namespace {
     throw std::system_error(error, attempt + path.string());
 }
 
+/// Takes from others what they may do with a file or folder of this user's. Never with another name of it:
+/// whoever may write here could have put one there of a file elsewhere.
+void makePrivate(const fs::path& path, mode_t kind) {
+    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+    if (descriptor == -1)
+        return;
+    struct stat status = {};
+    const bool isOurs = ::fstat(descriptor, &status) == 0 && (status.st_mode & S_IFMT) == kind &&
+                        status.st_uid == ::geteuid() && (kind == S_IFDIR || status.st_nlink == 1);
+    if (isOurs && (status.st_mode & 077) != 0)
+        ::fchmod(descriptor, status.st_mode & 0700);
+    ::close(descriptor);
+}
+
 } // namespace
 
 SnapshotStore::SnapshotStore(std::optional<fs::path> directory, FileCalls calls)
-    : directory_(directory ? std::move(*directory) : defaultDirectory()), calls_(std::move(calls)) {
+    : isOwnFolder_(!directory),
+      directory_(directory ? std::move(*directory) : defaultDirectory()),
+      calls_(std::move(calls)) {
     createFoldersDurably(directory_, calls_);
 }
 
@@ -47,6 +65,24 @@ fs::path SnapshotStore::fileOf(const UUID& id) const {
 void SnapshotStore::save(const ScanSnapshot& snapshot) {
     const std::lock_guard guard(lock_);
     replaceFileDurably(fileOf(snapshot.id), SnapshotCoding::encode(snapshot), calls_);
+    makeOlderOnesPrivate();
+}
+
+/// Earlier versions let everybody read them.
+void SnapshotStore::makeOlderOnesPrivate() const {
+    if (isOwnFolder_)
+        makePrivate(directory_, S_IFDIR);
+    std::error_code error;
+    for (fs::directory_iterator entry(directory_, error); !error && entry != fs::directory_iterator();
+         entry.increment(error)) {
+        std::error_code unusable;
+        const fs::file_status status = entry->symlink_status(unusable);
+        const bool isShared =
+            fs::is_regular_file(status) &&
+            (status.permissions() & (fs::perms::group_all | fs::perms::others_all)) != fs::perms::none;
+        if (isShared && entry->path().extension() == ".json" && UUID::parse(entry->path().stem().native()))
+            makePrivate(entry->path(), S_IFREG);
+    }
 }
 
 std::vector<ScanSnapshot> SnapshotStore::list() const {
@@ -114,6 +150,11 @@ std::optional<ScanSnapshot> SnapshotStore::read(const fs::path& file) const {
     if (descriptor == -1)
         return std::nullopt;
     std::optional<ScanSnapshot> snapshot;
+    struct stat status = {};
+    if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+        calls_.close(descriptor);
+        return std::nullopt;
+    }
     try {
         snapshot = SnapshotCoding::decode([&](std::span<char> piece) {
             return withoutInterruption(

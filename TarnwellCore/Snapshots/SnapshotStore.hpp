@@ -28,9 +28,10 @@ public:
 
     const std::filesystem::path& directory() const { return directory_; }
 
-    /// Writes "<id>.json", in place of a file of that name, and returns when it would survive a loss of
-    /// power. A save that throws has changed nothing and left nothing (see DurableFile.hpp). Throws
-    /// std::range_error for a date that cannot be written.
+    /// Writes "<id>.json", which only the user may read, in place of a file of that name, and returns when it
+    /// would survive a loss of power. Other snapshots that others may read are theirs no longer; neither is
+    /// the folder, where it is the default one. A save that throws has changed nothing and left nothing (see
+    /// DurableFile.hpp). Throws std::range_error for a date that cannot be written.
     void save(const ScanSnapshot& snapshot);
 
     /// Every stored snapshot, newest first, those of the same second by the time of their files, newest
@@ -43,11 +44,13 @@ public:
     void deleteSnapshot(const UUID& id);
 
 private:
+    void makeOlderOnesPrivate() const;
     std::filesystem::path fileOf(const UUID& id) const;
     /// What may be snapshots, the file that was written last in front.
     std::vector<std::filesystem::path> snapshotFiles() const;
     std::optional<ScanSnapshot> read(const std::filesystem::path& file) const;
 
+    const bool isOwnFolder_; // nobody else's things lie in it
     const std::filesystem::path directory_;
     const FileCalls calls_;
     mutable UnfairLock lock_; // around every operation on the folder

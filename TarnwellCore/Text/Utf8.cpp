@@ -78,15 +78,19 @@ Utf8Part firstUTF8Part(std::string_view text) {
 }
 
 bool isValidUTF8(std::string_view text) {
+    return wellFormedUTF8Prefix(text) == text.size();
+}
+
+std::size_t wellFormedUTF8Prefix(std::string_view text) {
     const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
     std::size_t position = asciiPrefix(bytes, text.size());
     while (position < text.size()) {
         const Sequence sequence = nextSequence(bytes + position, text.size() - position);
         if (!sequence.isWellFormed)
-            return false;
+            break;
         position += sequence.length;
     }
-    return true;
+    return position;
 }
 
 std::string repairedUTF8(std::string_view text) {

@@ -23,6 +23,9 @@ Utf8Part firstUTF8Part(std::string_view text);
 /// Whether all of `text` is well-formed UTF-8 (no overlong forms, no surrogates, nothing beyond U+10FFFF).
 bool isValidUTF8(std::string_view text);
 
+/// How many bytes at the front of `text` are well-formed UTF-8.
+std::size_t wellFormedUTF8Prefix(std::string_view text);
+
 /// A copy in which each maximal ill-formed part is one U+FFFD, as Unicode recommends ("substitution of
 /// maximal subparts").
 std::string repairedUTF8(std::string_view text);

@@ -135,9 +135,11 @@ TEST(CleanupRuleCoding, DecodesWhatIsThere) {
         EXPECT_EQ(decodeCleanupRule(R"({"id":"i","name":"n","olderThanDays":)" + std::string(zero) + "}"),
                   (CleanupRule{.id = "i", .name = "n", .olderThanDays = 0}))
             << zero;
-    // Half of a character is three bytes that mean nothing.
-    const auto rules = CleanupRule::rules(R"([{"id":"\udc00","name":"n"}])");
-    EXPECT_THAT(rules, ElementsAre(CleanupRule{.id = "\uFFFD\uFFFD\uFFFD", .name = "n"}));
+    // Half of a character means nothing, and costs no other rule.
+    const auto rules = CleanupRule::rules(
+        R"([{"id":"\udc00","name":"n"}, {"id":"\ud800\u0041","name":"\ud83d\ude00 \\ud800","\ud800":1}])");
+    EXPECT_THAT(rules, ElementsAre(CleanupRule{.id = "\uFFFD", .name = "n"},
+                                   CleanupRule{.id = "\uFFFDA", .name = "\U0001F600 \\ud800"}));
     EXPECT_EQ(CleanupRule::rules(CleanupRule::encodeStored(rules)), rules);
 }
 

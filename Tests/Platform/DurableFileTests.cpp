@@ -1,11 +1,17 @@
 #include "TarnwellCore/Platform/DurableFile.hpp"
+#include "TarnwellCore/Platform/UUID.hpp"
 
 #include "Tests/Support/FaultyFileCalls.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <iterator>
 #include <set>
 #include <string>
@@ -102,6 +108,84 @@ TEST(DurableFile, WhatIsInTheWayIsNamed) {
         EXPECT_EQ(error.what(), "Could not create " + (file / "below").string() + ": Not a directory");
     }
     EXPECT_EQ(names(folder.path()), (std::set<std::string>{"taken", "file"}));
+}
+
+TEST(DurableFile, WhatKilledWritersLeftIsRemovedOnceItIsOld) {
+    const TemporaryFolder folder;
+    const std::string id = "3F2A8C1E-0B4D-4E6F-8A9B-C0D1E2F3A4B5";
+    const std::string other = "0F2A8C1E-0B4D-4E6F-8A9B-C0D1E2F3A4B5";
+    const std::string kept[] = {
+        ".file." + id + ".tmp.x",
+        "file." + id + ".tmp",
+        "." + id + ".tmp",
+        ".file2." + id + ".tmp",
+        ".file." + id.substr(1) + "Z.tmp",
+        ".file..tmp",
+        "." + other + "file." + id + ".tmp",
+    };
+    const std::string removed = ".file." + id + ".tmp";
+    const std::string young = ".file." + other + ".tmp";
+    const std::string held = ".file." + UUID::random().text() + ".tmp";
+    const auto old = fs::file_time_type::clock::now() - std::chrono::hours(25);
+    for (const std::string& name : kept)
+        fs::last_write_time(folder.writeFile(name, ""), old);
+    for (const std::string& name : {removed, held})
+        fs::last_write_time(folder.writeFile(name, ""), old);
+    folder.writeFile(young, "");
+    const std::string link = ".file." + UUID::random().text() + ".tmp";
+    fs::create_symlink(young, folder / link);
+    const int writer = ::open((folder / held).c_str(), O_WRONLY | O_CLOEXEC);
+    ASSERT_EQ(::flock(writer, LOCK_EX), 0);
+
+    std::set<std::string> expected(std::begin(kept), std::end(kept));
+    expected.insert({young, held, link, "file"});
+    replaceFileDurably(folder / "file", "new");
+    EXPECT_EQ(names(folder.path()), expected);
+    ::close(writer);
+    replaceFileDurably(folder / "file", "newer");
+    expected.erase(held);
+    EXPECT_EQ(names(folder.path()), expected);
+
+    // Names that differ in a leading identity are of one kind; a file that is being written is locked.
+    fs::last_write_time(folder.writeFile("." + id + ".json." + id + ".tmp", ""), old);
+    FileCalls calls = FileCalls::live();
+    bool isHeldUntilRenamed = false;
+    calls.rename = [&](const char* from, const char* to) {
+        const int descriptor = ::open(from, O_RDONLY | O_CLOEXEC);
+        isHeldUntilRenamed = ::flock(descriptor, LOCK_EX | LOCK_NB) == -1;
+        ::close(descriptor);
+        return ::rename(from, to);
+    };
+    replaceFileDurably(folder / (other + ".json"), "new", calls);
+    EXPECT_TRUE(isHeldUntilRenamed);
+    expected.insert(other + ".json");
+    EXPECT_EQ(names(folder.path()), expected);
+}
+
+TEST(DurableFile, WhatIsMadeIsOnePersons) {
+    const TemporaryFolder folder;
+    const mode_t mask = ::umask(0);
+    createFoldersDurably(folder / "a/b");
+    fs::permissions(folder.writeFile("a/b/file", "old"), fs::perms(0666));
+    for (const char* name : {"file", "new"})
+        replaceFileDurably(folder / "a/b" / name, "text");
+    ::umask(mask);
+    for (const char* name : {"a", "a/b"})
+        EXPECT_EQ(fs::status(folder / name).permissions(), fs::perms(0700)) << name;
+    for (const char* name : {"a/b/file", "a/b/new"})
+        EXPECT_EQ(fs::status(folder / name).permissions(), fs::perms(0600)) << name;
+    if (::geteuid() != 0)
+        return;
+    // What root makes in another's folder.
+    constexpr uid_t alice = 4711;
+    ASSERT_EQ(::chown((folder / "a").c_str(), alice, alice), 0);
+    createFoldersDurably(folder / "a/c/d");
+    replaceFileDurably(folder / "a/c/d/file", "text");
+    for (const char* name : {"a/c", "a/c/d", "a/c/d/file"}) {
+        struct stat status = {};
+        EXPECT_EQ(::lstat((folder / name).c_str(), &status), 0);
+        EXPECT_EQ(status.st_uid, alice) << name;
+    }
 }
 
 TEST(DurableFile, FoldersAreMadeWithThoseAbove) {

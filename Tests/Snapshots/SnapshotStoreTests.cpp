@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <stdexcept>
@@ -127,16 +128,65 @@ TEST(SnapshotStore, ForeignThingsAreLeftAloneAndHinderNothing) {
     ASSERT_EQ(::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     ::close(socket);
 
+    // To open a device may do something, and a pipe is somebody's.
+    FileCalls calls = FileCalls::live();
+    calls.open = [](const char* path, int flags, mode_t mode) {
+        EXPECT_TRUE(fs::is_regular_file(path)) << path;
+        return FileCalls::live().open(path, flags, mode);
+    };
     const std::ptrdiff_t count = fileCount(folder.path());
-    EXPECT_THAT(store.list(), ElementsAre(saved, copied, linked));
+    EXPECT_THAT(SnapshotStore(folder.path(), calls).list(), ElementsAre(saved, copied, linked));
     EXPECT_EQ(fileCount(folder.path()), count);
+
+    // Put in a file's place once it was looked at.
+    calls.open = [](const char*, int flags, mode_t mode) {
+        return FileCalls::live().open("/dev/zero", flags, mode);
+    };
+    calls.read = [](int, void*, std::size_t) -> ssize_t {
+        ADD_FAILURE() << "reads a device";
+        return -1;
+    };
+    EXPECT_TRUE(SnapshotStore(folder.path(), calls).list().empty());
+}
+
+TEST(SnapshotStore, SnapshotsAreNobodyElsesToRead) {
+    const TemporaryFolder folder;
+    const TemporaryFolder elsewhere;
+    SnapshotStore store(folder.path());
+    const auto modeOf = [](const fs::path& path) { return fs::status(path).permissions(); };
+    const std::string older = UUID::random().text() + ".json";
+    const std::string linked = UUID::random().text() + ".json";
+    const std::string notes[] = {"notes.json", UUID::random().text() + ".txt"};
+    for (const std::string& name : {older, notes[0], notes[1]})
+        fs::permissions(folder.writeFile(name, ""), fs::perms(0644));
+    // Another name of a file elsewhere, put here by somebody.
+    fs::permissions(elsewhere.writeFile("theirs", ""), fs::perms(0644));
+    fs::create_hard_link(elsewhere / "theirs", folder / linked);
+    fs::create_symlink(elsewhere / "theirs", folder / (UUID::random().text() + ".json"));
+    fs::permissions(folder.path(), fs::perms(0755));
+    const ScanSnapshot snapshot = makeSnapshot();
+    store.save(snapshot);
+    EXPECT_EQ(modeOf(folder / (snapshot.id.text() + ".json")), fs::perms(0600));
+    EXPECT_EQ(modeOf(folder / older), fs::perms(0600));
+    for (const std::string& name : notes)
+        EXPECT_EQ(modeOf(folder / name), fs::perms(0644)) << name;
+    EXPECT_EQ(modeOf(elsewhere / "theirs"), fs::perms(0644));
+    EXPECT_EQ(modeOf(folder.path()), fs::perms(0755))
+        << "whoever named the folder knows who may look into it";
+#ifdef __linux__
+    ::setenv("XDG_DATA_HOME", folder.path().c_str(), 1);
+    fs::permissions(folder.makeFolder("Tarnwell/Snapshots"), fs::perms(0755));
+    SnapshotStore().save(snapshot);
+    ::unsetenv("XDG_DATA_HOME");
+    EXPECT_EQ(modeOf(folder / "Tarnwell/Snapshots"), fs::perms(0700));
+#endif
 }
 
 TEST(SnapshotStore, UnreadableFilesAndFoldersAreWhatTheyAre) {
     const TemporaryFolder folder;
     fs::permissions(folder.path(), fs::perms::all);
     SnapshotStore store(folder.path());
-    store.save(makeSnapshot());
+    folder.writeFile("readable.json", SnapshotCoding::encode(makeSnapshot()));
     const fs::path unreadable = folder.writeFile("unreadable.json", SnapshotCoding::encode(makeSnapshot()));
     fs::permissions(unreadable, fs::perms::none);
     EXPECT_EQ(test::runUnprivileged([&] { return std::to_string(store.list().size()); }), "1");
