@@ -1,5 +1,6 @@
 #include "TarnwellCore/Platform/DurableFile.hpp"
 
+#include "TarnwellCore/Platform/EntryNames.hpp"
 #include "TarnwellCore/Platform/FolderOwner.hpp"
 #include "TarnwellCore/Platform/UUID.hpp"
 
@@ -71,12 +72,13 @@ private:
 /// Makes a new file with these contents, on the disk; leaves none when that fails.
 int writeNewFile(const fs::path& file, std::string_view contents, BeingWritten& sign,
                  const FileCalls& calls) {
+    const fs::path folder = file.parent_path(); // nothing may throw while the file is open
     const int descriptor = withoutInterruption(
         [&] { return calls.open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600); });
     if (descriptor == -1)
         return errno;
     sign.show(descriptor);
-    giveToOwnerOf(file.parent_path(), descriptor);
+    giveToOwnerOf(folder, descriptor);
     int error = writeAll(descriptor, contents, calls);
     if (error == 0)
         error = errorOf(withoutInterruption([&] { return calls.sync(descriptor); }));
@@ -117,10 +119,13 @@ bool isTemporaryNameFor(std::string_view name, std::string_view candidate) {
 /// Whether a temporary file was left by a process that is no more.
 bool isLeftOver(const fs::path& file) {
     constexpr auto longestWriting = std::chrono::hours(24);
+    struct stat status = {};
+    // To open a device may do something.
+    if (::lstat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+        return false;
     const int descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
     if (descriptor == -1)
         return false;
-    struct stat status = {};
     const bool isOurs = ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
                         (::geteuid() == 0 || status.st_uid == ::geteuid());
     const auto modified = std::chrono::system_clock::from_time_t(status.st_mtime);
@@ -134,15 +139,11 @@ bool isLeftOver(const fs::path& file) {
 /// Takes away what earlier writers of such a file left when they were killed. Never fails: it is no reason
 /// not to write.
 void removeLeftovers(const fs::path& file, const FileCalls& calls) {
+    const fs::path folder = file.parent_path();
     const std::string name = file.filename().string();
-    std::error_code error;
-    for (fs::directory_iterator entry(file.has_parent_path() ? file.parent_path() : ".", error);
-         !error && entry != fs::directory_iterator(); entry.increment(error)) {
-        std::error_code unusable;
-        if (isTemporaryNameFor(name, entry->path().filename().native()) &&
-            fs::is_regular_file(entry->symlink_status(unusable)) && isLeftOver(entry->path()))
-            calls.unlink(entry->path().c_str());
-    }
+    for (const std::string& candidate : entryNames(folder))
+        if (isTemporaryNameFor(name, candidate) && isLeftOver(folder / candidate))
+            calls.unlink((folder / candidate).c_str());
 }
 
 // --- Folders ----------------------------------------------------------------------------------------------
@@ -225,13 +226,14 @@ int makePrivateFolder(const fs::path& folder) {
         return error;
     if (::geteuid() != 0)
         return 0;
+    const fs::path above = folder.parent_path(); // nothing may throw while the folder is open
     // Whoever owns the folder above may have put another one here by now; an empty one of root's is as good.
     const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     struct stat status = {};
     if (descriptor == -1)
         return 0;
     if (::fstat(descriptor, &status) == 0 && status.st_uid == 0 && isEmptyFolder(descriptor))
-        giveToOwnerOf(folder.parent_path(), descriptor);
+        giveToOwnerOf(above, descriptor);
     ::close(descriptor);
     return 0;
 }

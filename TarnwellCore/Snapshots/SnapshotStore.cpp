@@ -1,6 +1,7 @@
 #include "TarnwellCore/Snapshots/SnapshotStore.hpp"
 
 #include "TarnwellCore/Platform/DurableFile.hpp"
+#include "TarnwellCore/Platform/EntryNames.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Platform/WorkerThreads.hpp"
 #include "TarnwellCore/Snapshots/SnapshotCoding.hpp"
@@ -17,6 +18,7 @@
 #include <mutex>
 #include <span>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -33,10 +35,13 @@ namespace {
 /// Takes from others what they may do with a file or folder of this user's. Never with another name of it:
 /// whoever may write here could have put one there of a file elsewhere.
 void makePrivate(const fs::path& path, mode_t kind) {
+    struct stat status = {};
+    // To open a device may do something.
+    if (::lstat(path.c_str(), &status) != 0 || (status.st_mode & S_IFMT) != kind)
+        return;
     const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
     if (descriptor == -1)
         return;
-    struct stat status = {};
     const bool isOurs = ::fstat(descriptor, &status) == 0 && (status.st_mode & S_IFMT) == kind &&
                         status.st_uid == ::geteuid() && (kind == S_IFDIR || status.st_nlink == 1);
     if (isOurs && (status.st_mode & 077) != 0)
@@ -72,16 +77,13 @@ void SnapshotStore::save(const ScanSnapshot& snapshot) {
 void SnapshotStore::makeOlderOnesPrivate() const {
     if (isOwnFolder_)
         makePrivate(directory_, S_IFDIR);
-    std::error_code error;
-    for (fs::directory_iterator entry(directory_, error); !error && entry != fs::directory_iterator();
-         entry.increment(error)) {
-        std::error_code unusable;
-        const fs::file_status status = entry->symlink_status(unusable);
-        const bool isShared =
-            fs::is_regular_file(status) &&
-            (status.permissions() & (fs::perms::group_all | fs::perms::others_all)) != fs::perms::none;
-        if (isShared && entry->path().extension() == ".json" && UUID::parse(entry->path().stem().native()))
-            makePrivate(entry->path(), S_IFREG);
+    constexpr std::string_view extension = ".json";
+    for (const std::string& name : entryNames(directory_)) {
+        struct stat status = {};
+        if (name.ends_with(extension) &&
+            UUID::parse(std::string_view(name).substr(0, name.size() - extension.size())) &&
+            ::lstat((directory_ / name).c_str(), &status) == 0 && (status.st_mode & 077) != 0)
+            makePrivate(directory_ / name, S_IFREG);
     }
 }
 
