@@ -76,7 +76,7 @@ tarnwell_install_library(TarnwellCore Core)
 tarnwell_install_library(TarnwellCLIKit CLIKit)
 
 # The examples that are of use to somebody who writes no programs. Their names are too common for the path.
-if(TARNWELL_EXAMPLES)
+if(TARGET treemap-svg)
   add_dependencies(tarnwell-programs space-savers treemap-svg)
   install(TARGETS space-savers treemap-svg RUNTIME DESTINATION "${TARNWELL_INSTALL_EXAMPLESDIR}" COMPONENT tool)
 endif()
