@@ -15,6 +15,7 @@
 // other programs' cache. Memory: less than 200 bytes a candidate, and two buffers of a mebibyte for each thread,
 // however large the files are.
 
+#include "TarnwellCore/Analysis/DuplicateOptions.hpp"
 #include "TarnwellCore/Analysis/DuplicateResult.hpp"
 #include "TarnwellCore/Platform/BlockLayout.hpp"
 #include "TarnwellCore/Platform/ContentReading.hpp"
@@ -29,16 +30,6 @@
 #include <vector>
 
 namespace tarnwell {
-
-struct DuplicateOptions {
-    /// Smaller files are no candidates; nor are empty ones, whatever this says. Users set it
-    /// (`AppSettings::duplicateMinimumSizeBytes`).
-    std::int64_t minimumSize = 1'000'000;
-    /// Least seconds between two progress reports.
-    double progressInterval = 0.1;
-    /// Threads that read; one for each processor when below 1.
-    int workerCount = 0;
-};
 
 /// A value without mutable state; may be used from any thread and may go away while a search runs. The
 /// functions are called from several threads at once; they are the platform's unless somebody replaces them.

@@ -258,6 +258,10 @@ void AppSettings::setDuplicateMinimumSizeBytes(std::int64_t bytes) {
     set(Key::duplicateMinimumSizeBytes, bytes);
 }
 
+DuplicateOptions AppSettings::duplicateOptions() const {
+    return {.minimumSize = duplicateMinimumSizeBytes()};
+}
+
 // --- Cleaning up ------------------------------------------------------------------------------------------
 
 bool AppSettings::confirmBeforeTrash() const {

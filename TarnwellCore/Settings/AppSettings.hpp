@@ -3,6 +3,7 @@
 // The application's settings, typed, over the user's stored values: one key a setting.
 
 #include "TarnwellCore/Analysis/CleanupRule.hpp"
+#include "TarnwellCore/Analysis/DuplicateOptions.hpp"
 #include "TarnwellCore/Layout/TreemapConfiguration.hpp"
 #include "TarnwellCore/Platform/Date.hpp"
 #include "TarnwellCore/Platform/UserDefaults.hpp"
@@ -116,6 +117,8 @@ public:
     void setLargeFileThresholdBytes(std::int64_t bytes);
     std::int64_t duplicateMinimumSizeBytes() const;
     void setDuplicateMinimumSizeBytes(std::int64_t bytes);
+    /// The default options with the minimum size of the settings.
+    DuplicateOptions duplicateOptions() const;
 
     // --- Cleaning up ----------------------------------------------------------------------------------
 
