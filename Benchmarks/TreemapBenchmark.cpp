@@ -1,5 +1,8 @@
-// How long a viewer waits for its treemap, and for the tile under the pointer.
+// How long a viewer waits for its treemap or another layout, and for the tile under the pointer.
 
+#include "TarnwellCore/Layout/BarsLayout.hpp"
+#include "TarnwellCore/Layout/IcicleLayout.hpp"
+#include "TarnwellCore/Layout/SunburstLayout.hpp"
 #include "TarnwellCore/Layout/TreemapLayout.hpp"
 #include "TarnwellCore/Scanning/FileTreeBuilder.hpp"
 
@@ -76,6 +79,33 @@ BENCHMARK(millionNodes)
     ->Args({1, 0})
     ->Args({0, 1})
     ->Unit(benchmark::kMillisecond);
+
+/// The four layouts of a million nodes to depth 6.
+void sixLevels(benchmark::State& state) {
+    const auto root = homeFolder(1'000'000);
+    TreemapConfiguration configuration;
+    configuration.maximumDepth = 6;
+    configuration.sizeMode = SizeMode::allocated;
+    configuration.minimumSideForRecursion = 4;
+    std::size_t itemCount = 0;
+    for (auto _ : state) {
+        switch (state.range(0)) {
+        case 0:
+            itemCount = TreemapLayout::layout(*root, screen, configuration).size();
+            break;
+        case 1:
+            itemCount = IcicleLayout::layout(*root, screen, configuration).size();
+            break;
+        case 2:
+            itemCount = SunburstLayout::layout(*root, {{720, 720}, 100, 720}, configuration).size();
+            break;
+        default:
+            itemCount = BarsLayout::layout(*root, screen, 100, configuration).size();
+        }
+    }
+    state.counters["items"] = static_cast<double>(itemCount);
+}
+BENCHMARK(sixLevels)->ArgName("layout")->DenseRange(0, 3)->Unit(benchmark::kMillisecond);
 
 void hundredThousandChildren(benchmark::State& state) {
     const auto root = wideFolder(100'000);

@@ -4,6 +4,7 @@
 // is the minimum corner, a rectangle of negative width or height stands for the same area with its origin
 // moved, and the minimum edges belong to a rectangle while the maximum edges do not.
 
+#include <algorithm>
 #include <limits>
 
 namespace tarnwell {
@@ -70,6 +71,14 @@ struct Rect {
         const Rect result{whole.origin.x + dx, whole.origin.y + dy, whole.size.width - 2 * dx,
                           whole.size.height - 2 * dy};
         return result.size.width < 0 || result.size.height < 0 ? null() : result;
+    }
+
+    /// Takes half of the gap off each side, as far as there is something to take.
+    constexpr Rect withoutGap(double gap) const {
+        if (!(gap > 0))
+            return *this;
+        const double half = gap * 0.5;
+        return insetBy(std::min(width() * 0.5, half), std::min(height() * 0.5, half));
     }
 
     constexpr bool contains(Point point) const {

@@ -1,8 +1,8 @@
 #include "TarnwellCore/Layout/TreemapLayout.hpp"
 
+#include "TarnwellCore/Layout/ChildWeights.hpp"
 #include "TarnwellCore/Layout/SizeOrder.hpp"
 #include "TarnwellCore/Layout/Squarify.hpp"
-#include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
 
 #include <algorithm>
 #include <cstddef>
@@ -35,7 +35,6 @@ private:
 
     void openLevel(std::span<const FileNode* const> children, const FileNode* parent, const Rect& area,
                    std::int64_t depth);
-    std::int64_t weighChildren(std::span<const FileNode* const> children);
     std::int64_t mergeSmallTiles(std::size_t begin, std::int64_t total, const Rect& area);
     void emitNextTile();
     bool descendsInto(const FileNode& node, std::int64_t depth, const Rect& tile) const;
@@ -72,7 +71,7 @@ void LayoutRun::openLevel(std::span<const FileNode* const> children, const FileN
     if (!(area.width() > 0) || !(area.height() > 0))
         return;
     const std::size_t begin = tiles_.size();
-    const std::int64_t total = weighChildren(children);
+    const std::int64_t total = weighChildren(children, configuration_.sizeMode, removed_, tiles_);
     if (total < 1)
         return;
     const std::size_t weighedCount = tiles_.size() - begin;
@@ -88,19 +87,6 @@ void LayoutRun::openLevel(std::span<const FileNode* const> children, const FileN
     rects_.resize(tiles_.size());
     tarnwell::squarify(values_, area, std::span(rects_).subspan(begin));
     levels_.push_back({parent, depth, begin, begin, tiles_.size(), static_cast<std::int64_t>(mergedCount)});
-}
-
-/// Appends the children that count to the tiles, in their order, and returns the sum of their weights.
-std::int64_t LayoutRun::weighChildren(std::span<const FileNode* const> children) {
-    std::int64_t total = 0;
-    for (const FileNode* child : children) {
-        const std::int64_t weight = child->sizeFor(configuration_.sizeMode);
-        if (weight <= 0 || removed_.containsNodeOrAncestor(*child))
-            continue;
-        tiles_.push_back({child, weight});
-        addChecked(total, weight);
-    }
-    return total;
 }
 
 /// Drops the tiles from `begin` on whose share of the area is too small, and returns their weight. The
@@ -130,11 +116,8 @@ std::int64_t LayoutRun::mergeSmallTiles(std::size_t begin, std::int64_t total, c
 void LayoutRun::emitNextTile() {
     Level& level = levels_.back();
     const WeighedNode tile = tiles_[level.next];
-    Rect rect = rects_[level.next];
+    const Rect rect = rects_[level.next].withoutGap(configuration_.padding);
     ++level.next;
-    if (configuration_.padding > 0)
-        rect = rect.insetBy(std::min(rect.width() * 0.5, configuration_.padding * 0.5),
-                            std::min(rect.height() * 0.5, configuration_.padding * 0.5));
     items_.push_back({.id = static_cast<std::int64_t>(items_.size()),
                       .node = tile.node,
                       .parent = level.parent,

@@ -261,14 +261,18 @@ TEST(Examples, TreemapOfHostileNames) {
     fs::create_directories(chain);
     (void)parent.makeFile((chain / "end").native(), 900'000);
 
-    for (const char* levels : {"1", "2", "99"}) {
-        const CommandResult result = run("treemap-svg", {root, levels, "apparent"});
+    const std::pair<const char*, const char*> pictures[] = {{"1", "treemap"},  {"2", "treemap"},
+                                                            {"99", "treemap"}, {"4", "icicle"},
+                                                            {"4", "sunburst"}, {"1", "bars"}};
+    for (const auto& [levels, layout] : pictures) {
+        SCOPED_TRACE(layout);
+        const CommandResult result = run("treemap-svg", {root, levels, "apparent", layout});
         ASSERT_EQ(result.exitCode, 0) << result.standardError;
         const std::string& picture = result.standardOutput;
         EXPECT_TRUE(std::ranges::none_of(
             picture, [](unsigned char byte) { return (byte < 0x20 && byte != '\n') || byte == 0x7F; }));
         EXPECT_THAT(picture, Not(HasSubstr("<script")));
-        EXPECT_GT(expectWellFormed(picture), 10);
+        EXPECT_GT(expectWellFormed(picture) + static_cast<int>(count(picture, "<path ")), 10);
     }
 }
 

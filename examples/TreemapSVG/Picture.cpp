@@ -1,5 +1,8 @@
 #include "Picture.hpp"
 
+#include "TarnwellCore/Layout/BarsLayout.hpp"
+#include "TarnwellCore/Layout/IcicleLayout.hpp"
+#include "TarnwellCore/Layout/SunburstLayout.hpp"
 #include "TarnwellCore/Layout/TreemapLayout.hpp"
 #include "TarnwellCore/Scanning/ByteFormatter.hpp"
 
@@ -28,6 +31,7 @@ constexpr double titleHeight = 40;
 constexpr double legendRowHeight = 22;
 constexpr std::size_t legendColumns = 6;
 constexpr double headerHeight = 17;
+constexpr std::size_t barCount = 20;
 
 std::string number(double value) {
     std::array<char, 32> digits{};
@@ -53,23 +57,29 @@ std::string attributes(double x, double y, double width, double height) {
 
 class Picture {
 public:
-    Picture(const ScanResult& scan, SizeMode mode) : root_(*scan.root), stats_(scan.stats), mode_(mode) {}
+    Picture(const ScanResult& scan, SizeMode mode, Layout layout)
+        : root_(*scan.root), stats_(scan.stats), mode_(mode), layout_(layout) {}
 
     std::string draw(std::int64_t levels);
 
 private:
     RemovedNodes furtherLinks() const;
+    std::vector<TreemapItem> layOut(const Rect& area, std::int64_t levels) const;
     void addText(std::string_view styleClass, double x, double y, std::string_view printableText,
                  std::string_view more = {});
     void addTitle();
     void addLegend(double top);
     void addTile(const TreemapItem& item, bool isOpen);
+    void addBar(const TreemapItem& item);
+    void addSector(const TreemapItem& item);
     void addLabel(const TreemapItem& item, bool isOpen, const std::string& ink);
     std::string tooltip(const TreemapItem& item, FileCategory category) const;
 
     const FileNode& root_;
     const ScanStats& stats_;
     SizeMode mode_;
+    Layout layout_;
+    SunburstLayout::Disc disc_;
     std::vector<FileCategory> legend_; // what occurs, largest first
     CategoryBytes totals_{};
     std::string svg_;
@@ -96,21 +106,48 @@ std::string Picture::draw(std::int64_t levels) {
     const double legendTop = pictureHeight - margin / 2 - static_cast<double>(rows) * legendRowHeight;
     const Rect area{margin, margin + titleHeight, pictureWidth - 2 * margin,
                     legendTop - margin / 2 - margin - titleHeight};
-    const auto items = TreemapLayout::layout(root_, area,
-                                             {.padding = 2,
-                                              .headerHeight = headerHeight,
-                                              .inset = 2,
-                                              .minimumArea = 150,
-                                              .minimumSideForRecursion = 44,
-                                              .maximumDepth = levels - 1,
-                                              .sizeMode = mode_},
-                                             furtherLinks());
+    disc_ = {{pictureWidth / 2, area.minY() + area.height() / 2}, area.height() / 10, area.height() / 2};
+    const auto items = layOut(area, levels);
     for (std::size_t index = 0; index < items.size(); ++index) {
         const bool isOpen = index + 1 < items.size() && items[index + 1].depth > items[index].depth;
-        addTile(items[index], isOpen);
+        if (layout_ == Layout::sunburst)
+            addSector(items[index]);
+        else if (layout_ == Layout::bars)
+            addBar(items[index]);
+        else
+            addTile(items[index], isOpen && layout_ == Layout::treemap);
     }
     addLegend(legendTop);
     return std::move(svg_) + "</svg>\n";
+}
+
+std::vector<TreemapItem> Picture::layOut(const Rect& area, std::int64_t levels) const {
+    TreemapConfiguration configuration{.padding = 1,
+                                       .minimumArea = 9,
+                                       .minimumSideForRecursion = 12,
+                                       .maximumDepth = levels - 1,
+                                       .sizeMode = mode_};
+    switch (layout_) {
+    case Layout::sunburst:
+        return SunburstLayout::layout(root_, disc_, configuration, furtherLinks());
+    case Layout::icicle:
+        return IcicleLayout::layout(root_, area, configuration, furtherLinks());
+    case Layout::bars: {
+        // Names stand behind the bars.
+        const Rect bars{area.minX(), area.minY(), area.width() * 0.6, area.height()};
+        configuration.padding = 4;
+        configuration.maximumDepth = 0;
+        return BarsLayout::layout(root_, bars, barCount, configuration, furtherLinks());
+    }
+    case Layout::treemap:
+        break;
+    }
+    configuration.padding = 2;
+    configuration.headerHeight = headerHeight;
+    configuration.inset = 2;
+    configuration.minimumArea = 150;
+    configuration.minimumSideForRecursion = 44;
+    return TreemapLayout::layout(root_, area, configuration, furtherLinks());
 }
 
 /// A file with several links takes its space once.
@@ -189,6 +226,39 @@ void Picture::addTile(const TreemapItem& item, bool isOpen) {
     svg_ += "</svg>\n";
 }
 
+void Picture::addBar(const TreemapItem& item) {
+    const FileCategory category = item.isAggregate() ? FileCategory::other : mainCategory(*item.node, mode_);
+    svg_ += "<rect class=\"" + (item.isAggregate() ? "rest" : "c" + std::to_string(rawValue(category))) +
+            "\" rx=\"2\" " +
+            attributes(item.rect.minX(), item.rect.minY(), item.rect.width(), item.rect.height()) +
+            "><title>" + escaped(tooltip(item, category)) + "</title></rect>";
+    const std::string name =
+        item.isAggregate() ? std::to_string(item.aggregatedCount) + " more" : printable(item.node->name());
+    addText("ink", item.rect.maxX() + 8, item.rect.minY() + item.rect.height() / 2 + 4,
+            fitted(name, 300, 13) + "  " + sizeText(item.value));
+    svg_ += '\n';
+}
+
+void Picture::addSector(const TreemapItem& item) {
+    const FileCategory category = item.isAggregate() ? FileCategory::other : mainCategory(*item.node, mode_);
+    const SunburstLayout::Sector sector = SunburstLayout::sector(item);
+    const auto point = [&](double angle, double radius) {
+        const Point at = SunburstLayout::pointAt(disc_, angle, radius);
+        return number(at.x) + " " + number(at.y);
+    };
+    // An arc knows its ends only: two halves are never the same point.
+    const double middle = (sector.startAngle + sector.endAngle) / 2;
+    const auto arc = [&](double end, double radius, const char* direction) {
+        const std::string start = " A" + number(radius) + " " + number(radius) + " 0 0 " + direction;
+        return start + point(middle, radius) + start + point(end, radius);
+    };
+    svg_ += "<path class=\"" + (item.isAggregate() ? "rest" : "c" + std::to_string(rawValue(category))) +
+            "\" d=\"M" + point(sector.startAngle, sector.outerRadius) +
+            arc(sector.endAngle, sector.outerRadius, "1 ") + " L" +
+            point(sector.endAngle, sector.innerRadius) + arc(sector.startAngle, sector.innerRadius, "0 ") +
+            " Z\"><title>" + escaped(tooltip(item, category)) + "</title></path>\n";
+}
+
 void Picture::addLabel(const TreemapItem& item, bool isOpen, const std::string& ink) {
     const double width = item.rect.width() - 10;
     const double height = item.rect.height() - 4;
@@ -213,8 +283,8 @@ void Picture::addLabel(const TreemapItem& item, bool isOpen, const std::string& 
 
 } // namespace
 
-std::string treemapPicture(const ScanResult& scan, std::int64_t levels, SizeMode mode) {
-    return Picture(scan, mode).draw(levels);
+std::string picture(const ScanResult& scan, std::int64_t levels, SizeMode mode, Layout layout) {
+    return Picture(scan, mode, layout).draw(levels);
 }
 
 } // namespace example

@@ -1,6 +1,6 @@
 #pragma once
 
-// A treemap of a scanned folder as an SVG document.
+// Layouts of a scanned folder as SVG documents.
 
 #include "TarnwellCore/Scanning/ScanResult.hpp"
 #include "TarnwellCore/Scanning/SizeMode.hpp"
@@ -10,7 +10,10 @@
 
 namespace example {
 
+enum class Layout { treemap, sunburst, icicle, bars };
+
 /// `levels` of folders are drawn into one another, 1 or more. The same scan always gives the same bytes.
-std::string treemapPicture(const tarnwell::ScanResult& scan, std::int64_t levels, tarnwell::SizeMode mode);
+std::string picture(const tarnwell::ScanResult& scan, std::int64_t levels, tarnwell::SizeMode mode,
+                    Layout layout);
 
 } // namespace example
