@@ -49,7 +49,8 @@ int write(int descriptor, std::string_view text) {
 /// What was to be printed has not arrived. A reader that has gone knows, a full disk is said.
 struct OutputError : std::runtime_error {
     explicit OutputError(int errorNumber)
-        : std::runtime_error(std::string("The output could not be written: ") + std::strerror(errorNumber) + "."),
+        : std::runtime_error(std::string("The output could not be written: ") + std::strerror(errorNumber) +
+                             "."),
           isReaderGone(errorNumber == EPIPE) {}
     bool isReaderGone;
 };
@@ -116,8 +117,8 @@ public:
         }
     }
 
-    /// To be called when the command has come back: it is then left to end as it likes. A command that was called
-    /// off comes back soon; it is waited for so that it can say what it did.
+    /// To be called when the command has come back: it is then left to end as it likes. A command that was
+    /// called off comes back soon; it is waited for so that it can say what it did.
     void commandIsBack() {
         const std::lock_guard guard(mutex_);
         isBack_ = true;
@@ -135,7 +136,8 @@ private:
                 return;
         signal_ = number;
         interruption.interrupt();
-        // A second signal ends without waiting: every step is whole, or as if it had not begun, at any moment.
+        // A second signal ends without waiting: every step is whole, or as if it had not begun, at any
+        // moment.
         std::thread([&status] {
             unsigned char second = 0;
             while (::read(signalPipe[0], &second, 1) != 1)
@@ -241,6 +243,6 @@ int main(int count, char** values) {
     const int signal = watch.signal();
     // Taking large results apart would cost time and change nothing.
     ::_exit(result.exitCode == TidyResult::interrupted && signal != 0 ? 128 + signal
-            : isTaken || result.exitCode != 0                          ? result.exitCode
-                                                                       : TidyResult::failed);
+            : isTaken || result.exitCode != 0                         ? result.exitCode
+                                                                      : TidyResult::failed);
 }

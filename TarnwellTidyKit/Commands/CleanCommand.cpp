@@ -105,14 +105,17 @@ struct Clearing {
 private:
     std::vector<std::string> paths() const {
         std::vector<std::string> all;
-        std::ranges::transform(finding.paths, std::back_inserter(all), [](const fs::path& path) { return path.native(); });
+        std::ranges::transform(finding.paths, std::back_inserter(all),
+                               [](const fs::path& path) { return path.native(); });
         return all;
     }
     static std::string failureOf(const CommandResult& result) {
         const std::string_view message = trimmed(result.standardError);
-        return message.empty() ? "It ended with code " + std::to_string(result.exitCode) + "." : std::string(message);
+        return message.empty() ? "It ended with code " + std::to_string(result.exitCode) + "."
+                               : std::string(message);
     }
-    void each(const std::vector<std::string>& sources, const std::function<TidyOutcome(const std::string&)>& step) const {
+    void each(const std::vector<std::string>& sources,
+              const std::function<TidyOutcome(const std::string&)>& step) const {
         outcomes.actOnEach(context, sources, [&](const std::string& source) {
             TidyOutcome outcome = step(source);
             outcome.finding = finding.id;
@@ -141,9 +144,11 @@ const TidyCommandSpec CleanRequest::spec = {
     .group = "Clear",
     .operands = "ID...",
     .summary = "Do what findings offer",
-    .details = "Moves what belongs to a finding to the Trash, runs the tool that it belongs to, or opens the place, as "
-               "findings says. With --safe, everything that is safe to remove; anything else only goes when it is "
-               "named by its ID.",
+    .details =
+        "Moves what belongs to a finding to the Trash, runs the tool that it belongs to, or opens the place, "
+        "as "
+        "findings says. With --safe, everything that is safe to remove; anything else only goes when it is "
+        "named by its ID.",
     .shared = TidyShared::scan | TidyShared::act,
     .options = options,
 };

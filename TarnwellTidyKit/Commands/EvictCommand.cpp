@@ -38,7 +38,8 @@ const TidyCommandSpec EvictRequest::spec = {
     .group = "Clear",
     .operands = "PATH...",
     .summary = "Free the local copies of cloud files",
-    .details = "Removes the local copy of files in folders that a cloud service keeps in step; they stay in the cloud "
+    .details = "Removes the local copy of files in folders that a cloud service keeps in step; they stay in "
+               "the cloud "
                "and come back when they are opened. Of a folder, all its files that have something to free.",
     .completes = TidyCompletes::paths,
     .shared = static_cast<unsigned>(TidyShared::act),
@@ -65,7 +66,8 @@ TidyResult run(const EvictRequest& request, TidyContext& context) {
     if (consent != TidyContext::Consent::given)
         return TidyContext::withoutConsent(consent);
     TidyOutcomes outcomes;
-    outcomes.actOnEach(context, files, [&](const std::string& file) { return evicted(context, file, roots); });
+    outcomes.actOnEach(context, files,
+                       [&](const std::string& file) { return evicted(context, file, roots); });
     return outcomes.result(context, request.output, {});
 }
 

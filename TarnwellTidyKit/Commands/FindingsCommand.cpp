@@ -47,9 +47,10 @@ std::string textOf(const FoundPlaces& found, const TidyStyle& style, const TidyC
     }
     text += "\nClearing all of it would free at least " +
             style.painted(sizeText(freeableBytes(found.findings)), TidyRole::strong) + ".\n";
-    text += wrappedText("Clear what you like with: tarnwell-tidy clean ID. What is safe to remove is made again when "
-                        "it is needed; tarnwell-tidy clean --safe clears all of that.",
-                        style.columns, 0);
+    text += wrappedText(
+        "Clear what you like with: tarnwell-tidy clean ID. What is safe to remove is made again when "
+        "it is needed; tarnwell-tidy clean --safe clears all of that.",
+        style.columns, 0);
     const std::string unreadable = found.scan ? context.unreadableText(*found.scan, style) : std::string();
     return unreadable.empty() ? text : text + "\n" + unreadable;
 }
@@ -110,7 +111,9 @@ struct ActionName {
 };
 
 struct ActionText {
-    std::string operator()(const SpaceSaverActions::RunCommand& command) const { return "runs " + command.commandLine; }
+    std::string operator()(const SpaceSaverActions::RunCommand& command) const {
+        return "runs " + command.commandLine;
+    }
     std::string operator()(const SpaceSaverActions::Trash&) const { return "moves it to the Trash"; }
     std::string operator()(const SpaceSaverActions::OpenLocation&) const { return "opens the place"; }
     std::string operator()(const SpaceSaverActions::EmptyTrash&) const { return "empties the Trash"; }
@@ -175,9 +178,11 @@ const TidyCommandSpec FindingsRequest::spec = {
     .group = "Look",
     .operands = "",
     .summary = "Where space piles up at home, and what can be done",
-    .details = "Looks through your home folder for caches, build products, old downloads, large files, the Trash and "
-               "what your cleanup rules match. Changes nothing. Each finding says how much care it asks for and has "
-               "an ID, with which clean clears it.",
+    .details =
+        "Looks through your home folder for caches, build products, old downloads, large files, the Trash "
+        "and "
+        "what your cleanup rules match. Changes nothing. Each finding says how much care it asks for and has "
+        "an ID, with which clean clears it.",
     .shared = static_cast<unsigned>(TidyShared::scan),
     .options = options,
 };

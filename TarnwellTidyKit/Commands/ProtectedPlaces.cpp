@@ -10,11 +10,42 @@ namespace tarnwell {
 namespace {
 
 // Of both systems: a folder of the other one's is no ordinary place either.
-constexpr std::array<std::string_view, 36> systemFolders = {
-    "/Applications", "/Library", "/Network", "/System", "/System/Volumes", "/System/Volumes/Data", "/Users",
-    "/Volumes", "/bin", "/boot", "/cores", "/dev", "/etc", "/home", "/lib", "/lib32", "/lib64", "/media", "/mnt",
-    "/opt", "/opt/homebrew", "/private", "/private/etc", "/private/tmp", "/private/var", "/proc", "/root", "/run",
-    "/sbin", "/srv", "/sys", "/tmp", "/usr", "/usr/local", "/var", "/Users/Shared"};
+constexpr std::array<std::string_view, 36> systemFolders = {"/Applications",
+                                                            "/Library",
+                                                            "/Network",
+                                                            "/System",
+                                                            "/System/Volumes",
+                                                            "/System/Volumes/Data",
+                                                            "/Users",
+                                                            "/Volumes",
+                                                            "/bin",
+                                                            "/boot",
+                                                            "/cores",
+                                                            "/dev",
+                                                            "/etc",
+                                                            "/home",
+                                                            "/lib",
+                                                            "/lib32",
+                                                            "/lib64",
+                                                            "/media",
+                                                            "/mnt",
+                                                            "/opt",
+                                                            "/opt/homebrew",
+                                                            "/private",
+                                                            "/private/etc",
+                                                            "/private/tmp",
+                                                            "/private/var",
+                                                            "/proc",
+                                                            "/root",
+                                                            "/run",
+                                                            "/sbin",
+                                                            "/srv",
+                                                            "/sys",
+                                                            "/tmp",
+                                                            "/usr",
+                                                            "/usr/local",
+                                                            "/var",
+                                                            "/Users/Shared"};
 
 } // namespace
 

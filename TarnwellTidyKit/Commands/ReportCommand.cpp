@@ -40,7 +40,8 @@ std::vector<FileCategory> usedCategories(const Page& page) {
     return used;
 }
 
-constexpr std::array<std::string_view, reportAgeCount> ageNames = {"underMonth", "underYear", "older", "unknown"};
+constexpr std::array<std::string_view, reportAgeCount> ageNames = {"underMonth", "underYear", "older",
+                                                                   "unknown"};
 constexpr std::array<std::string_view, reportAgeCount> ageTitles = {"Under a month", "Under a year", "Older",
                                                                     "Not known"};
 
@@ -95,7 +96,9 @@ std::string textOf(const Page& page, const TidyStyle& style, TidyContext& contex
     const ScanStats& stats = page.scan.stats;
     std::string text = style.painted(harmless(page.scan.root->path()), TidyRole::heading) + "\n";
     TidyTable totals({TidyColumn::left, TidyColumn::right, TidyColumn::left}, 2);
-    totals.row({{"Apparent"}, {sizeText(stats.totalSize), TidyRole::strong}, {"what the files say", TidyRole::quiet}});
+    totals.row({{"Apparent"},
+                {sizeText(stats.totalSize), TidyRole::strong},
+                {"what the files say", TidyRole::quiet}});
     totals.row({{"Allocated"},
                 {sizeText(stats.totalAllocatedSize), TidyRole::strong},
                 {"what they take on the disk", TidyRole::quiet}});
@@ -256,16 +259,18 @@ const TidyCommandSpec ReportRequest::spec = {
     .group = "Look",
     .operands = "FOLDER",
     .summary = "What is in a folder, on one page",
-    .details = "Measures the folder and tells its three sizes, its volume, the categories of its files, the largest "
-               "files and folders, when they were last modified, what links and clones save, and what could not be "
-               "read. A folder of which one folder inside holds four fifths is told by that one.",
+    .details =
+        "Measures the folder and tells its three sizes, its volume, the categories of its files, the largest "
+        "files and folders, when they were last modified, what links and clones save, and what could not be "
+        "read. A folder of which one folder inside holds four fifths is told by that one.",
     .completes = TidyCompletes::folders,
     .shared = static_cast<unsigned>(TidyShared::scan),
     .options = options,
 };
 
 ReportRequest ReportRequest::read(const TidyArguments& arguments) {
-    ReportRequest request{.folder = arguments.onlyOperand(), .scan = arguments.scan(), .output = arguments.output()};
+    ReportRequest request{
+        .folder = arguments.onlyOperand(), .scan = arguments.scan(), .output = arguments.output()};
     request.top = arguments.count("--top").value_or(request.top);
     return request;
 }

@@ -50,7 +50,9 @@ ReportAge ageOf(const FileNode& node, double now) {
     if (node.modificationSeconds == FileNode::missingTime)
         return ReportAge::unknown;
     const double seconds = now - node.modificationSeconds;
-    return seconds < 30 * day ? ReportAge::underMonth : seconds < 365 * day ? ReportAge::underYear : ReportAge::older;
+    return seconds < 30 * day    ? ReportAge::underMonth
+           : seconds < 365 * day ? ReportAge::underYear
+                                 : ReportAge::older;
 }
 
 class Gathering {

@@ -39,8 +39,8 @@ std::optional<std::int64_t> days(const TidyArguments& arguments, std::string_vie
         return std::nullopt;
     const auto count = daysFromText(*text);
     if (!count)
-        throw TidyUsageError(std::string(option) + " takes whole days such as 30d, 6w or 1y, not '" + harmless(*text) +
-                             "'.");
+        throw TidyUsageError(std::string(option) + " takes whole days such as 30d, 6w or 1y, not '" +
+                             harmless(*text) + "'.");
     return count;
 }
 
@@ -106,7 +106,8 @@ void writeRule(JSONWriter& json, const CleanupRule& rule) {
     json.endObject();
 }
 
-TidyResult listed(const std::vector<CleanupRule>& rules, const RulesRequest& request, const TidyContext& context) {
+TidyResult listed(const std::vector<CleanupRule>& rules, const RulesRequest& request,
+                  const TidyContext& context) {
     if (request.output.json)
         return {.standardOutput = tidyDocument([&](JSONWriter& json) {
                     json.key("rules");
@@ -238,17 +239,22 @@ const TidyCommandSpec RulesRequest::spec = {
     .group = "Arrange",
     .operands = "list | add NAME | remove RULE... | enable RULE... | disable RULE... | test FOLDER [RULE...]",
     .summary = "Your cleanup rules: what findings looks for besides known places",
-    .details = "A rule matches what meets all of its conditions, and is named by its ID or its name. test shows what the "
-               "rules would match in a folder, those that are named also when they are off. Changes are kept in the "
-               "settings; nothing is ever cleaned by a rule alone.",
+    .details =
+        "A rule matches what meets all of its conditions, and is named by its ID or its name. test shows "
+        "what the "
+        "rules would match in a folder, those that are named also when they are off. Changes are kept in the "
+        "settings; nothing is ever cleaned by a rule alone.",
     .words = "list|add|remove|enable|disable|test",
     .shared = TidyShared::scan | TidyShared::act,
     .options = options,
 };
 
 RulesRequest RulesRequest::read(const TidyArguments& arguments) {
-    RulesRequest request{
-        .rules = {}, .folder = {}, .scan = arguments.scan(), .act = arguments.act(), .output = arguments.output()};
+    RulesRequest request{.rules = {},
+                         .folder = {},
+                         .scan = arguments.scan(),
+                         .act = arguments.act(),
+                         .output = arguments.output()};
     std::vector<std::string> words = arguments.operands();
     const std::string verb = words.empty() ? "list" : words.front();
     if (!words.empty())

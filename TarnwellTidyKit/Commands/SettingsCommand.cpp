@@ -146,10 +146,11 @@ const TidyCommandSpec SettingsRequest::spec = {
     .group = "Arrange",
     .operands = "list | get KEY | set KEY VALUE... | reset [KEY]",
     .summary = "What all commands go by unless an option says otherwise",
-    .details = "Lists the settings with what may be set, prints one, sets one, or brings back what it comes with. "
-               "reset without a key brings back all preferences; the cleanup rules, the schedule's folder and what "
-               "the program remembers stay. Sizes are written 500MB or 1.5GiB, truths yes or no, a list of paths as "
-               "words of their own, none for an empty one.",
+    .details =
+        "Lists the settings with what may be set, prints one, sets one, or brings back what it comes with. "
+        "reset without a key brings back all preferences; the cleanup rules, the schedule's folder and what "
+        "the program remembers stay. Sizes are written 500MB or 1.5GiB, truths yes or no, a list of paths as "
+        "words of their own, none for an empty one.",
     .words = "list|get|set|reset",
     .shared = static_cast<unsigned>(TidyShared::act),
 };
@@ -176,7 +177,8 @@ SettingsRequest SettingsRequest::read(const TidyArguments& arguments) {
         request.verb = Verb::reset;
         expect(0, 1);
     } else {
-        throw TidyUsageError("settings takes " + std::string(spec.operands) + ", not '" + harmless(verb) + "'.");
+        throw TidyUsageError("settings takes " + std::string(spec.operands) + ", not '" + harmless(verb) +
+                             "'.");
     }
     if (!words.empty()) {
         request.key = rowNamed(words.front()).name();

@@ -63,7 +63,10 @@ void writeOptional(JSONWriter& json, const std::optional<std::string>& text) {
 
 template <auto get, auto put>
 SettingRow truthRow(Key key, std::string_view meaning) {
-    return {key, "yes, no", meaning, [](const S& settings) { return std::string((settings.*get)() ? "yes" : "no"); },
+    return {key,
+            "yes, no",
+            meaning,
+            [](const S& settings) { return std::string((settings.*get)() ? "yes" : "no"); },
             [](JSONWriter& json, const S& settings) { json.boolean((settings.*get)()); },
             [](S& settings, const Words& words) {
                 const auto value = truth(words);
@@ -75,7 +78,10 @@ SettingRow truthRow(Key key, std::string_view meaning) {
 
 template <auto get, auto put, std::int64_t least, std::int64_t most>
 SettingRow bytesRow(Key key, std::string_view range, std::string_view meaning) {
-    return {key, range, meaning, [](const S& settings) { return sizeText((settings.*get)()); },
+    return {key,
+            range,
+            meaning,
+            [](const S& settings) { return sizeText((settings.*get)()); },
             [](JSONWriter& json, const S& settings) { json.integer((settings.*get)()); },
             [](S& settings, const Words& words) {
                 const auto value = bytes(words, least, most);
@@ -86,16 +92,26 @@ SettingRow bytesRow(Key key, std::string_view range, std::string_view meaning) {
 }
 
 template <auto get, auto put>
-SettingRow numberRow(Key key, std::string_view range, std::string_view meaning, bool (*set)(S&, const Words&)) {
-    return {key, range, meaning, [](const S& settings) { return decimalText((settings.*get)()); },
-            [](JSONWriter& json, const S& settings) { json.number((settings.*get)()); }, set};
+SettingRow numberRow(Key key, std::string_view range, std::string_view meaning,
+                     bool (*set)(S&, const Words&)) {
+    return {key,
+            range,
+            meaning,
+            [](const S& settings) { return decimalText((settings.*get)()); },
+            [](JSONWriter& json, const S& settings) { json.number((settings.*get)()); },
+            set};
 }
 
 /// A text, nothing when it was never set.
 template <auto get>
-SettingRow optionalRow(Key key, std::string_view range, std::string_view meaning, bool (*set)(S&, const Words&)) {
-    return {key, range, meaning, [](const S& settings) { return (settings.*get)().value_or(unset); },
-            [](JSONWriter& json, const S& settings) { writeOptional(json, (settings.*get)()); }, set};
+SettingRow optionalRow(Key key, std::string_view range, std::string_view meaning,
+                       bool (*set)(S&, const Words&)) {
+    return {key,
+            range,
+            meaning,
+            [](const S& settings) { return (settings.*get)().value_or(unset); },
+            [](JSONWriter& json, const S& settings) { writeOptional(json, (settings.*get)()); },
+            set};
 }
 
 SettingRow wordRow(Key key, std::string_view range, std::string_view meaning, std::string (*text)(const S&),
@@ -154,7 +170,8 @@ std::vector<SettingRow> makeRows() {
                         if (words.size() != 1)
                             return false;
                         const std::string& word = words.front();
-                        const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), depth);
+                        const auto [end, error] =
+                            std::from_chars(word.data(), word.data() + word.size(), depth);
                         if (error != std::errc() || end != word.data() + word.size() || depth < 0)
                             return false;
                         settings.setTreemapDepth(depth);
@@ -188,7 +205,8 @@ std::vector<SettingRow> makeRows() {
                                                                                  "Look into packages"));
     rows.push_back(truthRow<&S::confirmBeforeTrash, &S::setConfirmBeforeTrash>(
         Key::confirmBeforeTrash, "Ask before something goes to the Trash"));
-    rows.push_back(optionalRow<&S::lastScanPath>(Key::lastScanPath, "", "The folder that was scanned last", nullptr));
+    rows.push_back(
+        optionalRow<&S::lastScanPath>(Key::lastScanPath, "", "The folder that was scanned last", nullptr));
     rows.push_back(numberRow<&S::spaceMonitorInterval, &S::setSpaceMonitorInterval>(
         Key::spaceMonitorInterval, "from 0.5 (seconds)", "How often free space is looked at",
         [](S& settings, const Words& words) {
@@ -227,7 +245,8 @@ std::vector<SettingRow> makeRows() {
             return isGood;
         }));
     rows.push_back(optionalRow<&S::snapshotScheduleRoot>(
-        Key::snapshotScheduleRoot, "a folder", "What snapshots are taken of", [](S& settings, const Words& words) {
+        Key::snapshotScheduleRoot, "a folder", "What snapshots are taken of",
+        [](S& settings, const Words& words) {
             if (words.size() != 1 || words.front().empty())
                 return false;
             settings.setSnapshotScheduleRoot(DiskScanner::normalize(typedPath(words.front())));

@@ -45,8 +45,8 @@ void expectChoice(const TidyOptionSpec& option, const std::string& value) {
         words.push_back(choice);
     });
     if (!isKnown)
-        throw TidyUsageError(std::string(option.name) + " is one of " + all + ", not " + inQuotes(value) + "." +
-                             suggestion(value, words));
+        throw TidyUsageError(std::string(option.name) + " is one of " + all + ", not " + inQuotes(value) +
+                             "." + suggestion(value, words));
 }
 
 /// Letters to insert, remove, replace or swap with their neighbour to make one word the other.
@@ -61,8 +61,8 @@ std::size_t distance(std::string_view a, std::string_view b) {
         current[0] = row;
         for (std::size_t column = 1; column <= b.size(); ++column) {
             const bool isSame = a[row - 1] == b[column - 1];
-            current[column] = std::min({last[column] + 1, current[column - 1] + 1,
-                                        last[column - 1] + (isSame ? 0 : 1)});
+            current[column] =
+                std::min({last[column] + 1, current[column - 1] + 1, last[column - 1] + (isSame ? 0 : 1)});
             if (row > 1 && column > 1 && a[row - 1] == b[column - 2] && a[row - 2] == b[column - 1])
                 current[column] = std::min(current[column], beforeLast[column - 2] + 1);
         }
@@ -100,11 +100,14 @@ TidyCommandLine TidyCommandLine::split(std::span<const std::string> words) {
                 line.command = word;
                 continue;
             }
-            line.rest.insert(line.rest.end(), words.begin() + static_cast<std::ptrdiff_t>(index), words.end());
+            line.rest.insert(line.rest.end(), words.begin() + static_cast<std::ptrdiff_t>(index),
+                             words.end());
             break;
         }
         line.rest.push_back(word);
-        const auto takesNext = [&](const TidyOptionSpec& option) { return option.name == word && !option.isFlag(); };
+        const auto takesNext = [&](const TidyOptionSpec& option) {
+            return option.name == word && !option.isFlag();
+        };
         if ((std::ranges::any_of(tidyOutputOptions(), takesNext) ||
              std::ranges::any_of(tidyScanOptions(), takesNext)) &&
             index + 1 < words.size())
@@ -143,14 +146,16 @@ TidyArguments TidyArguments::read(const TidyCommandSpec& command, std::span<cons
         for (const std::string& word : words) {
             const auto equals = word.find('=');
             for (const auto& slot : slots)
-                if (equals != std::string::npos && slot->spec->isFlag() && slot->spec->name == word.substr(0, equals))
+                if (equals != std::string::npos && slot->spec->isFlag() &&
+                    slot->spec->name == word.substr(0, equals))
                     throw TidyUsageError(std::string(slot->spec->name) + " takes no value.");
         }
         const std::string last = words.empty() ? std::string() : words.back();
         for (const auto& slot : slots)
             if (!slot->spec->isFlag() && last.substr(0, last.find('=')) == slot->spec->name)
-                throw TidyUsageError(std::string(slot->spec->name) + " needs a value: " +
-                                     std::string(slot->spec->name) + " " + std::string(slot->spec->value) + ".");
+                throw TidyUsageError(std::string(slot->spec->name) +
+                                     " needs a value: " + std::string(slot->spec->name) + " " +
+                                     std::string(slot->spec->value) + ".");
         throw TidyUsageError(harmless(error.what()));
     }
     for (const auto& slot : slots) {
@@ -209,8 +214,8 @@ std::optional<std::int64_t> TidyArguments::count(std::string_view option, std::i
     std::int64_t number = 0;
     const auto [end, error] = std::from_chars(text->data(), text->data() + text->size(), number);
     if (error != std::errc() || end != text->data() + text->size() || number < least)
-        throw TidyUsageError(std::string(option) + " takes a whole number from " + std::to_string(least) + " up, not " +
-                             inQuotes(*text) + ".");
+        throw TidyUsageError(std::string(option) + " takes a whole number from " + std::to_string(least) +
+                             " up, not " + inQuotes(*text) + ".");
     return number;
 }
 
@@ -220,8 +225,8 @@ std::optional<double> TidyArguments::number(std::string_view option, double leas
         return std::nullopt;
     const auto number = numberFromText(*text);
     if (!number || *number < least)
-        throw TidyUsageError(std::string(option) + " takes a number from " + decimalText(least) + " up, not " +
-                             inQuotes(*text) + ".");
+        throw TidyUsageError(std::string(option) + " takes a number from " + decimalText(least) +
+                             " up, not " + inQuotes(*text) + ".");
     return number;
 }
 

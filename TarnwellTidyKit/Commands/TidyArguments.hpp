@@ -26,9 +26,9 @@ public:
 /// The arguments of one command. Readers throw TidyUsageError for a value that makes no sense.
 class TidyArguments {
 public:
-    /// Takes the words behind the command's name apart. Throws TidyUsageError for an option that the command does
-    /// not have (with a suggestion), for a missing or superfluous value, and for a value that is none of the
-    /// option's choices. Words behind "--" are operands.
+    /// Takes the words behind the command's name apart. Throws TidyUsageError for an option that the command
+    /// does not have (with a suggestion), for a missing or superfluous value, and for a value that is none of
+    /// the option's choices. Words behind "--" are operands.
     static TidyArguments read(const TidyCommandSpec& command, std::span<const std::string> words);
 
     const TidyCommandSpec& command() const { return *command_; }

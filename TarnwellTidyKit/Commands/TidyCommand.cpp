@@ -17,18 +17,13 @@ struct Row {
 
 template <class Request>
 constexpr Row row() {
-    return {&Request::spec, [](const TidyArguments& arguments) -> TidyCommand { return Request::read(arguments); }};
+    return {&Request::spec,
+            [](const TidyArguments& arguments) -> TidyCommand { return Request::read(arguments); }};
 }
 
 constexpr std::array rows = {
-    row<ReportRequest>(),
-    row<FindingsRequest>(),
-    row<VolumesRequest>(),
-    row<CleanRequest>(),
-    row<TrashRequest>(),
-    row<EvictRequest>(),
-    row<RulesRequest>(),
-    row<SettingsRequest>(),
+    row<ReportRequest>(), row<FindingsRequest>(), row<VolumesRequest>(), row<CleanRequest>(),
+    row<TrashRequest>(),  row<EvictRequest>(),    row<RulesRequest>(),   row<SettingsRequest>(),
 };
 
 const Row* rowOf(std::string_view name) {
@@ -69,7 +64,9 @@ TidyCommand readTidyCommand(std::span<const std::string> arguments) {
     if (!arguments.empty() && arguments.front() == "complete-words")
         return TidyWords{{arguments.begin() + 1, arguments.end()}};
     const TidyCommandLine line = TidyCommandLine::split(arguments);
-    const auto asks = [&](std::string_view word) { return std::ranges::find(line.rest, word) != line.rest.end(); };
+    const auto asks = [&](std::string_view word) {
+        return std::ranges::find(line.rest, word) != line.rest.end();
+    };
     if (!line.command) {
         if (asks("--help") || asks("-h"))
             return TidyHelp{};

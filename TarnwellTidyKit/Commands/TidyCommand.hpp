@@ -1,7 +1,7 @@
 #pragma once
 
-// What the user asked for, once the arguments are understood. A new command is a file pair of its own, a line in this
-// list and a row in the table of TidyCommand.cpp.
+// What the user asked for, once the arguments are understood. A new command is a file pair of its own, a line
+// in this list and a row in the table of TidyCommand.cpp.
 
 #include "TarnwellTidyKit/Commands/CleanCommand.hpp"
 #include "TarnwellTidyKit/Commands/EvictCommand.hpp"
@@ -38,8 +38,9 @@ struct TidyVersion {
     bool operator==(const TidyVersion&) const = default;
 };
 
-using TidyCommand = std::variant<TidyHelp, TidyVersion, TidyWords, ReportRequest, FindingsRequest,
-                                 VolumesRequest, CleanRequest, TrashRequest, EvictRequest, RulesRequest, SettingsRequest>;
+using TidyCommand =
+    std::variant<TidyHelp, TidyVersion, TidyWords, ReportRequest, FindingsRequest, VolumesRequest,
+                 CleanRequest, TrashRequest, EvictRequest, RulesRequest, SettingsRequest>;
 
 /// What every command is called and takes, in the order of the help.
 std::span<const TidyCommandSpec* const> tidyCommandSpecs();

@@ -21,8 +21,9 @@ AppSettings& TidyContext::settings() {
 }
 
 TidyStyle TidyContext::style(const TidyOutputChoices& choices) const {
-    const bool isWanted = choices.color == TidyColor::always ||
-                          (choices.color == TidyColor::automatic && surroundings.isTerminal && surroundings.hasColors);
+    const bool isWanted =
+        choices.color == TidyColor::always ||
+        (choices.color == TidyColor::automatic && surroundings.isTerminal && surroundings.hasColors);
     return {.hasColors = isWanted,
             .hasBars = surroundings.isTerminal || choices.color == TidyColor::always,
             .columns = surroundings.isTerminal ? surroundings.columns : 0};
@@ -60,8 +61,9 @@ TidyContext::Consent TidyContext::consent(const TidyActChoices& choices, const s
 TidyResult TidyContext::withoutConsent(Consent consent) {
     if (consent == Consent::impossible)
         return {.exitCode = TidyResult::usageError,
-                .standardError = "tarnwell-tidy: Nobody can be asked here, so nothing was done. --yes does it without "
-                                 "asking, --dry-run says what would be done.\n"};
+                .standardError =
+                    "tarnwell-tidy: Nobody can be asked here, so nothing was done. --yes does it without "
+                    "asking, --dry-run says what would be done.\n"};
     return {.exitCode = TidyResult::failed, .standardError = "Nothing was done.\n"};
 }
 
@@ -74,11 +76,13 @@ std::string TidyContext::unreadableText(const ScanResult& result, const TidyStyl
     if (stats.inaccessibleCount > 0)
         what = countedText(stats.inaccessibleCount, "folder", "folders");
     if (stats.inaccessibleEntryCount > 0)
-        what += (what.empty() ? "" : " and ") + countedText(stats.inaccessibleEntryCount, "other item", "other items");
+        what += (what.empty() ? "" : " and ") +
+                countedText(stats.inaccessibleEntryCount, "other item", "other items");
     std::string text = style.painted("Could not be read: " + what + ".", TidyRole::warning) + "\n";
     const auto& paths = result.inaccessiblePaths;
     for (std::size_t index = 0; index < std::min(shown, paths.size()); ++index)
-        text += "  " + fitted(paths[index], style.columns > 4 ? style.columns - 4 : SIZE_MAX, Cut::start) + "\n";
+        text +=
+            "  " + fitted(paths[index], style.columns > 4 ? style.columns - 4 : SIZE_MAX, Cut::start) + "\n";
     // The list may be shorter than the count: it has its bounds.
     const auto listed = static_cast<std::int64_t>(std::min(shown, paths.size()));
     if (stats.inaccessibleCount > listed)
@@ -89,8 +93,9 @@ std::string TidyContext::unreadableText(const ScanResult& result, const TidyStyl
                                 " It is given to the terminal in System Settings, under Privacy & Security.",
                             style.columns, 0);
     else
-        text += wrappedText("What belongs to other users can be read by the administrator: put sudo in front.",
-                            style.columns, 0);
+        text +=
+            wrappedText("What belongs to other users can be read by the administrator: put sudo in front.",
+                        style.columns, 0);
     return text;
 }
 

@@ -48,8 +48,8 @@ public:
     // --- Acting ---------------------------------------------------------------------------------------
 
     enum class Consent : std::uint8_t { given, refused, impossible };
-    /// Whether to go on: --yes was given, or whoever sits at the terminal says so. `impossible` when there is nobody
-    /// to ask.
+    /// Whether to go on: --yes was given, or whoever sits at the terminal says so. `impossible` when there is
+    /// nobody to ask.
     Consent consent(const TidyActChoices& choices, const std::string& question) const;
     /// The result of a command that did not get consent.
     static TidyResult withoutConsent(Consent consent);
@@ -69,11 +69,12 @@ private:
     std::unique_ptr<AppSettings> settings_;
 };
 
-/// The path in full: tilde resolved, absolute, "." and ".." resolved as text, the last component not followed.
+/// The path in full: tilde resolved, absolute, "." and ".." resolved as text, the last component not
+/// followed.
 std::filesystem::path typedPath(std::string_view typed);
 
-/// A JSON document of version 1. Keys stand in ascending order: `first` writes those before "version", `last` those
-/// behind it.
+/// A JSON document of version 1. Keys stand in ascending order: `first` writes those before "version", `last`
+/// those behind it.
 std::string tidyDocument(const std::function<void(JSONWriter&)>& first,
                          const std::function<void(JSONWriter&)>& last = {});
 

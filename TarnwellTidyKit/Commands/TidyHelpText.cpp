@@ -49,8 +49,8 @@ std::string usageOf(const TidyCommandSpec& command) {
         const auto end = rest.find(" | ");
         const std::string operands(rest.substr(0, end));
         rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 3);
-        text += (text.empty() ? "Usage: tarnwell-tidy " : "       tarnwell-tidy ") + std::string(command.name) +
-                (operands.empty() ? "" : " " + operands) + " [OPTIONS]\n";
+        text += (text.empty() ? "Usage: tarnwell-tidy " : "       tarnwell-tidy ") +
+                std::string(command.name) + (operands.empty() ? "" : " " + operands) + " [OPTIONS]\n";
     } while (!rest.empty());
     return text;
 }
@@ -98,8 +98,7 @@ std::string tidyHelp() {
 
 std::string tidyHelp(const TidyCommandSpec& command) {
     std::string text = "tarnwell-tidy " + std::string(command.name) + " — " + std::string(command.summary) +
-                       "\n\n" + usageOf(command) + "\n" +
-                       wrappedText(command.details, helpColumns, 0);
+                       "\n\n" + usageOf(command) + "\n" + wrappedText(command.details, helpColumns, 0);
     addOptions(text, "Options", command.options);
     if ((command.shared & static_cast<unsigned>(TidyShared::scan)) != 0)
         addOptions(text, "What is read (else as the settings have it)", tidyScanOptions());
@@ -120,7 +119,8 @@ std::string tidyCompletions(std::span<const std::string> words) {
         if (what != TidyCompletes::nothing)
             text += what == TidyCompletes::folders ? ":folders\n" : ":paths\n";
     };
-    const TidyCommandLine line = TidyCommandLine::split(words.empty() ? words : words.first(words.size() - 1));
+    const TidyCommandLine line =
+        TidyCommandLine::split(words.empty() ? words : words.first(words.size() - 1));
     const TidyCommandSpec* command = line.command ? tidyCommandSpec(*line.command) : nullptr;
     if (command == nullptr) {
         const bool isHelp = line.command == "help";

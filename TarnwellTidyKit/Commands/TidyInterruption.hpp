@@ -2,9 +2,10 @@
 
 // Control-C, so that the program ends at once and yet nothing is left half done.
 //
-// The entry point calls `interrupt` from a thread that waits for signals, then `waitForActs`, and ends the process.
-// A command that changes something does each indivisible step as an Act: between two of them it is called off, in
-// the middle of one the end waits. Reading, however long the kernel takes for it, is no act and holds nobody up.
+// The entry point calls `interrupt` from a thread that waits for signals, then `waitForActs`, and ends the
+// process. A command that changes something does each indivisible step as an Act: between two of them it is
+// called off, in the middle of one the end waits. Reading, however long the kernel takes for it, is no act
+// and holds nobody up.
 
 #include "TarnwellCore/Scanning/CancellationToken.hpp"
 

@@ -116,7 +116,8 @@ TidyResult TidyOutcomes::result(const TidyContext& context, const TidyOutputChoi
     return result;
 }
 
-TidyOutcome trashed(const TidyContext& context, const std::string& source, const std::filesystem::path& home) {
+TidyOutcome trashed(const TidyContext& context, const std::string& source,
+                    const std::filesystem::path& home) {
     TidyOutcome outcome{.source = source};
     if (const std::string_view reason = reasonToStay(source, home); !reason.empty()) {
         outcome.failure = reason;
@@ -131,7 +132,8 @@ TidyOutcome trashed(const TidyContext& context, const std::string& source, const
     return outcome;
 }
 
-TidyOutcome evicted(const TidyContext& context, const std::string& source, const std::vector<SyncedRoot>& roots) {
+TidyOutcome evicted(const TidyContext& context, const std::string& source,
+                    const std::vector<SyncedRoot>& roots) {
     return std::visit(EvictionText{{.source = source}}, context.services.evict(source, roots));
 }
 

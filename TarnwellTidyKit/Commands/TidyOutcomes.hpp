@@ -37,13 +37,15 @@ struct TidyOutcomes {
     void actOnEach(const TidyContext& context, const std::vector<std::string>& sources,
                    const std::function<TidyOutcome(const std::string&)>& step);
     /// Outcomes as text or document, the exit code that goes with them, and a line for people to end with.
-    TidyResult result(const TidyContext& context, const TidyOutputChoices& output, std::string_view closing) const;
+    TidyResult result(const TidyContext& context, const TidyOutputChoices& output,
+                      std::string_view closing) const;
 };
 
 /// The outcome of moving an item to the Trash, unless it must stay where it is.
 TidyOutcome trashed(const TidyContext& context, const std::string& source, const std::filesystem::path& home);
 /// The outcome of freeing a file's local copy.
-TidyOutcome evicted(const TidyContext& context, const std::string& source, const std::vector<SyncedRoot>& roots);
+TidyOutcome evicted(const TidyContext& context, const std::string& source,
+                    const std::vector<SyncedRoot>& roots);
 /// The outcome of emptying the Trash.
 TidyOutcome emptied(const TidyContext& context, const std::filesystem::path& home);
 

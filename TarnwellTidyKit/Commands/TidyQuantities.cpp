@@ -102,7 +102,8 @@ std::optional<std::int64_t> sizeFromText(std::string_view text) {
     }
     if (text.starts_with(' '))
         text.remove_prefix(1);
-    const auto whole = digits.empty() && !fraction.empty() ? std::optional<std::int64_t>(0) : wholeNumber(digits);
+    const auto whole =
+        digits.empty() && !fraction.empty() ? std::optional<std::int64_t>(0) : wholeNumber(digits);
     const auto unit = unitBytes(text);
     if (!whole || !unit)
         return std::nullopt;

@@ -13,8 +13,8 @@ struct TidyResult {
     /// Called off with Control-C.
     static constexpr std::int32_t interrupted = 130;
 
-    /// The process's exit status: 0 all went well, 1 something failed (the texts say what), 2 usage error, 130
-    /// interrupted.
+    /// The process's exit status: 0 all went well, 1 something failed (the texts say what), 2 usage error,
+    /// 130 interrupted.
     std::int32_t exitCode = 0;
     /// Text for standard output, written verbatim.
     std::string standardOutput = {};

@@ -34,7 +34,9 @@ struct Dispatch {
     TidyResult operator()(const TidyHelp& help) const {
         return {.standardOutput = help.command == nullptr ? tidyHelp() : tidyHelp(*help.command)};
     }
-    TidyResult operator()(const TidyVersion&) const { return {.standardOutput = "tarnwell-tidy " TARNWELL_VERSION "\n"}; }
+    TidyResult operator()(const TidyVersion&) const {
+        return {.standardOutput = "tarnwell-tidy " TARNWELL_VERSION "\n"};
+    }
     TidyResult operator()(const TidyWords& request) const {
         return {.standardOutput = tidyCompletions(request.words)};
     }

@@ -1,6 +1,7 @@
 #pragma once
 
-// Runs commands against a table of services. Prints nothing and never exits: what a command did is its result.
+// Runs commands against a table of services. Prints nothing and never exits: what a command did is its
+// result.
 
 #include "TarnwellTidyKit/Commands/TidyResult.hpp"
 #include "TarnwellTidyKit/Commands/TidyServices.hpp"
@@ -11,9 +12,9 @@
 
 namespace tarnwell::TidyRunner {
 
-/// Runs the command that the arguments (without the program's name) ask for. Usage errors are found before any
-/// service is called. Whatever a command throws becomes its result: exit code 1 and the description on standard
-/// error; 130 when it was called off.
+/// Runs the command that the arguments (without the program's name) ask for. Usage errors are found before
+/// any service is called. Whatever a command throws becomes its result: exit code 1 and the description on
+/// standard error; 130 when it was called off.
 TidyResult run(std::span<const std::string> arguments, const TidyServices& services,
                const TidySurroundings& surroundings) noexcept;
 

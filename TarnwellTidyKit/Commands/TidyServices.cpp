@@ -74,7 +74,8 @@ const TidyServices& TidyServices::live() {
             [](const fs::path& home, SpaceSaverProbe::Request request, CancellationToken token) {
                 return SpaceSaverProbe(home).run(std::move(request), std::move(token));
             },
-        .moveToTrash = [](const fs::path& item) { return TrashService(homeDirectory()).moveToTrash(item).get(); },
+        .moveToTrash =
+            [](const fs::path& item) { return TrashService(homeDirectory()).moveToTrash(item).get(); },
         .trashFolders = SpaceSaverProbe::liveTrashFolders,
         .trashSummary = [](const fs::path& home) { return TrashService(home).summary(DiskScanner()).get(); },
         .emptyTrash =

@@ -26,8 +26,8 @@
 
 namespace tarnwell {
 
-/// Functions that fail throw a std::exception whose `what()` is the description for the user, unless they have
-/// outcomes; futures likewise. All are safe from any thread.
+/// Functions that fail throw a std::exception whose `what()` is the description for the user, unless they
+/// have outcomes; futures likewise. All are safe from any thread.
 struct TidyServices {
     // --- The machine ----------------------------------------------------------------------------------
 
@@ -40,13 +40,14 @@ struct TidyServices {
     /// The volumes that users see.
     std::function<std::vector<VolumeInfo>()> volumes;
     std::function<std::optional<VolumeInfo>(const std::filesystem::path&)> volumeContaining;
-    /// Looks at the volumes that users see again and again, `interval` in seconds, and tells what has changed.
+    /// Looks at the volumes that users see again and again, `interval` in seconds, and tells what has
+    /// changed.
     std::function<std::unique_ptr<SpaceMonitor>(double interval)> watchVolumes;
 
     // --- Looking --------------------------------------------------------------------------------------
 
-    std::function<std::future<ScanResult>(const std::filesystem::path&, ScanOptions, DiskScanner::ProgressHandler,
-                                          CancellationToken)>
+    std::function<std::future<ScanResult>(const std::filesystem::path&, ScanOptions,
+                                          DiskScanner::ProgressHandler, CancellationToken)>
         scan;
     /// What the probe of a home folder finds.
     std::function<std::future<std::vector<SpaceSaverFinding>>(const std::filesystem::path& home,

@@ -6,7 +6,10 @@ namespace {
 
 constexpr TidyOptionSpec outputOptions[] = {
     {.name = "--json", .value = "", .help = "Print a JSON document"},
-    {.name = "--color", .value = "WHEN", .help = "Use colours: auto, always, never", .choices = "auto|always|never"},
+    {.name = "--color",
+     .value = "WHEN",
+     .help = "Use colours: auto, always, never",
+     .choices = "auto|always|never"},
     {.name = "--help", .value = "", .help = "Print this help"},
 };
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// What a command is called, what it takes and what is said about it: the one table behind the parser, the help, the
-// suggestions and the completions.
+// What a command is called, what it takes and what is said about it: the one table behind the parser, the
+// help, the suggestions and the completions.
 
 #include <cstdint>
 #include <span>
@@ -27,8 +27,8 @@ struct TidyOptionSpec {
 
 /// Options that several commands share.
 enum class TidyShared : std::uint8_t {
-    scan = 1,  ///< what a scan leaves out and which size counts
-    act = 2,   ///< for what changes something: --yes, --dry-run
+    scan = 1, ///< what a scan leaves out and which size counts
+    act = 2,  ///< for what changes something: --yes, --dry-run
 };
 constexpr unsigned operator|(TidyShared a, TidyShared b) {
     return static_cast<unsigned>(a) | static_cast<unsigned>(b);

@@ -34,8 +34,8 @@ struct TidySurroundings {
     std::function<bool(const std::string& question)> ask = {};
 
     std::shared_ptr<TidyInterruption> interruption = std::make_shared<TidyInterruption>();
-    /// Scanned trees that a command is done with. To take a large one apart costs time, which a program that ends
-    /// anyway need not spend.
+    /// Scanned trees that a command is done with. To take a large one apart costs time, which a program that
+    /// ends anyway need not spend.
     std::shared_ptr<std::vector<ScanResult>> finished = std::make_shared<std::vector<ScanResult>>();
 };
 

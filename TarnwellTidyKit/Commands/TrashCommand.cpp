@@ -20,7 +20,8 @@ using Verb = TrashRequest::Verb;
 /// The items in the order typed, each once; what lies in another one goes with it.
 std::vector<std::string> itemsOf(const std::vector<std::string>& typed) {
     std::vector<fs::path> paths;
-    std::ranges::transform(typed, std::back_inserter(paths), [](const std::string& word) { return typedPath(word); });
+    std::ranges::transform(typed, std::back_inserter(paths),
+                           [](const std::string& word) { return typedPath(word); });
     std::vector<std::string> items;
     for (const fs::path& path : paths) {
         const bool goesAlong = std::ranges::any_of(
@@ -47,8 +48,9 @@ TidyResult move(const TrashRequest& request, TidyContext& context) {
         return plannedResult(context, request.output, planned);
     }
     if (!items.empty()) {
-        const std::string question =
-            "Move " + countedText(static_cast<std::int64_t>(items.size()), "item", "items") + " to the Trash?";
+        const std::string question = "Move " +
+                                     countedText(static_cast<std::int64_t>(items.size()), "item", "items") +
+                                     " to the Trash?";
         const auto consent = consentToTrash(context, request.act, questionText(question, items));
         if (consent != TidyContext::Consent::given)
             return TidyContext::withoutConsent(consent);
@@ -138,7 +140,8 @@ TidyResult empty(const TrashRequest& request, TidyContext& context) {
     if (request.act.dryRun)
         return plannedResult(context, request.output, {{.source = "Trash", .done = "empty it of " + what}});
     if (summary.itemCount > 0) {
-        const auto consent = context.consent(request.act, "Empty the Trash (" + what + ")? This cannot be undone.");
+        const auto consent =
+            context.consent(request.act, "Empty the Trash (" + what + ")? This cannot be undone.");
         if (consent != TidyContext::Consent::given)
             return TidyContext::withoutConsent(consent);
     }
@@ -155,7 +158,8 @@ TidyResult empty(const TrashRequest& request, TidyContext& context) {
 
 } // namespace
 
-TidyContext::Consent consentToTrash(TidyContext& context, const TidyActChoices& choices, const std::string& question) {
+TidyContext::Consent consentToTrash(TidyContext& context, const TidyActChoices& choices,
+                                    const std::string& question) {
     if (context.surroundings.ask && !context.settings().confirmBeforeTrash())
         return TidyContext::Consent::given;
     return context.consent(choices, question);
@@ -166,10 +170,13 @@ const TidyCommandSpec TrashRequest::spec = {
     .group = "Clear",
     .operands = "PATH... | list | size | empty",
     .summary = "Move to the Trash, see what is there, empty it",
-    .details = "Moves files and folders to the Trash, one by one, and says of each where it now lies or why it stayed. "
-               "A symbolic link is moved itself. A database and its journal files go together or not at all. The "
-               "home folder and folders of the system stay. list shows what is in the Trash, size measures it, empty "
-               "deletes it for good. A path that is named like one of these is written ./list.",
+    .details =
+        "Moves files and folders to the Trash, one by one, and says of each where it now lies or why it "
+        "stayed. "
+        "A symbolic link is moved itself. A database and its journal files go together or not at all. The "
+        "home folder and folders of the system stay. list shows what is in the Trash, size measures it, "
+        "empty "
+        "deletes it for good. A path that is named like one of these is written ./list.",
     .words = "list|size|empty",
     .completes = TidyCompletes::paths,
     .shared = static_cast<unsigned>(TidyShared::act),

@@ -23,8 +23,9 @@ struct TrashRequest {
 
 TidyResult run(const TrashRequest& request, TidyContext& context);
 
-/// Whether something may go to the Trash: as `TidyContext::consent`, but a terminal is not asked when the settings say
-/// that it need not be.
-TidyContext::Consent consentToTrash(TidyContext& context, const TidyActChoices& choices, const std::string& question);
+/// Whether something may go to the Trash: as `TidyContext::consent`, but a terminal is not asked when the
+/// settings say that it need not be.
+TidyContext::Consent consentToTrash(TidyContext& context, const TidyActChoices& choices,
+                                    const std::string& question);
 
 } // namespace tarnwell

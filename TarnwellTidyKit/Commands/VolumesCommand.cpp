@@ -50,7 +50,8 @@ std::string textOf(const std::vector<VolumeInfo>& volumes, const TidyStyle& styl
         TidyTable::Cell bar{.text = style.hasBars ? std::string(barWidth, ' ') : std::string()};
         bar.painted = style.bar(used, barWidth);
         table.row({{volume.name},
-                   {isKnown ? ByteFormatter::percent(used, 0) : "–", used > 0.9 ? TidyRole::danger : TidyRole::plain},
+                   {isKnown ? ByteFormatter::percent(used, 0) : "–",
+                    used > 0.9 ? TidyRole::danger : TidyRole::plain},
                    bar,
                    {isKnown ? sizeText(volume.availableCapacity) : "–"},
                    {isKnown ? sizeText(volume.totalCapacity) : "–"},
@@ -101,7 +102,8 @@ using Alerts = std::vector<DiskSpaceAlertPolicy::Alert>;
 
 std::string linesOf(const SpaceUpdate& update, const Alerts& alerts, const TidyStyle& style) {
     std::string text;
-    const std::string time = style.painted(iso8601Text(update.timestamp).value_or("unknown"), TidyRole::quiet);
+    const std::string time =
+        style.painted(iso8601Text(update.timestamp).value_or("unknown"), TidyRole::quiet);
     for (const VolumeInfo& volume : update.volumes) {
         const auto delta = update.availableDelta.find(volume.path);
         const bool isNew = delta == update.availableDelta.end();
@@ -116,7 +118,8 @@ std::string linesOf(const SpaceUpdate& update, const Alerts& alerts, const TidyS
     }
     for (const DiskSpaceAlertPolicy::Alert& alert : alerts)
         text += time + "  " + harmless(alert.volumePath) + "  " +
-                style.painted("low on space: " + sizeText(alert.availableBytes) + " free", TidyRole::danger) + "\n";
+                style.painted("low on space: " + sizeText(alert.availableBytes) + " free", TidyRole::danger) +
+                "\n";
     return text;
 }
 
@@ -207,9 +210,11 @@ const TidyCommandSpec VolumesRequest::spec = {
     .name = "volumes",
     .group = "Look",
     .summary = "The mounted volumes and how full they are",
-    .details = "Lists the volumes that users see. With --watch it goes on until Control-C and prints a line for each "
-               "change of the free space, and one when a volume falls below the threshold in the settings "
-               "(lowDiskAlertThresholdBytes), once for each dip. With --watch --json, each line is a document.",
+    .details =
+        "Lists the volumes that users see. With --watch it goes on until Control-C and prints a line for "
+        "each "
+        "change of the free space, and one when a volume falls below the threshold in the settings "
+        "(lowDiskAlertThresholdBytes), once for each dip. With --watch --json, each line is a document.",
     .options = options,
 };
 

@@ -29,11 +29,13 @@ TEST(TidyArguments, OptionsMayStandAnywhereAndTheLastCounts) {
                                           .threads = 2},
                                  .output = {.json = true}};
     const Words lines[] = {
-        {"report", "[a],b", "--top", "3", "--size-mode=allocated", "--exclude", "x", "--exclude=[y]", "--exclude-name",
-         "-n", "--cross", "--threads", "2", "--json"},
-        {"--json", "--size-mode", "apparent", "report", "--threads=1", "--exclude=x", "--top=9", "--exclude", "[y]",
-         "--top", "3", "--threads", "2", "--cross", "--cross", "--exclude-name=-n", "--size-mode", "allocated", "--",
-         "[a],b"},
+        {"report", "[a],b", "--top", "3", "--size-mode=allocated", "--exclude", "x", "--exclude=[y]",
+         "--exclude-name", "-n", "--cross", "--threads", "2", "--json"},
+        {"--json",      "--size-mode", "apparent", "report",
+         "--threads=1", "--exclude=x", "--top=9",  "--exclude",
+         "[y]",         "--top",       "3",        "--threads",
+         "2",           "--cross",     "--cross",  "--exclude-name=-n",
+         "--size-mode", "allocated",   "--",       "[a],b"},
     };
     for (const Words& line : lines)
         EXPECT_EQ(std::get<ReportRequest>(readTidyCommand(line)), expected);
@@ -91,11 +93,13 @@ TEST(TidyArguments, HelpKnowsEveryCommandAndOptionAndFitsATerminal) {
         EXPECT_EQ(help, scene.text({"help", name}));
         EXPECT_THAT(tidyHelp(), HasSubstr("  " + name));
         forEachOption(*command, [&](const TidyOptionSpec& option) {
-            EXPECT_THAT(help, HasSubstr("  " + std::string(option.name == "--help" ? "-h, --help" : option.name)));
+            EXPECT_THAT(help,
+                        HasSubstr("  " + std::string(option.name == "--help" ? "-h, --help" : option.name)));
             EXPECT_LE(option.help.size(), 60u);
         });
         for (const std::string& text : {help, tidyHelp()})
-            for (std::size_t start = 0, end = 0; (end = text.find('\n', start)) != std::string::npos; start = end + 1)
+            for (std::size_t start = 0, end = 0; (end = text.find('\n', start)) != std::string::npos;
+                 start = end + 1)
                 EXPECT_LE(end - start, 82u) << text.substr(start, end - start); // a dash takes three bytes
     }
 }
@@ -122,11 +126,30 @@ TEST(TidyArguments, ShellsAreToldWhatMayStandInAPlace) {
 TEST(TidyQuantities, SizesAndAgesAreReadAsPeopleTypeThem) {
     constexpr std::int64_t none = -1;
     const std::pair<std::string_view, std::int64_t> sizes[] = {
-        {"0", 0}, {"4096", 4096}, {"500MB", 500'000'000}, {"1.5 GiB", 1'610'612'736}, {"2k", 2000}, {"2KiB", 2048},
-        {"0.1GB", 100'000'000}, {".5kb", 500}, {"7EiB", 8'070'450'532'247'928'832}, {"9223372036854775807", INT64_MAX},
-        {"1.9 B", 1}, {"8EiB", none}, {"9.3EB", none}, {"9223372036854775808", none},
-        {"", none}, {"-1", none}, {"1.", none}, {"MB", none}, {"1 000", none}, {"1XB", none}, {"1kbb", none},
-        {"1e3", none}, {"1MB ", none}, {"0x10", none},
+        {"0", 0},
+        {"4096", 4096},
+        {"500MB", 500'000'000},
+        {"1.5 GiB", 1'610'612'736},
+        {"2k", 2000},
+        {"2KiB", 2048},
+        {"0.1GB", 100'000'000},
+        {".5kb", 500},
+        {"7EiB", 8'070'450'532'247'928'832},
+        {"9223372036854775807", INT64_MAX},
+        {"1.9 B", 1},
+        {"8EiB", none},
+        {"9.3EB", none},
+        {"9223372036854775808", none},
+        {"", none},
+        {"-1", none},
+        {"1.", none},
+        {"MB", none},
+        {"1 000", none},
+        {"1XB", none},
+        {"1kbb", none},
+        {"1e3", none},
+        {"1MB ", none},
+        {"0x10", none},
     };
     for (const auto& [text, bytes] : sizes)
         EXPECT_EQ(sizeFromText(text).value_or(none), bytes) << text;
@@ -135,10 +158,22 @@ TEST(TidyQuantities, SizesAndAgesAreReadAsPeopleTypeThem) {
     ::tzset();
     const Date now(std::chrono::duration<double>(1'700'000'000));
     const std::pair<std::string_view, double> moments[] = {
-        {"12h", 1'700'000'000 - 43'200.0},  {"30d", 1'700'000'000 - 30 * 86'400.0}, {"6w", 1'700'000'000 - 42 * 86'400.0},
-        {"3mo", 1'700'000'000 - 90 * 86'400.0}, {"1y", 1'700'000'000 - 365 * 86'400.0}, {"2024-05-01", 1'714'536'000},
-        {"2024-01-31", 1'706'677'200}, {"2024-05-01T09:30:00Z", 1'714'555'800}, {"2023-02-29", none}, {"30", none},
-        {"d", none}, {"1.5d", none}, {"-3d", none}, {"99999999999y", none}, {"30 d", none}, {"2024-5-1", none},
+        {"12h", 1'700'000'000 - 43'200.0},
+        {"30d", 1'700'000'000 - 30 * 86'400.0},
+        {"6w", 1'700'000'000 - 42 * 86'400.0},
+        {"3mo", 1'700'000'000 - 90 * 86'400.0},
+        {"1y", 1'700'000'000 - 365 * 86'400.0},
+        {"2024-05-01", 1'714'536'000},
+        {"2024-01-31", 1'706'677'200},
+        {"2024-05-01T09:30:00Z", 1'714'555'800},
+        {"2023-02-29", none},
+        {"30", none},
+        {"d", none},
+        {"1.5d", none},
+        {"-3d", none},
+        {"99999999999y", none},
+        {"30 d", none},
+        {"2024-5-1", none},
     };
     for (const auto& [text, seconds] : moments) {
         const auto moment = momentFromText(text, now);

@@ -42,7 +42,8 @@ TEST(ReportCommand, OnePageTellsWhatIsThere) {
     EXPECT_EQ(json["hardlinkSavedBytes"].GetInt64(), 50'000);
     EXPECT_EQ(column(json["largestFiles"], "path"),
               (Words{scene.path("big/inner/film.mov"), scene.path("weird\n\033[2J.log")}));
-    EXPECT_EQ(column(json["largestFolders"], "path"), Words{scene.path("big/inner")}) << "told by the folder inside";
+    EXPECT_EQ(column(json["largestFolders"], "path"), Words{scene.path("big/inner")})
+        << "told by the folder inside";
     std::map<std::string, std::int64_t> ages;
     for (const auto& age : json["ages"].GetArray())
         ages[age["age"].GetString()] = age["size"].GetInt64();
@@ -56,14 +57,16 @@ TEST(ReportCommand, OnePageTellsWhatIsThere) {
     const std::string text = scene.text({"report", scene.home.path().string()});
     EXPECT_THAT(text, HasSubstr("weird\\n\\x1B[2J.log"));
     EXPECT_THAT(text, Not(HasSubstr("\033")));
-    for (const char* part : {"1 MB  what the files say", "5 files in 2 folders", "Largest files", "Last modified",
-                             "1 further link to files already counted, 50 KB saved", "big/inner/film.mov"})
+    for (const char* part :
+         {"1 MB  what the files say", "5 files in 2 folders", "Largest files", "Last modified",
+          "1 further link to files already counted, 50 KB saved", "big/inner/film.mov"})
         EXPECT_THAT(text, HasSubstr(part));
 }
 
 TEST(ReportCommand, ColoursAndBarsOnlyOnATerminalAndEveryLineFits) {
     Scene scene;
-    scene.home.makeFile("a folder with a rather long name/日本語の名前/" + std::string(120, 'x') + ".mov", 5'000);
+    scene.home.makeFile("a folder with a rather long name/日本語の名前/" + std::string(120, 'x') + ".mov",
+                        5'000);
     scene.home.makeFile("b.txt", 5'000);
     scene.surroundings.isTerminal = true;
     scene.surroundings.hasColors = true;
@@ -104,7 +107,8 @@ TEST(ReportCommand, WhatIsChosenIsLeftOutAndTheSettingsHoldOtherwise) {
     EXPECT_STREQ(scene.json({"report", folder})["sizeMode"].GetString(), "apparent");
     (void)scene.text({"settings", "set", "sizeMode", "reclaimable"});
     EXPECT_STREQ(scene.json({"report", folder})["sizeMode"].GetString(), "reclaimable");
-    EXPECT_STREQ(scene.json({"report", folder, "--size-mode", "apparent"})["sizeMode"].GetString(), "apparent");
+    EXPECT_STREQ(scene.json({"report", folder, "--size-mode", "apparent"})["sizeMode"].GetString(),
+                 "apparent");
 }
 
 TEST(ReportCommand, WhatCouldNotBeReadIsSaid) {
@@ -119,8 +123,9 @@ TEST(ReportCommand, WhatCouldNotBeReadIsSaid) {
         return promise.get_future();
     };
     const Words words = {"report", scene.home.path().string()};
-    EXPECT_THAT(scene.text(words), HasSubstr("Could not be read: 7 folders.\n  /secret/1\n  /secret/2\n  /secret/3\n  "
-                                             "/secret/4\n  /secret/5\n  and 2 more\n"));
+    EXPECT_THAT(scene.text(words),
+                HasSubstr("Could not be read: 7 folders.\n  /secret/1\n  /secret/2\n  /secret/3\n  "
+                          "/secret/4\n  /secret/5\n  and 2 more\n"));
     EXPECT_THAT(scene.text(words), HasSubstr("sudo"));
     EXPECT_EQ(scene.json(words)["inaccessible"].Size(), 7u);
     scene.services.diskAccess = [] { return FullDiskAccessStatus::denied; };
@@ -155,7 +160,8 @@ TEST(FindingsCommand, PlacesAndRulesOfAHome) {
     EXPECT_THAT(column(scene.json({"findings", "--quick"})["findings"], "id"),
                 testing::UnorderedElementsAre("npmCache", "pipCache", "userCaches"));
     const std::string text = scene.text({"findings"});
-    for (const char* part : {"Developer\n", "Safe to remove", "npm Cache", "moves it to the Trash", "npmCache"})
+    for (const char* part :
+         {"Developer\n", "Safe to remove", "npm Cache", "moves it to the Trash", "npmCache"})
         EXPECT_THAT(text, HasSubstr(part));
     EXPECT_THAT(scene.text({"findings", "--home", scene.home.makeFolder("empty").string()}),
                 HasSubstr("Nothing worth clearing"));
@@ -163,8 +169,13 @@ TEST(FindingsCommand, PlacesAndRulesOfAHome) {
 
 TEST(VolumesCommand, ListsAndWatches) {
     Scene scene;
-    VolumeInfo volume{.url = "/data/", .path = "/data", .name = "Data\033", .totalCapacity = 100'000'000'000,
-                      .availableCapacity = 5'000'000'000, .fileSystemType = "ext4", .uuid = {}};
+    VolumeInfo volume{.url = "/data/",
+                      .path = "/data",
+                      .name = "Data\033",
+                      .totalCapacity = 100'000'000'000,
+                      .availableCapacity = 5'000'000'000,
+                      .fileSystemType = "ext4",
+                      .uuid = {}};
     scene.services.volumes = [&] { return std::vector{volume}; };
     const auto json = scene.json({"volumes"});
     EXPECT_EQ(json["volumes"][0]["used"].GetInt64(), 95'000'000'000);
@@ -188,7 +199,8 @@ TEST(VolumesCommand, ListsAndWatches) {
     document.emplace_back("--json");
     const std::string lines = scene.text(document);
     EXPECT_EQ(std::ranges::count(lines, '\n'), 2);
-    EXPECT_EQ(test::readDocument(lines.substr(lines.find('\n')))["changes"][0]["delta"].GetInt64(), -1'000'000'000);
+    EXPECT_EQ(test::readDocument(lines.substr(lines.find('\n')))["changes"][0]["delta"].GetInt64(),
+              -1'000'000'000);
     scene.surroundings.interruption->interrupt();
     EXPECT_EQ(scene.run({"volumes", "--watch", "--interval", "0.1"}).exitCode, 130);
 }
@@ -220,17 +232,26 @@ TEST(SettingsCommand, ReadsSetsAndResets) {
         EXPECT_EQ(scene.text(set), shown + "\n");
         EXPECT_EQ(scene.text({"settings", "get", words.front()}), shown + "\n");
     }
-    const Words bad[] = {{"theme", "blue"}, {"theme"}, {"treemapDepth", "-1"}, {"treemapDepth", "1x"},
-                         {"treemapPadding", "inf"}, {"showLabels", "1"}, {"spaceMonitorInterval", "0.4"},
-                         {"lowDiskAlertThresholdBytes", "999MB"}, {"lowDiskAlertThresholdBytes", "501GB"},
-                         {"largeFileThresholdBytes", "-5"}, {"snapshotCadence", "hourly"}, {"theme", "dark", "light"}};
+    const Words bad[] = {{"theme", "blue"},
+                         {"theme"},
+                         {"treemapDepth", "-1"},
+                         {"treemapDepth", "1x"},
+                         {"treemapPadding", "inf"},
+                         {"showLabels", "1"},
+                         {"spaceMonitorInterval", "0.4"},
+                         {"lowDiskAlertThresholdBytes", "999MB"},
+                         {"lowDiskAlertThresholdBytes", "501GB"},
+                         {"largeFileThresholdBytes", "-5"},
+                         {"snapshotCadence", "hourly"},
+                         {"theme", "dark", "light"}};
     const std::string before = scene.text({"settings", "--json"});
     for (const Words& words : bad) {
         Words set = {"settings", "set"};
         set.insert(set.end(), words.begin(), words.end());
         EXPECT_EQ(scene.run(set).exitCode, 2) << testing::PrintToString(words);
     }
-    EXPECT_THAT(scene.text({"settings", "set", "theme", "light", "--dry-run"}), HasSubstr("theme would be light."));
+    EXPECT_THAT(scene.text({"settings", "set", "theme", "light", "--dry-run"}),
+                HasSubstr("theme would be light."));
     EXPECT_EQ(scene.run({"settings", "reset"}).exitCode, 2) << "nobody to ask";
     EXPECT_EQ(scene.text({"settings", "--json"}), before);
 

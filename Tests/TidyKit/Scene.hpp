@@ -1,7 +1,7 @@
 #pragma once
 
-// A made home with real files, and commands typed in it: in this process with services that a test may replace, or as
-// the program itself.
+// A made home with real files, and commands typed in it: in this process with services that a test may
+// replace, or as the program itself.
 
 #include "TarnwellTidyKit/Commands/TidyResult.hpp"
 #include "TarnwellTidyKit/Commands/TidyServices.hpp"
@@ -22,8 +22,8 @@ using Words = std::vector<std::string>;
 
 class Scene {
 public:
-    /// The home is the folder itself. Settings are kept in it, and what goes to the Trash in ".trash", so that the
-    /// user who runs the tests never notices.
+    /// The home is the folder itself. Settings are kept in it, and what goes to the Trash in ".trash", so
+    /// that the user who runs the tests never notices.
     Scene();
 
     TemporaryFolder home;
@@ -52,8 +52,9 @@ struct ProgramRun {
     std::string output;
     std::string error;
 };
-/// Runs the program with this folder as the home. `prepare` runs in the new process before it becomes the program.
-ProgramRun runProgram(const std::filesystem::path& home, const Words& words,
-                      const std::function<void()>& prepare = [] {});
+/// Runs the program with this folder as the home. `prepare` runs in the new process before it becomes the
+/// program.
+ProgramRun runProgram(
+    const std::filesystem::path& home, const Words& words, const std::function<void()>& prepare = [] {});
 
 } // namespace tarnwell::test
