@@ -139,7 +139,7 @@ TidyOutcome evicted(const TidyContext& context, const std::string& source,
 
 TidyOutcome emptied(const TidyContext& context, const std::filesystem::path& home) {
     TidyOutcome outcome{.source = "Trash"};
-    const EmptyTrashOutcome result = context.services.emptyTrash(home);
+    const EmptyTrashOutcome result = context.services.emptyTrash(home, context.token());
     if (const auto* failed = std::get_if<EmptyTrashFailed>(&result))
         outcome.failure = failed->message;
     else if (std::holds_alternative<EmptyTrashTimedOut>(result))

@@ -1,6 +1,7 @@
 #include "TarnwellTidyKit/Commands/TidyServices.hpp"
 
 #include "TarnwellCore/Actions/EvictionService.hpp"
+#include "TarnwellCore/Actions/TrashEmptying.hpp"
 #include "TarnwellCore/Actions/TrashService.hpp"
 #include "TarnwellCore/Analysis/Shell.hpp"
 #include "TarnwellCore/Platform/FileBrowser.hpp"
@@ -47,6 +48,14 @@ std::optional<CommandResult> runToolOnPath(const std::vector<std::string>& words
     return Shell::run(*tool, {words.begin() + 1, words.end()}, std::numeric_limits<double>::infinity());
 }
 
+EmptyTrashOutcome emptyTheTrash(const fs::path& home, const CancellationToken& token) {
+    constexpr double patience = 600; // seconds; the Finder deletes millions of files in that
+    std::error_code error;
+    if (fs::exists("/usr/bin/osascript", error))
+        return TrashService(home).emptyTrash(patience).get();
+    return emptyTrashFolders(SpaceSaverProbe::liveTrashFolders(home), token);
+}
+
 EvictionOutcome evictOne(const fs::path& file, const std::vector<SyncedRoot>& roots) {
     return EvictionService::live().evict({file}, roots).get().front();
 }
@@ -78,11 +87,7 @@ const TidyServices& TidyServices::live() {
             [](const fs::path& item) { return TrashService(homeDirectory()).moveToTrash(item).get(); },
         .trashFolders = SpaceSaverProbe::liveTrashFolders,
         .trashSummary = [](const fs::path& home) { return TrashService(home).summary(DiskScanner()).get(); },
-        .emptyTrash =
-            [](const fs::path& home) {
-                constexpr double patience = 600; // seconds; the Finder deletes millions of files in that
-                return TrashService(home).emptyTrash(patience).get();
-            },
+        .emptyTrash = emptyTheTrash,
         .syncedRoots = [](const fs::path& home) { return SyncedRoots::discover(home); },
         .evict = evictOne,
         .runTool = runToolOnPath,

@@ -61,8 +61,9 @@ struct TidyServices {
     /// The folders in which a user's trashed items lie.
     std::function<std::vector<std::filesystem::path>(const std::filesystem::path& home)> trashFolders;
     std::function<TrashSummary(const std::filesystem::path& home)> trashSummary;
-    /// Empties the Trash for good. Never throws.
-    std::function<EmptyTrashOutcome(const std::filesystem::path& home)> emptyTrash;
+    /// Empties the Trash for good: by the system's file browser where there is one that does it. Never
+    /// throws.
+    std::function<EmptyTrashOutcome(const std::filesystem::path& home, const CancellationToken&)> emptyTrash;
     std::function<std::vector<SyncedRoot>(const std::filesystem::path& home)> syncedRoots;
     /// Removes the local copy of one file. Never throws.
     std::function<EvictionOutcome(const std::filesystem::path&, const std::vector<SyncedRoot>&)> evict;
