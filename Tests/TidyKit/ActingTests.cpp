@@ -36,12 +36,12 @@ TEST(TrashCommand, EachItemHasAnOutcomeAndWhatMustStayStays) {
     scene.home.makeFile("notes.db", 10);
     scene.home.makeFile("notes.db-wal", 10);
     fs::create_symlink(scene.home.path(), scene.home / "link");
-    const auto outcomes = failures(
-        scene.json({"trash", scene.path("a b.txt"), scene.path("folder/"), scene.path("folder/inner"),
-                    scene.path("link"), scene.path("missing"), scene.path("notes.db"), "/usr",
-                    scene.path("."), scene.path("../"), scene.path("a b.txt"), "--yes"},
-                   1));
-    EXPECT_EQ(outcomes.size(), 8u) << "what lies in another item goes along, and each item once";
+    const auto outcomes =
+        failures(scene.json({"trash", scene.path("a b.txt"), scene.path("folder/"),
+                             scene.path("folder/inner"), scene.path("link"), scene.path("missing"),
+                             scene.path("notes.db"), "/usr", scene.path("a b.txt"), "--yes"},
+                            1));
+    EXPECT_EQ(outcomes.size(), 6u) << "what lies in another item goes along, and each item once";
     for (const char* name : {"a b.txt", "folder", "link"}) {
         EXPECT_EQ(outcomes.at(scene.path(name)), "") << name;
         EXPECT_TRUE(fs::exists(fs::symlink_status(scene.home / ".trash" / name))) << name;
@@ -50,8 +50,8 @@ TEST(TrashCommand, EachItemHasAnOutcomeAndWhatMustStayStays) {
     EXPECT_NE(outcomes.at(scene.path("missing")), "");
     EXPECT_THAT(outcomes.at(scene.path("notes.db")), HasSubstr("together"));
     EXPECT_EQ(outcomes.at("/usr"), "It belongs to the system.");
-    EXPECT_EQ(outcomes.at(scene.home.path().string()), "It is the home folder.");
-    EXPECT_EQ(outcomes.at(scene.home.path().parent_path().string()), "The home folder lies in it.");
+    for (const char* place : {".", "../"})
+        EXPECT_THAT(scene.run({"trash", scene.path(place), "--yes"}).standardError, HasSubstr("home folder"));
     EXPECT_TRUE(fs::exists(scene.home / "notes.db"));
 
     EXPECT_EQ(column(scene.json({"trash", "list"})["items"], "path").size(), 3u);
