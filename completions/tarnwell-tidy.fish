@@ -1,5 +1,15 @@
 # Completion of tarnwell-tidy for fish. The program itself knows what may stand where.
 
+# Of candidates for names those that a line of output can hold; a word that begins with "-" would be an option.
+function __tarnwell_tidy_names -a prefix
+    for candidate in $argv[2..-1]
+        set -l name (string split -m 1 \t -- $candidate)[1]
+        if string match -q -- '~*' $name; or test -e $name
+            string match -q -- '-*' $name; or printf '%s%s\n' $prefix $candidate
+        end
+    end
+end
+
 function __tarnwell_tidy_candidates
     set -l tokens (commandline -opc)
     set -l current (commandline -ct)
@@ -20,10 +30,9 @@ function __tarnwell_tidy_candidates
     for line in ($program[1] complete-words $tokens "$current" 2>/dev/null </dev/null)
         switch $line
             case :folders
-                # Folders that a line of output can name; a word that begins with "-" would be an option.
-                __fish_complete_directories "$current" '' | string match -v -- '-*' | string replace -r -- '^' "$prefix"
+                __tarnwell_tidy_names "$prefix" (__fish_complete_directories "$current" '')
             case :paths
-                __fish_complete_path "$current" '' | string match -v -- '-*' | string replace -r -- '^' "$prefix"
+                __tarnwell_tidy_names "$prefix" (__fish_complete_path "$current" '')
             case '*'
                 printf '%s%s\n' $prefix $line
         end
