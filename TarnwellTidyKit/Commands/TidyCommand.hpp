@@ -4,8 +4,11 @@
 // in this list and a row in the table of TidyCommand.cpp.
 
 #include "TarnwellTidyKit/Commands/CleanCommand.hpp"
+#include "TarnwellTidyKit/Commands/DuplicatesCommand.hpp"
 #include "TarnwellTidyKit/Commands/EvictCommand.hpp"
+#include "TarnwellTidyKit/Commands/FindCommand.hpp"
 #include "TarnwellTidyKit/Commands/FindingsCommand.hpp"
+#include "TarnwellTidyKit/Commands/FreesCommand.hpp"
 #include "TarnwellTidyKit/Commands/ReportCommand.hpp"
 #include "TarnwellTidyKit/Commands/RulesCommand.hpp"
 #include "TarnwellTidyKit/Commands/SettingsCommand.hpp"
@@ -38,9 +41,9 @@ struct TidyVersion {
     bool operator==(const TidyVersion&) const = default;
 };
 
-using TidyCommand =
-    std::variant<TidyHelp, TidyVersion, TidyWords, ReportRequest, FindingsRequest, VolumesRequest,
-                 CleanRequest, TrashRequest, EvictRequest, RulesRequest, SettingsRequest>;
+using TidyCommand = std::variant<TidyHelp, TidyVersion, TidyWords, ReportRequest, FindRequest, FreesRequest,
+                                 DuplicatesRequest, FindingsRequest, VolumesRequest, CleanRequest,
+                                 TrashRequest, EvictRequest, RulesRequest, SettingsRequest>;
 
 /// What every command is called and takes, in the order of the help.
 std::span<const TidyCommandSpec* const> tidyCommandSpecs();

@@ -8,6 +8,7 @@
 #include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Scanning/DiskInfo.hpp"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -56,6 +57,13 @@ EmptyTrashOutcome emptyTheTrash(const fs::path& home, const CancellationToken& t
     return emptyTrashFolders(SpaceSaverProbe::liveTrashFolders(home), token);
 }
 
+std::optional<FileVersion> versionOf(const fs::path& file) {
+    const auto measured = measureFile(AT_FDCWD, file.c_str());
+    if (!measured || measured->kind != VnodeType::regular)
+        return std::nullopt;
+    return measured->version;
+}
+
 EvictionOutcome evictOne(const fs::path& file, const std::vector<SyncedRoot>& roots) {
     return EvictionService::live().evict({file}, roots).get().front();
 }
@@ -83,8 +91,19 @@ const TidyServices& TidyServices::live() {
             [](const fs::path& home, SpaceSaverProbe::Request request, CancellationToken token) {
                 return SpaceSaverProbe(home).run(std::move(request), std::move(token));
             },
+        .findDuplicates =
+            [](std::vector<std::shared_ptr<const FileNode>> roots, DuplicateOptions options,
+               DuplicateFinder::ProgressHandler progress, CancellationToken token) {
+                return DuplicateFinder().find(std::move(roots), options, std::move(progress),
+                                              std::move(token));
+            },
+        .fileVersion = versionOf,
         .moveToTrash =
             [](const fs::path& item) { return TrashService(homeDirectory()).moveToTrash(item).get(); },
+        .shareBlocks =
+            [](SharingRequest request, CancellationToken token) {
+                return BlockSharing().share(std::move(request), nullptr, std::move(token));
+            },
         .trashFolders = SpaceSaverProbe::liveTrashFolders,
         .trashSummary = [](const fs::path& home) { return TrashService(home).summary(DiskScanner()).get(); },
         .emptyTrash = emptyTheTrash,

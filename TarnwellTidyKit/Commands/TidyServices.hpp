@@ -2,12 +2,14 @@
 
 // Everything that commands and the browser do to the machine, as replaceable functions.
 
+#include "TarnwellCore/Actions/BlockSharing.hpp"
 #include "TarnwellCore/Actions/EmptyTrashOutcome.hpp"
 #include "TarnwellCore/Actions/EvictionOutcome.hpp"
 #include "TarnwellCore/Actions/SyncedRoots.hpp"
 #include "TarnwellCore/Actions/TrashOutcome.hpp"
 #include "TarnwellCore/Actions/TrashSummary.hpp"
 #include "TarnwellCore/Analysis/CommandResult.hpp"
+#include "TarnwellCore/Analysis/DuplicateFinder.hpp"
 #include "TarnwellCore/Analysis/SpaceSaverProbe.hpp"
 #include "TarnwellCore/Platform/Date.hpp"
 #include "TarnwellCore/Platform/UserDefaults.hpp"
@@ -54,10 +56,19 @@ struct TidyServices {
                                                               SpaceSaverProbe::Request, CancellationToken)>
         findings;
 
+    std::function<std::future<DuplicateResult>(std::vector<std::shared_ptr<const FileNode>> roots,
+                                               DuplicateOptions, DuplicateFinder::ProgressHandler,
+                                               CancellationToken)>
+        findDuplicates;
+    /// What the file at a path is now; nothing when there is none that could be a duplicate.
+    std::function<std::optional<FileVersion>(const std::filesystem::path&)> fileVersion;
+
     // --- Acting ---------------------------------------------------------------------------------------
 
     /// Moves one item to the Trash. Never throws.
     std::function<TrashOutcome(const std::filesystem::path&)> moveToTrash;
+    /// Makes the files of a group share their blocks.
+    std::function<std::future<std::vector<SharingOutcome>>(SharingRequest, CancellationToken)> shareBlocks;
     /// The folders in which a user's trashed items lie.
     std::function<std::vector<std::filesystem::path>(const std::filesystem::path& home)> trashFolders;
     std::function<TrashSummary(const std::filesystem::path& home)> trashSummary;
