@@ -3,6 +3,7 @@
 // What the user asked for, once the arguments are understood. A new command is a file pair of its own, a line
 // in this list and a row in the table of TidyCommand.cpp.
 
+#include "TarnwellTidyKit/Commands/ChangesCommand.hpp"
 #include "TarnwellTidyKit/Commands/CleanCommand.hpp"
 #include "TarnwellTidyKit/Commands/DuplicatesCommand.hpp"
 #include "TarnwellTidyKit/Commands/EvictCommand.hpp"
@@ -42,8 +43,8 @@ struct TidyVersion {
 };
 
 using TidyCommand = std::variant<TidyHelp, TidyVersion, TidyWords, ReportRequest, FindRequest, FreesRequest,
-                                 DuplicatesRequest, FindingsRequest, VolumesRequest, CleanRequest,
-                                 TrashRequest, EvictRequest, RulesRequest, SettingsRequest>;
+                                 DuplicatesRequest, FindingsRequest, ChangesRequest, VolumesRequest,
+                                 CleanRequest, TrashRequest, EvictRequest, RulesRequest, SettingsRequest>;
 
 /// What every command is called and takes, in the order of the help.
 std::span<const TidyCommandSpec* const> tidyCommandSpecs();

@@ -98,6 +98,7 @@ const TidyServices& TidyServices::live() {
                                               std::move(token));
             },
         .fileVersion = versionOf,
+        .snapshotStore = [] { return std::make_unique<SnapshotStore>(); },
         .moveToTrash =
             [](const fs::path& item) { return TrashService(homeDirectory()).moveToTrash(item).get(); },
         .shareBlocks =

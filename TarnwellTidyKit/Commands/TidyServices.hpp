@@ -17,6 +17,7 @@
 #include "TarnwellCore/Scanning/SpaceMonitor.hpp"
 #include "TarnwellCore/Scanning/VolumeInfo.hpp"
 #include "TarnwellCore/Settings/FullDiskAccess.hpp"
+#include "TarnwellCore/Snapshots/SnapshotStore.hpp"
 
 #include <filesystem>
 #include <functional>
@@ -62,6 +63,9 @@ struct TidyServices {
         findDuplicates;
     /// What the file at a path is now; nothing when there is none that could be a duplicate.
     std::function<std::optional<FileVersion>(const std::filesystem::path&)> fileVersion;
+
+    /// Opens the store of snapshots.
+    std::function<std::unique_ptr<SnapshotStore>()> snapshotStore;
 
     // --- Acting ---------------------------------------------------------------------------------------
 

@@ -1,6 +1,5 @@
-// find, frees and duplicates, as a person types them.
+// find, frees, duplicates and changes, as a person types them.
 
-#include "Tests/Support/MountedImage.hpp"
 #include "Tests/TidyKit/Scene.hpp"
 
 #include <gmock/gmock.h>
@@ -156,6 +155,32 @@ TEST(DuplicatesCommand, GroupsAndExtras) {
     EXPECT_EQ(test::readFile(scene.home / "second/a"), "changed");
     EXPECT_TRUE(fs::exists(scene.home / "second/link"));
     EXPECT_FALSE(fs::exists(scene.home / "first/copy"));
+}
+
+TEST(ChangesCommand, FoldersStandForWhatTheyHold) {
+    const Scene scene;
+    scene.home.makeFile("tree/music/a.flac", 3'000'000);
+    scene.home.makeFile("tree/gone/b.iso", 4'000'000);
+    scene.home.makeFile("tree/deep/er/c.bin", 2'000'000);
+    const std::string tree = scene.path("tree");
+    EXPECT_THAT(scene.run({"changes", tree}).standardError, HasSubstr("There is no snapshot of " + tree));
+    ScanSnapshot snapshot = ScanSnapshot::capture(DiskScanner().scan(tree).get(), 4, 1'000'000);
+    SnapshotStore(scene.home / "snapshots").save(snapshot);
+    scene.home.makeFile("tree/music/d.flac", 4'000'000);
+    scene.home.makeFile("tree/music/e.flac", 5'000'000);
+    scene.home.makeFile("tree/deep/er/f.bin", 8'000'000);
+    fs::remove_all(scene.home / "tree/gone");
+    const auto json = scene.json({"changes", tree, "--min", "1MB"});
+    EXPECT_EQ(json["total"].GetInt64(), 13'000'000);
+    EXPECT_EQ(column(json["causes"], "path"), (Words{"music", "deep/er/f.bin", "gone/b.iso"}));
+    EXPECT_EQ(column(json["causes"], "kind"), (Words{"grew", "added", "removed"}));
+    EXPECT_EQ(json["since"]["id"].GetString(), snapshot.id.text());
+    EXPECT_THAT(scene.text({"changes", tree, "--min", "1MB", "--top", "1"}),
+                HasSubstr("+9 MB  grew  music\n"));
+    const std::string id = snapshot.id.text().substr(0, 9);
+    EXPECT_EQ(scene.run({"changes", tree, "--since", id}).exitCode, 0);
+    for (const char* since : {"previous", "1y", "nothing"})
+        EXPECT_EQ(scene.run({"changes", tree, "--since", since}).exitCode, 1) << since;
 }
 
 } // namespace

@@ -54,6 +54,7 @@ Scene::Scene() : services(TidyServices::live()) {
     const fs::path folder = home.path();
     services.home = [folder] { return folder; };
     services.settings = [folder] { return std::make_shared<JSONFileDefaults>(folder / ".settings.json"); };
+    services.snapshotStore = [folder] { return std::make_unique<SnapshotStore>(folder / "snapshots"); };
     services.moveToTrash = [folder](const fs::path& item) { return moveAside(item, folder / ".trash"); };
     services.trashFolders = [folder](const fs::path&) { return std::vector<fs::path>{folder / ".trash"}; };
 }
