@@ -2,6 +2,7 @@
 
 #include "TarnwellCore/Scanning/ScanError.hpp"
 #include "TarnwellCore/Text/HarmlessText.hpp"
+#include "TarnwellCore/Version.hpp"
 #include "TarnwellTidyKit/Commands/TidyCommand.hpp"
 #include "TarnwellTidyKit/Commands/TidyHelpText.hpp"
 
