@@ -72,6 +72,7 @@ function(tarnwell_install_library library component)
 endfunction()
 
 tarnwell_install_tool(tarnwell-cli tarnwell)
+tarnwell_install_tool(tarnwell-tidy tarnwell-tidy)
 tarnwell_install_library(TarnwellCore Core)
 tarnwell_install_library(TarnwellCLIKit CLIKit)
 

@@ -26,7 +26,9 @@ set(CPACK_DEBIAN_TOOL_PACKAGE_RECOMMENDS shared-mime-info)
 set(CPACK_COMPONENT_TOOL_DESCRIPTION
 "Walks a folder tree, measures every file and folder by its apparent
 size, by the space allocated to it and by the space that deleting it
-would free, lists what is largest, and compares stored scans.")
+would free, lists what is largest, and compares stored scans. Its
+second program, tarnwell-tidy, finds where space piles up and gives it
+back: to the Trash, with the tools that files belong to, file by file.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libtarnwell-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)

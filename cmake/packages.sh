@@ -27,7 +27,11 @@ package_names() {
     "debian build")
         # make is for the compiler: it runs the parts of an optimised link side by side.
         echo g++ make cmake ninja-build ccache pkg-config rapidjson-dev uuid-dev libglib2.0-dev shared-mime-info \
+<<<<<<< HEAD
             libicu-dev libssl-dev
+=======
+            libicu-dev libcli11-dev
+>>>>>>> d1ca65d (tarnwell-tidy: commands as values over a table of services; report, findings, clean, trash, evict, rules, volumes and settings)
         ;;
     # file: cpack asks it what to strip.
     "debian test") echo libgtest-dev libgmock-dev file ;;
@@ -40,7 +44,7 @@ package_names() {
     "debian lint") echo clang-19 clang-tidy-19 cppcheck ;;
     "debian benchmark") echo ncdu gdu fdupes jdupes rmlint openssl libbenchmark-dev ;;
     "debian darwin-cross") echo clang-19 lld-19 llvm-19 libc++-19-dev googletest ;;
-    "homebrew build") echo cmake ninja ccache rapidjson ;;
+    "homebrew build") echo cmake ninja ccache rapidjson cli11 ;;
     "homebrew test") echo googletest ;;
     "homebrew test-optional") echo fish ;;
     "homebrew benchmark") echo google-benchmark ;;

@@ -169,6 +169,10 @@ void JSONWriter::boolean(bool value) {
     write(value ? "true" : "false");
 }
 
+void JSONWriter::null() {
+    write("null");
+}
+
 // Once at most: what is repaired is valid.
 void JSONWriter::appendEscaped(std::string& text, std::string_view bytes) { // NOLINT(misc-no-recursion)
     if (isPlain(bytes)) [[likely]] {

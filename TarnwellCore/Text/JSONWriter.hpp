@@ -34,6 +34,7 @@ public:
     /// The shortest text that reads back to the same double; null for what is not finite.
     void number(double value);
     void boolean(bool value);
+    void null();
 
     /// Appends the bytes as they stand between the quotes of a JSON string.
     static void appendEscaped(std::string& text, std::string_view bytes);

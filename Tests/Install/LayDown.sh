@@ -8,16 +8,21 @@ must "$CMAKE" --install "$BUILD" --prefix "$PREFIX"
 configuration=$(printf '%s' "${CONFIGURATION:-noconfig}" | tr '[:upper:]' '[:lower:]')
 tool="bin/tarnwell -> tarnwell-cli
 bin/tarnwell-cli
+bin/tarnwell-tidy
 libexec/tarnwell/space-savers
 libexec/tarnwell/treemap-svg
 share/bash-completion/completions/tarnwell
 share/bash-completion/completions/tarnwell-cli -> tarnwell
+share/bash-completion/completions/tarnwell-tidy
 share/doc/tarnwell/CHANGELOG.md
 share/fish/vendor_completions.d/tarnwell-cli.fish -> tarnwell.fish
+share/fish/vendor_completions.d/tarnwell-tidy.fish
 share/fish/vendor_completions.d/tarnwell.fish
 share/man/man1/tarnwell-cli.1 -> tarnwell.1
+share/man/man1/tarnwell-tidy.1
 share/man/man1/tarnwell.1
-share/zsh/site-functions/_tarnwell"
+share/zsh/site-functions/_tarnwell
+share/zsh/site-functions/_tarnwell-tidy"
 libraries="$LIBDIR/cmake/Tarnwell/TarnwellConfig.cmake
 $LIBDIR/cmake/Tarnwell/TarnwellConfigVersion.cmake
 $LIBDIR/cmake/Tarnwell/TarnwellTargets-$configuration.cmake
@@ -43,6 +48,9 @@ expect_match "version of the man page" "$(cat "$PREFIX/share/man/man1/tarnwell.1
 for name in tarnwell tarnwell-cli; do
     expect_match "$name --help" "$("$PREFIX/bin/$name" --help)" 'tarnwell — disk usage from Tarnwell*'
 done
+expect_match "tarnwell-tidy --help" "$("$PREFIX/bin/tarnwell-tidy" --help)" 'tarnwell-tidy — *'
+# The first program stays as small as it was: nothing of the second one's is in it.
+grep -q 'tarnwell-tidy' "$PREFIX/bin/tarnwell-cli" && fail "tarnwell-cli holds parts of tarnwell-tidy"
 named=$(grep -rIlF -e "$SOURCE" -e "$BUILD" "$PREFIX")
 expect "files that name the checkout" "$named" ""
 finish

@@ -7,7 +7,7 @@ zmodload zsh/zpty || exit 77
 export TERM=dumb INPUTRC=/dev/null HISTFILE= PATH="$PREFIX/bin:$PATH" TYPED="$2"
 : >$TYPED >$TYPED.screen
 
-bashSetup='source "$PREFIX/share/bash-completion/completions/tarnwell"
+bashSetup='source "$PREFIX/share/bash-completion/completions/tarnwell"; source "$PREFIX/share/bash-completion/completions/tarnwell-tidy"
 dump() { printf "%s\0" "$READLINE_LINE" >>"$TYPED"; READLINE_LINE=; READLINE_POINT=0; echo DUM""PED; }
 bind -x "\"\\C-xd\": dump"; bind "\"\\C-xa\": insert-completions"; bind "set bell-style none"; PS1="REA""DY "'
 zshSetup='stty columns 400; fpath=("$PREFIX/share/zsh/site-functions" $fpath); autoload -Uz compinit; compinit -u -D; unset zle_bracketed_paste

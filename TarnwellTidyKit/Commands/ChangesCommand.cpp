@@ -1,0 +1,131 @@
+#include "TarnwellTidyKit/Commands/ChangesCommand.hpp"
+
+#include "TarnwellCore/Text/HarmlessText.hpp"
+#include "TarnwellCore/Text/ISO8601.hpp"
+#include "TarnwellCore/Text/JSONWriter.hpp"
+
+#include <algorithm>
+#include <cstdlib>
+#include <utility>
+
+namespace tarnwell {
+
+namespace {
+
+using Change = SnapshotDelta::Change;
+
+constexpr TidyOptionSpec options[] = {
+    {.name = "--since", .value = "WHEN", .help = "latest, previous, a date, an age or an ID (latest)"},
+    {.name = "--min", .value = "SIZE", .help = "List changes from this size on (10MB)"},
+    {.name = "--top", .value = "N", .help = "List the N largest changes (20)"},
+};
+
+std::string signedSize(std::int64_t bytes) {
+    // The smallest number has no positive counterpart.
+    const std::int64_t amount = bytes == INT64_MIN ? INT64_MAX : std::abs(bytes);
+    return (bytes < 0 ? "-" : "+") + sizeText(amount);
+}
+
+std::string textOf(const SnapshotDelta& delta, const std::vector<const Change*>& causes,
+                   const TidyStyle& style) {
+    std::string text = style.painted(harmless(delta.after.rootPath), TidyRole::heading) + " since " +
+                       dayText(delta.before.createdAt) + ": " + signedSize(delta.totalChange) + "\n";
+    TidyTable table({TidyColumn::right, TidyColumn::left, TidyColumn::path}, 2);
+    for (const Change* change : causes)
+        table.row({{signedSize(change->delta), change->delta > 0 ? TidyRole::warning : TidyRole::good},
+                   {std::string(rawValue(change->kind)), TidyRole::quiet},
+                   {change->path}});
+    table.write(text, style);
+    if (causes.empty())
+        text += "  No change is that large.\n";
+    return text;
+}
+
+std::string documentOf(const SnapshotDelta& delta, const std::vector<const Change*>& causes, SizeMode mode) {
+    return tidyDocument([&](JSONWriter& json) {
+        json.key("causes");
+        json.beginArray();
+        for (const Change* change : causes) {
+            json.beginObject();
+            json.key("after");
+            json.integer(change->after);
+            json.key("before");
+            json.integer(change->before);
+            json.key("delta");
+            json.integer(change->delta);
+            json.key("kind");
+            json.string(rawValue(change->kind));
+            json.key("path");
+            json.string(change->path);
+            json.endObject();
+        }
+        json.endArray();
+        json.key("path");
+        json.string(delta.after.rootPath);
+        json.key("since");
+        json.beginObject();
+        json.key("createdAt");
+        json.string(iso8601Text(delta.before.createdAt).value_or(""));
+        json.key("id");
+        json.string(delta.before.id.text());
+        json.endObject();
+        json.key("sizeMode");
+        json.string(rawValue(mode));
+        json.key("total");
+        json.integer(delta.totalChange);
+    });
+}
+
+} // namespace
+
+const TidyCommandSpec ChangesRequest::spec = {
+    .name = "changes",
+    .group = "Look",
+    .operands = "FOLDER",
+    .summary = "What grew since a snapshot",
+    .details = "Compares the folder as it is now with a stored snapshot of it. A folder stands for what it "
+               "holds, unless "
+               "one item in it accounts for four fifths of its change. Snapshots are taken with tarnwell "
+               "snapshot save; "
+               "this stores none.",
+    .completes = TidyCompletes::folders,
+    .shared = static_cast<unsigned>(TidyShared::scan),
+    .options = options,
+};
+
+ChangesRequest ChangesRequest::read(const TidyArguments& arguments) {
+    ChangesRequest request{
+        .folder = arguments.onlyOperand(), .scan = arguments.scan(), .output = arguments.output()};
+    request.since = arguments.value("--since").value_or(request.since);
+    request.minimum = arguments.size("--min").value_or(request.minimum);
+    request.top = arguments.count("--top").value_or(request.top);
+    return request;
+}
+
+TidyResult run(const ChangesRequest& request, TidyContext& context) {
+    // As deep and as fine as stored snapshots are.
+    constexpr std::int64_t levels = 4;
+    constexpr std::int64_t smallest = 1'000'000;
+    const auto store = context.services.snapshotStore();
+    const std::vector<ScanSnapshot> snapshots = store->list();
+    // Said before the folder is read.
+    const std::string root = DiskScanner::normalize(typedPath(request.folder));
+    const ScanSnapshot& before = snapshotMeant(request.since, root, snapshots, context.services.now());
+    ScanResult scan = context.scan(request.folder, request.scan);
+    const SizeMode mode = context.sizeMode(request.scan);
+    const SnapshotDelta delta = SnapshotDelta::compare(before, ScanSnapshot::capture(scan, levels, smallest),
+                                                       std::max<std::int64_t>(request.minimum, 1), mode);
+    std::vector<const Change*> causes = snapshotCauses(delta);
+    causes.resize(std::min(causes.size(), static_cast<std::size_t>(request.top)));
+    TidyResult result;
+    const TidyStyle style = context.style(request.output);
+    if (request.output.json)
+        result.standardOutput = documentOf(delta, causes, mode);
+    else
+        result = {.standardOutput = textOf(delta, causes, style),
+                  .standardError = context.unreadableText(scan, style)};
+    context.keep(std::move(scan));
+    return result;
+}
+
+} // namespace tarnwell

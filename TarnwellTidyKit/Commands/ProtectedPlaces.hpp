@@ -1,0 +1,17 @@
+#pragma once
+
+// Places that are never moved away as a whole: what everything else lies in.
+
+#include <filesystem>
+#include <string_view>
+
+namespace tarnwell {
+
+/// Why this absolute path (without "." and "..") must stay, for the user; empty when it need not: the root,
+/// the home folder and what it lies in, the folders of the system and those in which mounted volumes appear.
+std::string_view reasonToStay(const std::filesystem::path& path, const std::filesystem::path& home);
+
+/// Whether a path is the other one or lies in it, by whole components, compared as text.
+bool liesIn(const std::filesystem::path& path, const std::filesystem::path& folder);
+
+} // namespace tarnwell

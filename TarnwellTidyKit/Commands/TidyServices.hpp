@@ -1,0 +1,94 @@
+#pragma once
+
+// Everything that commands and the browser do to the machine, as replaceable functions.
+
+#include "TarnwellCore/Actions/BlockSharing.hpp"
+#include "TarnwellCore/Actions/EmptyTrashOutcome.hpp"
+#include "TarnwellCore/Actions/EvictionOutcome.hpp"
+#include "TarnwellCore/Actions/SyncedRoots.hpp"
+#include "TarnwellCore/Actions/TrashOutcome.hpp"
+#include "TarnwellCore/Actions/TrashSummary.hpp"
+#include "TarnwellCore/Analysis/CommandResult.hpp"
+#include "TarnwellCore/Analysis/DuplicateFinder.hpp"
+#include "TarnwellCore/Analysis/SpaceSaverProbe.hpp"
+#include "TarnwellCore/Platform/Date.hpp"
+#include "TarnwellCore/Platform/UserDefaults.hpp"
+#include "TarnwellCore/Scanning/DiskScanner.hpp"
+#include "TarnwellCore/Scanning/SpaceMonitor.hpp"
+#include "TarnwellCore/Scanning/VolumeInfo.hpp"
+#include "TarnwellCore/Settings/FullDiskAccess.hpp"
+#include "TarnwellCore/Snapshots/SnapshotStore.hpp"
+
+#include <filesystem>
+#include <functional>
+#include <future>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tarnwell {
+
+/// Functions that fail throw a std::exception whose `what()` is the description for the user, unless they
+/// have outcomes; futures likewise. All are safe from any thread.
+struct TidyServices {
+    // --- The machine ----------------------------------------------------------------------------------
+
+    std::function<Date()> now;
+    /// The user's home folder.
+    std::function<std::filesystem::path()> home;
+    /// Where the settings are kept.
+    std::function<std::shared_ptr<UserDefaults>()> settings;
+    std::function<FullDiskAccessStatus()> diskAccess;
+    /// The volumes that users see.
+    std::function<std::vector<VolumeInfo>()> volumes;
+    std::function<std::optional<VolumeInfo>(const std::filesystem::path&)> volumeContaining;
+    /// Looks at the volumes that users see again and again, `interval` in seconds, and tells what has
+    /// changed.
+    std::function<std::unique_ptr<SpaceMonitor>(double interval)> watchVolumes;
+
+    // --- Looking --------------------------------------------------------------------------------------
+
+    std::function<std::future<ScanResult>(const std::filesystem::path&, ScanOptions,
+                                          DiskScanner::ProgressHandler, CancellationToken)>
+        scan;
+    /// What the probe of a home folder finds.
+    std::function<std::future<std::vector<SpaceSaverFinding>>(const std::filesystem::path& home,
+                                                              SpaceSaverProbe::Request, CancellationToken)>
+        findings;
+
+    std::function<std::future<DuplicateResult>(std::vector<std::shared_ptr<const FileNode>> roots,
+                                               DuplicateOptions, DuplicateFinder::ProgressHandler,
+                                               CancellationToken)>
+        findDuplicates;
+    /// What the file at a path is now; nothing when there is none that could be a duplicate.
+    std::function<std::optional<FileVersion>(const std::filesystem::path&)> fileVersion;
+
+    /// Opens the store of snapshots.
+    std::function<std::unique_ptr<SnapshotStore>()> snapshotStore;
+
+    // --- Acting ---------------------------------------------------------------------------------------
+
+    /// Moves one item to the Trash. Never throws.
+    std::function<TrashOutcome(const std::filesystem::path&)> moveToTrash;
+    /// Makes the files of a group share their blocks.
+    std::function<std::future<std::vector<SharingOutcome>>(SharingRequest, CancellationToken)> shareBlocks;
+    /// The folders in which a user's trashed items lie.
+    std::function<std::vector<std::filesystem::path>(const std::filesystem::path& home)> trashFolders;
+    std::function<TrashSummary(const std::filesystem::path& home)> trashSummary;
+    /// Empties the Trash for good: by the system's file browser where there is one that does it. Never
+    /// throws.
+    std::function<EmptyTrashOutcome(const std::filesystem::path& home, const CancellationToken&)> emptyTrash;
+    std::function<std::vector<SyncedRoot>(const std::filesystem::path& home)> syncedRoots;
+    /// Removes the local copy of one file. Never throws.
+    std::function<EvictionOutcome(const std::filesystem::path&, const std::vector<SyncedRoot>&)> evict;
+    /// Runs a tool that is found on the PATH, without a limit of time. Nothing when there is no such tool.
+    std::function<std::optional<CommandResult>(const std::vector<std::string>& words)> runTool;
+    /// Shows a file or folder in the system's file browser; whether that was started.
+    std::function<bool(const std::filesystem::path&)> reveal;
+
+    /// The services of the real machine, made once.
+    static const TidyServices& live();
+};
+
+} // namespace tarnwell

@@ -1,0 +1,31 @@
+#pragma once
+
+// trash PATH..., trash list, size, empty: the Trash, with an outcome for every item.
+
+#include "TarnwellTidyKit/Commands/TidyArguments.hpp"
+#include "TarnwellTidyKit/Commands/TidyContext.hpp"
+
+namespace tarnwell {
+
+struct TrashRequest {
+    enum class Verb : std::uint8_t { move, list, size, empty };
+    Verb verb = Verb::move;
+    /// As typed.
+    std::vector<std::string> paths;
+    TidyActChoices act;
+    TidyOutputChoices output;
+
+    bool operator==(const TrashRequest&) const = default;
+
+    static const TidyCommandSpec spec;
+    static TrashRequest read(const TidyArguments& arguments);
+};
+
+TidyResult run(const TrashRequest& request, TidyContext& context);
+
+/// Whether something may go to the Trash: as `TidyContext::consent`, but a terminal is not asked when the
+/// settings say that it need not be.
+TidyContext::Consent consentToTrash(TidyContext& context, const TidyActChoices& choices,
+                                    const std::string& question);
+
+} // namespace tarnwell

@@ -1,0 +1,246 @@
+// What changes something: trash, clean, evict and rules, with consent, dry runs, refusals and interruptions.
+
+#include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
+
+#include "Tests/TidyKit/Scene.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+
+namespace fs = std::filesystem;
+
+namespace tarnwell {
+namespace {
+
+using test::column;
+using test::Scene;
+using test::Words;
+using testing::HasSubstr;
+
+/// By source; an empty text for what went well.
+std::map<std::string, std::string> failures(const rapidjson::Document& document) {
+    std::map<std::string, std::string> all;
+    for (const auto& outcome : document["outcomes"].GetArray())
+        all[outcome["source"].GetString()] =
+            outcome["failure"].IsNull() ? "" : outcome["failure"].GetString();
+    return all;
+}
+
+TEST(TrashCommand, EachItemHasAnOutcomeAndWhatMustStayStays) {
+    const Scene scene;
+    scene.home.makeFile("a b.txt", 10);
+    scene.home.makeFile("folder/inner", 10);
+    scene.home.makeFile("notes.db", 10);
+    scene.home.makeFile("notes.db-wal", 10);
+    fs::create_symlink(scene.home.path(), scene.home / "link");
+    const auto outcomes =
+        failures(scene.json({"trash", scene.path("a b.txt"), scene.path("folder/"),
+                             scene.path("folder/inner"), scene.path("link"), scene.path("missing"),
+                             scene.path("notes.db"), "/usr", scene.path("a b.txt"), "--yes"},
+                            1));
+    EXPECT_EQ(outcomes.size(), 6u) << "what lies in another item goes along, and each item once";
+    for (const char* name : {"a b.txt", "folder", "link"}) {
+        EXPECT_EQ(outcomes.at(scene.path(name)), "") << name;
+        EXPECT_TRUE(fs::exists(fs::symlink_status(scene.home / ".trash" / name))) << name;
+    }
+    EXPECT_TRUE(fs::is_symlink(scene.home / ".trash/link"));
+    EXPECT_NE(outcomes.at(scene.path("missing")), "");
+    EXPECT_THAT(outcomes.at(scene.path("notes.db")), HasSubstr("together"));
+    EXPECT_EQ(outcomes.at("/usr"), "It belongs to the system.");
+    for (const char* place : {".", "../"})
+        EXPECT_THAT(scene.run({"trash", scene.path(place), "--yes"}).standardError, HasSubstr("home folder"));
+    EXPECT_TRUE(fs::exists(scene.home / "notes.db"));
+
+    EXPECT_EQ(column(scene.json({"trash", "list"})["items"], "path").size(), 3u);
+    const TidyResult both = scene.run({"trash", scene.path("notes.db"), scene.path("notes.db-wal"), "--yes"});
+    EXPECT_EQ(both.exitCode, 0) << both.standardError;
+    EXPECT_THAT(both.standardOutput, HasSubstr("still occupy disk space"));
+}
+
+TEST(TrashCommand, NothingHappensWithoutConsent) {
+    Scene scene;
+    const fs::path file = scene.home.makeFile("file", 10);
+    const Words words = {"trash", file.string()};
+    EXPECT_THAT(scene.text({"trash", file.string(), "--dry-run"}), HasSubstr("to the Trash"));
+    EXPECT_EQ(column(scene.json({"trash", file.string(), "--dry-run"})["planned"], "source"),
+              Words{file.string()});
+    const TidyResult nobody = scene.run(words);
+    EXPECT_EQ(nobody.exitCode, 2);
+    EXPECT_THAT(nobody.standardError, HasSubstr("--yes"));
+    std::string question;
+    bool answer = false;
+    scene.surroundings.ask = [&](const std::string& asked) {
+        question = asked;
+        return answer;
+    };
+    EXPECT_EQ(scene.run(words).exitCode, 1);
+    EXPECT_EQ(question, "  " + file.string() + "\nMove 1 item to the Trash?");
+    EXPECT_TRUE(fs::exists(file));
+    (void)scene.text({"settings", "set", "confirmBeforeTrash", "no"});
+    EXPECT_EQ(scene.run(words).exitCode, 0);
+    EXPECT_FALSE(fs::exists(file));
+    scene.surroundings.ask = {};
+    EXPECT_EQ(scene.run({"trash", scene.home.makeFile("other").string()}).exitCode, 2)
+        << "a script says --yes";
+}
+
+TEST(TrashCommand, AnInterruptionStopsBetweenTwoItems) {
+    Scene scene;
+    Words words = {"trash", "--yes"};
+    for (const char* name : {"a", "b", "c"})
+        words.push_back(scene.home.makeFile(name).string());
+    const auto move = scene.services.moveToTrash;
+    scene.services.moveToTrash = [&](const fs::path& item) {
+        if (item.filename() == "b")
+            scene.surroundings.interruption->interrupt();
+        return move(item);
+    };
+    const auto outcomes = failures(scene.json(words, 130));
+    EXPECT_EQ(outcomes.at(words[2]), "");
+    EXPECT_EQ(outcomes.at(words[3]), "") << "what has begun ends whole";
+    EXPECT_EQ(outcomes.at(words[4]), "It was not touched: interrupted.");
+    EXPECT_TRUE(fs::exists(words[4]));
+}
+
+TEST(TrashCommand, EmptyingAsksEvenWhenMovingNeedNot) {
+    Scene scene;
+    scene.home.makeFile(".trash/old", 5'000);
+    int emptied = 0;
+    EmptyTrashOutcome outcome = EmptyTrashFailed{"The Finder is busy."};
+    scene.services.trashSummary = [](const fs::path&) {
+        return TrashSummary{.locations = {}, .itemCount = 1, .reclaimableSize = 8192};
+    };
+    scene.services.emptyTrash = [&](const fs::path&, const CancellationToken&) {
+        ++emptied;
+        return outcome;
+    };
+    EXPECT_EQ(scene.run({"trash", "empty"}).exitCode, 2);
+    (void)scene.text({"trash", "empty", "--dry-run"});
+    EXPECT_EQ(emptied, 0);
+    const TidyResult failed = scene.run({"trash", "empty", "--yes"});
+    EXPECT_EQ(failed.exitCode, 1);
+    EXPECT_EQ(failed.standardError, "Trash: The Finder is busy.\n");
+    outcome = EmptyTrashEmptied{};
+    EXPECT_EQ(scene.json({"trash", "empty", "--yes"})["outcomes"][0]["bytesFreed"].GetInt64(), 8192);
+    EXPECT_EQ(scene.json({"trash", "size"})["itemCount"].GetInt64(), 1);
+    EXPECT_EQ(scene.run({"trash", "list", "x"}).exitCode, 2);
+}
+
+TEST(CleanCommand, DoesWhatFindingsOffer) {
+    Scene scene;
+    scene.home.makeFile(".npm/_cacache/a", 3'000'000);
+    scene.home.makeFile("go/pkg/mod/b", 2'000'000);
+    scene.home.makeFile(".android/avd/c", 4'000'000);
+    std::vector<Words> runs;
+    std::optional<CommandResult> answer =
+        CommandResult{.exitCode = 1, .standardOutput = {}, .standardError = "go: busy\n"};
+    scene.services.runTool = [&](const Words& words) {
+        runs.push_back(words);
+        return answer;
+    };
+    std::vector<fs::path> shown;
+    scene.services.reveal = [&](const fs::path& path) {
+        shown.push_back(path);
+        return true;
+    };
+    EXPECT_EQ(scene.run({"clean"}).exitCode, 2);
+    EXPECT_EQ(scene.run({"clean", "npmCache"}).exitCode, 2) << "nobody to ask";
+    const TidyResult unknown = scene.run({"clean", "npmCahe", "--yes"});
+    EXPECT_EQ(unknown.exitCode, 1);
+    EXPECT_THAT(unknown.standardError, HasSubstr("Did you mean npmCache?"));
+    const auto planned = scene.json({"clean", "--safe", "--dry-run"});
+    EXPECT_THAT(column(planned["planned"], "finding"),
+                testing::UnorderedElementsAre("npmCache", "goModuleCache"))
+        << "what is to be reviewed has to be named";
+
+    const auto done = scene.json({"clean", "--safe", "--yes"}, 1);
+    EXPECT_EQ(failures(done), (std::map<std::string, std::string>{{scene.path(".npm/_cacache"), ""},
+                                                                  {"go clean -modcache", "go: busy"}}));
+    EXPECT_TRUE(fs::exists(scene.home / ".trash/_cacache/a"));
+    EXPECT_EQ(runs, (std::vector<Words>{{"go", "clean", "-modcache"}}));
+    answer.reset();
+    EXPECT_THAT(scene.run({"clean", "goModuleCache", "--yes"}).standardError, HasSubstr("is it installed?"));
+    EXPECT_EQ(scene.run({"clean", "androidVirtualDevices", "--yes"}).exitCode, 0);
+    EXPECT_EQ(shown, std::vector{scene.home / ".android/avd"});
+    scene.services.reveal = [](const fs::path&) { return false; };
+    EXPECT_EQ(scene.run({"clean", "androidVirtualDevices", "--yes"}).exitCode, 1);
+    EXPECT_TRUE(fs::exists(scene.home / ".android/avd/c"));
+}
+
+TEST(EvictCommand, FoldersStandForTheirFilesAndRefusalsAreFailures) {
+    Scene scene;
+    const std::string file = scene.home.makeFile("Library/CloudStorage/Dropbox/film", 9'000).string();
+    scene.home.makeFile("Library/CloudStorage/Dropbox/empty");
+    const std::string outside = scene.home.makeFile("outside", 10).string();
+    scene.services.evict = [](const fs::path& path, const std::vector<SyncedRoot>& roots) -> EvictionOutcome {
+        if (SyncedRoots::contains(path.native(), roots))
+            return EvictionEvicted{path, 12'288};
+        return EvictionRefused{path, {EvictionRefusal::Kind::outsideSyncedRoot}};
+    };
+    const Words words = {"evict", scene.path("Library"), outside, "--yes"};
+    const auto document = scene.json(words, 1);
+    EXPECT_EQ(failures(document),
+              (std::map<std::string, std::string>{{file, ""}, {outside, "It is not in a synced folder."}}));
+    EXPECT_EQ(document["outcomes"][0]["bytesFreed"].GetInt64(), 12'288);
+    EXPECT_EQ(column(scene.json({"evict", scene.path("Library"), "--dry-run"})["planned"], "source"),
+              Words{file});
+}
+
+TEST(RulesCommand, RulesAreKeptInTheSettingsAndTried) {
+    const Scene scene;
+    scene.home.makeFile("Downloads/big.iso", 200'000);
+    scene.home.makeFile("Downloads/small.iso", 200);
+    scene.home.makeFile("Downloads/old.txt", 300'000);
+    scene.setAge("Downloads/old.txt", 50);
+    EXPECT_EQ(scene.json({"rules"})["rules"].Size(), 3u) << "those that it comes with";
+    EXPECT_EQ(scene.run({"rules", "add", "All"}).exitCode, 2);
+    EXPECT_EQ(scene.run({"rules", "add", "X", "--category", "vidio"}).exitCode, 2);
+    EXPECT_EQ(scene.run({"rules", "add", "X", "--older", "12h"}).exitCode, 2);
+    EXPECT_EQ(scene.run({"rules", "list", "--larger", "1MB"}).exitCode, 2);
+    (void)scene.text({"rules", "add", "Images", "--location", "~/Downloads/", "--extension", ".ISO",
+                      "--category", "diskimages", "--larger", "100kB"});
+    (void)scene.text({"rules", "add", "Old", "--older", "6w"});
+    (void)scene.text({"rules", "add", "Never", "--larger", "1EB", "--dry-run"});
+    const auto listed = scene.json({"rules", "list"});
+    ASSERT_EQ(listed["rules"].Size(), 5u);
+    const auto& images = listed["rules"][3];
+    EXPECT_STREQ(images["locationPrefix"].GetString(), "~/Downloads");
+    EXPECT_STREQ(images["extensions"][0].GetString(), "iso");
+    EXPECT_EQ(images["minimumSize"].GetInt64(), 100'000);
+    EXPECT_EQ(listed["rules"][4]["olderThanDays"].GetInt64(), 42);
+
+    const auto paths = [&](Words words) {
+        words.insert(words.begin(), {"rules", "test", scene.home.path().string()});
+        Words found;
+        const auto document = scene.json(words);
+        for (const auto& match : document["matches"].GetArray())
+            for (const auto& path : match["paths"].GetArray())
+                found.emplace_back(path.GetString());
+        return found;
+    };
+    EXPECT_EQ(paths({}), (Words{scene.path("Downloads/big.iso"), scene.path("Downloads/old.txt")}));
+    (void)scene.text({"rules", "disable", "Images", listed["rules"][4]["id"].GetString()});
+    EXPECT_EQ(paths({}), Words{});
+    EXPECT_EQ(paths({"Images"}), Words{scene.path("Downloads/big.iso")}) << "named, also when it is off";
+    EXPECT_EQ(scene.run({"rules", "remove", "Images"}).exitCode, 2);
+    (void)scene.text({"rules", "add", "Old", "--older", "9d"});
+    EXPECT_THAT(scene.run({"rules", "remove", "Old", "--yes"}).standardError,
+                HasSubstr("name one by its ID"));
+    (void)scene.text({"rules", "remove", "Images", "autopilot.preset.dmg-pkg-180d", "--yes"});
+    EXPECT_EQ(scene.json({"rules"})["rules"].Size(), 4u);
+    EXPECT_EQ(scene.run({"rules", "enable", "Images"}).exitCode, 1);
+}
+
+TEST(ProtectedPlaces, WhatEverythingElseLiesInStays) {
+    for (const char* path :
+         {"/", "/home", "/home/ann", "/home/ann/", "/usr", "/System/", "/home/ann/Library"})
+        EXPECT_NE(reasonToStay(path, "/home/ann"), "") << path;
+    for (const char* path : {"/home/ann/Library/Caches", "/home/anna", "/usr/x", "/home/ann/x", "/usrs"})
+        EXPECT_EQ(reasonToStay(path, "/home/ann"), "") << path;
+}
+
+} // namespace
+} // namespace tarnwell

@@ -1,0 +1,187 @@
+// find, frees, duplicates and changes, as a person types them.
+
+#include "Tests/TidyKit/Scene.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace fs = std::filesystem;
+
+namespace tarnwell {
+namespace {
+
+using test::column;
+using test::Scene;
+using test::Words;
+using testing::HasSubstr;
+
+TEST(FindCommand, ConditionsOrdersAndForms) {
+    Scene scene;
+    scene.home.makeFile("a/Film.MOV", 5'000);
+    scene.home.makeFile("a/film notes.txt", 300);
+    scene.home.makeFile("b/old.iso", 9'000);
+    scene.setAge("b/old.iso", 100);
+    scene.home.makeFile("b/line\nfeed", 50);
+    scene.home.makeFile(".hidden", 7'000);
+    scene.home.makeFolder("films");
+    const auto found = [&](Words words) {
+        words.insert(words.begin(), {"find", scene.home.path().string()});
+        const auto document = scene.json(words);
+        Words names;
+        for (const std::string& path : column(document["matches"], "path"))
+            names.push_back(fs::path(path).filename());
+        EXPECT_EQ(document["count"].GetInt64() >= static_cast<std::int64_t>(names.size()), true);
+        return names;
+    };
+    const struct {
+        Words words;
+        Words names;
+    } cases[] = {
+        {{"--name", "FILM", "--sort", "name"}, {"Film.MOV", "film notes.txt", "films"}},
+        {{"--glob", "*.[mM][oO][vV]"}, {"Film.MOV"}},
+        {{"--glob", "b/*", "--sort", "size"}, {"old.iso", "line\nfeed"}},
+        {{"--regex", "^film( |$)"}, {"film notes.txt"}},
+        {{"--larger", "5kB", "--smaller", "7000", "--kind", "file", "--sort", "size"},
+         {".hidden", "Film.MOV"}},
+        {{"--older", "6w", "--kind", "file"}, {"old.iso"}},
+        {{"--newer", "6w", "--name", "old"}, {}},
+        {{"--category", "video"}, {"Film.MOV"}},
+        {{"--kind", "folder", "--sort", "path"}, {"a", "b", "films"}},
+        {{"--flag", "hidden"}, {".hidden"}},
+        {{"--kind", "file", "--top", "2"}, {"old.iso", ".hidden"}},
+        {{"--kind", "file", "--sort", "modified", "--top", "9", "--name", "o"},
+         {"Film.MOV", "film notes.txt", "old.iso"}},
+    };
+    for (const auto& [words, names] : cases) {
+        Words result = found(words);
+        if (std::ranges::find(words, "modified") != words.end())
+            std::ranges::sort(result.begin(), result.end() - 1); // two of the same moment
+        EXPECT_EQ(result, names) << testing::PrintToString(words);
+    }
+    const auto totals = scene.json({"find", scene.home.path().string(), "--name", "b"});
+    EXPECT_EQ(totals["totals"]["size"].GetInt64(), 9'050) << "a folder stands for what it holds, once";
+
+    const std::string line = scene.path("b/line\nfeed");
+    EXPECT_EQ(scene.text({"find", scene.home.path().string(), "--name", "feed", "--print0"}), line + '\0');
+    EXPECT_EQ(scene.text({"find", scene.home.path().string(), "--name", "feed"}),
+              "  50 bytes  " + line + "\n");
+    scene.surroundings.isTerminal = true;
+    scene.surroundings.columns = 40;
+    const std::string shown = scene.text({"find", scene.home.path().string(), "--name", "feed"});
+    EXPECT_THAT(shown, testing::AllOf(HasSubstr("b/line\\nfeed\n1 match, 50 bytes\n"),
+                                      testing::StartsWith("  50 bytes  …")));
+    std::string pieces;
+    scene.surroundings.output = [&](std::string_view piece) { pieces += piece; };
+    EXPECT_EQ(scene.text({"find", scene.home.path().string(), "--top", "1", "--print0"}), "");
+    EXPECT_EQ(pieces, scene.path("b") + '\0');
+}
+
+TEST(FindCommand, WhatCannotBeAskedIsSaidBeforeAnythingIsRead) {
+    Scene scene;
+    scene.services.scan = nullptr; // would throw
+    for (const Words& words :
+         {Words{"--regex", "("}, Words{"--older", "soon"}, Words{"--kind", "file", "--larger", "x"},
+          Words{"--print0", "--json"}, Words{"--category", "vidio"}}) {
+        Words line = {"find", "/"};
+        line.insert(line.end(), words.begin(), words.end());
+        EXPECT_EQ(scene.run(line).exitCode, 2) << testing::PrintToString(words);
+    }
+}
+
+TEST(FreesCommand, LinksElsewhereKeepTheirBytes) {
+    const Scene scene;
+    scene.home.makeFile("a/one", 8'192);
+    scene.home.makeFile("a/two", 4'096);
+    scene.home.makeFolder("b");
+    fs::create_hard_link(scene.home / "a/one", scene.home / "b/link");
+    const auto alone = scene.json({"frees", scene.path("a"), "--within", scene.home.path().string()});
+    EXPECT_EQ(alone["atLeast"].GetInt64(), 4'096);
+    EXPECT_STREQ(alone["reasons"][0]["kind"].GetString(), "linksElsewhere");
+    EXPECT_STREQ(alone["reasons"][0]["elsewhere"][0].GetString(), scene.path("b/link").c_str());
+    const auto together = scene.json({"frees", scene.path("a/"), scene.path("b/../b/link")});
+    EXPECT_EQ(together["atLeast"].GetInt64(), 12'288);
+    EXPECT_EQ(together["reasons"].Size(), 0u);
+    EXPECT_THAT(scene.text({"frees", scene.path("b")}), HasSubstr("At least  0 bytes"));
+    EXPECT_EQ(scene.run({"frees", scene.path("missing")}).exitCode, 1);
+}
+
+TEST(DuplicatesCommand, GroupsAndExtras) {
+    Scene scene;
+    for (const char* name : {"first/copy", "second/a", "second/deeper/original"})
+        scene.home.writeFile(name, std::string(20'000, 'x'));
+    scene.home.writeFile("second/other", std::string(20'000, 'y'));
+    scene.setAge("second/deeper/original", 10);
+    fs::create_hard_link(scene.home / "second/deeper/original", scene.home / "second/link");
+    const Words words = {"duplicates", scene.path("second"), scene.path("first"), "--min", "10kB"};
+    const auto with = [&](Words more) {
+        more.insert(more.begin(), words.begin(), words.end());
+        return more;
+    };
+    const auto listed = scene.json(words);
+    ASSERT_EQ(listed["groups"].Size(), 1u);
+    EXPECT_EQ(column(listed["groups"][0]["members"], "path"),
+              (Words{scene.path("first/copy"), scene.path("second/a"), scene.path("second/deeper/original"),
+                     scene.path("second/link")}));
+    EXPECT_EQ(listed["waste"].GetInt64(), 2 * 20'480);
+    EXPECT_THAT(scene.text(words),
+                testing::AllOf(HasSubstr("41 KB wasted, 3 files of 20 KB"), HasSubstr("link")));
+    EXPECT_EQ(scene.run(with({"--share", "--trash-extras", "oldest"})).exitCode, 2);
+
+    const struct {
+        const char* keep;
+        const char* stays;
+    } keepers[] = {{"oldest", "second/deeper/original"}, {"shortest", "second/a"}, {"first", "second/a"}};
+    for (const auto& [keep, stays] : keepers) {
+        const auto planned = scene.json(with({"--trash-extras", keep, "--dry-run"}));
+        const Words going = column(planned["planned"], "source");
+        EXPECT_EQ(std::ranges::count(going, scene.path(stays)), 0) << keep;
+        EXPECT_GE(going.size(), 2u) << keep;
+    }
+    EXPECT_EQ(scene.run(with({"--trash-extras", "oldest"})).exitCode, 2) << "nobody to ask";
+
+    // A copy that changes under way stays, and so does every copy of one that is gone.
+    const auto move = scene.services.moveToTrash;
+    scene.services.moveToTrash = [&](const fs::path& item) {
+        if (item.filename() == "copy")
+            scene.home.writeFile("second/a", "changed");
+        return move(item);
+    };
+    const auto outcomes = scene.json(with({"--trash-extras", "oldest", "--yes"}), 1);
+    EXPECT_EQ(outcomes["outcomes"].Size(), 2u);
+    EXPECT_TRUE(outcomes["outcomes"][0]["failure"].IsNull());
+    EXPECT_THAT(outcomes["outcomes"][1]["failure"].GetString(), HasSubstr("changed"));
+    EXPECT_EQ(test::readFile(scene.home / "second/a"), "changed");
+    EXPECT_TRUE(fs::exists(scene.home / "second/link"));
+    EXPECT_FALSE(fs::exists(scene.home / "first/copy"));
+}
+
+TEST(ChangesCommand, FoldersStandForWhatTheyHold) {
+    const Scene scene;
+    scene.home.makeFile("tree/music/a.flac", 3'000'000);
+    scene.home.makeFile("tree/gone/b.iso", 4'000'000);
+    scene.home.makeFile("tree/deep/er/c.bin", 2'000'000);
+    const std::string tree = scene.path("tree");
+    EXPECT_THAT(scene.run({"changes", tree}).standardError, HasSubstr("There is no snapshot of " + tree));
+    ScanSnapshot snapshot = ScanSnapshot::capture(DiskScanner().scan(tree).get(), 4, 1'000'000);
+    SnapshotStore(scene.home / "snapshots").save(snapshot);
+    scene.home.makeFile("tree/music/d.flac", 4'000'000);
+    scene.home.makeFile("tree/music/e.flac", 5'000'000);
+    scene.home.makeFile("tree/deep/er/f.bin", 8'000'000);
+    fs::remove_all(scene.home / "tree/gone");
+    const auto json = scene.json({"changes", tree, "--min", "1MB"});
+    EXPECT_EQ(json["total"].GetInt64(), 13'000'000);
+    EXPECT_EQ(column(json["causes"], "path"), (Words{"music", "deep/er/f.bin", "gone/b.iso"}));
+    EXPECT_EQ(column(json["causes"], "kind"), (Words{"grew", "added", "removed"}));
+    EXPECT_EQ(json["since"]["id"].GetString(), snapshot.id.text());
+    EXPECT_THAT(scene.text({"changes", tree, "--min", "1MB", "--top", "1"}),
+                HasSubstr("+9 MB  grew  music\n"));
+    const std::string id = snapshot.id.text().substr(0, 9);
+    EXPECT_EQ(scene.run({"changes", tree, "--since", id}).exitCode, 0);
+    for (const char* since : {"previous", "1y", "nothing"})
+        EXPECT_EQ(scene.run({"changes", tree, "--since", since}).exitCode, 1) << since;
+}
+
+} // namespace
+} // namespace tarnwell

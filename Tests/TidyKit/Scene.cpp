@@ -1,0 +1,139 @@
+#include "Tests/TidyKit/Scene.hpp"
+
+#include "TarnwellCore/Platform/JSONFileDefaults.hpp"
+#include "TarnwellTidyKit/Commands/TidyRunner.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <memory>
+
+namespace fs = std::filesystem;
+
+namespace tarnwell::test {
+
+namespace {
+
+TrashOutcome moveAside(const fs::path& item, const fs::path& trash) {
+    TrashOutcome outcome{item, std::nullopt, std::nullopt};
+    std::error_code error;
+    fs::create_directories(trash, error);
+    const fs::path target = trash / item.filename();
+    if (fs::exists(target, error))
+        outcome.failure = "There is one of that name already.";
+    else if (fs::rename(item, target, error); error)
+        outcome.failure = error.message();
+    else
+        outcome.trashedTo = target;
+    return outcome;
+}
+
+void expectKeysInOrder(const rapidjson::Value& value) {
+    if (value.IsArray())
+        for (const auto& element : value.GetArray())
+            expectKeysInOrder(element);
+    if (!value.IsObject())
+        return;
+    std::string last;
+    for (const auto& member : value.GetObject()) {
+        EXPECT_LT(last, member.name.GetString());
+        last = member.name.GetString();
+        expectKeysInOrder(member.value);
+    }
+}
+
+} // namespace
+
+Scene::Scene() : services(TidyServices::live()) {
+    const fs::path folder = home.path();
+    services.home = [folder] { return folder; };
+    services.settings = [folder] { return std::make_shared<JSONFileDefaults>(folder / ".settings.json"); };
+    services.snapshotStore = [folder] { return std::make_unique<SnapshotStore>(folder / "snapshots"); };
+    services.moveToTrash = [folder](const fs::path& item) { return moveAside(item, folder / ".trash"); };
+    services.trashFolders = [folder](const fs::path&) { return std::vector<fs::path>{folder / ".trash"}; };
+}
+
+void Scene::setAge(std::string_view relative, double days) const {
+    const auto seconds = currentDate().time_since_epoch().count() - days * 86'400;
+    const timespec time{.tv_sec = static_cast<std::time_t>(seconds), .tv_nsec = 0};
+    const timespec times[2] = {time, time};
+    ASSERT_EQ(::utimensat(AT_FDCWD, path(relative).c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
+}
+
+TidyResult Scene::run(const Words& words) const {
+    return TidyRunner::run(words, services, surroundings);
+}
+
+std::string Scene::text(const Words& words) const {
+    const TidyResult result = run(words);
+    EXPECT_EQ(result.exitCode, 0) << result.standardError;
+    return result.standardOutput;
+}
+
+rapidjson::Document Scene::json(Words words, std::int32_t exitCode) const {
+    words.emplace_back("--json");
+    const TidyResult result = run(words);
+    EXPECT_EQ(result.exitCode, exitCode) << result.standardError;
+    return readDocument(result.standardOutput);
+}
+
+rapidjson::Document readDocument(const std::string& text) {
+    rapidjson::Document document;
+    document.Parse<rapidjson::kParseValidateEncodingFlag>(text.data(), text.size());
+    EXPECT_FALSE(document.HasParseError()) << text;
+    if (!document.IsObject() || !document.HasMember("version")) {
+        ADD_FAILURE() << "no document: " << text;
+        document.SetObject();
+    } else {
+        EXPECT_EQ(document["version"].GetInt(), 1);
+        expectKeysInOrder(document);
+    }
+    return document;
+}
+
+Words column(const rapidjson::Value& array, const char* key) {
+    Words words;
+    for (const auto& element : array.GetArray())
+        words.emplace_back(element[key].GetString(), element[key].GetStringLength());
+    return words;
+}
+
+ProgramRun runProgram(const fs::path& home, const Words& words, const std::function<void()>& prepare) {
+    const TemporaryFolder folder;
+    const fs::path output = folder.makeFile("output");
+    const fs::path error = folder.makeFile("error");
+    std::vector<char*> values{const_cast<char*>(TARNWELL_TIDY)};
+    for (const std::string& word : words)
+        values.push_back(const_cast<char*>(word.c_str()));
+    values.push_back(nullptr);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::signal(SIGPIPE, SIG_DFL);
+        ::dup2(::open("/dev/null", O_RDONLY), STDIN_FILENO);
+        ::dup2(::open(output.c_str(), O_WRONLY), STDOUT_FILENO);
+        ::dup2(::open(error.c_str(), O_WRONLY), STDERR_FILENO);
+        ::setenv("HOME", home.c_str(), 1);
+        ::setenv("CFFIXED_USER_HOME", home.c_str(), 1);
+        ::setenv("XDG_DATA_HOME", (home / ".local/share").c_str(), 1);
+        ::setenv("XDG_CONFIG_HOME", (home / ".config").c_str(), 1);
+        ::unsetenv("NO_COLOR");
+        prepare();
+        ::execv(TARNWELL_TIDY, values.data());
+        ::_exit(126);
+    }
+    ProgramRun run;
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    run.output = readFile(output);
+    run.error = readFile(error);
+    return run;
+}
+
+} // namespace tarnwell::test
