@@ -27,11 +27,7 @@ package_names() {
     "debian build")
         # make is for the compiler: it runs the parts of an optimised link side by side.
         echo g++ make cmake ninja-build ccache pkg-config rapidjson-dev uuid-dev libglib2.0-dev shared-mime-info \
-<<<<<<< HEAD
-            libicu-dev libssl-dev
-=======
-            libicu-dev libcli11-dev
->>>>>>> d1ca65d (tarnwell-tidy: commands as values over a table of services; report, findings, clean, trash, evict, rules, volumes and settings)
+            libicu-dev libssl-dev libcli11-dev
         ;;
     # file: cpack asks it what to strip.
     "debian test") echo libgtest-dev libgmock-dev file ;;
