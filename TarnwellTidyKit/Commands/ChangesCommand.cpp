@@ -41,7 +41,8 @@ std::string textOf(const SnapshotDelta& delta, const std::vector<const Change*>&
     return text;
 }
 
-std::string documentOf(const SnapshotDelta& delta, const std::vector<const Change*>& causes, SizeMode mode) {
+std::string documentOf(const SnapshotDelta& delta, const std::vector<const Change*>& causes, SizeMode mode,
+                       const ScanStats& stats) {
     return tidyDocument([&](JSONWriter& json) {
         json.key("causes");
         json.beginArray();
@@ -60,6 +61,7 @@ std::string documentOf(const SnapshotDelta& delta, const std::vector<const Chang
             json.endObject();
         }
         json.endArray();
+        writeUnreadable(json, stats);
         json.key("path");
         json.string(delta.after.rootPath);
         json.key("since");
@@ -120,7 +122,7 @@ TidyResult run(const ChangesRequest& request, TidyContext& context) {
     TidyResult result;
     const TidyStyle style = context.style(request.output);
     if (request.output.json)
-        result.standardOutput = documentOf(delta, causes, mode);
+        result.standardOutput = documentOf(delta, causes, mode, scan.stats);
     else
         result = {.standardOutput = textOf(delta, causes, style),
                   .standardError = context.unreadableText(scan, style)};

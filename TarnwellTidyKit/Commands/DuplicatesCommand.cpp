@@ -104,7 +104,11 @@ std::string textOf(const DuplicatesRequest& request, const DuplicateResult& resu
            ", " + style.painted(sizeText(result.totals.waste), TidyRole::strong) + " wasted\n";
 }
 
-std::string documentOf(const DuplicatesRequest& request, const DuplicateResult& result) {
+std::string documentOf(const DuplicatesRequest& request, const Found& found) {
+    const DuplicateResult& result = found.duplicates;
+    ScanStats stats;
+    for (const ScanResult& scan : found.scans)
+        stats.inaccessibleCount += scan.stats.inaccessibleCount;
     return tidyDocument(
         [&](JSONWriter& json) {
             json.key("dropped");
@@ -147,6 +151,7 @@ std::string documentOf(const DuplicatesRequest& request, const DuplicateResult& 
                 json.endObject();
             }
             json.endArray();
+            writeUnreadable(json, stats);
         },
         [&](JSONWriter& json) {
             json.key("waste");
@@ -372,7 +377,7 @@ TidyResult run(const DuplicatesRequest& request, TidyContext& context) {
     switch (request.verb) {
     case Verb::list:
         if (request.output.json)
-            result.standardOutput = documentOf(request, found.duplicates);
+            result.standardOutput = documentOf(request, found);
         else
             result = {.standardOutput = textOf(request, found.duplicates, context.style(request.output)),
                       .standardError = droppedText(found.duplicates)};

@@ -51,7 +51,8 @@ EvictRequest EvictRequest::read(const TidyArguments& arguments) {
 }
 
 TidyResult run(const EvictRequest& request, TidyContext& context) {
-    const std::vector<SyncedRoot> roots = context.services.syncedRoots(context.services.home());
+    const std::vector<SyncedRoot> roots =
+        context.services.syncedRoots(DiskScanner::normalize(context.services.home()));
     const std::vector<std::string> files = filesOf(request, roots, context);
     if (request.act.dryRun) {
         std::vector<TidyOutcome> planned;

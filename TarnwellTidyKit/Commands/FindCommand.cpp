@@ -201,12 +201,13 @@ void writeMatch(JSONWriter& json, const FileNode& node, std::string& path) {
     json.endObject();
 }
 
-std::string document(const Matches& matches, const FileNode& root, TextOutput output) {
+std::string document(const Matches& matches, const ScanResult& scan, TextOutput output) {
     JSONWriter json(output.text());
     std::string path;
     json.beginObject();
     json.key("count");
     json.integer(matches.totals.count);
+    writeUnreadable(json, scan.stats);
     json.key("matches");
     json.beginArray();
     for (const FileNode* node : matches.nodes) {
@@ -215,7 +216,7 @@ std::string document(const Matches& matches, const FileNode& root, TextOutput ou
     }
     json.endArray();
     json.key("path");
-    json.string(root.path());
+    json.string(scan.root->path());
     json.key("totals");
     json.beginObject();
     json.key("allocated");
@@ -298,7 +299,7 @@ TidyResult run(const FindRequest& request, TidyContext& context) {
         const auto output = [&] {
             return context.surroundings.output ? TextOutput(context.surroundings.output) : TextOutput();
         };
-        result.standardOutput = request.output.json ? document(matches, *scan.root, output())
+        result.standardOutput = request.output.json ? document(matches, scan, output())
                                                     : listed(matches, request, mode, context, output());
         if (matches.totals.undecidedCount > 0)
             result.standardError =

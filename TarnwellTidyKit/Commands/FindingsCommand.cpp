@@ -206,6 +206,8 @@ TidyResult run(const FindingsRequest& request, TidyContext& context) {
             json.endArray();
             json.key("home");
             json.string(found.home.native());
+            if (found.scan)
+                writeUnreadable(json, found.scan->stats);
             json.key("total");
             json.integer(freeableBytes(found.findings));
         });

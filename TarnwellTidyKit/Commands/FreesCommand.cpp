@@ -1,7 +1,6 @@
 #include "TarnwellTidyKit/Commands/FreesCommand.hpp"
 
 #include "TarnwellCore/Analysis/FreedSpace.hpp"
-#include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Text/HarmlessText.hpp"
 #include "TarnwellCore/Text/JSONWriter.hpp"
 #include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
@@ -23,13 +22,6 @@ constexpr TidyOptionSpec options[] = {
      .help = "Look through this folder for what shares with them",
      .completes = TidyCompletes::folders},
 };
-
-/// As a scan shows it: links on the way resolved, the item itself not followed.
-fs::path scannedPath(const std::string& typed) {
-    const fs::path path = typedPath(typed);
-    return path.has_filename() ? fs::path(DiskScanner::normalize(path.parent_path())) / path.filename()
-                               : path;
-}
 
 /// The folder that all of them lie in.
 fs::path commonFolder(const std::vector<fs::path>& paths) {
@@ -131,7 +123,7 @@ FreesRequest FreesRequest::read(const TidyArguments& arguments) {
 TidyResult run(const FreesRequest& request, TidyContext& context) {
     std::vector<fs::path> paths;
     for (const std::string& typed : request.paths)
-        paths.push_back(scannedPath(typed));
+        paths.push_back(typedPath(typed));
     const std::string folder = request.within ? *request.within : commonFolder(paths).native();
     ScanResult scan = context.scan(folder, request.scan);
     std::vector<const FileNode*> nodes;

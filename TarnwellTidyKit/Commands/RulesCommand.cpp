@@ -193,6 +193,7 @@ TidyResult test(const RulesRequest& request, TidyContext& context) {
     const TidyStyle style = context.style(request.output);
     if (request.output.json) {
         result.standardOutput = tidyDocument([&](JSONWriter& json) {
+            writeUnreadable(json, scan.stats);
             json.key("matches");
             json.beginArray();
             for (const RuleMatch& match : matches) {

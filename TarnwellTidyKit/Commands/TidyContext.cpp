@@ -1,5 +1,6 @@
 #include "TarnwellTidyKit/Commands/TidyContext.hpp"
 
+#include "TarnwellCore/Classification/PathUtil.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Text/DisplayWidth.hpp"
 #include "TarnwellCore/Text/JSONWriter.hpp"
@@ -100,12 +101,17 @@ std::string TidyContext::unreadableText(const ScanResult& result, const TidyStyl
 }
 
 fs::path typedPath(std::string_view typed) {
-    std::error_code error;
-    const fs::path path = fs::absolute(expandTilde(typed), error);
-    fs::path normal = (error ? fs::path(typed) : path).lexically_normal();
-    if (!normal.has_filename() && normal.has_relative_path())
-        normal = normal.parent_path(); // without the "/" at the end
-    return normal;
+    const std::string expanded = expandTilde(typed);
+    const fs::path path(PathUtil::withoutTrailingSlashes(expanded));
+    const fs::path name = path.filename();
+    if (name.empty() || name == "." || name == "..")
+        return DiskScanner::normalize(path);
+    return fs::path(DiskScanner::normalize(path.has_parent_path() ? path.parent_path() : ".")) / name;
+}
+
+void writeUnreadable(JSONWriter& json, const ScanStats& stats) {
+    json.key("inaccessibleCount");
+    json.integer(stats.inaccessibleCount);
 }
 
 std::string tidyDocument(const std::function<void(JSONWriter&)>& first,

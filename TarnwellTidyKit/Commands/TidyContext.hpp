@@ -69,9 +69,12 @@ private:
     std::unique_ptr<AppSettings> settings_;
 };
 
-/// The path in full: tilde resolved, absolute, "." and ".." resolved as text, the last component not
-/// followed.
+/// The path in full: tilde, "." and ".." and links on the way resolved as the kernel would, the last
+/// component not followed, whatever stands behind it.
 std::filesystem::path typedPath(std::string_view typed);
+
+/// Writes how many folders could not be read.
+void writeUnreadable(JSONWriter& json, const ScanStats& stats);
 
 /// A JSON document of version 1. Keys stand in ascending order: `first` writes those before "version", `last`
 /// those behind it.

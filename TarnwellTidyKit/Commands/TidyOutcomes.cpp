@@ -119,10 +119,12 @@ TidyResult TidyOutcomes::result(const TidyContext& context, const TidyOutputChoi
 TidyOutcome trashed(const TidyContext& context, const std::string& source,
                     const std::filesystem::path& home) {
     TidyOutcome outcome{.source = source};
-    if (const std::string_view reason = reasonToStay(source, home); !reason.empty()) {
-        outcome.failure = reason;
-        return outcome;
-    }
+    // The home may be reached through a link: it must stay under both its names.
+    for (const std::filesystem::path& name : {home, std::filesystem::path(DiskScanner::normalize(home))})
+        if (const std::string_view reason = reasonToStay(source, name); !reason.empty()) {
+            outcome.failure = reason;
+            return outcome;
+        }
     const TrashOutcome moved = context.services.moveToTrash(source);
     outcome.failure = moved.failure;
     if (moved.trashedTo)

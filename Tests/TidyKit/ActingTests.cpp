@@ -50,11 +50,19 @@ TEST(TrashCommand, EachItemHasAnOutcomeAndWhatMustStayStays) {
     EXPECT_NE(outcomes.at(scene.path("missing")), "");
     EXPECT_THAT(outcomes.at(scene.path("notes.db")), HasSubstr("together"));
     EXPECT_EQ(outcomes.at("/usr"), "It belongs to the system.");
+    // Through a link, ".." is where the kernel says it is, not the text.
+    scene.home.makeFile("deep/target/inner", 10);
+    scene.home.makeFile("deep/mine", 10);
+    scene.home.makeFile("mine", 10);
+    fs::create_symlink(scene.home / "deep/target", scene.home / "way");
+    EXPECT_EQ(scene.run({"trash", scene.path("way/../mine"), "--yes"}).exitCode, 0);
+    EXPECT_TRUE(fs::exists(scene.home / "mine"));
+    EXPECT_FALSE(fs::exists(scene.home / "deep/mine"));
     for (const char* place : {".", "../"})
         EXPECT_THAT(scene.run({"trash", scene.path(place), "--yes"}).standardError, HasSubstr("home folder"));
     EXPECT_TRUE(fs::exists(scene.home / "notes.db"));
 
-    EXPECT_EQ(column(scene.json({"trash", "list"})["items"], "path").size(), 3u);
+    EXPECT_EQ(column(scene.json({"trash", "list"})["items"], "path").size(), 4u);
     const TidyResult both = scene.run({"trash", scene.path("notes.db"), scene.path("notes.db-wal"), "--yes"});
     EXPECT_EQ(both.exitCode, 0) << both.standardError;
     EXPECT_THAT(both.standardOutput, HasSubstr("still occupy disk space"));
