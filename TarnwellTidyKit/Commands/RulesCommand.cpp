@@ -239,7 +239,7 @@ const TidyCommandSpec RulesRequest::spec = {
     .name = "rules",
     .group = "Arrange",
     .operands = "list | add NAME | remove RULE... | enable RULE... | disable RULE... | test FOLDER [RULE...]",
-    .summary = "Your cleanup rules, which findings follows besides",
+    .summary = "Your own rules for what could be cleared",
     .details =
         "A rule matches what meets all of its conditions, and is named by its ID or its name. test shows "
         "what the "

@@ -5,6 +5,8 @@
 
 tidy=$PREFIX/bin/tarnwell-tidy
 page=$SOURCE/man/tarnwell-tidy.1
+# Read whole: a reader that leaves a pipe early is a failure here.
+spelled=$(sed -n '/^.Sh COMMANDS/,/^.Sh JSON/p' "$page")
 export XDG_CONFIG_HOME="$HOME/.config"
 commands=$("$tidy" complete-words "" | cut -f 1 | grep -vx help)
 expect_match "commands" "$commands" $'report\n*'
@@ -18,7 +20,7 @@ expect "options of the man page" "$(grep -oE 'Fl -[a-z][-a-z]*' "$page" | sed 's
 for command in $commands; do
     grep -q "^.Dl \$ tarnwell-tidy $command" "$page" || fail "no example of $command"
     for word in $("$tidy" complete-words "$command" "" | cut -f 1 | grep -v '^:'); do
-        sed -n '/^.Sh COMMANDS/,/^.Sh JSON/p' "$page" | grep -qw -e "$word" || fail "the page lacks $command $word"
+        grep -qw -e "$word" <<<"$spelled" || fail "the page lacks $command $word"
     done
 done
 

@@ -209,7 +209,7 @@ TEST(RulesCommand, RulesAreKeptInTheSettingsAndTried) {
     EXPECT_EQ(scene.run({"rules", "add", "X", "--older", "12h"}).exitCode, 2);
     EXPECT_EQ(scene.run({"rules", "list", "--larger", "1MB"}).exitCode, 2);
     (void)scene.text({"rules", "add", "Images", "--location", "~/Downloads/", "--extension", ".ISO",
-                      "--category", "diskimages", "--larger", "100kB"});
+                      "--category", "ARCHIVES", "--larger", "100kB"});
     (void)scene.text({"rules", "add", "Old", "--older", "6w"});
     (void)scene.text({"rules", "add", "Never", "--larger", "1EB", "--dry-run"});
     const auto listed = scene.json({"rules", "list"});
