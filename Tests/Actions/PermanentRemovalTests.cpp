@@ -10,6 +10,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <string>
+#include <vector>
+
 namespace fs = std::filesystem;
 
 namespace tarnwell {
@@ -74,6 +77,20 @@ TEST(TrashEmptying, NotesGoWithTheirItemsOnly) {
     EXPECT_FALSE(fs::exists(folder / "Trash/info/a.trashinfo"));
     EXPECT_TRUE(fs::exists(folder / "Trash/info/other"));
     EXPECT_TRUE(fs::is_empty(folder / "plain"));
+}
+
+/// What anybody can put on a volume that all may write to.
+TEST(TrashEmptying, ALinkInPlaceOfAVolumesTrashLeadsNowhere) {
+    const TemporaryFolder folder;
+    const std::string name = ".Trash-" + std::to_string(::getuid());
+    const fs::path kept = folder.makeFile("project/files/precious", 10);
+    const fs::path gone = folder.makeFile("own/" + name + "/files/old", 10);
+    folder.makeFolder("linked");
+    fs::create_directory_symlink(folder / "project", folder / ("linked/" + name));
+    const std::vector<fs::path> folders = {folder / ("linked/" + name + "/files/"), gone.parent_path()};
+    EXPECT_EQ(emptyTrashFolders(folders), EmptyTrashOutcome(EmptyTrashEmptied{}));
+    EXPECT_TRUE(fs::exists(kept));
+    EXPECT_FALSE(fs::exists(gone));
 }
 
 } // namespace
