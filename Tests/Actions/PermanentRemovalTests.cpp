@@ -2,6 +2,7 @@
 
 #include "TarnwellCore/Actions/PermanentRemoval.hpp"
 #include "TarnwellCore/Actions/TrashEmptying.hpp"
+#include "TarnwellCore/Platform/Trash.hpp"
 
 #include "Tests/Support/TemporaryFolder.hpp"
 
@@ -10,7 +11,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <string>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -82,13 +82,18 @@ TEST(TrashEmptying, NotesGoWithTheirItemsOnly) {
 /// What anybody can put on a volume that all may write to.
 TEST(TrashEmptying, ALinkInPlaceOfAVolumesTrashLeadsNowhere) {
     const TemporaryFolder folder;
-    const std::string name = ".Trash-" + std::to_string(::getuid());
-    const fs::path kept = folder.makeFile("project/files/precious", 10);
-    const fs::path gone = folder.makeFile("own/" + name + "/files/old", 10);
+    const fs::path linked = volumeTrashDirectories(folder / "linked", ::getuid()).back();
+    const fs::path own = volumeTrashDirectories(folder / "own", ::getuid()).back();
+    const fs::path inVolume = linked.lexically_relative(folder / "linked");
+    const fs::path link = (folder / "linked") / *inVolume.begin();
+    const fs::path kept = (folder / "project") / linked.lexically_relative(link) / "precious";
+    const fs::path gone = own / "old";
+    for (const fs::path& file : {kept, gone})
+        folder.makeFile(file.lexically_relative(folder.path()).native(), 10);
     folder.makeFolder("linked");
-    fs::create_directory_symlink(folder / "project", folder / ("linked/" + name));
-    const std::vector<fs::path> folders = {folder / ("linked/" + name + "/files/"), gone.parent_path()};
-    EXPECT_EQ(emptyTrashFolders(folders), EmptyTrashOutcome(EmptyTrashEmptied{}));
+    fs::create_directory_symlink(folder / "project", link);
+    ASSERT_TRUE(fs::exists(linked / "precious"));
+    EXPECT_EQ(emptyTrashFolders({linked, own}), EmptyTrashOutcome(EmptyTrashEmptied{}));
     EXPECT_TRUE(fs::exists(kept));
     EXPECT_FALSE(fs::exists(gone));
 }
