@@ -1,6 +1,7 @@
 #include "TarnwellCore/Actions/TrashEmptying.hpp"
 
 #include "TarnwellCore/Actions/PermanentRemoval.hpp"
+#include "TarnwellCore/Analysis/TrashFolders.hpp"
 #include "TarnwellCore/Classification/PathUtil.hpp"
 
 #include <sys/stat.h>
@@ -54,7 +55,13 @@ EmptyTrashOutcome emptyTrashFolders(const std::vector<fs::path>& folders, const 
     std::int64_t left = 0;
     for (const fs::path& given : folders) {
         const fs::path folder(PathUtil::withoutTrailingSlashes(given.native()));
-        if (!isOwnFolder(folder))
+        if (!TrashFolders::answers(folder)) {
+            reasons += " " + folder.native() + ": Its volume does not answer.";
+            ++left;
+            continue;
+        }
+        // Looked at again: others may have put a link in its place since it was listed.
+        if (!TrashFolders::isThere(folder) || !isOwnFolder(folder))
             continue;
         const RemovalResult result = PermanentRemoval::removeContents(folder, token);
         if (const auto notes = notesOf(folder))

@@ -57,13 +57,6 @@ bool isOnVolume(const fs::path& folder) {
     return false;
 }
 
-bool isThere(const fs::path& folder) {
-    if (isOnVolume(folder))
-        return isUsersTrash(folder, ::getuid());
-    std::error_code ignored;
-    return fs::exists(folder, ignored);
-}
-
 std::optional<std::int64_t> entryCount(const fs::path& folder) {
     std::error_code error;
     std::int64_t count = 0;
@@ -102,6 +95,8 @@ Contents measure(const fs::path& folder, const DiskScanner& scanner, const Cance
     return contents;
 }
 
+} // namespace
+
 bool answers(const fs::path& folder) {
     return inLimitedTime<bool>(folder,
                                [folder] {
@@ -112,7 +107,12 @@ bool answers(const fs::path& folder) {
         .value_or(false);
 }
 
-} // namespace
+bool isThere(const fs::path& folder) {
+    if (isOnVolume(folder))
+        return isUsersTrash(folder, ::getuid());
+    std::error_code ignored;
+    return fs::exists(folder, ignored);
+}
 
 fs::path ofHome(const fs::path& home) {
     return inLimitedTime<fs::path>(home, [home] { return homeTrashDirectory(home); })

@@ -24,6 +24,13 @@ std::filesystem::path ofHome(const std::filesystem::path& home);
 /// volumes: the folders that exist and are the user's own, and those of volumes that give no answer.
 std::vector<std::filesystem::path> onVolumes();
 
+/// Whether the folder's file system answers.
+bool answers(const std::filesystem::path& folder);
+
+/// Whether the folder is there and, where it is named as one of a volume, this user's own: nothing that
+/// others put in its place. May wait for a file system that does not answer.
+bool isThere(const std::filesystem::path& folder);
+
 struct Contents {
     enum class State {
         measured,

@@ -36,6 +36,9 @@ int prepare(int descriptor, const fs::path& folder) {
         return errno;
     if (!isTrusted(status, folder))
         return EPERM;
+    // Whoever may write here could have put a second name of a file elsewhere in the lock's place.
+    if (status.st_nlink > 1)
+        return 0;
     if (status.st_uid == 0)
         giveToOwnerOf(folder, descriptor);
     // Where a file system has no modes, or the file is another's, the limit on waiting has to do.

@@ -20,7 +20,8 @@ public:
     /// The lock of this file is on ".<name>.lock" beside it, mode 0600, which is made when missing and stays.
     /// Waits for its turn for so long at most. Throws std::system_error with the path and the system's text:
     /// EBUSY when time ran out, EPERM for a lock file that is neither this user's nor the folder's owner's,
-    /// or no regular file. Where the file system has no locks to give, it counts as held.
+    /// or no regular file. Where the file system has no locks to give, it counts as held. A lock file that is
+    /// another file's as well, by a hard link, keeps its owner and mode.
     explicit FileLock(const std::filesystem::path& file, const FileCalls& calls = FileCalls::live(),
                       std::chrono::milliseconds patience = FileLock::patience);
     ~FileLock();

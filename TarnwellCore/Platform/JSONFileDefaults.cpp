@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -142,13 +143,22 @@ Reading readSettings(const fs::path& path, const FileCalls& calls) {
     return {Reading::Outcome::read, 0, std::move(*document), std::move(file), state, state.isSettled(now)};
 }
 
-/// The file that a chain of symbolic links ends at, also where there is none yet.
+/// With a link of their own other users could have root replace any file.
+void requireFollowable(const fs::path& link) {
+    struct stat status = {};
+    if (::geteuid() == 0 && ::lstat(link.c_str(), &status) == 0 && status.st_uid != 0)
+        throw std::system_error(EPERM, std::generic_category(), "Could not follow " + link.string());
+}
+
+/// The file that a chain of symbolic links ends at, also where there is none yet. Throws std::system_error
+/// for a link that is not to be followed.
 fs::path behindLinks(fs::path path) {
     std::error_code error;
     for (int links = 0; links < 40; ++links) {
         const fs::path target = fs::read_symlink(path, error);
         if (error)
             break;
+        requireFollowable(path);
         path = target.is_absolute() ? target : path.parent_path() / target;
     }
     return path;
@@ -325,10 +335,14 @@ void JSONFileDefaults::write(const Changes& changes, std::chrono::milliseconds p
     if (!putInto(reading.document, changes))
         return;
     std::optional<KeptAside> damaged;
+    struct stat status = {};
+    const bool isKnown = reading.file && ::fstat(reading.file->descriptor(), &status) == 0;
+    const nlink_t linkCount = isKnown ? status.st_nlink : 0;
     if (reading.outcome == Reading::Outcome::damaged)
         damaged.emplace(target, calls_);
-    // What is kept aside is nobody else's to read either.
-    if (damaged && reading.file)
+    // What is kept aside is nobody else's to read either; where it had a second name before, it may be a file
+    // of elsewhere.
+    if (damaged && reading.file && linkCount == 1)
         ::fchmod(reading.file->descriptor(), 0600);
     try {
         replaceFileDurably(target, reading.document.text(), calls_);

@@ -12,7 +12,8 @@
 //   - a file that cannot be read now (an I/O error, no memory, no descriptor) is not touched;
 //   - whatever fails, the file stays as it was and the changes stay in memory, for the next attempt.
 // Only the user may read what is written here: mode 0600, also of a file that others could read before.
-// Where the file is a symbolic link, all this happens to the file behind it.
+// Where the file is a symbolic link, all this happens to the file behind it; only root follows no other
+// user's.
 
 #include "TarnwellCore/Platform/FileCalls.hpp"
 #include "TarnwellCore/Platform/FileLock.hpp"

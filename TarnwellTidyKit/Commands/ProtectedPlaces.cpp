@@ -1,6 +1,8 @@
 #include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
 
+#include "TarnwellCore/Analysis/HomeFolder.hpp"
 #include "TarnwellCore/Classification/PathUtil.hpp"
+#include "TarnwellCore/Platform/UserPaths.hpp"
 
 #include <algorithm>
 #include <array>
@@ -61,15 +63,23 @@ std::string_view reasonToStay(const std::filesystem::path& path, const std::file
     const std::string_view text = PathUtil::withoutTrailingSlashes(path.native());
     if (text == "/")
         return "It is the root of everything.";
-    if (text == PathUtil::withoutTrailingSlashes(home.native()))
-        return "It is the home folder.";
-    if (liesIn(home, path))
-        return "The home folder lies in it.";
-    if (std::ranges::find(systemFolders, text) != systemFolders.end())
-        return "It belongs to the system.";
-    for (const std::string_view library : {"/Library", "/Desktop", "/Documents"})
-        if (text == std::string(PathUtil::withoutTrailingSlashes(home.native())) + std::string(library))
-            return "The system and its programs expect it there.";
+    // Two names of one place are one place, whichever was typed. A link at the end is an item of its own.
+    const std::filesystem::path given(text);
+    const std::filesystem::path names[] = {given, resolveLinks(given.parent_path()) / given.filename()};
+    const HomeFolder homes(home);
+    for (const std::filesystem::path& name : names)
+        for (const std::filesystem::path& each : homes.spellings()) {
+            if (name == each)
+                return "It is the home folder.";
+            if (liesIn(each, name))
+                return "The home folder lies in it.";
+            for (const char* const place : {"Library", "Desktop", "Documents"})
+                if (name == each / place)
+                    return "The system and its programs expect it there.";
+        }
+    for (const std::filesystem::path& name : names)
+        if (std::ranges::find(systemFolders, name.native()) != systemFolders.end())
+            return "It belongs to the system.";
     return {};
 }
 

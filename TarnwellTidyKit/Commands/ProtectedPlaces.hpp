@@ -8,7 +8,8 @@
 namespace tarnwell {
 
 /// Why this absolute path (without "." and "..") must stay, for the user; empty when it need not: the root,
-/// the home folder and what it lies in, the folders of the system and those in which mounted volumes appear.
+/// the home folder and what it lies in, the folders of the system and those in which mounted volumes appear,
+/// by whichever of their names. Looks at the links on the way to the path and to the home.
 std::string_view reasonToStay(const std::filesystem::path& path, const std::filesystem::path& home);
 
 /// Whether a path is the other one or lies in it, by whole components, compared as text.

@@ -217,6 +217,8 @@ void writePage(JSONWriter& json, const Page& page) {
     for (const std::string& path : page.scan.inaccessiblePaths)
         json.string(path);
     json.endArray();
+    json.key("inaccessibleCount"); // the list has its bounds
+    json.integer(stats.inaccessibleCount);
     json.key("inaccessibleEntryCount");
     json.integer(stats.inaccessibleEntryCount);
     writeNodes(json, "largestFiles", page.figures.largestFiles);

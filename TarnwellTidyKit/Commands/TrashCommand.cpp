@@ -1,6 +1,8 @@
 #include "TarnwellTidyKit/Commands/TrashCommand.hpp"
 
 #include "TarnwellCore/Analysis/SQLiteSidecarFiles.hpp"
+#include "TarnwellCore/Analysis/TrashFolders.hpp"
+#include "TarnwellCore/Text/HarmlessText.hpp"
 #include "TarnwellCore/Text/JSONWriter.hpp"
 #include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
 #include "TarnwellTidyKit/Commands/TidyOutcomes.hpp"
@@ -66,10 +68,22 @@ struct Trashed {
     std::int64_t allocatedSize = 0;
 };
 
+/// One line for each folder of a volume that does not answer.
+std::string unansweredText(const std::vector<fs::path>& folders) {
+    std::string text;
+    for (const fs::path& folder : folders)
+        text += harmless(folder.native()) + ": Its volume does not answer.\n";
+    return text;
+}
+
 /// What lies directly in the Trash folders, largest first in each.
-std::vector<Trashed> contents(TidyContext& context) {
+std::vector<Trashed> contents(TidyContext& context, std::vector<fs::path>& unanswered) {
     std::vector<Trashed> items;
     for (const fs::path& folder : context.services.trashFolders(context.services.home())) {
+        if (!TrashFolders::answers(folder)) {
+            unanswered.push_back(folder);
+            continue;
+        }
         std::error_code error;
         if (!fs::is_directory(folder, error))
             continue;
@@ -82,7 +96,9 @@ std::vector<Trashed> contents(TidyContext& context) {
 }
 
 TidyResult list(const TrashRequest& request, TidyContext& context) {
-    const std::vector<Trashed> items = contents(context);
+    std::vector<fs::path> unanswered;
+    const std::vector<Trashed> items = contents(context, unanswered);
+    const std::string standardError = unansweredText(unanswered);
     if (request.output.json)
         return {.standardOutput = tidyDocument([&](JSONWriter& json) {
                     json.key("items");
@@ -98,23 +114,26 @@ TidyResult list(const TrashRequest& request, TidyContext& context) {
                         json.endObject();
                     }
                     json.endArray();
-                })};
+                }),
+                .standardError = standardError};
     if (items.empty())
-        return {.standardOutput = "The Trash is empty.\n"};
+        return {.standardOutput = "The Trash is empty.\n", .standardError = standardError};
     TidyTable table({TidyColumn::right, TidyColumn::path});
     for (const Trashed& item : items)
         table.row({{sizeText(item.size)}, {item.path.native()}});
     std::string text;
     table.write(text, context.style(request.output));
-    return {.standardOutput = text};
+    return {.standardOutput = text, .standardError = standardError};
 }
 
 TidyResult size(const TrashRequest& request, TidyContext& context) {
     const TrashSummary summary = context.services.trashSummary(context.services.home());
+    const std::string standardError = unansweredText(summary.unanswered);
     if (!request.output.json)
         return {.standardOutput = countedText(summary.itemCount, "item", "items") + ", " +
                                   sizeText(summary.allocatedSize) + " on the disk; emptying would free " +
-                                  sizeText(summary.reclaimableSize) + "\n"};
+                                  sizeText(summary.reclaimableSize) + "\n",
+                .standardError = standardError};
     return {.standardOutput = tidyDocument([&](JSONWriter& json) {
                 json.key("allocated");
                 json.integer(summary.allocatedSize);
@@ -129,7 +148,8 @@ TidyResult size(const TrashRequest& request, TidyContext& context) {
                 json.integer(summary.reclaimableSize);
                 json.key("size");
                 json.integer(summary.size);
-            })};
+            }),
+            .standardError = standardError};
 }
 
 TidyResult empty(const TrashRequest& request, TidyContext& context) {

@@ -2,6 +2,7 @@
 
 #include "TarnwellCore/Actions/PermanentRemoval.hpp"
 #include "TarnwellCore/Actions/TrashEmptying.hpp"
+#include "TarnwellCore/Platform/Trash.hpp"
 
 #include "Tests/Support/TemporaryFolder.hpp"
 
@@ -9,6 +10,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <vector>
 
 namespace fs = std::filesystem;
 
@@ -74,6 +77,25 @@ TEST(TrashEmptying, NotesGoWithTheirItemsOnly) {
     EXPECT_FALSE(fs::exists(folder / "Trash/info/a.trashinfo"));
     EXPECT_TRUE(fs::exists(folder / "Trash/info/other"));
     EXPECT_TRUE(fs::is_empty(folder / "plain"));
+}
+
+/// What anybody can put on a volume that all may write to.
+TEST(TrashEmptying, ALinkInPlaceOfAVolumesTrashLeadsNowhere) {
+    const TemporaryFolder folder;
+    const fs::path linked = volumeTrashDirectories(folder / "linked", ::getuid()).back();
+    const fs::path own = volumeTrashDirectories(folder / "own", ::getuid()).back();
+    const fs::path inVolume = linked.lexically_relative(folder / "linked");
+    const fs::path link = (folder / "linked") / *inVolume.begin();
+    const fs::path kept = (folder / "project") / linked.lexically_relative(link) / "precious";
+    const fs::path gone = own / "old";
+    for (const fs::path& file : {kept, gone})
+        folder.makeFile(file.lexically_relative(folder.path()).native(), 10);
+    folder.makeFolder("linked");
+    fs::create_directory_symlink(folder / "project", link);
+    ASSERT_TRUE(fs::exists(linked / "precious"));
+    EXPECT_EQ(emptyTrashFolders({linked, own}), EmptyTrashOutcome(EmptyTrashEmptied{}));
+    EXPECT_TRUE(fs::exists(kept));
+    EXPECT_FALSE(fs::exists(gone));
 }
 
 } // namespace

@@ -455,6 +455,42 @@ TEST(JSONFileDefaults, ALockThatIsAnothersOrNoFileIsNotTaken) {
     EXPECT_EQ(attempt(), "stored");
 }
 
+TEST(JSONFileDefaults, ALockThatIsASecondNameOfAFileLeavesThatFileAsItIs) {
+    const TemporaryFolder folder;
+    const fs::path file = folder / "elsewhere";
+    folder.makeFile("elsewhere", 10);
+    fs::permissions(file, fs::perms(0644));
+    fs::create_directory(folder / "theirs");
+    // Without being root the owner of the folder is this user in any case.
+    if (::geteuid() == 0) {
+        ASSERT_EQ(::chown((folder / "theirs").c_str(), 65534, 65534), 0);
+    }
+    fs::create_hard_link(file, folder / "theirs/.s.json.lock");
+    JSONFileDefaults defaults(folder / "theirs/s.json");
+    defaults.set("a", true);
+    EXPECT_EQ(defaults.storingFailure(), std::nullopt);
+    struct stat status = {};
+    ASSERT_EQ(::stat(file.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0644u);
+    EXPECT_EQ(status.st_uid, ::geteuid());
+}
+
+TEST(JSONFileDefaults, RootFollowsNobodyElsesLink) {
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "needs to be root";
+    const TemporaryFolder folder;
+    const fs::path file = folder.writeFile("elsewhere", "precious");
+    const fs::path link = folder / "s.json";
+    fs::create_symlink(file, link);
+    ASSERT_EQ(::lchown(link.c_str(), 65534, 65534), 0);
+    JSONFileDefaults defaults(link);
+    defaults.set("a", true);
+    EXPECT_EQ(defaults.storingFailure(), "Could not follow " + link.string() + ": Operation not permitted");
+    EXPECT_EQ(readFile(file), "precious");
+    ASSERT_EQ(::lchown(link.c_str(), 0, 0), 0);
+    EXPECT_TRUE(defaults.synchronize());
+}
+
 TEST(JSONFileDefaults, ProcessesThatWriteAtOnceLoseNothing) {
     const TemporaryFolder folder;
     const fs::path file = folder / "s.json";
