@@ -22,7 +22,7 @@ public:
     /// EBUSY when time ran out, EPERM for a lock file that is neither this user's nor the folder's owner's,
     /// or no regular file. Where the file system has no locks to give, it counts as held.
     explicit FileLock(const std::filesystem::path& file, const FileCalls& calls = FileCalls::live(),
-                      std::chrono::milliseconds patience = FileLock::patience);
+                      std::chrono::milliseconds limit = patience);
     ~FileLock();
     FileLock(const FileLock&) = delete;
     FileLock& operator=(const FileLock&) = delete;
