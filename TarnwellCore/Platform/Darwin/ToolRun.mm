@@ -308,7 +308,7 @@ std::optional<ToolRun> runTool(const std::string& executable, const std::vector<
         }
         const TimeLimit timeLimit(task, limits.gracePeriod, waiting, output);
         if (limits.timeout)
-            timeLimit.starter(*limits.timeout)();
+            timeLimit.starter (*limits.timeout)();
         else if (limits.heldUp)
             output->whenHeldUp(timeLimit.starter(*limits.heldUp));
         ToolRun run = answer.get();
