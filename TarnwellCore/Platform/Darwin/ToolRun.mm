@@ -143,7 +143,7 @@ private:
     }
     void tellHeldUp() {
         if (heldUp_ != nil)
-            dispatch_async(sharedQueue(), heldUp_);
+            dispatch_async(sharedQueue(), static_cast<dispatch_block_t _Nonnull>(heldUp_));
         heldUp_ = nil;
     }
 
