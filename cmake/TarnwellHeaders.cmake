@@ -5,20 +5,22 @@
 # Of the rooms of each library, by their names in the folder of the library; "." is the folder itself.
 set(TarnwellCore_INSIDE
   Actions/ResumeOnce
-  Analysis/CleanupRuleCoding Analysis/InstallerStem Analysis/SQLiteSidecarFiles Analysis/SearchMatcher Analysis/SharingIndex Analysis/SpaceSaverMeasuring
+  Analysis/CleanupRuleCoding Analysis/InstallerStem Analysis/SQLiteSidecarFiles Analysis/SharingIndex
+  Analysis/SpaceSaverMeasuring
   Classification/FileCategoryMemo Classification/FileClassifierTables Classification/NameTable
   Classification/UTTypeCache
   Layout/ChildWeights Layout/SizeOrder
-  Scanning/DirectoryReader Scanning/ExclusionIndex Scanning/FolderHandle Scanning/FolderPaths Scanning/HardlinkRegistry
-  Scanning/NodeSorter Scanning/PathMetadata Scanning/ScanEngine Scanning/ScanQueue Scanning/ScanWorker
-  Scanning/TreeAggregation
-  Snapshots/SnapshotCoding
+  Scanning/DirectoryReader Scanning/ExclusionIndex Scanning/FolderHandle Scanning/FolderPaths
+  Scanning/HardlinkRegistry Scanning/NodeSorter Scanning/PathMetadata Scanning/ScanEngine Scanning/ScanQueue
+  Scanning/ScanWorker Scanning/TreeAggregation
+  Snapshots/EscapedPath Snapshots/SnapshotCoding
   Text/WordScan)
 set(TarnwellCore_CLOSED_ROOMS Platform)
 set(TarnwellCore_PUBLIC
-  Platform/CloudItems Platform/Date Platform/FatalError Platform/FileCalls Platform/BlockLayout Platform/ContentReading Platform/ExtentSharing Platform/HeldSpace
-  Platform/MeasuredFile Platform/RawDirectoryEntry Platform/SHA256 Platform/SystemIndex Platform/UUID
-  Platform/UnfairLock Platform/UserDefaults Platform/UserPaths Platform/Volumes)
+  Platform/BlockLayout Platform/CloudItems Platform/ContentReading Platform/Date Platform/ExtentSharing
+  Platform/FatalError Platform/FileCalls Platform/HeldSpace Platform/MeasuredFile Platform/RawDirectoryEntry
+  Platform/RegularExpression Platform/SHA256 Platform/SystemIndex Platform/UUID Platform/UnfairLock
+  Platform/UserDefaults Platform/UserPaths Platform/Volumes)
 
 set(TarnwellCLIKit_INSIDE RowPath SnapshotCommands)
 

@@ -2,6 +2,7 @@
 
 #include "TarnwellCore/Platform/BackgroundTask.hpp"
 #include "TarnwellCore/Platform/FolderOpening.hpp"
+#include "TarnwellCore/Platform/NoFetching.hpp"
 
 #include <unistd.h>
 
@@ -98,7 +99,7 @@ std::future<std::vector<SharingOutcome>> BlockSharing::share(SharingRequest requ
             std::vector<SharingOutcome> outcomes;
             if (request.items.size() < 2)
                 return outcomes;
-            const WithoutDownloads withoutDownloads;
+            const NoFetching noFetching;
             const auto isCancelled = [&] { return token.isCancelled(); };
             const OpenItem first(request.items.front());
             const auto share = [&](const SharingRequest::Item& item) -> SharingOutcome {

@@ -1,6 +1,7 @@
 #include "TarnwellCore/Analysis/DuplicateSearch.hpp"
 
 #include "TarnwellCore/Platform/FolderOpening.hpp"
+#include "TarnwellCore/Platform/NoFetching.hpp"
 #include "TarnwellCore/Platform/WorkerThreads.hpp"
 #include "TarnwellCore/Scanning/ScanError.hpp"
 
@@ -107,7 +108,7 @@ private:
     }
 
     const DuplicateSearch& search_;
-    const WithoutDownloads withoutDownloads_;
+    const NoFetching noFetching_;
     const FileNode* current_ = nullptr;
     int folder_ = -1;
     bool isRoot_ = false;

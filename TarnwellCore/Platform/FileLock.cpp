@@ -65,7 +65,7 @@ int lock(int descriptor, std::chrono::milliseconds patience) {
 
 } // namespace
 
-FileLock::FileLock(const fs::path& file, const FileCalls& calls, std::chrono::milliseconds patience)
+FileLock::FileLock(const fs::path& file, const FileCalls& calls, std::chrono::milliseconds limit)
     : calls_(calls) {
     const fs::path folder = file.parent_path();
     const fs::path path = folder / ("." + file.filename().string() + ".lock");
@@ -73,7 +73,7 @@ FileLock::FileLock(const fs::path& file, const FileCalls& calls, std::chrono::mi
     descriptor_ = withoutInterruption([&] { return calls.open(path.c_str(), flags, 0600); });
     int error = descriptor_ == -1 ? errno : prepare(descriptor_, folder);
     if (error == 0)
-        error = lock(descriptor_, patience);
+        error = lock(descriptor_, limit);
     if (error == 0)
         return;
     if (descriptor_ != -1)

@@ -23,7 +23,7 @@ public:
     /// or no regular file. Where the file system has no locks to give, it counts as held. A lock file that is
     /// another file's as well, by a hard link, keeps its owner and mode.
     explicit FileLock(const std::filesystem::path& file, const FileCalls& calls = FileCalls::live(),
-                      std::chrono::milliseconds patience = FileLock::patience);
+                      std::chrono::milliseconds limit = patience);
     ~FileLock();
     FileLock(const FileLock&) = delete;
     FileLock& operator=(const FileLock&) = delete;

@@ -69,19 +69,6 @@ std::expected<int, FileFault> openMeasuredFile(int folder, const char* name, con
 /// Nothing when the open file still is that version: what was read from it in between belongs together.
 std::expected<void, FileFault> requireVersion(int file, const FileVersion& version);
 
-/// While it lives, what the calling thread opens or reads fails where contents would have to be downloaded
-/// first. Does nothing on systems that have no such files.
-class WithoutDownloads {
-public:
-    WithoutDownloads();
-    ~WithoutDownloads();
-    WithoutDownloads(const WithoutDownloads&) = delete;
-    WithoutDownloads& operator=(const WithoutDownloads&) = delete;
-
-private:
-    int previous_ = 0;
-};
-
 namespace MeasuredFileDetail {
 
 /// Opens what is at that name for reading, which may not be what was measured any more: that is for the

@@ -35,7 +35,8 @@ public:
     enum class Descriptor { fresh, used };
 
     /// `calls` must outlive the reader. With `keepsHeldSpace`, entries say what of the disk they share.
-    explicit DirectoryReader(const DirectoryCalls& calls = DirectoryCalls::live(), bool keepsHeldSpace = false);
+    explicit DirectoryReader(const DirectoryCalls& calls = DirectoryCalls::live(),
+                             bool keepsHeldSpace = false);
 
     /// Opens a folder for reading, not following a link at the path's end. Works for paths longer than
     /// PATH_MAX. Returns the descriptor, which is the caller's to close; throws ReadError.

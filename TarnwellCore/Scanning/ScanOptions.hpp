@@ -32,8 +32,8 @@ struct ScanOptions {
     /// Worker threads. When absent, chosen from the number of processors; up to 16 while the disk is waited
     /// for.
     std::optional<int> workerCount;
-    /// Remember of files with several links, and of those that share blocks, what `FreedSpace` asks for: some 24
-    /// bytes a link, 16 a shared extent and 8 a file. Nothing else depends on it.
+    /// Remember of files with several links, and of those that share blocks, what `FreedSpace` asks for: some
+    /// 24 bytes a link, 16 a shared extent and 8 a file. Nothing else depends on it.
     bool keepsSharing = true;
     /// Least seconds between two progress reports.
     double progressInterval = 0.1;

@@ -20,7 +20,7 @@ must "$CMAKE" -S whole -B build -G Ninja -DCMAKE_CXX_COMPILER="$CXX" -DTREE="$SO
 must "$CMAKE" --build build --target whole
 expect_match "tests" "$(cd build && "${CMAKE%cmake}ctest" -N)" '*Total Tests: 0'
 expect "packages" "$(find build -name 'CPack*')" ""
-expect "programs" "$("$CMAKE" --build build --target help | grep -e '^tarnwell-cli:' -e treemap)" ""
+expect "programs" "$("$CMAKE" --build build --target help | grep -e '^tarnwell-' -e treemap)" ""
 must "$CMAKE" --install build --prefix "$WORK/installed"
 expect "installed" "$(find installed 2>/dev/null)" ""
 finish

@@ -58,8 +58,7 @@ int exitCodeOf(const Words& arguments, const std::function<void()>& prepare) {
 }
 
 /// Runs the tool with its streams in files.
-Outcome run(
-    const Words& arguments, const std::function<void()>& prepare = [] {}) {
+Outcome run(const Words& arguments, const std::function<void()>& prepare = [] {}) {
     const test::TemporaryFolder folder;
     const fs::path output = folder.makeFile("output");
     const fs::path error = folder.makeFile("error");

@@ -1,6 +1,6 @@
 # Builds the whole project for macOS on Debian with clang-19 and lld-19, to prove that it compiles and links there;
-# nothing of it can be run here. Needs the packages clang-19, lld-19, llvm-19, libc++-19-dev, rapidjson-dev and, for
-# the tests, googletest. What else it is given:
+# nothing of it can be run here. Needs the packages clang-19, lld-19, llvm-19, libc++-19-dev, rapidjson-dev, libcli11-dev
+# and, for the tests, googletest. What else it is given:
 #
 #   TARNWELL_MACOS_SDK            a folder with the platform's headers and link stubs: include/, Frameworks/, lib/
 #   TARNWELL_MACOS_EXTRA_HEADERS  optional: a folder of declarations that the first one lacks
@@ -110,11 +110,14 @@ if(NOT EXISTS "${TARNWELL_MACOS_ROOT}/usr/include")
 
   # What Homebrew would have installed. Only these folders of the host's headers are let in.
   set(local "${TARNWELL_MACOS_ROOT}/usr/local")
-  foreach(folder rapidjson benchmark)
+  foreach(folder rapidjson CLI benchmark)
     tarnwell_link("/usr/include/${folder}" "${local}/include/${folder}")
   endforeach()
   file(WRITE "${local}/lib/cmake/RapidJSON/RapidJSONConfig.cmake"
     "set(RapidJSON_INCLUDE_DIRS \"\${CMAKE_OSX_SYSROOT}/usr/local/include\")\n")
+  file(WRITE "${local}/lib/cmake/CLI11/CLI11Config.cmake"
+    "add_library(CLI11::CLI11 INTERFACE IMPORTED)\n"
+    "target_include_directories(CLI11::CLI11 INTERFACE \"\${CMAKE_OSX_SYSROOT}/usr/local/include\")\n")
   if(EXISTS "${TARNWELL_GOOGLETEST}/CMakeLists.txt")
     file(WRITE "${local}/lib/cmake/GTest/GTestConfig.cmake"
       "set(INSTALL_GTEST OFF)\n"

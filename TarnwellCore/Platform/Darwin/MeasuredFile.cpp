@@ -4,7 +4,6 @@
 #include "TarnwellCore/Platform/FileStatus.hpp"
 
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -65,17 +64,6 @@ std::expected<FileMeasurement, FileFault> measureFile(int file) {
     if (::fstat(file, &status) != 0)
         return std::unexpected(FileFault::of(errno));
     return measurementOf(status);
-}
-
-WithoutDownloads::WithoutDownloads()
-    : previous_(::getiopolicy_np(IOPOL_TYPE_VFS_MATERIALIZE_DATALESS_FILES, IOPOL_SCOPE_THREAD)) {
-    ::setiopolicy_np(IOPOL_TYPE_VFS_MATERIALIZE_DATALESS_FILES, IOPOL_SCOPE_THREAD,
-                     IOPOL_MATERIALIZE_DATALESS_FILES_OFF);
-}
-
-WithoutDownloads::~WithoutDownloads() {
-    ::setiopolicy_np(IOPOL_TYPE_VFS_MATERIALIZE_DATALESS_FILES, IOPOL_SCOPE_THREAD,
-                     previous_ < 0 ? IOPOL_MATERIALIZE_DATALESS_FILES_DEFAULT : previous_);
 }
 
 } // namespace tarnwell

@@ -23,9 +23,10 @@ RegularExpression::RegularExpression(std::string_view pattern, bool ignoresCase)
         const std::string start = "The regular expression cannot be used: ";
         if (pattern.size() > longestPattern)
             throw RegularExpressionError(start + "it is too long.");
+        NSString* const text = stringFromUTF8(pattern);
         NSError* error = nil;
         compiled_->expression = [NSRegularExpression
-            regularExpressionWithPattern:stringFromUTF8(pattern) ?: @""
+            regularExpressionWithPattern:text != nil ? text : @""
                                  options:ignoresCase ? NSRegularExpressionCaseInsensitive
                                                      : static_cast<NSRegularExpressionOptions>(0)
                                    error:&error];

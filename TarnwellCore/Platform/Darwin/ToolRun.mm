@@ -143,7 +143,7 @@ private:
     }
     void tellHeldUp() {
         if (heldUp_ != nil)
-            dispatch_async(sharedQueue(), heldUp_);
+            dispatch_async(sharedQueue(), static_cast<dispatch_block_t _Nonnull>(heldUp_));
         heldUp_ = nil;
     }
 
@@ -308,7 +308,7 @@ std::optional<ToolRun> runTool(const std::string& executable, const std::vector<
         }
         const TimeLimit timeLimit(task, limits.gracePeriod, waiting, output);
         if (limits.timeout)
-            timeLimit.starter(*limits.timeout)();
+            timeLimit.starter (*limits.timeout)();
         else if (limits.heldUp)
             output->whenHeldUp(timeLimit.starter(*limits.heldUp));
         ToolRun run = answer.get();

@@ -180,9 +180,9 @@ BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t deviceID, bo
                     [&] { return state_->calls.extendedStatus(folder, next->name, &status); }) == 0) {
                 fill(entry, status);
                 if (kind.sharesExtents && entry.objectType == VnodeType::regular && entry.allocatedSize > 0)
-                    state_->sharedExtents.measure(
-                        folder, next->name, kind.isBtrfs, entry,
-                        state_->keepsHeldSpace ? &state_->held[batch.count() - 1] : nullptr);
+                    state_->sharedExtents.measure(folder, next->name, kind.isBtrfs, entry,
+                                                  state_->keepsHeldSpace ? &state_->held[batch.count() - 1]
+                                                                         : nullptr);
                 if (kind.mountsOnDemand && entry.objectType == VnodeType::directory &&
                     entry.deviceID == deviceID)
                     entry.finderFlags |= automountFileFlag;

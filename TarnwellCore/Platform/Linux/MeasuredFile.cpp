@@ -85,7 +85,4 @@ std::expected<int, FileFault> MeasuredFileDetail::openForReading(int folder, con
     return file;
 }
 
-WithoutDownloads::WithoutDownloads() = default;
-WithoutDownloads::~WithoutDownloads() = default;
-
 } // namespace tarnwell
