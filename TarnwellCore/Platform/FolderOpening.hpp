@@ -17,6 +17,10 @@ int openSubfolder(int folder, const char* name, const std::int32_t* device);
 /// `device` is as for `openSubfolder`, of the path's end. -1 and errno on failure.
 int openFolderBelow(int folder, const std::string& relativePath, const std::int32_t* device);
 
+/// Opens the folder of that name in `folder` to go through it, not to read it; a link in its place is an
+/// error (ELOOP or ENOTDIR). -1 and errno on failure.
+int openSubfolderForTraversal(int folder, const char* name);
+
 /// Opens the folder at a path for reading; a link at its end is an error. -1 and errno on failure.
 int openFolder(const std::string& path);
 

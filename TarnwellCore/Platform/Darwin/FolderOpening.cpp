@@ -12,6 +12,10 @@ int openSubfolder(int folder, const char* name, const std::int32_t* /*device*/) 
     return ::openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
 }
 
+int openSubfolderForTraversal(int folder, const char* name) {
+    return ::openat(folder, name, O_SEARCH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+}
+
 int FolderOpeningDetail::openForTraversal(int folder, const char* relativePath) {
     return ::openat(folder, relativePath, O_SEARCH | O_DIRECTORY | O_CLOEXEC);
 }

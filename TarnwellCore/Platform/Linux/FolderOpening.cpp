@@ -119,6 +119,10 @@ int openSubfolder(int folder, const char* name, const std::int32_t* device) {
     return -1;
 }
 
+int openSubfolderForTraversal(int folder, const char* name) {
+    return ::openat(folder, name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+}
+
 int FolderOpeningDetail::openForTraversal(int folder, const char* relativePath) {
     return ::openat(folder, relativePath, O_PATH | O_DIRECTORY | O_CLOEXEC);
 }
