@@ -24,6 +24,10 @@ std::filesystem::path ofHome(const std::filesystem::path& home);
 /// volumes: the folders that exist and are the user's own, and those of volumes that give no answer.
 std::vector<std::filesystem::path> onVolumes();
 
+/// Whether the folder is there, and the user's own where it is one of a volume; nothing when it does not
+/// answer.
+std::optional<bool> isThere(const std::filesystem::path& folder);
+
 struct Contents {
     enum class State {
         measured,
