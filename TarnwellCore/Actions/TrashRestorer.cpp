@@ -55,8 +55,7 @@ struct Origin {
     fs::path below;
     LinksOnTheWay links = LinksOnTheWay::ofUserOrRoot;
     std::optional<Date> trashedAt = {};
-    std::optional<UUID> set = {};
-    std::size_t number = 0;
+    const TrashJournalEntry* entry = nullptr; // the journal's, where it is from there
 
     fs::path path() const { return (base / below).lexically_normal(); }
 };
@@ -121,17 +120,15 @@ public:
 
     const std::vector<TrashJournalEntry>& entries() const { return entries_; }
 
-    /// The entry for the item that lies there; of one that a crash kept from being noted, by its identity.
-    const TrashJournalEntry* entryFor(const fs::path& location, const ItemIdentity& identity) const {
-        const TrashJournalEntry* const noted = entryAt(location);
-        if (noted != nullptr && noted->identity.mayBe(identity))
-            return noted;
+    /// The plan to move this item that a crash kept from being noted as done.
+    const TrashJournalEntry* planFor(const ItemIdentity& identity) const {
         for (const TrashJournalEntry* entry : cutShort_)
             if (entry->identity.mayBe(identity))
                 return entry;
         return nullptr;
     }
 
+    /// What was noted last of this place.
     const TrashJournalEntry* entryAt(const fs::path& location) const {
         const auto found = byLocation_.find(location.native());
         return found == byLocation_.end() ? nullptr : found->second;
@@ -144,32 +141,36 @@ private:
 };
 
 Origin originOf(const TrashJournalEntry& entry) {
-    return {.base = "/",
-            .below = entry.original.relative_path(),
-            .trashedAt = entry.when,
-            .set = entry.set,
-            .number = entry.number};
+    return {.base = "/", .below = entry.original.relative_path(), .trashedAt = entry.when, .entry = &entry};
 }
 
 /// What is known of an item that lies there now, or why it is not to be restored.
 std::expected<Origin, RestoreRefusal> originOf(const fs::path& location, const ItemIdentity& identity,
                                                const Knowledge& knowledge) {
-    if (const TrashJournalEntry* const entry = knowledge.entryFor(location, identity))
-        return originOf(*entry);
+    const TrashJournalEntry* const entry = knowledge.entryAt(location);
     const auto note = notedOrigin(location);
-    const TrashJournalEntry* const former = knowledge.entryAt(location);
-    // Another item may have come to the same name by the desktop's hand since: then its note is the later.
+    // By the desktop's hand another item may have come to this place since, or the same from elsewhere.
     const bool isNotedLater =
-        note && former != nullptr && note->trashedAt &&
-        referenceSeconds(*note->trashedAt) > referenceSeconds(former->when) + noteExactness;
-    if (former != nullptr && !isNotedLater)
-        return std::unexpected(RestoreRefusal::changed);
-    if (!note)
+        note && note->trashedAt && entry != nullptr &&
+        referenceSeconds(*note->trashedAt) > referenceSeconds(entry->when) + noteExactness;
+    if (entry != nullptr && !isNotedLater) {
+        if (!entry->identity.mayBe(identity))
+            return std::unexpected(RestoreRefusal::changed);
+        return originOf(*entry);
+    }
+    std::optional<Origin> noted;
+    if (note)
+        noted = Origin{.base = note->base,
+                       .below = note->relativePath,
+                       .links = note->isOfOthers ? LinksOnTheWay::none : LinksOnTheWay::ofUserOrRoot,
+                       .trashedAt = note->trashedAt};
+    // Another link to a file has its identity, too: a note knows better.
+    if (const TrashJournalEntry* const plan = knowledge.planFor(identity);
+        plan != nullptr && (!noted || noted->path() == plan->original))
+        return originOf(*plan);
+    if (!noted)
         return std::unexpected(RestoreRefusal::unknownOrigin);
-    return Origin{.base = note->base,
-                  .below = fs::path(note->relativePath).relative_path(),
-                  .links = note->isOfOthers ? LinksOnTheWay::none : LinksOnTheWay::ofUserOrRoot,
-                  .trashedAt = note->trashedAt};
+    return *noted;
 }
 
 bool hasLeft(const TrashJournalEntry& entry) {
@@ -217,13 +218,13 @@ public:
         if (!origin)
             return refused(source, origin.error());
         // Beside any folder somebody may have put what looks like a note.
-        if (!origin->set && !isTrashFolder(location.parent_path()))
+        if (origin->entry == nullptr && !isTrashFolder(location.parent_path()))
             return refused(source, RestoreRefusal::unknownOrigin);
         RestoreOutcome outcome = moveBack(source, trash, name, *identity, *origin);
         if (outcome.succeeded()) {
             removeNote(location);
-            if (const TrashJournalEntry* const entry = knowledge_.entryFor(location, *identity))
-                journal_.forget({*entry});
+            if (origin->entry != nullptr)
+                journal_.forget({*origin->entry});
         }
         return outcome;
     }
@@ -283,7 +284,8 @@ void addItem(TrashListing& listing, const fs::path& location, const Knowledge& k
     if (const auto origin = originOf(location, *identity, knowledge)) {
         item.original = origin->path();
         item.trashedAt = origin->trashedAt;
-        item.set = origin->set;
+        if (origin->entry != nullptr)
+            item.set = origin->entry->set;
     }
     listing.items.push_back(std::move(item));
 }
@@ -373,14 +375,17 @@ std::future<std::vector<RestoreOutcome>> TrashRestorer::restore(std::vector<fs::
 
 std::future<std::vector<RestoreOutcome>> TrashRestorer::restoreSet(UUID set) const {
     return runInBackground([restorer = *this, set] {
-        std::vector<TrashedItem> items = restorer.list().get().items;
-        std::erase_if(items, [&](const TrashedItem& item) { return item.set != set; });
+        const std::vector<TrashedItem> items = restorer.list().get().items;
         const Knowledge knowledge = knowledgeOf(restorer.journal_);
         std::vector<std::pair<std::size_t, fs::path>> ordered;
-        for (const TrashedItem& item : items)
-            if (const auto identity = itemIdentity(AT_FDCWD, item.location.c_str()))
-                if (const TrashJournalEntry* const entry = knowledge.entryFor(item.location, *identity))
-                    ordered.emplace_back(entry->number, item.location);
+        for (const TrashedItem& item : items) {
+            const auto identity =
+                item.set == set ? itemIdentity(AT_FDCWD, item.location.c_str()) : std::unexpected(ENOENT);
+            const auto origin = identity ? originOf(item.location, *identity, knowledge)
+                                         : std::unexpected(RestoreRefusal::notThere);
+            if (origin && origin->entry != nullptr)
+                ordered.emplace_back(origin->entry->number, item.location);
+        }
         std::ranges::sort(ordered);
         std::vector<fs::path> locations;
         for (auto& [number, location] : ordered)
