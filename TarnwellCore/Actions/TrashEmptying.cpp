@@ -61,7 +61,7 @@ EmptyTrashOutcome emptyTrashFolders(const std::vector<fs::path>& folders, const 
             continue;
         }
         // Looked at again: others may have put a link in its place since it was listed.
-        if (!TrashFolders::isThere(folder) || !isOwnFolder(folder))
+        if (!TrashFolders::isThere(folder).value_or(false) || !isOwnFolder(folder))
             continue;
         const RemovalResult result = PermanentRemoval::removeContents(folder, token);
         if (const auto notes = notesOf(folder))

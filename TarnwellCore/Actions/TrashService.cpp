@@ -87,20 +87,30 @@ std::future<std::vector<TrashOutcome>> TrashService::moveToTrash(std::vector<fs:
     // All that takes memory comes before the first move: what was moved is never lost sight of.
     std::vector<TrashOutcome> outcomes;
     outcomes.reserve(urls.size());
-    for (fs::path& url : urls)
-        outcomes.push_back({std::move(url), std::nullopt, std::nullopt});
-    return runInBackground([service = *this, outcomes = std::move(outcomes)]() mutable {
-        for (TrashOutcome& outcome : outcomes)
-            moveOne(service, outcome);
-        return std::move(outcomes);
-    });
+    for (const fs::path& url : urls)
+        outcomes.push_back({url, std::nullopt, std::nullopt});
+    return runInBackground(
+        [service = *this, outcomes = std::move(outcomes), urls = std::move(urls)]() mutable {
+            TrashJournal::Set set = service.journal.plan(urls);
+            for (std::size_t number = 0; number < outcomes.size(); ++number) {
+                TrashOutcome& outcome = outcomes[number];
+                moveOne(service, outcome);
+                if (outcome.trashedTo)
+                    set.noteMoved(number, *outcome.trashedTo);
+            }
+            return std::move(outcomes);
+        });
 }
 
 std::future<TrashOutcome> TrashService::moveToTrash(fs::path url) const {
-    return runInBackground([service = *this, outcome = TrashOutcome{std::move(url), {}, {}}]() mutable {
-        moveOne(service, outcome);
-        return std::move(outcome);
-    });
+    return runInBackground(
+        [service = *this, outcome = TrashOutcome{url, {}, {}}, urls = std::vector{url}]() mutable {
+            TrashJournal::Set set = service.journal.plan(urls);
+            moveOne(service, outcome);
+            if (outcome.trashedTo)
+                set.noteMoved(0, *outcome.trashedTo);
+            return std::move(outcome);
+        });
 }
 
 std::future<EmptyTrashOutcome> TrashService::emptyTrash(double timeout) const {

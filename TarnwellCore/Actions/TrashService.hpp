@@ -7,6 +7,7 @@
 // ".Trash" (a Mac's home on another disk, for instance) is read as a Mac's.
 
 #include "TarnwellCore/Actions/EmptyTrashOutcome.hpp"
+#include "TarnwellCore/Actions/TrashJournal.hpp"
 #include "TarnwellCore/Actions/TrashOutcome.hpp"
 #include "TarnwellCore/Actions/TrashSummary.hpp"
 #include "TarnwellCore/Analysis/CommandResult.hpp"
@@ -47,6 +48,9 @@ public:
     std::function<std::future<std::optional<CommandResult>>(const std::string&,
                                                             const std::vector<std::string>&, double, double)>
         runTool;
+
+    /// Notes each move, so that `TrashRestorer` can put the item back. Moving goes on where that fails.
+    TrashJournal journal;
 
     /// What the application calls the operations while they run.
     static constexpr std::string_view movingTitle = "Moving items to the Trash";

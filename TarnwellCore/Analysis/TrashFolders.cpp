@@ -57,6 +57,13 @@ bool isOnVolume(const fs::path& folder) {
     return false;
 }
 
+bool isThereNow(const fs::path& folder) {
+    if (isOnVolume(folder))
+        return isUsersTrash(folder, ::getuid());
+    std::error_code ignored;
+    return fs::exists(folder, ignored);
+}
+
 std::optional<std::int64_t> entryCount(const fs::path& folder) {
     std::error_code error;
     std::int64_t count = 0;
@@ -72,7 +79,7 @@ Contents measure(const fs::path& folder, const DiskScanner& scanner, const Cance
                  const std::function<void(std::int64_t)>& noteProgress) {
     using State = Contents::State;
     Contents contents;
-    if (!isThere(folder))
+    if (!isThereNow(folder))
         return contents;
     DiskScanner::ProgressHandler handler;
     if (noteProgress)
@@ -89,7 +96,7 @@ Contents measure(const fs::path& folder, const DiskScanner& scanner, const Cance
     }
     contents.itemCount = entryCount(folder).value_or(0);
     // Looked at again: what was put in its place meanwhile is not the user's Trash.
-    if (contents.measurement.isMissing || !isThere(folder))
+    if (contents.measurement.isMissing || !isThereNow(folder))
         return {};
     contents.state = State::measured;
     return contents;
@@ -107,13 +114,6 @@ bool answers(const fs::path& folder) {
         .value_or(false);
 }
 
-bool isThere(const fs::path& folder) {
-    if (isOnVolume(folder))
-        return isUsersTrash(folder, ::getuid());
-    std::error_code ignored;
-    return fs::exists(folder, ignored);
-}
-
 fs::path ofHome(const fs::path& home) {
     return inLimitedTime<fs::path>(home, [home] { return homeTrashDirectory(home); })
         .value_or(home / ".Trash");
@@ -125,10 +125,14 @@ std::vector<fs::path> onVolumes() {
         if (volume.isRootVolume)
             continue;
         for (fs::path& folder : volumeTrashDirectories(volume.url, ::getuid()))
-            if (inLimitedTime<bool>(folder, [folder] { return isThere(folder); }).value_or(true))
+            if (isThere(folder).value_or(true))
                 folders.push_back(std::move(folder));
     }
     return folders;
+}
+
+std::optional<bool> isThere(const fs::path& folder) {
+    return inLimitedTime<bool>(folder, [folder] { return isThereNow(folder); });
 }
 
 Contents contents(const fs::path& folder, const DiskScanner& scanner, const CancellationToken& token) {

@@ -28,8 +28,8 @@ std::vector<std::filesystem::path> onVolumes();
 bool answers(const std::filesystem::path& folder);
 
 /// Whether the folder is there and, where it is named as one of a volume, this user's own: nothing that
-/// others put in its place. May wait for a file system that does not answer.
-bool isThere(const std::filesystem::path& folder);
+/// others put in its place. Nothing when its file system does not answer.
+std::optional<bool> isThere(const std::filesystem::path& folder);
 
 struct Contents {
     enum class State {

@@ -21,6 +21,10 @@ int openFolderBelow(int folder, const std::string& relativePath, const std::int3
 /// nothing is asked; on macOS the listing tells nothing of what is mounted on a folder.
 std::int32_t deviceOfOpened(int folder, std::int32_t listed);
 
+/// Opens the folder of that name in `folder` to go through it, not to read it; a link in its place is an
+/// error (ELOOP or ENOTDIR). -1 and errno on failure.
+int openSubfolderForTraversal(int folder, const char* name);
+
 /// Opens the folder at a path for reading; a link at its end is an error. -1 and errno on failure.
 int openFolder(const std::string& path);
 

@@ -38,6 +38,10 @@ std::int32_t deviceOfOpened(int folder, std::int32_t listed) {
     return ::fstat(folder, &status) == 0 ? entryFromStatus(status).deviceID : listed;
 }
 
+int openSubfolderForTraversal(int folder, const char* name) {
+    return ::openat(folder, name, O_SEARCH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+}
+
 int FolderOpeningDetail::openForTraversal(int folder, const char* relativePath) {
     return ::openat(folder, relativePath, O_SEARCH | O_DIRECTORY | O_CLOEXEC);
 }

@@ -123,6 +123,10 @@ std::int32_t deviceOfOpened(int /*folder*/, std::int32_t listed) {
     return listed;
 }
 
+int openSubfolderForTraversal(int folder, const char* name) {
+    return ::openat(folder, name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+}
+
 int FolderOpeningDetail::openForTraversal(int folder, const char* relativePath) {
     return ::openat(folder, relativePath, O_PATH | O_DIRECTORY | O_CLOEXEC);
 }

@@ -81,6 +81,13 @@ bool mayMatchShortName(std::string_view pattern) {
     return std::string_view("*?[\\x").find(pattern.front()) != std::string_view::npos;
 }
 
+/// Dots that match nothing but themselves; none where some may stand between brackets.
+std::size_t dotsOf(std::string_view pattern) {
+    return pattern.find('[') < pattern.rfind('.')
+               ? 0
+               : static_cast<std::size_t>(std::ranges::count(pattern, '.'));
+}
+
 bool isMatch(const std::string& pattern, const std::string& name) {
     return ::fnmatch(pattern.c_str(), name.c_str(), 0) == 0;
 }
@@ -141,6 +148,7 @@ void TypePatterns::add(std::string_view type, std::string_view pattern, int weig
         types_.emplace_back(type);
     Pattern entry{std::string(pattern), known->second, folder, weight, isCaseSensitive};
     if (!isSuffix) {
+        entry.dots = dotsOf(pattern);
         wildcards_.push_back(std::move(entry));
         return;
     }
@@ -180,8 +188,12 @@ bool TypePatterns::anyMatch(const Name& name, Visit visit) const {
         if (endsWith(each) && visit(each, each.text.size() + 1))
             return true;
     // In the letter case of the list as well: "[Z-a]" is another range than "[z-a]".
+    const auto dots = static_cast<std::size_t>(std::ranges::count(name.lower, '.'));
+    const bool isLower = name.given == name.lower;
     for (const Pattern& each : wildcards_)
-        if ((isMatch(each.text, name.given) || (!each.isCaseSensitive && isMatch(each.text, name.lower))) &&
+        if (each.dots <= dots &&
+            (isMatch(each.text, name.given) ||
+             (!isLower && !each.isCaseSensitive && isMatch(each.text, name.lower))) &&
             visit(each, each.text.size()))
             return true;
     return false;

@@ -46,6 +46,7 @@ private:
         std::size_t folder; // its rank, 0 for the preferred one
         int weight;
         bool isCaseSensitive;
+        std::size_t dots = 0; // as many a name must have, at least
     };
     struct Name; // a file name that is asked about
 
