@@ -8,7 +8,7 @@ set(TarnwellCore_INSIDE
   Analysis/CleanupRuleCoding Analysis/InstallerStem Analysis/SQLiteSidecarFiles Analysis/SharingIndex Analysis/SpaceSaverMeasuring
   Classification/FileCategoryMemo Classification/FileClassifierTables Classification/NameTable
   Classification/UTTypeCache
-  Layout/SizeOrder
+  Layout/ChildWeights Layout/SizeOrder Layout/SliceLayout
   Scanning/DirectoryReader Scanning/ExclusionIndex Scanning/FolderHandle Scanning/HardlinkRegistry
   Scanning/NodeSorter Scanning/PathMetadata Scanning/ScanEngine Scanning/ScanQueue Scanning/ScanWorker
   Scanning/TreeAggregation
@@ -16,7 +16,8 @@ set(TarnwellCore_INSIDE
   Text/WordScan)
 set(TarnwellCore_CLOSED_ROOMS Platform)
 set(TarnwellCore_PUBLIC
-  Platform/CloudItems Platform/Date Platform/FatalError Platform/FileCalls Platform/HeldSpace Platform/RawDirectoryEntry Platform/UUID
+  Platform/CloudItems Platform/Date Platform/FatalError Platform/FileCalls Platform/HeldSpace Platform/RawDirectoryEntry Platform/RegularExpression
+  Platform/SystemIndex Platform/UUID
   Platform/UnfairLock Platform/UserDefaults Platform/UserPaths Platform/Volumes)
 
 set(TarnwellCLIKit_INSIDE RowPath SnapshotCommands)
