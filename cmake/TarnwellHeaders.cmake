@@ -9,7 +9,7 @@ set(TarnwellCore_INSIDE
   Analysis/SpaceSaverMeasuring
   Classification/FileCategoryMemo Classification/FileClassifierTables Classification/NameTable
   Classification/UTTypeCache
-  Layout/ChildWeights Layout/SizeOrder
+  Layout/ChildWeights Layout/SizeOrder Layout/SliceLayout
   Scanning/DirectoryReader Scanning/ExclusionIndex Scanning/FolderHandle Scanning/FolderPaths
   Scanning/HardlinkRegistry Scanning/NodeSorter Scanning/PathMetadata Scanning/ScanEngine Scanning/ScanQueue
   Scanning/ScanWorker Scanning/TreeAggregation
