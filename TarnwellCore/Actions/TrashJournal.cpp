@@ -129,13 +129,15 @@ public:
         if (!time || !identity || !path || !path->starts_with('/') || path->find('\0') != std::string::npos)
             return;
         if (kind == "plan") {
-            entries_[{*set, *number}] = {order_++,
-                                         {.set = *set,
-                                          .number = *number,
-                                          .when = dateFromReferenceSeconds(static_cast<double>(*time) / 1000),
-                                          .original = *std::move(path),
-                                          .location = {},
-                                          .identity = *identity}};
+            const auto [planned, isNew] = entries_.try_emplace(
+                Key(*set, *number), order_,
+                TrashJournalEntry{.set = *set,
+                                  .number = *number,
+                                  .when = dateFromReferenceSeconds(static_cast<double>(*time) / 1000),
+                                  .original = *std::move(path),
+                                  .location = {},
+                                  .identity = *identity});
+            order_ += isNew ? 1 : 0;
         } else if (kind == "moved") {
             const auto planned = entries_.find({*set, *number});
             if (planned == entries_.end())
