@@ -1,11 +1,11 @@
 #include "TarnwellCore/Actions/TrashJournal.hpp"
 
 #include "TarnwellCore/Platform/DurableFile.hpp"
+#include "TarnwellCore/Platform/FileLock.hpp"
 #include "TarnwellCore/Platform/TrashInfo.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,7 +17,6 @@
 #include <string>
 #include <string_view>
 #include <system_error>
-#include <thread>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -28,7 +27,6 @@ namespace {
 
 /// Others must not keep this from reading by making the file endless.
 constexpr std::size_t longestReading = 4 * TrashJournal::largestFile;
-constexpr auto lockInterval = std::chrono::milliseconds(10);
 
 [[noreturn]] void fail(int error, const char* attempt, const fs::path& path) {
     throw std::system_error(error, std::generic_category(), attempt + path.string());
@@ -170,25 +168,8 @@ private:
 /// The journal while nobody else has it.
 class TrashJournal::Locked {
 public:
-    explicit Locked(const TrashJournal& journal) : journal_(journal) {
-        createFoldersDurably(journal.file_.parent_path(), journal.calls_);
-        const fs::path path = journal.file_.native() + ".lock";
-        lock_ = open(path, O_RDWR | O_CREAT);
-        if (lock_ == -1)
-            fail(errno, "Could not open ", path);
-        const auto giveUpTime = std::chrono::steady_clock::now() + journal.patience;
-        while (::flock(lock_, LOCK_EX | LOCK_NB) != 0) {
-            const int error = errno;
-            if ((error != EWOULDBLOCK && error != EINTR) || std::chrono::steady_clock::now() >= giveUpTime) {
-                journal.calls_.close(lock_);
-                fail(error == EWOULDBLOCK ? ETIMEDOUT : error, "Could not lock ", path);
-            }
-            std::this_thread::sleep_for(lockInterval);
-        }
-    }
-    ~Locked() { journal_.calls_.close(lock_); }
-    Locked(const Locked&) = delete;
-    Locked& operator=(const Locked&) = delete;
+    explicit Locked(const TrashJournal& journal)
+        : journal_(journal), lock_(withFolder(journal), journal.calls_, journal.patience) {}
 
     std::vector<TrashJournalEntry> read() const {
         Reading reading;
@@ -266,8 +247,13 @@ private:
         return text;
     }
 
+    static const fs::path& withFolder(const TrashJournal& journal) {
+        createFoldersDurably(journal.file_.parent_path(), journal.calls_);
+        return journal.file_;
+    }
+
     const TrashJournal& journal_;
-    int lock_ = -1;
+    const FileLock lock_;
 };
 
 TrashJournal::TrashJournal(fs::path file, FileCalls calls)

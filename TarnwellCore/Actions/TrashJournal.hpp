@@ -15,8 +15,8 @@
 // the disk before the first item is moved: of a crash in between, a plan without "moved" tells which item to
 // look for in the Trash.
 //
-// Only the user can read the file and its lock (0600). Processes take turns by the lock, for which none waits
-// longer than some seconds.
+// Only the user can read the file and its lock (0600, `FileLock`). Processes take turns by the lock, for
+// which none waits longer than some seconds.
 
 #include "TarnwellCore/Platform/Date.hpp"
 #include "TarnwellCore/Platform/FileCalls.hpp"

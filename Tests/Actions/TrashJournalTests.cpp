@@ -52,7 +52,7 @@ TEST(TrashJournal, TellsWhatWasMovedToWhomeverAsks) {
     EXPECT_EQ(entries[1].number, 1u);
     EXPECT_NE(entries[2].set, entries[0].set);
     EXPECT_EQ(entries[2].location, std::nullopt);
-    for (const fs::path& each : {file, fs::path(file.native() + ".lock")}) {
+    for (const fs::path& each : {file, file.parent_path() / ".journal.txt.lock"}) {
         struct stat status = {};
         ASSERT_EQ(::stat(each.c_str(), &status), 0);
         EXPECT_EQ(status.st_mode & 0777, 0600u) << each;
@@ -97,7 +97,7 @@ TEST(TrashJournal, NothingKeepsAMoveFromBeingMade) {
     TrashJournal held(folder / "journal.txt");
     moveAll(held, folder, {"one"});
     held.patience = std::chrono::milliseconds(50);
-    const int lock = ::open((folder / "journal.txt.lock").c_str(), O_RDWR | O_CLOEXEC);
+    const int lock = ::open((folder / ".journal.txt.lock").c_str(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(::flock(lock, LOCK_EX), 0);
     moveAll(held, folder, {"two"});
     EXPECT_THROW(held.entries(), std::system_error);
