@@ -502,8 +502,8 @@ std::optional<ScanSnapshot> decode(const ByteSource& source) {
     SourceStream stream(source);
     Receiver receiver(stream, *snapshot);
     // The parser without recursion; the receiver bounds its stack as well.
-    const rapidjson::ParseResult parsed = rapidjson::Reader().Parse < rapidjson::kParseIterativeFlag |
-                                          rapidjson::kParseNumbersAsStringsFlag > (stream, receiver);
+    constexpr unsigned flags = rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag;
+    const rapidjson::ParseResult parsed = rapidjson::Reader().Parse<flags>(stream, receiver);
     if (!parsed || !stream.isExhausted())
         snapshot.reset();
     return snapshot;

@@ -26,7 +26,7 @@ TEST(FolderPaths, AreTheFirstInByteOrderThatFitTheLimit) {
     for (const char* rootPath : {"/", "/r", "relative"}) {
         const FolderRef root = rootAt(rootPath);
         std::vector<FolderRef> all{root};
-        for (const std::size_t next : {0, 1, 2, 3, 4, 5, 6, 7})
+        for (std::size_t next = 0; next < 8; ++next)
             for (const char* name : names)
                 all.push_back(FolderRef(all[next]).child(name));
         for (const std::size_t count : {std::size_t{0}, std::size_t{1}, std::size_t{12}, all.size()}) {

@@ -28,7 +28,7 @@ private:
     explicit SilentShare(std::unique_ptr<MountedImage> place);
     std::unique_ptr<MountedImage> place_;
     std::filesystem::path path_;
-    int connection_ = -1;
+    [[maybe_unused]] int connection_ = -1; // unused where there is no such share
 };
 
 } // namespace tarnwell::test
