@@ -61,18 +61,6 @@ std::optional<std::string> bytesFromBase64(std::string_view text) {
     return bytes;
 }
 
-bool isUTF8(std::string_view text) {
-    rapidjson::MemoryStream stream(text.data(), text.size());
-    struct Sink {
-        void Put(char) {}
-        void PutUnsafe(char) {}
-    } sink;
-    while (stream.Tell() < text.size())
-        if (!rapidjson::UTF8<>::Validate(stream, sink))
-            return false;
-    return stream.Tell() == text.size();
-}
-
 // --- Writing values -------------------------------------------------------------------------------------
 
 using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
@@ -334,6 +322,30 @@ void DefaultsDocument::set(std::string_view key, const UserDefaultsValue& value)
 
 void DefaultsDocument::remove(std::string_view key) {
     std::erase_if(members_, [&](const Member& member) { return member.key == key; });
+}
+
+std::string_view DefaultsDocument::json(std::string_view key) const {
+    const Member* member = find(key);
+    return member != nullptr ? std::string_view(member->json) : std::string_view();
+}
+
+void DefaultsDocument::setJSON(std::string_view key, std::string json) {
+    const auto member = std::ranges::find(members_, key, &Member::key);
+    if (member == members_.end()) {
+        members_.push_back({std::string(key), jsonText(std::string(key)), std::move(json), std::nullopt});
+    } else {
+        member->json = std::move(json);
+        member->value.reset();
+    }
+}
+
+std::string DefaultsDocument::line() const {
+    std::string line = "{";
+    for (const Member& member : members_) {
+        line += line.size() > 1 ? ", " : "";
+        line.append(member.keyJSON).append(": ").append(member.json);
+    }
+    return line + "}";
 }
 
 std::string DefaultsDocument::text() const {

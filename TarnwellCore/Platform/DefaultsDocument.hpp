@@ -1,7 +1,7 @@
 #pragma once
 
-// The text of a settings file: one JSON object, a member a key. What this program does not know, keys and
-// kinds of values alike, is kept as it is.
+// The text of a settings file, or of another record that programs share: one JSON object, a member a key.
+// What this program does not know, keys and kinds of values alike, is kept as it is.
 
 #include "TarnwellCore/Platform/UserDefaults.hpp"
 
@@ -35,12 +35,19 @@ public:
     std::optional<UserDefaultsValue> value(std::string_view key) const;
     bool hasMember(std::string_view key) const;
 
+    /// A member's value as it stands in the text; empty where there is no such member.
+    std::string_view json(std::string_view key) const;
+
+    /// Puts in a value of any kind, by its text; it has no known kind until it is read again.
+    void setJSON(std::string_view key, std::string json);
     /// The key is one that a document can hold; values are finite.
     void set(std::string_view key, const UserDefaultsValue& value);
     void remove(std::string_view key);
 
     /// A line a member, in the order of the text that was read, new ones at the end; ends with a line feed.
     std::string text() const;
+    /// The object on one line, to be put into another.
+    std::string line() const;
 
 private:
     struct Member;

@@ -250,6 +250,8 @@ void replaceFileDurably(const fs::path& file, std::string_view contents, const F
 }
 
 void createFoldersDurably(const fs::path& folder, const FileCalls& calls) {
+    if (folder.empty())
+        return;
     std::error_code error;
     std::vector<fs::path> missing;
     // The root folder is its own parent: also where no folder answers, the way up ends.

@@ -28,8 +28,8 @@ namespace tarnwell {
 void replaceFileDurably(const std::filesystem::path& file, std::string_view contents,
                         const FileCalls& calls = FileCalls::live());
 
-/// Makes the folder and those above it that are missing. Throws std::system_error with the path and the
-/// system's text.
+/// Makes the folder and those above it that are missing; the empty path is the current folder. Throws
+/// std::system_error with the path and the system's text.
 void createFoldersDurably(const std::filesystem::path& folder, const FileCalls& calls = FileCalls::live());
 
 } // namespace tarnwell

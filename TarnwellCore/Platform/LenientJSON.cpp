@@ -2,6 +2,9 @@
 
 #include "TarnwellCore/Platform/JSONNumber.hpp"
 
+#include <rapidjson/encodings.h>
+#include <rapidjson/memorystream.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstddef>
@@ -73,6 +76,52 @@ std::string parsableJSON(std::string_view text) {
         }
     }
     return result;
+}
+
+std::vector<std::string_view> jsonElements(std::string_view array) {
+    constexpr std::string_view blanks = " \t\r\n";
+    std::vector<std::string_view> elements;
+    std::size_t begin = 0; // of the element
+    std::size_t depth = 0;
+    bool isInString = false;
+    const auto add = [&](std::size_t end) {
+        std::string_view element = array.substr(begin, end - begin);
+        element.remove_prefix(std::min(element.find_first_not_of(blanks), element.size()));
+        element = element.substr(0, element.find_last_not_of(blanks) + 1);
+        if (!element.empty())
+            elements.push_back(element);
+        begin = end + 1;
+    };
+    for (std::size_t place = 0; array.starts_with('[') && place < array.size(); ++place) {
+        const char byte = array[place];
+        if (isInString) {
+            place += byte == '\\';
+            isInString = byte != '"';
+        } else if (byte == '"') {
+            isInString = true;
+        } else if (byte == '[' || byte == '{') {
+            if (++depth == 1)
+                begin = place + 1;
+        } else if (byte == ']' || byte == '}') {
+            if (--depth == 0)
+                add(place);
+        } else if (byte == ',' && depth == 1) {
+            add(place);
+        }
+    }
+    return elements;
+}
+
+bool isUTF8(std::string_view text) {
+    rapidjson::MemoryStream stream(text.data(), text.size());
+    struct Sink {
+        void Put(char) {}
+        void PutUnsafe(char) {}
+    } sink;
+    while (stream.Tell() < text.size())
+        if (!rapidjson::UTF8<>::Validate(stream, sink))
+            return false;
+    return stream.Tell() == text.size();
 }
 
 } // namespace tarnwell

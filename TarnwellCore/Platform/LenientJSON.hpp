@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tarnwell {
 
@@ -14,5 +15,12 @@ namespace tarnwell {
 /// So whoever wants the number itself takes it from the original, at the same place. What is no JSON stays
 /// none.
 std::string parsableJSON(std::string_view text);
+
+/// The texts of the elements of a list, without blanks around them. They lie in `array`, which has been
+/// parsed: a value of another kind has none.
+std::vector<std::string_view> jsonElements(std::string_view array);
+
+/// Whether the bytes are text, as a document may hold it.
+bool isUTF8(std::string_view text);
 
 } // namespace tarnwell

@@ -46,6 +46,8 @@ struct ScanSnapshot {
     std::vector<Entry> entries;
     /// The apparent size from which an item was kept; 0 when everything was.
     std::int64_t minimumSize = 0;
+    /// Whether a schedule took it, which may remove it; otherwise a person saved it.
+    bool isScheduled = false;
 
     std::int64_t totalSizeFor(SizeMode mode) const;
 

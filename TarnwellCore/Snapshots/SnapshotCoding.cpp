@@ -179,7 +179,9 @@ enum class Field : std::uint8_t {
     totalFiles,
     entries,
     minimumSize,
-    escapedPaths, // ours alone: of another program's value nothing is asked
+    // Ours alone: of another program's values nothing is asked.
+    escapedPaths,
+    isScheduled,
     entryPath,
     entrySize,
     entryAllocatedSize,
@@ -215,7 +217,8 @@ constexpr Name snapshotNames[] = {{"id", Field::id},
                                   {"totalFiles", Field::totalFiles},
                                   {"entries", Field::entries},
                                   {"minimumSize", Field::minimumSize},
-                                  {"escapedPaths", Field::escapedPaths}};
+                                  {"escapedPaths", Field::escapedPaths},
+                                  {"isScheduled", Field::isScheduled}};
 constexpr Name entryNames[] = {{"path", Field::entryPath},
                                {"size", Field::entrySize},
                                {"allocatedSize", Field::entryAllocatedSize},
@@ -335,6 +338,8 @@ public:
     bool Bool(bool value) {
         if (field_ == Field::escapedPaths && ignoredDepth_ == 0)
             arePathsEscaped_ = value;
+        if (field_ == Field::isScheduled && ignoredDepth_ == 0)
+            snapshot_.isScheduled = value;
         if (field_ != Field::entryIsDirectory)
             return ignoreValue();
         stream_.markToken();
@@ -353,7 +358,9 @@ private:
     // --- Values that are nobody's -----------------------------------------------------------------------
 
     /// Keys inside such a value are passed over, so that the field stays unknown to its end.
-    bool isIgnoring() const { return field_ == Field::unknown || field_ == Field::escapedPaths; }
+    bool isIgnoring() const {
+        return field_ == Field::unknown || field_ == Field::escapedPaths || field_ == Field::isScheduled;
+    }
     bool ignoreValue() {
         stream_.markToken();
         return isIgnoring();
@@ -481,6 +488,10 @@ std::string encode(const ScanSnapshot& snapshot) {
     }
     writer.key("id");
     writer.string(snapshot.id.text());
+    if (snapshot.isScheduled) {
+        writer.key("isScheduled");
+        writer.boolean(true);
+    }
     writer.key("minimumSize");
     writer.integer(snapshot.minimumSize);
     writer.key("rootPath");

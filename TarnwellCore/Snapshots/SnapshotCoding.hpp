@@ -7,7 +7,8 @@
 //
 // A snapshot with a path that is not UTF-8 has one more member, "escapedPaths": true, and all its paths are
 // as EscapedPath.hpp writes them. Other programs may pass that member over: they then show and compare the
-// escaped paths. Without it every path stands for itself.
+// escaped paths. Without it every path stands for itself. A snapshot that a schedule took has one more
+// member, "isScheduled": true.
 
 #include "TarnwellCore/Snapshots/ScanSnapshot.hpp"
 

@@ -2,13 +2,13 @@
 
 #include "TarnwellCore/Platform/DurableFile.hpp"
 #include "TarnwellCore/Platform/EntryNames.hpp"
+#include "TarnwellCore/Platform/PrivateFile.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Platform/WorkerThreads.hpp"
 #include "TarnwellCore/Snapshots/SnapshotCoding.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -30,23 +30,6 @@ namespace {
 
 [[noreturn]] void fail(std::error_code error, const char* attempt, const fs::path& path) {
     throw std::system_error(error, attempt + path.string());
-}
-
-/// Takes from others what they may do with a file or folder of this user's. Never with another name of it:
-/// whoever may write here could have put one there of a file elsewhere.
-void makePrivate(const fs::path& path, mode_t kind) {
-    struct stat status = {};
-    // To open a device may do something.
-    if (::lstat(path.c_str(), &status) != 0 || (status.st_mode & S_IFMT) != kind)
-        return;
-    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
-    if (descriptor == -1)
-        return;
-    const bool isOurs = ::fstat(descriptor, &status) == 0 && (status.st_mode & S_IFMT) == kind &&
-                        status.st_uid == ::geteuid() && (kind == S_IFDIR || status.st_nlink == 1);
-    if (isOurs && (status.st_mode & 077) != 0)
-        ::fchmod(descriptor, status.st_mode & 0700);
-    ::close(descriptor);
 }
 
 } // namespace
@@ -79,10 +62,8 @@ void SnapshotStore::makeOlderOnesPrivate() const {
         makePrivate(directory_, S_IFDIR);
     constexpr std::string_view extension = ".json";
     for (const std::string& name : entryNames(directory_)) {
-        struct stat status = {};
         if (name.ends_with(extension) &&
-            UUID::parse(std::string_view(name).substr(0, name.size() - extension.size())) &&
-            ::lstat((directory_ / name).c_str(), &status) == 0 && (status.st_mode & 077) != 0)
+            UUID::parse(std::string_view(name).substr(0, name.size() - extension.size())))
             makePrivate(directory_ / name, S_IFREG);
     }
 }

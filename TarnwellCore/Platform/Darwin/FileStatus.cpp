@@ -30,4 +30,11 @@ RawDirectoryEntry entryFromStatus(const struct stat& status) {
     return entry;
 }
 
+FileTimes timesFromStatus(const struct stat& status) {
+    return {.modifiedSeconds = status.st_mtimespec.tv_sec,
+            .modifiedNanoseconds = status.st_mtimespec.tv_nsec,
+            .changedSeconds = status.st_ctimespec.tv_sec,
+            .changedNanoseconds = status.st_ctimespec.tv_nsec};
+}
+
 } // namespace tarnwell

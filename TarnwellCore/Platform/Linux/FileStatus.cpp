@@ -22,4 +22,11 @@ RawDirectoryEntry entryFromStatus(const struct stat& status) {
     return entry;
 }
 
+FileTimes timesFromStatus(const struct stat& status) {
+    return {.modifiedSeconds = status.st_mtim.tv_sec,
+            .modifiedNanoseconds = status.st_mtim.tv_nsec,
+            .changedSeconds = status.st_ctim.tv_sec,
+            .changedNanoseconds = status.st_ctim.tv_nsec};
+}
+
 } // namespace tarnwell

@@ -1,14 +1,13 @@
 #include "TarnwellCore/Platform/UserDefaults.hpp"
 
 #include "TarnwellCore/Platform/JSONFileDefaults.hpp"
+#include "TarnwellCore/Platform/Linux/ConfigurationFolder.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 
 #include <cstdlib>
 #include <filesystem>
 
 namespace tarnwell {
-
-namespace {
 
 std::filesystem::path configurationFolder() {
     // The base-directory rules have a relative path ignored.
@@ -17,8 +16,6 @@ std::filesystem::path configurationFolder() {
         return folder;
     return homeDirectory() / ".config";
 }
-
-} // namespace
 
 std::shared_ptr<UserDefaults> UserDefaults::standard() {
     static const std::shared_ptr<UserDefaults> defaults = suite("com.tarnwell");
