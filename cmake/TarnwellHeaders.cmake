@@ -18,8 +18,8 @@ set(TarnwellCore_INSIDE
 set(TarnwellCore_CLOSED_ROOMS Platform)
 set(TarnwellCore_PUBLIC
   Platform/BlockLayout Platform/CloudItems Platform/ContentReading Platform/Date Platform/ExtentSharing
-  Platform/FatalError Platform/FileCalls Platform/HeldSpace Platform/ItemMoving Platform/MeasuredFile
-  Platform/RawDirectoryEntry Platform/RegularExpression Platform/SHA256 Platform/SystemIndex Platform/UUID
+  Platform/FatalError Platform/FileCalls Platform/HeldSpace Platform/ItemMoving Platform/LocalDay Platform/MeasuredFile
+  Platform/RawDirectoryEntry Platform/RegularExpression Platform/SHA256 Platform/ScheduledJob Platform/SystemIndex Platform/UUID
   Platform/UnfairLock Platform/UserDefaults Platform/UserPaths Platform/Volumes)
 
 set(TarnwellCLIKit_INSIDE RowPath SnapshotCommands)
