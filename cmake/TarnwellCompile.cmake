@@ -56,7 +56,7 @@ endfunction()
 
 if(TARNWELL_SANITIZE)
   target_compile_options(tarnwell_compile_settings INTERFACE
-    "-fsanitize=${TARNWELL_SANITIZE}" -fno-omit-frame-pointer -O1 -g)
+    "-fsanitize=${TARNWELL_SANITIZE}" -fno-omit-frame-pointer -O1 -g1)
   target_link_options(tarnwell_compile_settings INTERFACE "-fsanitize=${TARNWELL_SANITIZE}")
   target_compile_definitions(tarnwell_compile_settings INTERFACE _GLIBCXX_ASSERTIONS)
   if(TARNWELL_SANITIZE MATCHES "undefined")

@@ -38,7 +38,8 @@ std::vector<std::string_view> relativePaths(const std::vector<std::string>& path
             result.push_back(relative);
     }
     std::ranges::sort(result);
-    result.erase(std::ranges::unique(result).begin(), result.end());
+    const auto repeated = std::ranges::unique(result);
+    result.erase(repeated.begin(), repeated.end());
     return result;
 }
 

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <limits>
 #include <random>
 #include <string>
 #include <vector>
@@ -125,7 +126,10 @@ TEST(PackedAttributeRecords, DropsDotNamesButKeepsErrors) {
 TEST(PackedAttributeRecords, SizesThatDidNotFitAreNone) {
     Packer packer;
     packer.add({.name = "size", .type = 1, .size = -1, .allocated = 4096, .privateSize = 4096})
-        .add({.name = "allocated", .type = 1, .size = 1, .allocated = std::int64_t{1} << 63})
+        .add({.name = "allocated",
+              .type = 1,
+              .size = 1,
+              .allocated = std::numeric_limits<std::int64_t>::min()})
         .add({.name = "..", .type = 2, .size = -1})
         .add({.name = "good", .type = 1, .size = 1, .allocated = 1});
     const auto [outcome, entries] = decoded(packer.bytes, packer.count);
