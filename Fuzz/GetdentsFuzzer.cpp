@@ -166,7 +166,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     EntryBatch batch;
     batch.begin(consumer);
     const BulkReadOutcome outcome =
-        BulkDirectoryReading(fuzz::calls).read(-1, 1, true, {buffer.get(), bytes.size()}, batch);
+        BulkDirectoryReading(fuzz::calls, false).read(-1, 1, true, {buffer.get(), bytes.size()}, batch);
 
     fuzz::require(fuzz::kernel.namesAskedFor == expected.names, "every name is looked at, and nothing else");
     fuzz::require(outcome == fuzz::expectedOutcome(expected, ending), "the reading ends as it should");
