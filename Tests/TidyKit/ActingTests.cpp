@@ -21,7 +21,7 @@ using test::Words;
 using testing::HasSubstr;
 
 /// By source; an empty text for what went well.
-std::map<std::string, std::string> failures(const rapidjson::Document& document) {
+std::map<std::string, std::string> failures(const test::JSONValue& document) {
     std::map<std::string, std::string> all;
     for (const auto& outcome : document["outcomes"].GetArray())
         all[outcome["source"].GetString()] =

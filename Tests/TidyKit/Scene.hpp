@@ -7,9 +7,8 @@
 #include "TarnwellTidyKit/Commands/TidyServices.hpp"
 #include "TarnwellTidyKit/Commands/TidySurroundings.hpp"
 
+#include "Tests/Support/JSONValue.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
-
-#include <rapidjson/document.h>
 
 #include <filesystem>
 #include <functional>
@@ -38,14 +37,14 @@ public:
     /// What a command prints; fails the test when it fails.
     std::string text(const Words& words) const;
     /// What a command prints with --json: a document of version 1, in UTF-8, keys in order.
-    rapidjson::Document json(Words words, std::int32_t exitCode = 0) const;
+    JSONValue json(Words words, std::int32_t exitCode = 0) const;
 };
 
 /// Reads a document, and fails the test when it is none or when its keys are not in ascending order.
-rapidjson::Document readDocument(const std::string& text);
+JSONValue readDocument(const std::string& text);
 
 /// The strings at `key` of each object in an array.
-Words column(const rapidjson::Value& array, const char* key);
+Words column(const JSONValue& array, const char* key);
 
 struct ProgramRun {
     int exitCode = -1;
