@@ -139,6 +139,11 @@ std::vector<TidyOutcome> plan(const std::vector<SpaceSaverFinding>& findings) {
 
 } // namespace
 
+void clearFinding(const SpaceSaverFinding& finding, const fs::path& home, TidyContext& context,
+                  TidyOutcomes& outcomes) {
+    std::visit(Clearing{finding, home, context, outcomes}, finding.action);
+}
+
 const TidyCommandSpec CleanRequest::spec = {
     .name = "clean",
     .group = "Clear",
@@ -185,7 +190,7 @@ TidyResult run(const CleanRequest& request, TidyContext& context) {
         return TidyContext::withoutConsent(consent);
     TidyOutcomes outcomes;
     for (const SpaceSaverFinding& finding : findings)
-        std::visit(Clearing{finding, found.home, context, outcomes}, finding.action);
+        clearFinding(finding, found.home, context, outcomes);
     const bool hasTrashed = std::ranges::any_of(
         outcomes.all, [](const TidyOutcome& outcome) { return outcome.done == "in the Trash"; });
     return outcomes.result(context, request.output, hasTrashed ? trashNote : std::string_view());

@@ -23,4 +23,9 @@ struct CleanRequest {
 
 TidyResult run(const CleanRequest& request, TidyContext& context);
 
+struct TidyOutcomes;
+/// Does what a finding offers, with an outcome for each path or command.
+void clearFinding(const SpaceSaverFinding& finding, const std::filesystem::path& home, TidyContext& context,
+                  TidyOutcomes& outcomes);
+
 } // namespace tarnwell

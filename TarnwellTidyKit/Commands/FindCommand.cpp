@@ -76,15 +76,6 @@ std::optional<Date> momentOf(const std::string& text, std::string_view option, D
     return moment;
 }
 
-SearchConditions conditionsOf(const FindRequest& request, SizeMode mode, Date now) {
-    SearchConditions conditions = request.conditions;
-    conditions.sizeMode = mode;
-    conditions.modified.before = momentOf(request.ages.older, "--older", now);
-    conditions.modified.from = momentOf(request.ages.newer, "--newer", now);
-    conditions.opened.before = momentOf(request.ages.unopened, "--unopened", now);
-    return conditions;
-}
-
 struct Matches {
     std::vector<const FileNode*> nodes;
     SearchTotals totals;
@@ -236,6 +227,15 @@ std::string document(const Matches& matches, const ScanResult& scan, TextOutput 
 }
 
 } // namespace
+
+SearchConditions conditionsOf(const FindRequest& request, SizeMode mode, Date now) {
+    SearchConditions conditions = request.conditions;
+    conditions.sizeMode = mode;
+    conditions.modified.before = momentOf(request.ages.older, "--older", now);
+    conditions.modified.from = momentOf(request.ages.newer, "--newer", now);
+    conditions.opened.before = momentOf(request.ages.unopened, "--unopened", now);
+    return conditions;
+}
 
 const TidyCommandSpec FindRequest::spec = {
     .name = "find",

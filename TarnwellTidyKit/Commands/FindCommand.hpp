@@ -39,4 +39,7 @@ struct FindRequest {
 
 TidyResult run(const FindRequest& request, TidyContext& context);
 
+/// All conditions of a request. Throws TidyUsageError for a text that is no age.
+SearchConditions conditionsOf(const FindRequest& request, SizeMode mode, Date now);
+
 } // namespace tarnwell

@@ -99,8 +99,20 @@ const TidyServices& TidyServices::live() {
             },
         .fileVersion = versionOf,
         .snapshotStore = [] { return std::make_unique<SnapshotStore>(); },
+        .history = [] { return ScanHistory(); },
         .moveToTrash =
             [](const fs::path& item) { return TrashService(homeDirectory()).moveToTrash(item).get(); },
+        .moveAllToTrash =
+            [](const std::vector<fs::path>& items) {
+                return TrashService(homeDirectory()).moveToTrash(items).get();
+            },
+        .listTrash = [] { return TrashRestorer(homeDirectory()).list().get(); },
+        .restore =
+            [](const std::vector<fs::path>& places) {
+                return TrashRestorer(homeDirectory()).restore(places).get();
+            },
+        .restoreSet = [](const UUID& set) { return TrashRestorer(homeDirectory()).restoreSet(set).get(); },
+        .removeForGood = PermanentRemoval::remove,
         .shareBlocks =
             [](SharingRequest request, CancellationToken token) {
                 return BlockSharing().share(std::move(request), nullptr, std::move(token));
@@ -112,6 +124,7 @@ const TidyServices& TidyServices::live() {
         .evict = evictOne,
         .runTool = runToolOnPath,
         .reveal = [](const fs::path& item) { return revealItem(item); },
+        .open = [](const fs::path& item) { return openItem(item); },
     };
     return services;
 }

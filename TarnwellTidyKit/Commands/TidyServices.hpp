@@ -5,8 +5,10 @@
 #include "TarnwellCore/Actions/BlockSharing.hpp"
 #include "TarnwellCore/Actions/EmptyTrashOutcome.hpp"
 #include "TarnwellCore/Actions/EvictionOutcome.hpp"
+#include "TarnwellCore/Actions/PermanentRemoval.hpp"
 #include "TarnwellCore/Actions/SyncedRoots.hpp"
 #include "TarnwellCore/Actions/TrashOutcome.hpp"
+#include "TarnwellCore/Actions/TrashRestorer.hpp"
 #include "TarnwellCore/Actions/TrashSummary.hpp"
 #include "TarnwellCore/Analysis/CommandResult.hpp"
 #include "TarnwellCore/Analysis/DuplicateFinder.hpp"
@@ -17,6 +19,7 @@
 #include "TarnwellCore/Scanning/SpaceMonitor.hpp"
 #include "TarnwellCore/Scanning/VolumeInfo.hpp"
 #include "TarnwellCore/Settings/FullDiskAccess.hpp"
+#include "TarnwellCore/Snapshots/ScanHistory.hpp"
 #include "TarnwellCore/Snapshots/SnapshotStore.hpp"
 
 #include <filesystem>
@@ -66,11 +69,22 @@ struct TidyServices {
 
     /// Opens the store of snapshots.
     std::function<std::unique_ptr<SnapshotStore>()> snapshotStore;
+    /// The scans of the past.
+    std::function<ScanHistory()> history;
 
     // --- Acting ---------------------------------------------------------------------------------------
 
     /// Moves one item to the Trash. Never throws.
     std::function<TrashOutcome(const std::filesystem::path&)> moveToTrash;
+    /// Moves items to the Trash as one set, which can be restored as one. Never throws.
+    std::function<std::vector<TrashOutcome>(const std::vector<std::filesystem::path>&)> moveAllToTrash;
+    /// What lies in the Trash, and from where it came. Never throws.
+    std::function<TrashListing()> listTrash;
+    /// Puts items of the Trash back where they were, by their places there or by their set. Never throw.
+    std::function<std::vector<RestoreOutcome>(const std::vector<std::filesystem::path>&)> restore;
+    std::function<std::vector<RestoreOutcome>(const UUID& set)> restoreSet;
+    /// Deletes an item for good.
+    std::function<RemovalResult(const std::filesystem::path&, const CancellationToken&)> removeForGood;
     /// Makes the files of a group share their blocks.
     std::function<std::future<std::vector<SharingOutcome>>(SharingRequest, CancellationToken)> shareBlocks;
     /// The folders in which a user's trashed items lie.
@@ -86,6 +100,8 @@ struct TidyServices {
     std::function<std::optional<CommandResult>(const std::vector<std::string>& words)> runTool;
     /// Shows a file or folder in the system's file browser; whether that was started.
     std::function<bool(const std::filesystem::path&)> reveal;
+    /// Opens a file with the program that is meant for its kind; whether that was started.
+    std::function<bool(const std::filesystem::path&)> open;
 
     /// The services of the real machine, made once.
     static const TidyServices& live();

@@ -1,5 +1,6 @@
 #include "Tests/TidyKit/Scene.hpp"
 
+#include "TarnwellCore/Actions/TrashService.hpp"
 #include "TarnwellCore/Platform/JSONFileDefaults.hpp"
 #include "TarnwellTidyKit/Commands/TidyRunner.hpp"
 
@@ -13,6 +14,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <memory>
+#include <stdexcept>
 
 namespace fs = std::filesystem;
 
@@ -56,6 +58,26 @@ Scene::Scene() : services(TidyServices::live()) {
     services.settings = [folder] { return std::make_shared<JSONFileDefaults>(folder / ".settings.json"); };
     services.snapshotStore = [folder] { return std::make_unique<SnapshotStore>(folder / "snapshots"); };
     services.moveToTrash = [folder](const fs::path& item) { return moveAside(item, folder / ".trash"); };
+    const auto restorer = [folder] {
+        TrashRestorer made(folder, TrashJournal(folder / ".journal"));
+        made.trashFolders = [](const fs::path& place) { return std::vector<fs::path>{place / ".trash"}; };
+        return made;
+    };
+    services.moveAllToTrash = [folder](const std::vector<fs::path>& items) {
+        TrashService service(folder);
+        service.journal = TrashJournal(folder / ".journal");
+        service.trashItem = [folder](const fs::path& item) {
+            const TrashOutcome outcome = moveAside(item, folder / ".trash");
+            return outcome.failure ? throw std::runtime_error(*outcome.failure) : outcome.trashedTo;
+        };
+        return service.moveToTrash(items).get();
+    };
+    services.listTrash = [restorer] { return restorer().list().get(); };
+    services.restore = [restorer](const std::vector<fs::path>& places) {
+        return restorer().restore(places).get();
+    };
+    services.restoreSet = [restorer](const UUID& set) { return restorer().restoreSet(set).get(); };
+    services.history = [folder] { return ScanHistory(folder / ".history.json"); };
     services.trashFolders = [folder](const fs::path&) { return std::vector<fs::path>{folder / ".trash"}; };
 }
 
