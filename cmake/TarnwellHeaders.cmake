@@ -11,7 +11,7 @@ set(TarnwellCore_INSIDE
   Classification/UTTypeCache
   Layout/ChildWeights Layout/SizeOrder Layout/SliceLayout
   Scanning/DirectoryReader Scanning/ExclusionIndex Scanning/FolderHandle Scanning/FolderPaths
-  Scanning/HardlinkRegistry Scanning/NodeSorter Scanning/PathMetadata Scanning/ScanEngine Scanning/ScanQueue
+  Scanning/HardlinkRegistry Scanning/LiveBatch Scanning/NodeSorter Scanning/PathMetadata Scanning/ScanEngine Scanning/ScanQueue
   Scanning/ScanWorker Scanning/TreeAggregation
   Snapshots/EscapedPath Snapshots/SnapshotCoding
   Text/WordScan)
