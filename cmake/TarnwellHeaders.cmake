@@ -4,7 +4,7 @@
 
 # Of the rooms of each library, by their names in the folder of the library; "." is the folder itself.
 set(TarnwellCore_INSIDE
-  Actions/ResumeOnce
+  Actions/LeftoverSearch Actions/ResumeOnce
   Analysis/CleanupRuleCoding Analysis/InstallerStem Analysis/SQLiteSidecarFiles Analysis/SharingIndex
   Analysis/SpaceSaverMeasuring
   Classification/FileCategoryMemo Classification/FileClassifierTables Classification/NameTable
@@ -19,7 +19,7 @@ set(TarnwellCore_CLOSED_ROOMS Platform)
 set(TarnwellCore_PUBLIC
   Platform/BlockLayout Platform/CloudItems Platform/ContentReading Platform/Date Platform/ExtentSharing
   Platform/FatalError Platform/FileCalls Platform/HeldSpace Platform/ItemMoving Platform/LocalDay Platform/MeasuredFile
-  Platform/RawDirectoryEntry Platform/RegularExpression Platform/SHA256 Platform/ScheduledJob Platform/SystemIndex Platform/UUID
+  Platform/RawDirectoryEntry Platform/RegularExpression Platform/RunningPrograms Platform/SHA256 Platform/ScheduledJob Platform/SystemIndex Platform/UUID
   Platform/UnfairLock Platform/UserDefaults Platform/UserPaths Platform/Volumes)
 
 set(TarnwellCLIKit_INSIDE RowPath SnapshotCommands)

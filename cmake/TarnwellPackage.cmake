@@ -32,7 +32,7 @@ back: to the Trash, with the tools that files belong to, file by file.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libtarnwell-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libglib2.0-dev, libicu-dev, libssl-dev, uuid-dev")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libglib2.0-dev, libicu-dev, libplist-dev, libssl-dev, uuid-dev")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 "Headers and static libraries of the scanner behind the tool tarnwell,
 with a CMake package and a pkg-config file. For programs in C++23.")

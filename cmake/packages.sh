@@ -27,7 +27,7 @@ package_names() {
     "debian build")
         # make is for the compiler: it runs the parts of an optimised link side by side.
         echo g++ make cmake ninja-build ccache pkg-config rapidjson-dev uuid-dev libglib2.0-dev shared-mime-info \
-            libicu-dev libssl-dev libcli11-dev
+            libicu-dev libssl-dev libplist-dev libcli11-dev
         ;;
     # file: cpack asks it what to strip.
     "debian test") echo libgtest-dev libgmock-dev file ;;

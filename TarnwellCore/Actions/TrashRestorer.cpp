@@ -70,6 +70,8 @@ std::string_view refusalText(RestoreRefusal refusal) {
         return "Something else lies there now.";
     case RestoreRefusal::otherVolume:
         return "The folder where it was is on another volume now.";
+    case RestoreRefusal::cancelled:
+        return "It was not restored: that was called off.";
     }
     return "";
 }
@@ -311,8 +313,8 @@ TrashRestorer::TrashRestorer(fs::path home, TrashJournal journal)
       home_(std::move(home)),
       journal_(std::move(journal)) {}
 
-std::future<TrashListing> TrashRestorer::list() const {
-    return runInBackground([restorer = *this]() -> TrashListing {
+std::future<TrashListing> TrashRestorer::list(CancellationToken token) const {
+    return runInBackground([restorer = *this, token = std::move(token)]() -> TrashListing {
         const Knowledge knowledge = knowledgeOf(restorer.journal_);
         TrashListing listing;
         std::set<fs::path> seen;
@@ -324,8 +326,8 @@ std::future<TrashListing> TrashRestorer::list() const {
             if (!isThere.value_or(false) || !seen.insert(folder).second)
                 continue;
             std::error_code error;
-            for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
-                 entry.increment(error))
+            for (fs::directory_iterator entry(folder, error), end;
+                 !error && entry != end && !token.isCancelled(); entry.increment(error))
                 if (entry->path().filename() != ".DS_Store")
                     addItem(listing, entry->path(), knowledge);
         }
@@ -335,6 +337,8 @@ std::future<TrashListing> TrashRestorer::list() const {
             listed.insert(item.location.native());
         std::vector<TrashJournalEntry> left;
         for (const TrashJournalEntry& entry : knowledge.entries()) {
+            if (token.isCancelled())
+                break;
             const fs::path folder = entry.location ? entry.location->parent_path() : fs::path();
             if (entry.location && !TrashFolders::isThere(folder).value_or(false))
                 continue;
@@ -349,8 +353,9 @@ std::future<TrashListing> TrashRestorer::list() const {
     });
 }
 
-std::future<std::vector<RestoreOutcome>> TrashRestorer::restore(std::vector<fs::path> locations) const {
-    return runInBackground([restorer = *this, locations = std::move(locations)] {
+std::future<std::vector<RestoreOutcome>> TrashRestorer::restore(std::vector<fs::path> locations,
+                                                                CancellationToken token) const {
+    return runInBackground([restorer = *this, locations = std::move(locations), token = std::move(token)] {
         const Knowledge knowledge = knowledgeOf(restorer.journal_);
         // The journal's order is the order of moving; what it does not know comes last.
         std::vector<std::pair<std::ptrdiff_t, std::size_t>> order;
@@ -364,7 +369,8 @@ std::future<std::vector<RestoreOutcome>> TrashRestorer::restore(std::vector<fs::
         const Return itemReturn(restorer, knowledge, restorer.journal_);
         for (const auto& [place, index] : order) {
             try {
-                outcomes[index] = itemReturn.run(locations[index]);
+                outcomes[index] = token.isCancelled() ? refused(locations[index], RestoreRefusal::cancelled)
+                                                      : itemReturn.run(locations[index]);
             } catch (const std::exception&) {
                 outcomes[index] = failed(locations[index], ENOMEM);
             }
@@ -373,9 +379,9 @@ std::future<std::vector<RestoreOutcome>> TrashRestorer::restore(std::vector<fs::
     });
 }
 
-std::future<std::vector<RestoreOutcome>> TrashRestorer::restoreSet(UUID set) const {
-    return runInBackground([restorer = *this, set] {
-        const std::vector<TrashedItem> items = restorer.list().get().items;
+std::future<std::vector<RestoreOutcome>> TrashRestorer::restoreSet(UUID set, CancellationToken token) const {
+    return runInBackground([restorer = *this, set, token = std::move(token)] {
+        const std::vector<TrashedItem> items = restorer.list().get().items; // of a set all or none
         const Knowledge knowledge = knowledgeOf(restorer.journal_);
         std::vector<std::pair<std::size_t, fs::path>> ordered;
         for (const TrashedItem& item : items) {
@@ -390,7 +396,7 @@ std::future<std::vector<RestoreOutcome>> TrashRestorer::restoreSet(UUID set) con
         std::vector<fs::path> locations;
         for (auto& [number, location] : ordered)
             locations.push_back(std::move(location));
-        return restorer.restore(std::move(locations)).get();
+        return restorer.restore(std::move(locations), token).get();
     });
 }
 

@@ -6,6 +6,7 @@
 #include "TarnwellCore/Actions/TrashJournal.hpp"
 #include "TarnwellCore/Platform/Date.hpp"
 #include "TarnwellCore/Platform/UUID.hpp"
+#include "TarnwellCore/Scanning/CancellationToken.hpp"
 
 #include <filesystem>
 #include <functional>
@@ -44,6 +45,7 @@ enum class RestoreRefusal {
     unknownOrigin, // nobody noted where it was, or the note is none
     changed,       // something else lies there now under its name
     otherVolume,   // the folder where it was is on another volume now
+    cancelled,     // that was called off before its turn
 };
 
 /// What became of one item.
@@ -91,16 +93,19 @@ public:
 
     const std::filesystem::path& home() const { return home_; }
 
-    /// What lies in the Trash. The journal forgets what has left it.
-    std::future<TrashListing> list() const;
+    /// What lies in the Trash; once cancelled, what was seen until then. The journal forgets what has left
+    /// it.
+    std::future<TrashListing> list(CancellationToken token = {}) const;
 
     /// Restores the items at these places; one outcome each, in the same order. Of items of one set the one
-    /// moved last is restored first, so that a folder is there before what was taken out of it.
-    std::future<std::vector<RestoreOutcome>> restore(std::vector<std::filesystem::path> locations) const;
+    /// moved last is restored first, so that a folder is there before what was taken out of it. Once
+    /// cancelled, those that are left stay in the Trash.
+    std::future<std::vector<RestoreOutcome>> restore(std::vector<std::filesystem::path> locations,
+                                                     CancellationToken token = {}) const;
 
     /// Restores what of a set is still in the Trash, in the order in which it was moved; nothing for an
     /// unknown set.
-    std::future<std::vector<RestoreOutcome>> restoreSet(UUID set) const;
+    std::future<std::vector<RestoreOutcome>> restoreSet(UUID set, CancellationToken token = {}) const;
 
 private:
     std::filesystem::path home_;

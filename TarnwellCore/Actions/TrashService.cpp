@@ -83,34 +83,70 @@ TrashService::TrashService(fs::path home)
       trashItem(moveToPlatformTrash),
       runTool(Shell::runAsync) {}
 
-std::future<std::vector<TrashOutcome>> TrashService::moveToTrash(std::vector<fs::path> urls) const {
-    // All that takes memory comes before the first move: what was moved is never lost sight of.
+/// All that takes memory comes before the first move: what was moved is never lost sight of.
+struct TrashMoves::State {
+    State(const TrashService& theService, std::vector<fs::path> theItems)
+        : service(theService), items(std::move(theItems)) {
+        outcomes.reserve(items.size());
+        for (const fs::path& item : items)
+            outcomes.push_back({item, std::nullopt, std::nullopt});
+    }
+
+    /// Before the first move.
+    void plan() noexcept { set.emplace(service.journal.plan(items)); }
+    void move(std::size_t number) noexcept {
+        TrashOutcome& outcome = outcomes[number];
+        moveOne(service, outcome);
+        if (outcome.trashedTo)
+            set->noteMoved(number, *outcome.trashedTo);
+    }
+
+    const TrashService service;
+    const std::vector<fs::path> items;
     std::vector<TrashOutcome> outcomes;
-    outcomes.reserve(urls.size());
-    for (const fs::path& url : urls)
-        outcomes.push_back({url, std::nullopt, std::nullopt});
-    return runInBackground(
-        [service = *this, outcomes = std::move(outcomes), urls = std::move(urls)]() mutable {
-            TrashJournal::Set set = service.journal.plan(urls);
-            for (std::size_t number = 0; number < outcomes.size(); ++number) {
-                TrashOutcome& outcome = outcomes[number];
-                moveOne(service, outcome);
-                if (outcome.trashedTo)
-                    set.noteMoved(number, *outcome.trashedTo);
-            }
-            return std::move(outcomes);
-        });
+    std::optional<TrashJournal::Set> set = {}; // refers to the journal of `service`
+};
+
+TrashMoves::TrashMoves(std::unique_ptr<State> state) : state_(std::move(state)) {}
+TrashMoves::TrashMoves(TrashMoves&&) noexcept = default;
+TrashMoves& TrashMoves::operator=(TrashMoves&&) noexcept = default;
+TrashMoves::~TrashMoves() = default;
+
+TrashOutcome TrashMoves::move(std::size_t number) {
+    state_->move(number);
+    return std::move(state_->outcomes[number]);
+}
+
+TrashMoves TrashService::planMoves(std::vector<fs::path> urls) const {
+    auto state = std::make_unique<TrashMoves::State>(*this, std::move(urls));
+    state->plan();
+    return TrashMoves(std::move(state));
+}
+
+std::future<std::vector<TrashOutcome>> TrashService::moveToTrash(std::vector<fs::path> urls,
+                                                                 CancellationToken token) const {
+    static constexpr const char* calledOff = "It was not moved: that was called off.";
+    auto state = std::make_shared<TrashMoves::State>(*this, std::move(urls));
+    return runInBackground([state = std::move(state), token = std::move(token)] {
+        state->plan();
+        for (std::size_t number = 0; number < state->outcomes.size(); ++number)
+            if (token.isCancelled())
+                state->outcomes[number].failure = calledOff;
+            else
+                state->move(number);
+        state->set.reset();
+        return std::move(state->outcomes);
+    });
 }
 
 std::future<TrashOutcome> TrashService::moveToTrash(fs::path url) const {
-    return runInBackground(
-        [service = *this, outcome = TrashOutcome{url, {}, {}}, urls = std::vector{url}]() mutable {
-            TrashJournal::Set set = service.journal.plan(urls);
-            moveOne(service, outcome);
-            if (outcome.trashedTo)
-                set.noteMoved(0, *outcome.trashedTo);
-            return std::move(outcome);
-        });
+    auto state = std::make_shared<TrashMoves::State>(*this, std::vector{std::move(url)});
+    return runInBackground([state = std::move(state)] {
+        state->plan();
+        state->move(0);
+        state->set.reset();
+        return std::move(state->outcomes.front());
+    });
 }
 
 std::future<EmptyTrashOutcome> TrashService::emptyTrash(double timeout) const {

@@ -13,16 +13,36 @@
 #include "TarnwellCore/Analysis/CommandResult.hpp"
 #include "TarnwellCore/Scanning/DiskScanner.hpp"
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <future>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace tarnwell {
+
+/// Items on their way to the Trash as one set, moved one at a time by whoever has something to see to before
+/// each. Confined to one thread. Never throws once it is made.
+class TrashMoves {
+public:
+    TrashMoves(TrashMoves&&) noexcept;
+    TrashMoves& operator=(TrashMoves&&) noexcept;
+    ~TrashMoves();
+
+    /// Moves the item at this place in the list.
+    TrashOutcome move(std::size_t number);
+
+private:
+    friend class TrashService;
+    struct State;
+    explicit TrashMoves(std::unique_ptr<State> state);
+    std::unique_ptr<State> state_;
+};
 
 /// A value without mutable state: every operation works on a copy of the service, so it may be used from any
 /// thread and may go away while an operation runs. Operations report failures as data and never throw, nor
@@ -60,9 +80,15 @@ public:
 
     std::vector<std::filesystem::path> volumeTrashURLs() const { return volumeTrashURLsProvider(); }
 
-    /// Moves the items one after another; one outcome each, in the same order. A failure stops nothing.
-    std::future<std::vector<TrashOutcome>> moveToTrash(std::vector<std::filesystem::path> urls) const;
+    /// Moves the items one after another; one outcome each, in the same order. A failure stops nothing. Once
+    /// cancelled, the items that are left stay where they are, which their outcomes say.
+    std::future<std::vector<TrashOutcome>> moveToTrash(std::vector<std::filesystem::path> urls,
+                                                       CancellationToken token = {}) const;
     std::future<TrashOutcome> moveToTrash(std::filesystem::path url) const;
+
+    /// Notes what is about to be moved, for a caller that moves the items one by one. Works on a copy of the
+    /// service and of the items.
+    TrashMoves planMoves(std::vector<std::filesystem::path> urls) const;
 
     /// Asks the Finder to empty the Trash for good. `timeout` in seconds.
     std::future<EmptyTrashOutcome> emptyTrash(double timeout) const;

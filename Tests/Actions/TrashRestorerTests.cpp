@@ -165,6 +165,25 @@ TEST_F(TrashRestorerTests, AMoveCutShortIsFoundByItsIdentity) {
     EXPECT_EQ(readFile(item), "x");
 }
 
+TEST_F(TrashRestorerTests, WhatIsCalledOffStaysAndGoesBackLater) {
+    const std::vector<fs::path> items{folder.writeFile("a", "1"), folder.writeFile("b", "2")};
+    const auto landed = moveToTrash(items);
+    CancellationToken token;
+    restorer.move = [&](int from, const char* name, int to, const char* newName) {
+        token.cancel();
+        return moveExclusively(from, name, to, newName);
+    };
+    const auto outcomes = restorer.restore(landed, token).get();
+    EXPECT_EQ(outcomes[0].refusal, RestoreRefusal::cancelled);
+    EXPECT_TRUE(outcomes[1].succeeded()) << "the one moved last is the first";
+    EXPECT_TRUE(fs::exists(landed[0]));
+    EXPECT_TRUE(restorer.list(token).get().items.empty());
+    EXPECT_TRUE(restore(landed[0]).succeeded()) << "nothing was forgotten";
+    const auto uncalled = service.moveToTrash(items, token).get();
+    EXPECT_FALSE(uncalled[0].succeeded() || uncalled[1].succeeded());
+    EXPECT_TRUE(fs::exists(items[0]));
+}
+
 TEST_F(TrashRestorerTests, LinksOfOthersLeadNowhere) {
     if (::getuid() != 0)
         GTEST_SKIP() << "needs another user's link";
