@@ -67,7 +67,7 @@ void writeChange(JSONWriter& writer, const SnapshotDelta::Change& change) {
     writer.endObject();
 }
 
-CLIResult success(std::string text) {
+CLIResult succeeded(std::string text) {
     return {.exitCode = 0, .standardOutput = std::move(text), .standardError = {}};
 }
 
@@ -82,18 +82,19 @@ CLIResult saveSnapshot(const std::string& path, bool json, const CLIServices& se
         ScanSnapshot::capture(services.scan(expandTilde(path)).get(), capturedDepth, capturedSize);
     services.snapshotStore()->save(snapshot);
     if (json)
-        return success(document(styles.output, [&](JSONWriter& writer) {
+        return succeeded(document(styles.output, [&](JSONWriter& writer) {
             snapshotObject(writer, snapshot);
             writeVersion(writer);
         }));
-    return success("Saved snapshot " + snapshot.id.text() + "\n" + styled(snapshot.rootPath, styles.output) +
-                   "\n" + sizeText(snapshot.totalAllocatedSize) + " on disk\n");
+    return succeeded("Saved snapshot " + snapshot.id.text() + "\n" +
+                     styled(snapshot.rootPath, styles.output) + "\n" + sizeText(snapshot.totalAllocatedSize) +
+                     " on disk\n");
 }
 
 CLIResult listSnapshots(bool json, const CLIServices& services, CLIStyles styles) {
     const std::vector<ScanSnapshot> snapshots = services.snapshotStore()->list();
     if (json)
-        return success(document(styles.output, [&](JSONWriter& writer) {
+        return succeeded(document(styles.output, [&](JSONWriter& writer) {
             writer.key("entries");
             writer.beginArray();
             for (const ScanSnapshot& snapshot : snapshots) {
@@ -105,13 +106,13 @@ CLIResult listSnapshots(bool json, const CLIServices& services, CLIStyles styles
             writeVersion(writer);
         }));
     if (snapshots.empty())
-        return success("No snapshots.\n");
+        return succeeded("No snapshots.\n");
     std::string text;
     for (const ScanSnapshot& snapshot : snapshots)
         text += snapshot.id.text() + "  " + dateText(snapshot.createdAt) + "  " +
                 sizeText(snapshot.totalAllocatedSize) + "  " + styled(snapshot.rootPath, styles.output) +
                 "\n";
-    return success(std::move(text));
+    return succeeded(std::move(text));
 }
 
 CLIResult diffSnapshots(std::string_view before, std::string_view after, bool json,
@@ -125,8 +126,8 @@ CLIResult diffSnapshots(std::string_view before, std::string_view after, bool js
         return failure(newer.error(), styles.error);
     const SnapshotDelta delta = SnapshotDelta::compare(**older, **newer, reportedChange, comparedSize);
     if (json)
-        return success(document(styles.output, [&](JSONWriter& writer) { diffObject(writer, delta); }));
-    return success(diffText(delta, styles.output));
+        return succeeded(document(styles.output, [&](JSONWriter& writer) { diffObject(writer, delta); }));
+    return succeeded(diffText(delta, styles.output));
 }
 
 void snapshotObject(JSONWriter& writer, const ScanSnapshot& snapshot) {

@@ -44,6 +44,11 @@ if(TARNWELL_WARNINGS_AS_ERRORS)
 endif()
 target_compile_definitions(tarnwell_compile_settings INTERFACE $<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>
   $<$<CONFIG:Debug>:_LIBCPP_HARDENING_MODE=_LIBCPP_HARDENING_MODE_EXTENSIVE>)
+if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # A source that is included by another looks like a header, in which an anonymous namespace would be a fault, and
+  # what its neighbours name is in sight.
+  target_compile_options(tarnwell_compile_settings INTERFACE -Wno-subobject-linkage -Wno-shadow)
+endif()
 # What sanitizers pass over. It is handed on as a copy with a digest in its name: ccache before 4.9 takes an object for
 # current though the list has changed.
 function(tarnwell_sanitizers_ignore list)

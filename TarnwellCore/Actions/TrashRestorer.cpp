@@ -1,6 +1,7 @@
 #include "TarnwellCore/Actions/TrashRestorer.hpp"
 
 #include "TarnwellCore/Analysis/TrashFolders.hpp"
+#include "TarnwellCore/Classification/PathUtil.hpp"
 #include "TarnwellCore/Platform/BackgroundTask.hpp"
 #include "TarnwellCore/Platform/FolderMaking.hpp"
 #include "TarnwellCore/Platform/FolderOpening.hpp"
@@ -102,13 +103,6 @@ std::string otherName(const std::string& name, int attempt) {
     return shortened(stem, longestName - mark.size() - extension.size()) + mark + extension;
 }
 
-fs::path withoutTrailingSlashes(const fs::path& path) {
-    std::string text = path.native();
-    while (text.size() > 1 && text.ends_with('/'))
-        text.pop_back();
-    return text;
-}
-
 /// What is known of the items in the Trash, looked up once for an operation.
 class Knowledge {
 public:
@@ -200,7 +194,7 @@ public:
         : restorer_(restorer), knowledge_(knowledge), journal_(journal) {}
 
     RestoreOutcome run(const fs::path& source) const {
-        const fs::path location = withoutTrailingSlashes(source);
+        const fs::path location(PathUtil::withoutTrailingSlashes(source.native()));
         if (!location.is_absolute() || location.native().find('\0') != std::string::npos)
             return failed(source, EINVAL);
         const auto isThere = TrashFolders::isThere(location.parent_path());
@@ -236,7 +230,8 @@ private:
         if (!trashFolders_) {
             trashFolders_.emplace();
             for (const fs::path& each : restorer_.trashFolders(restorer_.home()))
-                trashFolders_->insert(resolveLinks(withoutTrailingSlashes(each)));
+                trashFolders_->insert(
+                    resolveLinks(fs::path(PathUtil::withoutTrailingSlashes(each.native()))));
         }
         return trashFolders_->contains(resolveLinks(folder));
     }
@@ -319,7 +314,7 @@ std::future<TrashListing> TrashRestorer::list(CancellationToken token) const {
         TrashListing listing;
         std::set<fs::path> seen;
         for (const fs::path& given : restorer.trashFolders(restorer.home())) {
-            const fs::path folder = withoutTrailingSlashes(given);
+            const fs::path folder(PathUtil::withoutTrailingSlashes(given.native()));
             const auto isThere = TrashFolders::isThere(folder);
             if (!isThere)
                 listing.unanswered.push_back(folder);
@@ -361,7 +356,7 @@ std::future<std::vector<RestoreOutcome>> TrashRestorer::restore(std::vector<fs::
         std::vector<std::pair<std::ptrdiff_t, std::size_t>> order;
         for (std::size_t index = 0; index < locations.size(); ++index) {
             const TrashJournalEntry* const entry =
-                knowledge.entryAt(withoutTrailingSlashes(locations[index]));
+                knowledge.entryAt(fs::path(PathUtil::withoutTrailingSlashes(locations[index].native())));
             order.emplace_back(entry == nullptr ? -1 : entry - knowledge.entries().data(), index);
         }
         std::ranges::stable_sort(order, [](const auto& a, const auto& b) { return a.first > b.first; });

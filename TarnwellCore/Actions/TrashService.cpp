@@ -2,6 +2,7 @@
 
 #include "TarnwellCore/Analysis/Shell.hpp"
 #include "TarnwellCore/Analysis/TrashFolders.hpp"
+#include "TarnwellCore/Classification/PathUtil.hpp"
 #include "TarnwellCore/Platform/BackgroundTask.hpp"
 #include "TarnwellCore/Platform/Trash.hpp"
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
@@ -24,16 +25,9 @@ constexpr std::string_view emptyingTool = "/usr/bin/osascript";
 constexpr std::string_view emptyingScript = "tell application \"Finder\" to empty trash";
 constexpr double emptyingGracePeriod = 2.0;
 
-/// The item's path without the directory marks at its end, with which a link would lead to its target.
-fs::path withoutTrailingSlashes(const fs::path& url) {
-    std::string text = url.string();
-    while (text.size() > 1 && text.back() == '/')
-        text.pop_back();
-    return text;
-}
-
 std::optional<fs::path> moveToPlatformTrash(const fs::path& url) {
-    const fs::path item = withoutTrailingSlashes(url);
+    // With a "/" at its end a link would lead to its target.
+    const fs::path item(PathUtil::withoutTrailingSlashes(url.native()));
     if (item.empty())
         throw std::runtime_error(std::generic_category().message(ENOENT));
     if (item.native().find('\0') != std::string::npos) // the platform would see another, shorter path

@@ -10,7 +10,7 @@ namespace tarnwell {
 
 namespace {
 
-constexpr std::ptrdiff_t prefetchDistance = 6; // nodes
+constexpr std::ptrdiff_t nodesAhead = 6; // nodes
 constexpr std::size_t nodesBetweenLooks = 4096;
 
 /// One walk. Folders that are under way are on a stack of its own, each with the state of its path.
@@ -43,8 +43,8 @@ public:
             }
             const FileNode& node = **frame.next++;
             // Siblings lie anywhere in memory: fetch those to come while this one is tested.
-            if (frame.end - frame.next >= prefetchDistance) {
-                const auto* ahead = reinterpret_cast<const std::byte*>(frame.next[prefetchDistance - 1]);
+            if (frame.end - frame.next >= nodesAhead) {
+                const auto* ahead = reinterpret_cast<const std::byte*>(frame.next[nodesAhead - 1]);
                 __builtin_prefetch(ahead);
                 __builtin_prefetch(ahead + 64);
             }

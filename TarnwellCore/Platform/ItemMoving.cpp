@@ -13,7 +13,7 @@ namespace tarnwell {
 
 namespace {
 
-int errorOf(int result) {
+int errorAfter(int result) {
     return result == -1 ? errno : 0;
 }
 
@@ -23,9 +23,9 @@ int moveByOlderCalls(int fromFolder, const char* fromName, int toFolder, const c
     if (::fstatat(fromFolder, fromName, &item, AT_SYMLINK_NOFOLLOW) != 0)
         return errno;
     if (!S_ISDIR(item.st_mode)) {
-        const int error = errorOf(::linkat(fromFolder, fromName, toFolder, toName, 0));
+        const int error = errorAfter(::linkat(fromFolder, fromName, toFolder, toName, 0));
         if (error == 0)
-            return errorOf(::unlinkat(fromFolder, fromName, 0));
+            return errorAfter(::unlinkat(fromFolder, fromName, 0));
         const bool hasNoLinks = error == EPERM || error == ENOTSUP || error == EOPNOTSUPP || error == EMLINK;
         if (!hasNoLinks)
             return error;
@@ -35,7 +35,7 @@ int moveByOlderCalls(int fromFolder, const char* fromName, int toFolder, const c
         return EEXIST;
     if (errno != ENOENT)
         return errno;
-    return errorOf(::renameat(fromFolder, fromName, toFolder, toName));
+    return errorAfter(::renameat(fromFolder, fromName, toFolder, toName));
 }
 
 } // namespace
@@ -46,7 +46,7 @@ bool ItemIdentity::mayBe(const ItemIdentity& other) const {
 }
 
 int moveExclusively(int fromFolder, const char* fromName, int toFolder, const char* toName) {
-    const int error = errorOf(withoutInterruption(
+    const int error = errorAfter(withoutInterruption(
         [&] { return ItemMovingDetail::renameWithoutReplacing(fromFolder, fromName, toFolder, toName); }));
     const bool isUnknown = error == EINVAL || error == ENOSYS || error == ENOTSUP || error == EOPNOTSUPP;
     return isUnknown ? moveByOlderCalls(fromFolder, fromName, toFolder, toName) : error;

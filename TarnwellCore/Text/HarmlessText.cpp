@@ -122,7 +122,7 @@ void appendEscape(std::string& text, char32_t code) {
     text += '}';
 }
 
-bool isPlain(std::string_view bytes) {
+bool isPlainName(std::string_view bytes) {
     return !WordScan::any(bytes, [](std::uint64_t word) {
         return WordScan::anyBelow(word, 0x20) | WordScan::anyEqual(word, 0x7F) | WordScan::anyAbove7F(word);
     });
@@ -131,7 +131,7 @@ bool isPlain(std::string_view bytes) {
 } // namespace
 
 bool isHarmless(std::string_view bytes) {
-    if (isPlain(bytes))
+    if (isPlainName(bytes))
         return true;
     char32_t previous = 0;
     while (!bytes.empty()) {
@@ -145,7 +145,7 @@ bool isHarmless(std::string_view bytes) {
 }
 
 void appendHarmless(std::string& text, std::string_view bytes) {
-    if (isPlain(bytes)) [[likely]] {
+    if (isPlainName(bytes)) [[likely]] {
         text += bytes;
         return;
     }

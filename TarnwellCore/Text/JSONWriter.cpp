@@ -40,7 +40,7 @@ char* put(char* place, std::string_view bytes) {
 
 /// Whether the bytes stand in a JSON string as they are: ASCII without control characters, quotes and
 /// backslashes. Most names do.
-bool isPlain(std::string_view bytes) {
+bool needsNoEscape(std::string_view bytes) {
     return !WordScan::any(bytes, [](std::uint64_t word) {
         return WordScan::anyBelow(word, 0x20) | WordScan::anyEqual(word, '"') |
                WordScan::anyEqual(word, '\\') | WordScan::anyAbove7F(word);
@@ -122,7 +122,7 @@ void JSONWriter::endArray() {
 }
 
 void JSONWriter::key(std::string_view name) {
-    if (!isPlain(name)) {
+    if (!needsNoEscape(name)) {
         std::string escaped;
         appendEscaped(escaped, name);
         writeKey(escaped);
@@ -137,7 +137,7 @@ void JSONWriter::writeKey(std::string_view escaped) {
 }
 
 void JSONWriter::string(std::string_view bytes) {
-    if (!isPlain(bytes)) {
+    if (!needsNoEscape(bytes)) {
         std::string escaped;
         appendEscaped(escaped, bytes);
         escapedString(escaped);
@@ -175,7 +175,7 @@ void JSONWriter::null() {
 
 // Once at most: what is repaired is valid.
 void JSONWriter::appendEscaped(std::string& text, std::string_view bytes) { // NOLINT(misc-no-recursion)
-    if (isPlain(bytes)) [[likely]] {
+    if (needsNoEscape(bytes)) [[likely]] {
         text += bytes;
         return;
     }
@@ -202,7 +202,7 @@ void JSONWriter::appendEscaped(std::string& text, std::string_view bytes) { // N
 
 // Once at most, again.
 std::size_t JSONWriter::escapedLength(std::string_view bytes) { // NOLINT(misc-no-recursion)
-    if (isPlain(bytes)) [[likely]]
+    if (needsNoEscape(bytes)) [[likely]]
         return bytes.size();
     if (!isValidUTF8(bytes))
         return escapedLength(repairedUTF8(bytes));
