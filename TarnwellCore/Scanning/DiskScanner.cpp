@@ -3,6 +3,7 @@
 #include "TarnwellCore/Classification/PathUtil.hpp"
 #include "TarnwellCore/Platform/BackgroundTask.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
+#include "TarnwellCore/Scanning/LiveTree.hpp"
 #include "TarnwellCore/Scanning/PathMetadata.hpp"
 #include "TarnwellCore/Scanning/ProgressPoller.hpp"
 #include "TarnwellCore/Scanning/ScanEngine.hpp"
@@ -17,8 +18,10 @@ namespace {
 using ProgressHandler = DiskScanner::ProgressHandler;
 
 ScanResult runScan(const std::filesystem::path& url, const ScanOptions& options,
-                   const ProgressHandler& progress, const CancellationToken& token) {
+                   const ProgressHandler& progress, const CancellationToken& token,
+                   const std::shared_ptr<LiveTree>& live) {
     ScanEngine engine(DiskScanner::normalize(url), options);
+    engine.show(live);
     const auto registration = token.onCancel([&] { engine.cancel(); });
     std::optional<ProgressPoller> poller;
     if (progress)
@@ -86,10 +89,10 @@ std::string DiskScanner::normalize(const std::filesystem::path& url) {
 }
 
 std::future<ScanResult> DiskScanner::scan(const std::filesystem::path& url, ScanOptions options,
-                                          ProgressHandler progress, CancellationToken token) const {
-    return runInBackground([url, options = std::move(options), progress = std::move(progress), token] {
-        return runScan(url, options, progress, token);
-    });
+                                          ProgressHandler progress, CancellationToken token,
+                                          std::shared_ptr<LiveTree> live) const {
+    return runInBackground([url, options = std::move(options), progress = std::move(progress), token,
+                            live = std::move(live)] { return runScan(url, options, progress, token, live); });
 }
 
 std::future<DirectoryMeasurement> DiskScanner::measure(const std::filesystem::path& url, ScanOptions options,
@@ -116,18 +119,20 @@ std::unique_ptr<ScanSession> DiskScanner::session(const std::filesystem::path& u
     return std::make_unique<ScanSession>(url, std::move(options));
 }
 
-ScanSession::ScanSession(const std::filesystem::path& url, ScanOptions options) {
-    result_ = runInBackground([url, options = std::move(options), stream = progress_,
-                               token = token_]() -> ScanResult {
-                  struct Finisher {
-                      AsyncStream<ScanProgress> stream;
-                      ~Finisher() { stream.finish(); }
-                  } const finisher{stream};
-                  ScanResult result = runScan(
-                      url, options, [&](const ScanProgress& progress) { stream.yield(progress); }, token);
-                  stream.yield(finalProgress(result));
-                  return result;
-              }).share();
+ScanSession::ScanSession(const std::filesystem::path& url, ScanOptions options,
+                         std::shared_ptr<LiveTree> live) {
+    result_ =
+        runInBackground([url, options = std::move(options), stream = progress_, token = token_,
+                         live = std::move(live)]() -> ScanResult {
+            struct Finisher {
+                AsyncStream<ScanProgress> stream;
+                ~Finisher() { stream.finish(); }
+            } const finisher{stream};
+            ScanResult result = runScan(
+                url, options, [&](const ScanProgress& progress) { stream.yield(progress); }, token, live);
+            stream.yield(finalProgress(result));
+            return result;
+        }).share();
 }
 
 ScanSession::~ScanSession() {

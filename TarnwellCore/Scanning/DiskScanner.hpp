@@ -18,6 +18,7 @@
 
 namespace tarnwell {
 
+class LiveTree;
 class ScanSession;
 
 /// Stateless; may be used from any thread. A future that is dropped waits for its operation to end. Where the
@@ -28,9 +29,11 @@ public:
 
     /// Scans the folder on background threads. `progress` is called from another thread, every
     /// `options.progressInterval` seconds, never after the future is ready; an exception that it throws ends
-    /// the reports and, once the scan is done, leaves the future. The future throws ScanError.
+    /// the reports and, once the scan is done, leaves the future. The future throws ScanError. `live`, of
+    /// this scan alone, lets others look at the tree meanwhile (LiveTree.hpp).
     std::future<ScanResult> scan(const std::filesystem::path& url, ScanOptions options = {},
-                                 ProgressHandler progress = nullptr, CancellationToken token = {}) const;
+                                 ProgressHandler progress = nullptr, CancellationToken token = {},
+                                 std::shared_ptr<LiveTree> live = nullptr) const;
 
     /// The totals of a folder without building a tree. Links are not followed: a missing path gives zeros
     /// with `isMissing`, a file its own sizes. `progress` as in a scan. The future throws ScanError.
@@ -53,7 +56,9 @@ public:
 /// One running scan. Destroying it cancels the scan and waits for it to end.
 class ScanSession {
 public:
-    ScanSession(const std::filesystem::path& url, ScanOptions options);
+    /// `live` as in `DiskScanner::scan`.
+    ScanSession(const std::filesystem::path& url, ScanOptions options,
+                std::shared_ptr<LiveTree> live = nullptr);
     ~ScanSession();
     ScanSession(const ScanSession&) = delete;
     ScanSession& operator=(const ScanSession&) = delete;

@@ -10,6 +10,7 @@
 #include "TarnwellCore/Platform/SystemFolders.hpp"
 #include "TarnwellCore/Platform/WorkerThreads.hpp"
 #include "TarnwellCore/Scanning/FolderPaths.hpp"
+#include "TarnwellCore/Scanning/LiveTree.hpp"
 #include "TarnwellCore/Scanning/NodeArena.hpp"
 #include "TarnwellCore/Scanning/PathMetadata.hpp"
 #include "TarnwellCore/Scanning/ScanError.hpp"
@@ -108,6 +109,19 @@ FolderRef ScanEngine::openRoot(std::int32_t& rootDeviceID, double& modificationS
 }
 
 ScanResult ScanEngine::run() {
+    if (live_ == nullptr)
+        return read();
+    try {
+        ScanResult result = read();
+        live_->finish();
+        return result;
+    } catch (...) {
+        live_->abandon();
+        throw;
+    }
+}
+
+ScanResult ScanEngine::read() {
     const auto start = std::chrono::steady_clock::now();
     const NoFetching noFetching;
     ScanResult result;
@@ -134,6 +148,8 @@ ScanResult ScanEngine::run() {
         rootItem.inheritedCategory = FileClassifier::componentCategory(PathUtil::lastComponent(rootPath_));
     }
     FileNode* root = rootItem.node;
+    if (live_ != nullptr)
+        live_->begin(arena, *root);
     exclusions_.addMountPoints(mountPointsBesideListings());
     rootItem.exclusions = exclusions_.rootLevel();
     if (rootItem.folder)
@@ -148,7 +164,8 @@ ScanResult ScanEngine::run() {
                               .descriptors = DescriptorBudget::shared(),
                               .hardlinks = hardlinks_,
                               .queue = queue_,
-                              .rootError = rootError};
+                              .rootError = rootError,
+                              .live = live_.get()};
     WorkerThreads threads([&](WorkerThreads::Place place) {
         const NoFetching noFetchingHere;
         const auto worker = std::make_unique<ScanWorker>(context);
@@ -162,6 +179,8 @@ ScanResult ScanEngine::run() {
     if (rootError != 0 && isEmpty(result.stats))
         throw ScanError::rootNotReadable(rootPath_, rootError);
     if (root != nullptr) {
+        if (live_ != nullptr)
+            live_->beginSettling();
         hardlinks_.assignOwners();
         rollUp(*root, rollUpThreads(workers, result.stats.directoryCount));
         result.root = arena->shareRoot(root);

@@ -9,11 +9,14 @@
 #include "TarnwellCore/Scanning/ScanResult.hpp"
 
 #include <chrono>
+#include <memory>
 #include <string>
+#include <utility>
 
 namespace tarnwell {
 
 struct DirectoryCalls;
+class LiveTree;
 
 /// One scan. `run` is called once; `cancel` and `progress` may be called from any thread while it runs.
 class ScanEngine {
@@ -23,6 +26,9 @@ public:
     /// outlive the engine.
     ScanEngine(std::string rootPath, ScanOptions options, bool buildsTree = true);
     ScanEngine(std::string rootPath, ScanOptions options, bool buildsTree, const DirectoryCalls& calls);
+
+    /// Lets others look at the tree while it is read. Before `run`, and only where a tree is built.
+    void show(std::shared_ptr<LiveTree> live) { live_ = std::move(live); }
 
     /// Blocks until the tree is read. Throws ScanError for what is wrong with the root and when the scan was
     /// cancelled, std::bad_alloc when memory runs out. A sum of sizes beyond 64 bits is a fatal error.
@@ -38,6 +44,7 @@ public:
     static int defaultWorkerCount(int processors);
 
 private:
+    ScanResult read();
     /// Null when the root is dataless.
     FolderRef openRoot(std::int32_t& rootDeviceID, double& modificationSeconds) const;
 
@@ -50,6 +57,7 @@ private:
     ExclusionIndex exclusions_; // immutable while workers run
     HardlinkRegistry hardlinks_;
     ScanQueue queue_;
+    std::shared_ptr<LiveTree> live_; // may be null
 };
 
 } // namespace tarnwell

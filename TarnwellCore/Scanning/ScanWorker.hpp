@@ -7,6 +7,7 @@
 #include "TarnwellCore/Scanning/DirectoryReader.hpp"
 #include "TarnwellCore/Scanning/FolderHandle.hpp"
 #include "TarnwellCore/Scanning/HardlinkRegistry.hpp"
+#include "TarnwellCore/Scanning/LiveBatch.hpp"
 #include "TarnwellCore/Scanning/NodeArena.hpp"
 #include "TarnwellCore/Scanning/NodeSorter.hpp"
 #include "TarnwellCore/Scanning/ScanQueue.hpp"
@@ -34,6 +35,8 @@ struct ScanContext {
     ScanQueue& queue;
     /// Takes the errno with which the root could not be read, or not to its end.
     std::atomic<int>& rootError;
+    /// Null when nobody looks.
+    LiveTree* live = nullptr;
 
     bool buildsTree() const { return arena != nullptr; }
 };
@@ -75,6 +78,8 @@ private:
         files_.add(file);
     }
     void settle(FileNode& folder);
+    void noteRead(const WorkItem& item, LiveRecord::Kind kind, std::size_t opened);
+    void noteClosed(FileNode* folder);
 
     const ScanContext& context_;
     const TreeArena::Lease region_; // none for a scan that only measures
@@ -84,11 +89,13 @@ private:
     FileCategoryMemo fileCategories_;
     std::vector<WorkItem> pending_; // a stack
     ScanTally tally_;
+    LiveBatch live_; // empty when nobody looks, as is closedFolders_
 
     // Of the folder at hand:
     const WorkItem* item_ = nullptr;
     NodeSorter files_; // the nodes of its entries
     std::vector<FileNode*> folders_;
+    std::vector<FileNode*> closedFolders_; // those that are not going to be read
     FolderSums sums_;
     FileNode* collapseTarget_ = nullptr; // takes everything below the folder; null where nodes are made
     CollapseDelta delta_;
