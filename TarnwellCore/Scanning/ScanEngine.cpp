@@ -9,6 +9,7 @@
 #include "TarnwellCore/Platform/NoFetching.hpp"
 #include "TarnwellCore/Platform/SystemFolders.hpp"
 #include "TarnwellCore/Platform/WorkerThreads.hpp"
+#include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
 #include "TarnwellCore/Scanning/FolderPaths.hpp"
 #include "TarnwellCore/Scanning/LiveTree.hpp"
 #include "TarnwellCore/Scanning/NodeArena.hpp"
@@ -86,7 +87,7 @@ int ScanEngine::defaultWorkerCount(int processors) {
     return processors < 8 ? 4 : std::min(processors, 17) / 2;
 }
 
-FolderRef ScanEngine::openRoot(std::int32_t& rootDeviceID, double& modificationSeconds) const {
+FolderRef ScanEngine::openRoot(RawDirectoryEntry& entry) const {
     const auto metadata = PathMetadata::lstat(rootPath_);
     if (!metadata)
         throw ScanError::rootNotFound(rootPath_);
@@ -102,9 +103,7 @@ FolderRef ScanEngine::openRoot(std::int32_t& rootDeviceID, double& modificationS
     struct stat status = {};
     if (::fstat(folder, &status) != 0)
         throw ScanError::rootNotReadable(rootPath_, errno);
-    const RawDirectoryEntry entry = entryFromStatus(status);
-    rootDeviceID = entry.deviceID;
-    modificationSeconds = entry.modificationSeconds;
+    entry = entryFromStatus(status);
     return root;
 }
 
@@ -128,8 +127,9 @@ ScanResult ScanEngine::read() {
     result.startedAt = currentDate();
     result.options = options_;
     WorkItem rootItem;
-    double modificationSeconds = FileNode::missingTime;
-    rootItem.folder = openRoot(rootItem.deviceID, modificationSeconds);
+    RawDirectoryEntry rootEntry; // of a placeholder it says nothing
+    rootItem.folder = openRoot(rootEntry);
+    rootItem.deviceID = rootEntry.deviceID;
 
     const int limit = std::min(largestWorkerCount, DescriptorBudget::largestWorkerCount());
     const int workers =
@@ -141,7 +141,7 @@ ScanResult ScanEngine::read() {
     if (buildsTree_) {
         arena = std::make_shared<TreeArena>();
         FileNodeAttributes attributes;
-        attributes.modificationSeconds = modificationSeconds;
+        attributes.modificationSeconds = rootEntry.modificationSeconds;
         if (!rootItem.folder)
             attributes.flags.insert(FileNodeFlags::dataless);
         rootItem.node = arena->borrowRegion()->makeNode(nullptr, rootPath_, true, attributes);
@@ -165,6 +165,7 @@ ScanResult ScanEngine::read() {
                               .hardlinks = hardlinks_,
                               .queue = queue_,
                               .rootError = rootError,
+                              .rootDeviceID = rootEntry.deviceID,
                               .live = live_.get()};
     WorkerThreads threads([&](WorkerThreads::Place place) {
         const NoFetching noFetchingHere;
@@ -176,6 +177,8 @@ ScanResult ScanEngine::read() {
     if (cancelFlag_.isSet())
         throw ScanError::cancelled();
     result.stats = queue_.stats();
+    result.folderBytes = queue_.folderBytes();
+    addChecked(*result.folderBytes, rootEntry.allocatedSize);
     if (rootError != 0 && isEmpty(result.stats))
         throw ScanError::rootNotReadable(rootPath_, rootError);
     if (root != nullptr) {

@@ -2,6 +2,7 @@
 
 // Walks one folder tree with several threads and returns its FileNode tree, or only its totals.
 
+#include "TarnwellCore/Platform/RawDirectoryEntry.hpp"
 #include "TarnwellCore/Scanning/AtomicFlag.hpp"
 #include "TarnwellCore/Scanning/ExclusionIndex.hpp"
 #include "TarnwellCore/Scanning/HardlinkRegistry.hpp"
@@ -46,7 +47,7 @@ public:
 private:
     ScanResult read();
     /// Null when the root is dataless.
-    FolderRef openRoot(std::int32_t& rootDeviceID, double& modificationSeconds) const;
+    FolderRef openRoot(RawDirectoryEntry& entry) const;
 
     const std::string rootPath_;
     const ScanOptions options_;

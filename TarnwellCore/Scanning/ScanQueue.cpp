@@ -49,6 +49,7 @@ void ScanTally::clear() {
     stats = {};
     inaccessibleFolders.clear();
     collapseDeltas.clear();
+    folderBytes = 0;
 }
 
 void ScanQueue::push(WorkItem item) {
@@ -85,6 +86,7 @@ bool ScanQueue::finish(std::vector<WorkItem>& left, ScanTally& tally) {
     std::move(left.begin(), left.end(), std::back_inserter(queue_));
     noteHunger();
     merge(stats_, tally.stats);
+    addChecked(folderBytes_, tally.folderBytes);
     std::move(tally.inaccessibleFolders.begin(), tally.inaccessibleFolders.end(),
               std::back_inserter(inaccessibleFolders_));
     std::for_each(tally.collapseDeltas.begin(), tally.collapseDeltas.end(), apply);
@@ -115,6 +117,11 @@ ScanStats ScanQueue::stats(FolderRef& currentFolder) const {
     const std::lock_guard guard(mutex_);
     currentFolder = currentFolder_;
     return stats_;
+}
+
+std::int64_t ScanQueue::folderBytes() const {
+    const std::lock_guard guard(mutex_);
+    return folderBytes_;
 }
 
 std::vector<FolderRef> ScanQueue::takeInaccessibleFolders() {

@@ -66,6 +66,8 @@ struct ScanTally {
     ScanStats stats;
     std::vector<FolderRef> inaccessibleFolders;
     std::vector<CollapseDelta> collapseDeltas;
+    /// Allocated bytes of folders themselves.
+    std::int64_t folderBytes = 0;
 
     void clear();
 };
@@ -89,6 +91,7 @@ public:
     ScanStats stats() const;
     ScanStats stats(FolderRef& currentFolder) const;
     /// Once the workers have left.
+    std::int64_t folderBytes() const;
     std::vector<FolderRef> takeInaccessibleFolders();
 
 private:
@@ -102,6 +105,7 @@ private:
     std::size_t waitingWorkers_ = 0;
     std::atomic<bool> isHungry_ = false; // written under the lock
     ScanStats stats_;
+    std::int64_t folderBytes_ = 0;
     std::vector<FolderRef> inaccessibleFolders_;
     FolderRef currentFolder_;
 };

@@ -260,6 +260,8 @@ void ScanWorker::processSubfolder(const WorkItem& item, const RawDirectoryEntry&
         flags.insert(FileNodeFlags::mountPoint);
         ++tally_.stats.mountPointCount;
     }
+    if (entry.deviceID == context_.rootDeviceID && !isMountPoint)
+        addChecked(tally_.folderBytes, entry.allocatedSize);
 
     WorkItem next;
     next.collapseTarget = collapseTarget_;

@@ -35,6 +35,7 @@ struct ScanContext {
     ScanQueue& queue;
     /// Takes the errno with which the root could not be read, or not to its end.
     std::atomic<int>& rootError;
+    std::int32_t rootDeviceID = 0;
     /// Null when nobody looks.
     LiveTree* live = nullptr;
 
