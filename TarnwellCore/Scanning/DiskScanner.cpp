@@ -9,6 +9,7 @@
 #include "TarnwellCore/Scanning/ScanEngine.hpp"
 
 #include <optional>
+#include <stdexcept>
 #include <utility>
 
 namespace tarnwell {
@@ -17,19 +18,35 @@ namespace {
 
 using ProgressHandler = DiskScanner::ProgressHandler;
 
-ScanResult runScan(const std::filesystem::path& url, const ScanOptions& options,
-                   const ProgressHandler& progress, const CancellationToken& token,
-                   const std::shared_ptr<LiveTree>& live) {
-    ScanEngine engine(DiskScanner::normalize(url), options);
-    engine.show(live);
+/// What `body` makes of the engine, with reports and where it may be called off.
+template <class Body>
+auto watched(ScanEngine& engine, const ProgressHandler& progress, double interval,
+             const CancellationToken& token, Body&& body) {
     const auto registration = token.onCancel([&] { engine.cancel(); });
     std::optional<ProgressPoller> poller;
     if (progress)
-        poller.emplace(options.progressInterval, [&] { progress(engine.progress()); });
-    ScanResult result = engine.run();
+        poller.emplace(interval, [&] { progress(engine.progress()); });
+    auto result = body(engine);
     if (poller)
         poller->finish();
     return result;
+}
+
+ScanResult runScan(const std::string& root, const ScanOptions& options, const ProgressHandler& progress,
+                   const CancellationToken& token, const std::shared_ptr<LiveTree>& live = nullptr) {
+    ScanEngine engine(root, options);
+    engine.show(live);
+    return watched(engine, progress, options.progressInterval, token,
+                   [](ScanEngine& each) { return each.run(); });
+}
+
+ScanResult runRescan(const ScanResult& old, const FileNode& folder, const ProgressHandler& progress,
+                     const CancellationToken& token) {
+    const std::string root(old.root->name());
+    ScanEngine engine(root, old.options);
+    auto result = watched(engine, progress, old.options.progressInterval, token,
+                          [&](ScanEngine& each) { return each.rescan(old, folder); });
+    return result ? *std::move(result) : runScan(root, old.options, progress, token);
 }
 
 /// An empty path is the root's.
@@ -91,8 +108,19 @@ std::string DiskScanner::normalize(const std::filesystem::path& url) {
 std::future<ScanResult> DiskScanner::scan(const std::filesystem::path& url, ScanOptions options,
                                           ProgressHandler progress, CancellationToken token,
                                           std::shared_ptr<LiveTree> live) const {
-    return runInBackground([url, options = std::move(options), progress = std::move(progress), token,
-                            live = std::move(live)] { return runScan(url, options, progress, token, live); });
+    return runInBackground(
+        [url, options = std::move(options), progress = std::move(progress), token, live = std::move(live)] {
+            return runScan(normalize(url), options, progress, token, live);
+        });
+}
+
+std::future<ScanResult> DiskScanner::rescan(ScanResult old, const FileNode& folder, ProgressHandler progress,
+                                            CancellationToken token) const {
+    if (old.root == nullptr || !folder.isDirectory() || &folder.root() != old.root.get())
+        throw std::invalid_argument("only a folder of the scan can be read again");
+    return runInBackground([old = std::move(old), &folder, progress = std::move(progress), token] {
+        return runRescan(old, folder, progress, token);
+    });
 }
 
 std::future<DirectoryMeasurement> DiskScanner::measure(const std::filesystem::path& url, ScanOptions options,

@@ -11,6 +11,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -18,6 +19,7 @@ namespace tarnwell {
 
 struct DirectoryCalls;
 class LiveTree;
+struct ScanContext;
 
 /// One scan. `run` is called once; `cancel` and `progress` may be called from any thread while it runs.
 class ScanEngine {
@@ -35,6 +37,12 @@ public:
     /// cancelled, std::bad_alloc when memory runs out. A sum of sizes beyond 64 bits is a fatal error.
     ScanResult run();
 
+    /// Instead of `run`, with the root path and the options of a scan before: reads one folder of it again
+    /// and returns what a scan of everything would, as far as nothing outside of the folder has changed by
+    /// itself. Nothing when only scanning everything tells; `run` is then for another engine to call. Throws
+    /// as `run` does.
+    std::optional<ScanResult> rescan(const ScanResult& old, const FileNode& folder);
+
     /// Makes `run` throw soon; before `run`, at once.
     void cancel() { cancelFlag_.set(); }
 
@@ -45,7 +53,10 @@ public:
     static int defaultWorkerCount(int processors);
 
 private:
+    struct Workers;
     ScanResult read();
+    void work(const ScanContext& context, const Workers& workers);
+    Workers workers() const;
     /// Null when the root is dataless.
     FolderRef openRoot(RawDirectoryEntry& entry) const;
 

@@ -72,12 +72,17 @@ struct ScanTally {
     void clear();
 };
 
+/// Adds the counts of another part of the scan.
+void addStats(ScanStats& total, const ScanStats& part);
+
 class ScanQueue {
 public:
     /// The most folders that a worker takes at once, and the most that it reads before it comes back.
     static constexpr std::int64_t largestBatch = 24;
 
     void push(WorkItem item);
+    /// Takes in what was counted outside of a batch. Empties it.
+    void count(ScanTally& tally);
 
     bool take(std::vector<WorkItem>& batch);
     /// Empties `left` and `tally`. True when there is more to read than workers wait for.
@@ -95,6 +100,7 @@ public:
     std::vector<FolderRef> takeInaccessibleFolders();
 
 private:
+    void add(ScanTally& tally);
     void noteHunger() { isHungry_.store(queue_.empty() && waitingWorkers_ > 0, std::memory_order_relaxed); }
 
     mutable std::mutex mutex_;

@@ -1,12 +1,14 @@
 #include "TarnwellCore/Scanning/ScanWorker.hpp"
 
 #include "TarnwellCore/Classification/FileClassifier.hpp"
+#include "TarnwellCore/Platform/FileStatus.hpp"
 #include "TarnwellCore/Platform/FolderOpening.hpp"
 #include "TarnwellCore/Platform/NameForms.hpp"
 #include "TarnwellCore/Platform/WorkerThreads.hpp"
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
 #include "TarnwellCore/Scanning/TreeAggregation.hpp"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -68,6 +70,41 @@ void ScanWorker::run(const std::function<void()>& addWorker, bool isAdded) {
         context_.queue.stop();
         throw;
     }
+}
+
+bool ScanWorker::readEntry(WorkItem& item, std::string_view name, FileNode*& found) {
+    found = nullptr;
+    OpenFolder folder{item.folder->open(context_.calls, nullptr)};
+    struct stat status = {};
+    if (folder.descriptor < 0 || ::fstat(folder.descriptor, &status) != 0)
+        return false;
+    const RawDirectoryEntry own = entryFromStatus(status);
+    item.deviceID = own.deviceID;
+    item.node->modificationSeconds = own.modificationSeconds;
+    if (item.depth > 0)
+        item.node->accessSeconds = own.accessSeconds;
+    item_ = &item;
+    collapseTarget_ = nullptr;
+    const EntryConsumer pick = [&](std::span<const RawDirectoryEntry> entries) {
+        for (const RawDirectoryEntry& entry : entries)
+            if (entry.name == name)
+                processEntry(item, entry);
+        return true;
+    };
+    if (!reader_.readEntries(folder.descriptor, item.deviceID, pick))
+        return false;
+    if (files_.count() > 0)
+        found = files_.sorted().front().node;
+    else if (!folders_.empty())
+        found = folders_.front();
+    files_.clear();
+    folders_.clear();
+    sums_ = {};
+    for (WorkItem& next : pending_)
+        context_.queue.push(std::move(next));
+    pending_.clear();
+    context_.queue.count(tally_);
+    return true;
 }
 
 /// Depth first: a subfolder is opened while the processor's caches still hold what the kernel knows of it.

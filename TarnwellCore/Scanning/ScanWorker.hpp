@@ -52,6 +52,12 @@ public:
     /// while there are folders that nobody reads; one that was added leaves when it hardly waits.
     void run(const std::function<void()>& addWorker, bool isAdded);
 
+    /// Looks for one entry of a folder alone, as the scan of the whole folder would see it. Its node has the
+    /// folder's as its parent and is not among its children; what it leads to waits in the queue. False when
+    /// the folder cannot be read; `found` is null when the entry is not there. Sets the folder's device, and
+    /// its times as they are now.
+    bool readEntry(WorkItem& folder, std::string_view name, FileNode*& found);
+
 private:
     /// How many folders it read.
     std::int64_t processBatch();
