@@ -12,7 +12,7 @@ set(TarnwellCore_INSIDE
   Layout/ChildWeights Layout/SizeOrder Layout/SliceLayout
   Scanning/DirectoryReader Scanning/ExclusionIndex Scanning/FolderHandle Scanning/FolderPaths
   Scanning/HardlinkRegistry Scanning/LiveBatch Scanning/NodeSorter Scanning/PathMetadata Scanning/ScanEngine Scanning/ScanQueue
-  Scanning/ScanWorker Scanning/TreeAggregation
+  Scanning/ScanWorker Scanning/TreeAggregation Scanning/TreeGraft
   Snapshots/EscapedPath Snapshots/SnapshotCoding
   Text/WordScan)
 set(TarnwellCore_CLOSED_ROOMS Platform)
@@ -20,7 +20,7 @@ set(TarnwellCore_PUBLIC
   Platform/BlockLayout Platform/CloudItems Platform/ContentReading Platform/Date Platform/ExtentSharing
   Platform/FatalError Platform/FileCalls Platform/HeldSpace Platform/ItemMoving Platform/LocalDay Platform/MeasuredFile
   Platform/RawDirectoryEntry Platform/RegularExpression Platform/RunningPrograms Platform/SHA256 Platform/ScheduledJob Platform/SystemIndex Platform/UUID
-  Platform/UnfairLock Platform/UserDefaults Platform/UserPaths Platform/Volumes)
+  Platform/UnfairLock Platform/UserDefaults Platform/UserPaths Platform/VolumeUsage Platform/Volumes)
 
 set(TarnwellCLIKit_INSIDE RowPath SnapshotCommands)
 

@@ -3,6 +3,7 @@
 #include "TarnwellCore/Platform/Date.hpp"
 #include "TarnwellCore/Platform/EntrySizes.hpp"
 
+#include <algorithm>
 #include <cstring>
 #include <type_traits>
 
@@ -61,14 +62,20 @@ double secondsFrom(const Time& time) {
     return static_cast<double>(time.seconds) - referenceDateOffset;
 }
 
+/// What a record says of the clones of a file; 0 without.
+struct Clones {
+    std::uint64_t identifier = 0;
+    std::uint32_t references = 0;
+};
+
 /// One record; false when it is malformed.
-bool decodeRecord(std::span<const std::byte> record, RawDirectoryEntry& entry) {
+bool decodeRecord(std::span<const std::byte> record, RawDirectoryEntry& entry, Clones& clones) {
     Cursor cursor(record);
     cursor.take<std::uint32_t>(); // its length, known already
     const auto returned = cursor.take<AttributeSet>();
     if ((returned.common & ~requestedCommon) != 0 || returned.volume != 0 ||
         (returned.directory & ~requestedDirectory) != 0 || (returned.file & ~requestedFile) != 0 ||
-        (returned.extended & ~requestedExtended) != 0)
+        (returned.extended & ~(requestedExtended | requestedOfClones)) != 0)
         return false;
 
     if ((returned.common & commonError) != 0)
@@ -112,10 +119,33 @@ bool decodeRecord(std::span<const std::byte> record, RawDirectoryEntry& entry) {
         entry.privateSize = cursor.take<std::int64_t>();
         entry.reportsPrivateSize = true;
     }
-    // The last field: 64 bits wide in the record, of which the lower half, first in memory, is defined.
+    if ((returned.extended & extendedCloneIdentifier) != 0)
+        clones.identifier = cursor.take<std::uint64_t>();
+    // 64 bits wide in the record, of which the lower half, first in memory, is defined.
     if ((returned.extended & extendedFlags) != 0)
         entry.extFlags = cursor.take<std::uint32_t>();
+    if ((returned.extended & extendedCloneReferences) != 0) {
+        if ((returned.extended & extendedFlags) != 0)
+            cursor.take<std::uint32_t>();
+        clones.references = cursor.take<std::uint32_t>();
+    }
     return cursor.isInside();
+}
+
+/// A placeholder's blocks are not here. Of a file that shares some blocks only, nobody says with whom.
+bool isCloneOfOthers(const RawDirectoryEntry& entry, const Clones& clones) {
+    return clones.identifier != 0 && clones.references > 1 && entry.errorCode == 0 &&
+           entry.objectType == VnodeType::regular && entry.reportsPrivateSize &&
+           (entry.extFlags & sharesAllBlocksFlag) != 0 && (entry.finderFlags & datalessFileFlag) == 0;
+}
+
+void describe(HeldSpace& held, const RawDirectoryEntry& entry, const Clones& clones) {
+    const std::int64_t exclusive = std::clamp<std::int64_t>(entry.privateSize, 0, entry.allocatedSize);
+    held.traits = HeldSpace::cloneGroup | HeldSpace::knowsExclusive;
+    held.fileSystem = static_cast<std::uint32_t>(entry.deviceID);
+    held.references = clones.references;
+    held.exclusive = exclusive;
+    held.extents = {{clones.identifier, static_cast<std::uint64_t>(entry.allocatedSize - exclusive)}};
 }
 
 bool isLeftOut(const RawDirectoryEntry& entry) {
@@ -125,7 +155,7 @@ bool isLeftOut(const RawDirectoryEntry& entry) {
 } // namespace
 
 DecodeOutcome decode(std::span<const std::byte> bytes, std::size_t recordCount, EntryBatch& batch,
-                     const std::int32_t* device) {
+                     const std::int32_t* device, HeldByBatch* held) {
     bool isWellFormed = true;
     for (; recordCount > 0; --recordCount) {
         if (batch.isFull() && !batch.handOn())
@@ -137,13 +167,19 @@ DecodeOutcome decode(std::span<const std::byte> bytes, std::size_t recordCount, 
         if (!isWellFormed)
             break;
         RawDirectoryEntry& entry = batch.add();
-        isWellFormed = decodeRecord(bytes.first(length), entry);
+        Clones clones;
+        isWellFormed = decodeRecord(bytes.first(length), entry, clones);
         if (device != nullptr)
             entry.deviceID = *device;
         if (!isWellFormed || isLeftOut(entry))
             batch.removeLast();
         else if (entry.errorCode == 0 && (entry.logicalSize < 0 || entry.allocatedSize < 0))
             rejectSizes(entry);
+        else if (held != nullptr && isCloneOfOthers(entry, clones)) {
+            HeldSpace& place = (*held)[batch.count() - 1];
+            describe(place, entry, clones);
+            entry.held = &place;
+        }
         if (!isWellFormed)
             break;
         bytes = bytes.subspan(length);

@@ -3,11 +3,13 @@
 #include "TarnwellCore/Classification/PathUtil.hpp"
 #include "TarnwellCore/Platform/BackgroundTask.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
+#include "TarnwellCore/Scanning/LiveTree.hpp"
 #include "TarnwellCore/Scanning/PathMetadata.hpp"
 #include "TarnwellCore/Scanning/ProgressPoller.hpp"
 #include "TarnwellCore/Scanning/ScanEngine.hpp"
 
 #include <optional>
+#include <stdexcept>
 #include <utility>
 
 namespace tarnwell {
@@ -16,17 +18,35 @@ namespace {
 
 using ProgressHandler = DiskScanner::ProgressHandler;
 
-ScanResult runScan(const std::filesystem::path& url, const ScanOptions& options,
-                   const ProgressHandler& progress, const CancellationToken& token) {
-    ScanEngine engine(DiskScanner::normalize(url), options);
+/// What `body` makes of the engine, with reports and where it may be called off.
+template <class Body>
+auto watched(ScanEngine& engine, const ProgressHandler& progress, double interval,
+             const CancellationToken& token, Body&& body) {
     const auto registration = token.onCancel([&] { engine.cancel(); });
     std::optional<ProgressPoller> poller;
     if (progress)
-        poller.emplace(options.progressInterval, [&] { progress(engine.progress()); });
-    ScanResult result = engine.run();
+        poller.emplace(interval, [&] { progress(engine.progress()); });
+    auto result = body(engine);
     if (poller)
         poller->finish();
     return result;
+}
+
+ScanResult runScan(const std::string& root, const ScanOptions& options, const ProgressHandler& progress,
+                   const CancellationToken& token, const std::shared_ptr<LiveTree>& live = nullptr) {
+    ScanEngine engine(root, options);
+    engine.show(live);
+    return watched(engine, progress, options.progressInterval, token,
+                   [](ScanEngine& each) { return each.run(); });
+}
+
+ScanResult runRescan(const ScanResult& old, const FileNode& folder, const ProgressHandler& progress,
+                     const CancellationToken& token) {
+    const std::string root(old.root->name());
+    ScanEngine engine(root, old.options);
+    auto result = watched(engine, progress, old.options.progressInterval, token,
+                          [&](ScanEngine& each) { return each.rescan(old, folder); });
+    return result ? *std::move(result) : runScan(root, old.options, progress, token);
 }
 
 /// An empty path is the root's.
@@ -86,9 +106,20 @@ std::string DiskScanner::normalize(const std::filesystem::path& url) {
 }
 
 std::future<ScanResult> DiskScanner::scan(const std::filesystem::path& url, ScanOptions options,
-                                          ProgressHandler progress, CancellationToken token) const {
-    return runInBackground([url, options = std::move(options), progress = std::move(progress), token] {
-        return runScan(url, options, progress, token);
+                                          ProgressHandler progress, CancellationToken token,
+                                          std::shared_ptr<LiveTree> live) const {
+    return runInBackground(
+        [url, options = std::move(options), progress = std::move(progress), token, live = std::move(live)] {
+            return runScan(normalize(url), options, progress, token, live);
+        });
+}
+
+std::future<ScanResult> DiskScanner::rescan(ScanResult old, const FileNode& folder, ProgressHandler progress,
+                                            CancellationToken token) const {
+    if (old.root == nullptr || !folder.isDirectory() || &folder.root() != old.root.get())
+        throw std::invalid_argument("only a folder of the scan can be read again");
+    return runInBackground([old = std::move(old), &folder, progress = std::move(progress), token] {
+        return runRescan(old, folder, progress, token);
     });
 }
 
@@ -116,18 +147,20 @@ std::unique_ptr<ScanSession> DiskScanner::session(const std::filesystem::path& u
     return std::make_unique<ScanSession>(url, std::move(options));
 }
 
-ScanSession::ScanSession(const std::filesystem::path& url, ScanOptions options) {
-    result_ = runInBackground([url, options = std::move(options), stream = progress_,
-                               token = token_]() -> ScanResult {
-                  struct Finisher {
-                      AsyncStream<ScanProgress> stream;
-                      ~Finisher() { stream.finish(); }
-                  } const finisher{stream};
-                  ScanResult result = runScan(
-                      url, options, [&](const ScanProgress& progress) { stream.yield(progress); }, token);
-                  stream.yield(finalProgress(result));
-                  return result;
-              }).share();
+ScanSession::ScanSession(const std::filesystem::path& url, ScanOptions options,
+                         std::shared_ptr<LiveTree> live) {
+    result_ =
+        runInBackground([url, options = std::move(options), stream = progress_, token = token_,
+                         live = std::move(live)]() -> ScanResult {
+            struct Finisher {
+                AsyncStream<ScanProgress> stream;
+                ~Finisher() { stream.finish(); }
+            } const finisher{stream};
+            ScanResult result = runScan(
+                url, options, [&](const ScanProgress& progress) { stream.yield(progress); }, token, live);
+            stream.yield(finalProgress(result));
+            return result;
+        }).share();
 }
 
 ScanSession::~ScanSession() {

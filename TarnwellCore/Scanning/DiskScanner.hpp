@@ -18,6 +18,7 @@
 
 namespace tarnwell {
 
+class LiveTree;
 class ScanSession;
 
 /// Stateless; may be used from any thread. A future that is dropped waits for its operation to end. Where the
@@ -28,9 +29,21 @@ public:
 
     /// Scans the folder on background threads. `progress` is called from another thread, every
     /// `options.progressInterval` seconds, never after the future is ready; an exception that it throws ends
-    /// the reports and, once the scan is done, leaves the future. The future throws ScanError.
+    /// the reports and, once the scan is done, leaves the future. The future throws ScanError. `live`, of
+    /// this scan alone, lets others look at the tree meanwhile (LiveTree.hpp).
     std::future<ScanResult> scan(const std::filesystem::path& url, ScanOptions options = {},
-                                 ProgressHandler progress = nullptr, CancellationToken token = {}) const;
+                                 ProgressHandler progress = nullptr, CancellationToken token = {},
+                                 std::shared_ptr<LiveTree> live = nullptr) const;
+
+    /// Reads one folder of a scan again: a result of its own, node by node what scanning the same root with
+    /// the same options would give, as far as only what is in and of the folder has changed since; the old
+    /// tree stays as it is, for as long as somebody holds it. `folder` is a folder of `old`, which must have
+    /// a tree (std::invalid_argument). The folder may have gone, or have become something else. Where what it
+    /// holds tells that files elsewhere changed with it (a new link to one of them, blocks newly shared), and
+    /// for the root itself, and after scans that did not keep what files share or have folders with sums
+    /// alone, everything is scanned again. `folderBytes` is known only then. Otherwise as `scan`.
+    std::future<ScanResult> rescan(ScanResult old, const FileNode& folder, ProgressHandler progress = nullptr,
+                                   CancellationToken token = {}) const;
 
     /// The totals of a folder without building a tree. Links are not followed: a missing path gives zeros
     /// with `isMissing`, a file its own sizes. `progress` as in a scan. The future throws ScanError.
@@ -53,7 +66,9 @@ public:
 /// One running scan. Destroying it cancels the scan and waits for it to end.
 class ScanSession {
 public:
-    ScanSession(const std::filesystem::path& url, ScanOptions options);
+    /// `live` as in `DiskScanner::scan`.
+    ScanSession(const std::filesystem::path& url, ScanOptions options,
+                std::shared_ptr<LiveTree> live = nullptr);
     ~ScanSession();
     ScanSession(const ScanSession&) = delete;
     ScanSession& operator=(const ScanSession&) = delete;

@@ -89,14 +89,14 @@ enum class LiveState : std::uint8_t {
 struct LivePage {
     LiveState state = LiveState::waiting;
     /// The folder itself, with its own files.
-    LiveFolder folder;
+    LiveFolder folder = {};
     /// Those directly in it: larger `bytes.size` with `linked.size` first, equal ones by name.
-    std::vector<LiveFolder> folders;
+    std::vector<LiveFolder> folders = {};
     /// The files directly in it, larger `size` first, equal ones by name. Never null; empty until the folder
-    /// was read. The same list, not another that is equal, as long as it has not changed.
-    std::shared_ptr<const std::vector<LiveFile>> files;
+    /// was read. The same list, not one that is equal, at every look from then on until the scan ends.
+    std::shared_ptr<const std::vector<LiveFile>> files = {};
     /// Keeps the nodes alive.
-    std::shared_ptr<const void> tree;
+    std::shared_ptr<const void> tree = {};
 };
 
 /// Of one scan. Every function for viewers may be called at any time from any thread, by any number of

@@ -10,22 +10,6 @@ namespace tarnwell {
 
 namespace {
 
-void merge(ScanStats& total, const ScanStats& part) {
-    addChecked(total.totalSize, part.totalSize);
-    addChecked(total.totalAllocatedSize, part.totalAllocatedSize);
-    addChecked(total.totalReclaimableSize, part.totalReclaimableSize);
-    total.fileCount += part.fileCount;
-    total.directoryCount += part.directoryCount;
-    total.symlinkCount += part.symlinkCount;
-    total.packageCount += part.packageCount;
-    total.hardlinkDuplicateCount += part.hardlinkDuplicateCount;
-    addChecked(total.hardlinkSavedBytes, part.hardlinkSavedBytes);
-    total.inaccessibleCount += part.inaccessibleCount;
-    total.inaccessibleEntryCount += part.inaccessibleEntryCount;
-    total.mountPointCount += part.mountPointCount;
-    total.maximumDepth = std::max(total.maximumDepth, part.maximumDepth);
-}
-
 /// Counts of a node have 32 bits.
 void addCount(std::int32_t& count, std::int64_t amount) {
     if (__builtin_add_overflow(count, amount, &count)) [[unlikely]]
@@ -45,10 +29,27 @@ void apply(const CollapseDelta& delta) {
 
 } // namespace
 
+void addStats(ScanStats& total, const ScanStats& part) {
+    addChecked(total.totalSize, part.totalSize);
+    addChecked(total.totalAllocatedSize, part.totalAllocatedSize);
+    addChecked(total.totalReclaimableSize, part.totalReclaimableSize);
+    total.fileCount += part.fileCount;
+    total.directoryCount += part.directoryCount;
+    total.symlinkCount += part.symlinkCount;
+    total.packageCount += part.packageCount;
+    total.hardlinkDuplicateCount += part.hardlinkDuplicateCount;
+    addChecked(total.hardlinkSavedBytes, part.hardlinkSavedBytes);
+    total.inaccessibleCount += part.inaccessibleCount;
+    total.inaccessibleEntryCount += part.inaccessibleEntryCount;
+    total.mountPointCount += part.mountPointCount;
+    total.maximumDepth = std::max(total.maximumDepth, part.maximumDepth);
+}
+
 void ScanTally::clear() {
     stats = {};
     inaccessibleFolders.clear();
     collapseDeltas.clear();
+    folderBytes = 0;
 }
 
 void ScanQueue::push(WorkItem item) {
@@ -84,10 +85,7 @@ bool ScanQueue::finish(std::vector<WorkItem>& left, ScanTally& tally) {
     --busyWorkers_;
     std::move(left.begin(), left.end(), std::back_inserter(queue_));
     noteHunger();
-    merge(stats_, tally.stats);
-    std::move(tally.inaccessibleFolders.begin(), tally.inaccessibleFolders.end(),
-              std::back_inserter(inaccessibleFolders_));
-    std::for_each(tally.collapseDeltas.begin(), tally.collapseDeltas.end(), apply);
+    add(tally);
 
     const bool isDone = (queue_.empty() && busyWorkers_ == 0) || isStopped();
     if (isDone || left.size() >= waitingWorkers_)
@@ -96,8 +94,21 @@ bool ScanQueue::finish(std::vector<WorkItem>& left, ScanTally& tally) {
         for (std::size_t count = left.size(); count > 0; --count)
             condition_.notify_one();
     left.clear();
-    tally.clear();
     return !isDone && queue_.size() > waitingWorkers_;
+}
+
+void ScanQueue::count(ScanTally& tally) {
+    const std::lock_guard guard(mutex_);
+    add(tally);
+}
+
+void ScanQueue::add(ScanTally& tally) {
+    addStats(stats_, tally.stats);
+    addChecked(folderBytes_, tally.folderBytes);
+    std::move(tally.inaccessibleFolders.begin(), tally.inaccessibleFolders.end(),
+              std::back_inserter(inaccessibleFolders_));
+    std::for_each(tally.collapseDeltas.begin(), tally.collapseDeltas.end(), apply);
+    tally.clear();
 }
 
 void ScanQueue::stop() {
@@ -115,6 +126,11 @@ ScanStats ScanQueue::stats(FolderRef& currentFolder) const {
     const std::lock_guard guard(mutex_);
     currentFolder = currentFolder_;
     return stats_;
+}
+
+std::int64_t ScanQueue::folderBytes() const {
+    const std::lock_guard guard(mutex_);
+    return folderBytes_;
 }
 
 std::vector<FolderRef> ScanQueue::takeInaccessibleFolders() {

@@ -66,9 +66,14 @@ struct ScanTally {
     ScanStats stats;
     std::vector<FolderRef> inaccessibleFolders;
     std::vector<CollapseDelta> collapseDeltas;
+    /// Allocated bytes of folders themselves.
+    std::int64_t folderBytes = 0;
 
     void clear();
 };
+
+/// Adds the counts of another part of the scan.
+void addStats(ScanStats& total, const ScanStats& part);
 
 class ScanQueue {
 public:
@@ -76,6 +81,8 @@ public:
     static constexpr std::int64_t largestBatch = 24;
 
     void push(WorkItem item);
+    /// Takes in what was counted outside of a batch. Empties it.
+    void count(ScanTally& tally);
 
     bool take(std::vector<WorkItem>& batch);
     /// Empties `left` and `tally`. True when there is more to read than workers wait for.
@@ -89,9 +96,11 @@ public:
     ScanStats stats() const;
     ScanStats stats(FolderRef& currentFolder) const;
     /// Once the workers have left.
+    std::int64_t folderBytes() const;
     std::vector<FolderRef> takeInaccessibleFolders();
 
 private:
+    void add(ScanTally& tally);
     void noteHunger() { isHungry_.store(queue_.empty() && waitingWorkers_ > 0, std::memory_order_relaxed); }
 
     mutable std::mutex mutex_;
@@ -102,6 +111,7 @@ private:
     std::size_t waitingWorkers_ = 0;
     std::atomic<bool> isHungry_ = false; // written under the lock
     ScanStats stats_;
+    std::int64_t folderBytes_ = 0;
     std::vector<FolderRef> inaccessibleFolders_;
     FolderRef currentFolder_;
 };

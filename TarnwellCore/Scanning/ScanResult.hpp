@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -60,6 +61,9 @@ struct ScanResult {
     /// Full paths of the folders that could not be read, in byte order: all of them, or the first of more
     /// than 100,000, or than 32 MiB of text. How many they are says `stats.inaccessibleCount`, always.
     std::vector<std::string> inaccessiblePaths;
+    /// Allocated bytes of the folders themselves, which no sum has, the root's among them; not of those on
+    /// other devices than the root. Not known for a tree of which a part was scanned again.
+    std::optional<std::int64_t> folderBytes;
     /// Seconds.
     double duration = 0;
     Date startedAt;

@@ -1,12 +1,14 @@
 #include "TarnwellCore/Scanning/ScanWorker.hpp"
 
 #include "TarnwellCore/Classification/FileClassifier.hpp"
+#include "TarnwellCore/Platform/FileStatus.hpp"
 #include "TarnwellCore/Platform/FolderOpening.hpp"
 #include "TarnwellCore/Platform/NameForms.hpp"
 #include "TarnwellCore/Platform/WorkerThreads.hpp"
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
 #include "TarnwellCore/Scanning/TreeAggregation.hpp"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -53,6 +55,10 @@ void ScanWorker::run(const std::function<void()>& addWorker, bool isAdded) {
             const std::int64_t folders = processBatch();
             // A folder takes a wait or two that is not in the kernel's caches, and none that is.
             const bool mostlyWaited = (waitsOfThisThread() - waitsBefore) * 2 > folders;
+            if (context_.live != nullptr) {
+                live_.collapsed = tally_.collapseDeltas;
+                context_.live->handIn(live_);
+            }
             const bool isMoreToRead = context_.queue.finish(pending_, tally_);
             if (mostlyWaited && isMoreToRead)
                 addWorker();
@@ -64,6 +70,41 @@ void ScanWorker::run(const std::function<void()>& addWorker, bool isAdded) {
         context_.queue.stop();
         throw;
     }
+}
+
+bool ScanWorker::readEntry(WorkItem& item, std::string_view name, FileNode*& found) {
+    found = nullptr;
+    OpenFolder folder{item.folder->open(context_.calls, nullptr)};
+    struct stat status = {};
+    if (folder.descriptor < 0 || ::fstat(folder.descriptor, &status) != 0)
+        return false;
+    const RawDirectoryEntry own = entryFromStatus(status);
+    item.deviceID = own.deviceID;
+    item.node->modificationSeconds = own.modificationSeconds;
+    if (item.depth > 0)
+        item.node->accessSeconds = own.accessSeconds;
+    item_ = &item;
+    collapseTarget_ = nullptr;
+    const EntryConsumer pick = [&](std::span<const RawDirectoryEntry> entries) {
+        for (const RawDirectoryEntry& entry : entries)
+            if (entry.name == name)
+                processEntry(item, entry);
+        return true;
+    };
+    if (!reader_.readEntries(folder.descriptor, item.deviceID, pick))
+        return false;
+    if (files_.count() > 0)
+        found = files_.sorted().front().node;
+    else if (!folders_.empty())
+        found = folders_.front();
+    files_.clear();
+    folders_.clear();
+    sums_ = {};
+    for (WorkItem& next : pending_)
+        context_.queue.push(std::move(next));
+    pending_.clear();
+    context_.queue.count(tally_);
+    return true;
 }
 
 /// Depth first: a subfolder is opened while the processor's caches still hold what the kernel knows of it.
@@ -119,6 +160,7 @@ void ScanWorker::processFolder(WorkItem& item) {
             noteMountPoint(item);
         else
             noteInaccessible(item, error);
+        noteRead(item, LiveRecord::Kind::bare, 0);
         return;
     }
 
@@ -143,11 +185,13 @@ void ScanWorker::processFolder(WorkItem& item) {
     });
     if (!isRead)
         noteInaccessible(item, errno);
-    if (item.node != nullptr && collapseTarget_ == nullptr)
+    const bool isSettled = item.node != nullptr && collapseTarget_ == nullptr;
+    if (isSettled)
         settle(*item.node);
     if (collapseTarget_ != nullptr && (delta_.files > 0 || delta_.directories > 0))
         tally_.collapseDeltas.push_back(delta_);
     const std::size_t subfolders = pending_.size() - pendingBefore;
+    noteRead(item, isSettled ? LiveRecord::Kind::settled : LiveRecord::Kind::bare, subfolders);
     if (subfolders > 0 && item.folder->keepOpen(folder.descriptor, subfolders, context_.descriptors))
         folder.descriptor = -1;
 }
@@ -224,10 +268,12 @@ void ScanWorker::addLeaf(const WorkItem& item, const RawDirectoryEntry& entry, F
                           : isDirectory          ? categoryOfFolder(entry.name, extension(entry.name))
                                                  : fileCategories_.category(entry.name);
     FileNode* node = region_->makeNode(item.node, entry.name, isDirectory, attributes);
-    if (isDirectory)
+    if (isDirectory) {
         folders_.push_back(node);
-    else
+        noteClosed(node);
+    } else {
         addFile(*node);
+    }
 }
 
 void ScanWorker::processSubfolder(const WorkItem& item, const RawDirectoryEntry& entry, FileNodeFlags flags,
@@ -251,6 +297,8 @@ void ScanWorker::processSubfolder(const WorkItem& item, const RawDirectoryEntry&
         flags.insert(FileNodeFlags::mountPoint);
         ++tally_.stats.mountPointCount;
     }
+    if (entry.deviceID == context_.rootDeviceID && !isMountPoint)
+        addChecked(tally_.folderBytes, entry.allocatedSize);
 
     WorkItem next;
     next.collapseTarget = collapseTarget_;
@@ -265,8 +313,10 @@ void ScanWorker::processSubfolder(const WorkItem& item, const RawDirectoryEntry&
         next.inheritedCategory =
             item.inheritedCategory ? item.inheritedCategory : FileClassifier::componentCategory(entry.name);
     }
-    if (mountsOnDemand || (isMountPoint && !options.crossFilesystemBoundaries))
+    if (mountsOnDemand || (isMountPoint && !options.crossFilesystemBoundaries)) {
+        noteClosed(next.node);
         return;
+    }
     next.folder = item.folder.child(entry.name);
     next.exclusions = exclusions;
     next.depth = item.depth + 1;
@@ -301,6 +351,7 @@ void ScanWorker::addDatalessFolder(const WorkItem& item, const RawDirectoryEntry
     node->size = entry.logicalSize;
     node->allocatedSize = entry.allocatedSize;
     folders_.push_back(node);
+    noteClosed(node);
 }
 
 void ScanWorker::processFile(const WorkItem& item, const RawDirectoryEntry& entry, FileNodeFlags flags) {
@@ -353,6 +404,8 @@ void ScanWorker::processFile(const WorkItem& item, const RawDirectoryEntry& entr
             addChecked(stats.hardlinkSavedBytes, entry.logicalSize);
             return;
         }
+        if (context_.live != nullptr && node != nullptr)
+            live_.links.push_back({item.node, {node->size, node->allocatedSize, node->reclaimableSize}});
     }
     if (node != nullptr)
         addFile(*node);
@@ -405,6 +458,27 @@ void ScanWorker::settle(FileNode& folder) {
     if (folders_.capacity() > largestKept)
         folders_ = {};
     folders_.clear();
+}
+
+void ScanWorker::noteRead(const WorkItem& item, LiveRecord::Kind kind, std::size_t opened) {
+    if (context_.live == nullptr)
+        return;
+    // Flags of a folder that takes in what is below are added to by other workers: not yet.
+    FileNodeFlags flags = item.node != nullptr ? item.node->flags : FileNodeFlags();
+    if (item.node != nullptr && item.node == collapseTarget_ && (delta_.files > 0 || delta_.directories > 0))
+        flags.insert(FileNodeFlags::collapsed);
+    live_.records.push_back({.node = item.node != nullptr ? item.node : item.collapseTarget,
+                             .opened = static_cast<std::uint32_t>(opened),
+                             .flags = flags,
+                             .kind = kind});
+    for (FileNode* folder : closedFolders_)
+        live_.records.push_back({.node = folder, .flags = folder->flags, .kind = LiveRecord::Kind::closed});
+    closedFolders_.clear();
+}
+
+void ScanWorker::noteClosed(FileNode* folder) {
+    if (context_.live != nullptr && folder != nullptr)
+        closedFolders_.push_back(folder);
 }
 
 } // namespace tarnwell

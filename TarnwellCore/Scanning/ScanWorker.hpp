@@ -7,6 +7,7 @@
 #include "TarnwellCore/Scanning/DirectoryReader.hpp"
 #include "TarnwellCore/Scanning/FolderHandle.hpp"
 #include "TarnwellCore/Scanning/HardlinkRegistry.hpp"
+#include "TarnwellCore/Scanning/LiveBatch.hpp"
 #include "TarnwellCore/Scanning/NodeArena.hpp"
 #include "TarnwellCore/Scanning/NodeSorter.hpp"
 #include "TarnwellCore/Scanning/ScanQueue.hpp"
@@ -34,6 +35,9 @@ struct ScanContext {
     ScanQueue& queue;
     /// Takes the errno with which the root could not be read, or not to its end.
     std::atomic<int>& rootError;
+    std::int32_t rootDeviceID = 0;
+    /// Null when nobody looks.
+    LiveTree* live = nullptr;
 
     bool buildsTree() const { return arena != nullptr; }
 };
@@ -47,6 +51,12 @@ public:
     /// Works until the queue has nothing left. Calls `addWorker` when it mostly waited, for a disk as a rule,
     /// while there are folders that nobody reads; one that was added leaves when it hardly waits.
     void run(const std::function<void()>& addWorker, bool isAdded);
+
+    /// Looks for one entry of a folder alone, as the scan of the whole folder would see it. Its node has the
+    /// folder's as its parent and is not among its children; what it leads to waits in the queue. False when
+    /// the folder cannot be read; `found` is null when the entry is not there. Sets the folder's device, and
+    /// its times as they are now.
+    bool readEntry(WorkItem& folder, std::string_view name, FileNode*& found);
 
 private:
     /// How many folders it read.
@@ -75,6 +85,8 @@ private:
         files_.add(file);
     }
     void settle(FileNode& folder);
+    void noteRead(const WorkItem& item, LiveRecord::Kind kind, std::size_t opened);
+    void noteClosed(FileNode* folder);
 
     const ScanContext& context_;
     const TreeArena::Lease region_; // none for a scan that only measures
@@ -84,11 +96,13 @@ private:
     FileCategoryMemo fileCategories_;
     std::vector<WorkItem> pending_; // a stack
     ScanTally tally_;
+    LiveBatch live_; // empty when nobody looks, as is closedFolders_
 
     // Of the folder at hand:
     const WorkItem* item_ = nullptr;
     NodeSorter files_; // the nodes of its entries
     std::vector<FileNode*> folders_;
+    std::vector<FileNode*> closedFolders_; // those that are not going to be read
     FolderSums sums_;
     FileNode* collapseTarget_ = nullptr; // takes everything below the folder; null where nodes are made
     CollapseDelta delta_;

@@ -171,8 +171,12 @@ std::vector<std::byte> packed(const Entry& entry, const AttributeSet& requested,
     }
     if (entry.traits.privateSize)
         record.extended(ATTR_CMNEXT_PRIVATESIZE, *entry.traits.privateSize);
+    if (entry.traits.cloneIdentifier)
+        record.extended(ATTR_CMNEXT_CLONEID, *entry.traits.cloneIdentifier);
     if (entry.traits.extendedFlags)
         record.extended(ATTR_CMNEXT_EXT_FLAGS, std::uint64_t{*entry.traits.extendedFlags});
+    if (entry.traits.cloneReferences)
+        record.extended(ATTR_CMNEXT_CLONE_REFCNT, *entry.traits.cloneReferences);
     return record.finish();
 }
 
@@ -217,6 +221,8 @@ int getattrlistbulk(int folder, void* list, void* buffer, std::size_t size, std:
     }
     struct stat folderStatus = {};
     errno = behaviour.bulkError;
+    if (!behaviour.knowsCloneReferences && (request.forkattr & ATTR_CMNEXT_CLONE_REFCNT) != 0)
+        errno = EINVAL;
     if (errno != 0 || ::fstat(folder, &folderStatus) != 0)
         return -1;
     const std::int32_t device = behaviour.device.value_or(static_cast<std::int32_t>(folderStatus.st_dev));

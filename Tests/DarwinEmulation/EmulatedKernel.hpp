@@ -14,6 +14,8 @@ struct EmulatedEntry {
     std::uint32_t flags = 0;
     std::optional<std::int64_t> privateSize = {};
     std::optional<std::uint32_t> extendedFlags = {};
+    std::optional<std::uint64_t> cloneIdentifier = {};
+    std::optional<std::uint32_t> cloneReferences = {};
     /// Its attributes cannot be had, for this reason.
     std::uint32_t error = 0;
     /// Opening it would mount something on it.
@@ -26,6 +28,8 @@ struct EmulatedBehaviour {
     std::uint32_t withheldDirectory = 0;
     std::uint32_t withheldFile = 0;
     std::uint32_t withheldExtended = 0;
+    /// Whether it has heard of the references of clones.
+    bool knowsCloneReferences = true;
     /// The device in every record, rather than the folder's.
     std::optional<std::int32_t> device = {};
     /// Whether getfsstat names what is mounted.

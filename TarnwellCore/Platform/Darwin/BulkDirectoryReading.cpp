@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 
 namespace tarnwell {
@@ -26,6 +27,10 @@ static_assert(directoryMountStatus == ATTR_DIR_MOUNTSTATUS &&
 static_assert(fileLinkCount == ATTR_FILE_LINKCOUNT && fileTotalSize == ATTR_FILE_TOTALSIZE &&
               fileAllocatedSize == ATTR_FILE_ALLOCSIZE);
 static_assert(extendedPrivateSize == ATTR_CMNEXT_PRIVATESIZE && extendedFlags == ATTR_CMNEXT_EXT_FLAGS);
+static_assert(extendedCloneIdentifier == ATTR_CMNEXT_CLONEID);
+#ifdef ATTR_CMNEXT_CLONE_REFCNT // not in every kit; whether the kernel knows it is asked of the kernel
+static_assert(extendedCloneReferences == ATTR_CMNEXT_CLONE_REFCNT);
+#endif
 static_assert(requestedCommon == 0xA204140B && requestedFile == 0x7 && requestedExtended == 0x208);
 static_assert(FSOPT_ATTR_CMN_EXTENDED == 0x20 && ATTR_BIT_MAP_COUNT == 5);
 static_assert(ENOTSUP == 45 && EINVAL == 22);
@@ -36,13 +41,24 @@ static_assert(hiddenFileFlag == UF_HIDDEN && datalessFileFlag == SF_DATALESS &&
 static_assert((automountFileFlag & (UF_SETTABLE | SF_SETTABLE | SF_DATALESS)) == 0);
 
 long readPackedRecords(int folder, std::byte* buffer, std::size_t size) {
+    // A kernel that does not know of a clone's references refuses them all, on every file system.
+    static std::atomic<bool> knowsClones = true;
     attrlist request = {};
     request.bitmapcount = ATTR_BIT_MAP_COUNT;
     request.commonattr = requestedCommon;
     request.dirattr = requestedDirectory;
     request.fileattr = requestedFile;
-    request.forkattr = requestedExtended; // extended common attributes, by the option below
-    return ::getattrlistbulk(folder, &request, buffer, size, FSOPT_ATTR_CMN_EXTENDED);
+    // extended common attributes, by the option below
+    const bool asksForClones = knowsClones.load(std::memory_order_relaxed);
+    request.forkattr = asksForClones ? requestedExtended | requestedOfClones : requestedExtended;
+    long records = ::getattrlistbulk(folder, &request, buffer, size, FSOPT_ATTR_CMN_EXTENDED);
+    if (records < 0 && errno == EINVAL && asksForClones) {
+        request.forkattr = requestedExtended;
+        records = ::getattrlistbulk(folder, &request, buffer, size, FSOPT_ATTR_CMN_EXTENDED);
+        if (records >= 0)
+            knowsClones = false;
+    }
+    return records;
 }
 
 } // namespace
@@ -64,11 +80,13 @@ const DirectoryCalls& DirectoryCalls::live() {
 
 struct BulkDirectoryReading::State {
     const DirectoryCalls& calls;
+    std::unique_ptr<HeldByBatch> held; // null when nothing is kept of it
 };
 
-// Records do not tell which blocks are shared, so nothing is kept of them.
-BulkDirectoryReading::BulkDirectoryReading(const DirectoryCalls& calls, bool /*keepsHeldSpace*/)
-    : state_(std::make_unique<State>(State{calls})) {}
+BulkDirectoryReading::BulkDirectoryReading(const DirectoryCalls& calls, bool keepsHeldSpace)
+    : state_(
+          std::make_unique<State>(State{calls, keepsHeldSpace ? std::make_unique<HeldByBatch>() : nullptr})) {
+}
 BulkDirectoryReading::~BulkDirectoryReading() = default;
 
 BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t deviceID, bool,
@@ -88,7 +106,7 @@ BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t deviceID, bo
                 continue;
             return isUnsupportedError(errno) ? BulkReadOutcome::unsupported : BulkReadOutcome::failure;
         }
-        switch (decode(buffer, static_cast<std::size_t>(records), batch, &deviceID)) {
+        switch (decode(buffer, static_cast<std::size_t>(records), batch, &deviceID, state_->held.get())) {
         case DecodeOutcome::complete:
             break;
         case DecodeOutcome::stopped:

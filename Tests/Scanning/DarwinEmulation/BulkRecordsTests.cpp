@@ -132,5 +132,61 @@ TEST(BulkRecords, ErrorsOfEntriesAndOfFileSystems) {
     EXPECT_EQ(entries.at("good").logicalSize, 1);
 }
 
+// A kernel that refuses is remembered by the process: that part comes last.
+TEST(BulkRecords, FilesThatShareAllBlocksSayWithHowManyClones) {
+    const test::TemporaryFolder folder;
+    for (const char* name : {"clone", "changed", "alone", "cloud"})
+        folder.makeFile(name, 8192);
+    const auto describeAll = [&](EmulatedKernel& kernel) {
+        const std::uint32_t shares = mayShareBlocksFlag | sharesAllBlocksFlag;
+        const test::EmulatedEntry clone{.privateSize = 0,
+                                        .extendedFlags = shares,
+                                        .cloneIdentifier = 0x1'0000'0007,
+                                        .cloneReferences = 3};
+        test::EmulatedEntry other = clone;
+        kernel.describe(folder / "clone", clone);
+        other.flags = datalessFileFlag;
+        kernel.describe(folder / "cloud", other);
+        other = clone;
+        other.extendedFlags = mayShareBlocksFlag;
+        kernel.describe(folder / "changed", other);
+        other = clone;
+        other.cloneReferences = 1;
+        kernel.describe(folder / "alone", other);
+    };
+    const auto readHeld = [&](bool keepsHeldSpace) {
+        std::map<std::string, HeldSpace> held;
+        DirectoryReader reader(DirectoryCalls::live(), keepsHeldSpace);
+        const int descriptor = DirectoryReader::openDirectory(folder.path());
+        reader.readEntries(descriptor, device, [&](std::span<const RawDirectoryEntry> entries) {
+            for (const RawDirectoryEntry& entry : entries) {
+                EXPECT_NE(entry.extFlags & mayShareBlocksFlag, 0u) << entry.name;
+                if (entry.held != nullptr)
+                    held.emplace(entry.name, *entry.held);
+            }
+            return true;
+        });
+        ::close(descriptor);
+        EXPECT_EQ(reader.posixFallbackCount(), 0u);
+        return held;
+    };
+    {
+        EmulatedKernel kernel;
+        describeAll(kernel);
+        const auto held = readHeld(true);
+        ASSERT_EQ(held.size(), 1u);
+        const HeldSpace& clone = held.at("clone");
+        EXPECT_EQ(clone.references, 3u);
+        EXPECT_EQ(clone.exclusive, 0);
+        ASSERT_EQ(clone.extents.size(), 1u);
+        EXPECT_EQ(clone.extents[0].start, 0x1'0000'0007u);
+        EXPECT_GE(clone.extents[0].length, 8192u);
+        EXPECT_TRUE(readHeld(false).empty());
+    }
+    EmulatedKernel kernel({.knowsCloneReferences = false});
+    describeAll(kernel);
+    EXPECT_TRUE(readHeld(true).empty());
+}
+
 } // namespace
 } // namespace tarnwell
