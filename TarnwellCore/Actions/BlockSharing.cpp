@@ -84,9 +84,20 @@ SharingOutcome outcomeOf(const std::filesystem::path& url, const SharingFault& f
 } // namespace
 
 SharingRequest SharingRequest::of(const DuplicateGroup& group) {
+    PathBudget budget;
+    return of(group, budget);
+}
+
+SharingRequest SharingRequest::of(const DuplicateGroup& group, PathBudget& budget) {
     SharingRequest request;
-    for (std::size_t file = 0; file < group.files.size(); ++file)
-        request.items.push_back({group.firstMember(file).path(), group.files[file].version});
+    // Whoever shows a file names the first of the group with it, so that counts each time.
+    const FileNode& first = *group.members.front().node;
+    for (const DuplicateMember& member : group.members)
+        if (member.file == request.items.size()) { // files have the order of their first members
+            if (!budget.take(*member.node) || !budget.take(first))
+                break;
+            request.items.push_back({member.node->path(), group.files[member.file].version});
+        }
     return request;
 }
 

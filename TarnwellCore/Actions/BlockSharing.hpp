@@ -14,6 +14,7 @@
 #include "TarnwellCore/Analysis/DuplicateResult.hpp"
 #include "TarnwellCore/Platform/ExtentSharing.hpp"
 #include "TarnwellCore/Scanning/CancellationToken.hpp"
+#include "TarnwellCore/Scanning/PathOrder.hpp"
 
 #include <cstdint>
 #include <expected>
@@ -34,7 +35,10 @@ struct SharingRequest {
     /// The others come to share the blocks of the first.
     std::vector<Item> items;
 
-    /// The files of a group, each by its first path; the one with the smallest path is the first.
+    /// The files of a group, each by its first path; the one with the smallest path is the first. Of files
+    /// whose paths are beyond the budget, the first.
+    static SharingRequest of(const DuplicateGroup& group, PathBudget& budget);
+    /// The same with a budget for this group alone.
     static SharingRequest of(const DuplicateGroup& group);
 };
 

@@ -140,7 +140,7 @@ private:
         if (status.st_dev != device_)
             return fail(name, EXDEV); // mounted there
         Descriptor child(::openat(folder, name.c_str(), folderFlags));
-        if (!child.isOpen() && errno == EACCES && ::fchmodat(folder, name.c_str(), 0700, 0) == 0)
+        if (!child.isOpen() && errno == EACCES && ::fchmodat(folder, name.c_str(), 0700, AT_SYMLINK_NOFOLLOW) == 0)
             child = Descriptor(::openat(folder, name.c_str(), folderFlags));
         if (!child.isOpen())
             return fail(name, errno);
@@ -256,6 +256,17 @@ RemovalResult PermanentRemoval::removeContents(const std::filesystem::path& fold
         removal.fail({}, errno);
     else
         removal.empty(std::move(opened));
+    return removal.finish();
+}
+
+RemovalResult PermanentRemoval::removeContents(int openFolder, const std::filesystem::path& path,
+                                               const CancellationToken& token) {
+    Removal removal(path.native(), token);
+    Descriptor own(::openat(openFolder, ".", folderFlags));
+    if (!own.isOpen())
+        removal.fail({}, errno);
+    else
+        removal.empty(std::move(own));
     return removal.finish();
 }
 

@@ -44,6 +44,9 @@ RemovalResult remove(const std::filesystem::path& item, const CancellationToken&
 
 /// Deletes what a folder holds; the folder stays.
 RemovalResult removeContents(const std::filesystem::path& folder, const CancellationToken& token = {});
+/// The same of a folder that is open, and stays so; `path` only names it in failures.
+RemovalResult removeContents(int openFolder, const std::filesystem::path& path,
+                             const CancellationToken& token = {});
 
 } // namespace PermanentRemoval
 } // namespace tarnwell

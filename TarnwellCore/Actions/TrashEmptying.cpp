@@ -4,12 +4,16 @@
 #include "TarnwellCore/Analysis/TrashFolders.hpp"
 #include "TarnwellCore/Classification/PathUtil.hpp"
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
-#include <optional>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 namespace fs = std::filesystem;
@@ -18,33 +22,56 @@ namespace tarnwell {
 
 namespace {
 
-bool isOwnFolder(const fs::path& folder) {
-    struct stat status = {};
-    return ::lstat(folder.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == ::geteuid();
-}
-
-/// Where the notes on the items of a Trash folder lie, if it is one that has some.
-std::optional<fs::path> notesOf(const fs::path& folder) {
-    if (folder.filename() != "files" || !isOwnFolder(folder.parent_path() / "info"))
-        return std::nullopt;
-    return folder.parent_path() / "info";
-}
-
-bool isThere(const fs::path& path) {
-    std::error_code error;
-    return fs::symlink_status(path, error).type() != fs::file_type::not_found;
-}
-
-/// A note goes once its item is gone, so that what is left can still be put back.
-void removeNotes(const fs::path& folder, const fs::path& notes) {
-    constexpr std::string_view ending = ".trashinfo";
-    std::error_code error;
-    for (fs::directory_iterator entry(notes, error); !error && entry != fs::directory_iterator();
-         entry.increment(error)) {
-        const std::string name = entry->path().filename().string();
-        if (name.ends_with(ending) && !isThere(folder / name.substr(0, name.size() - ending.size())))
-            (void)::unlink(entry->path().c_str()); // without its item it only takes room
+/// A folder that is closed again.
+class OpenFolder {
+public:
+    explicit OpenFolder(int number) : number_(number) {}
+    ~OpenFolder() {
+        if (number_ >= 0)
+            ::close(number_);
     }
+    OpenFolder(const OpenFolder&) = delete;
+    OpenFolder& operator=(const OpenFolder&) = delete;
+
+    int number() const { return number_; }
+    bool isOpen() const { return number_ >= 0; }
+    bool isUsers() const {
+        struct stat status = {};
+        return isOpen() && ::fstat(number_, &status) == 0 && status.st_uid == ::geteuid();
+    }
+
+private:
+    const int number_;
+};
+
+/// What "info" beside an open folder "files" notes of an item goes once the item is gone, so that what is
+/// left can still be put back. Found from the folder itself, whatever its path leads to by now.
+void removeNotes(int files) {
+    constexpr std::string_view ending = ".trashinfo";
+    const OpenFolder notes(::openat(files, "../info", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!notes.isUsers())
+        return;
+    const int copy = ::openat(notes.number(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); // a stream closes it
+    const std::unique_ptr<DIR, int (*)(DIR*)> stream(copy < 0 ? nullptr : ::fdopendir(copy), ::closedir);
+    if (!stream) {
+        if (copy >= 0)
+            ::close(copy);
+        return;
+    }
+    while (const dirent* entry = ::readdir(stream.get())) {
+        const std::string_view name = entry->d_name;
+        if (!name.ends_with(ending))
+            continue;
+        const std::string item(name.substr(0, name.size() - ending.size()));
+        struct stat status = {};
+        if (::fstatat(files, item.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT)
+            (void)::unlinkat(notes.number(), entry->d_name, 0); // without its item it only takes room
+    }
+}
+
+/// Whether a folder that could not be opened is none, or not the user's.
+bool isNoTrash(int error) {
+    return error == ENOENT || error == ENOTDIR || error == ELOOP || error == EPERM;
 }
 
 } // namespace
@@ -60,12 +87,18 @@ EmptyTrashOutcome emptyTrashFolders(const std::vector<fs::path>& folders, const 
             ++left;
             continue;
         }
-        // Looked at again: others may have put a link in its place since it was listed.
-        if (!TrashFolders::isThere(folder).value_or(false) || !isOwnFolder(folder))
+        // Others may have put a link in its place since it was listed, or do so now.
+        const OpenFolder opened(TrashFolders::openOwn(folder));
+        if (const int error = errno; !opened.isOpen()) {
+            if (!isNoTrash(error)) {
+                reasons += " " + folder.native() + ": " + std::generic_category().message(error) + ".";
+                ++left;
+            }
             continue;
-        const RemovalResult result = PermanentRemoval::removeContents(folder, token);
-        if (const auto notes = notesOf(folder))
-            removeNotes(folder, *notes);
+        }
+        const RemovalResult result = PermanentRemoval::removeContents(opened.number(), folder, token);
+        if (folder.filename() == "files")
+            removeNotes(opened.number());
         if (result.wasCancelled)
             return EmptyTrashFailed{"It was called off; " + std::to_string(result.removedCount) +
                                     " files and folders are gone."};

@@ -2,18 +2,21 @@
 
 #include "TarnwellCore/Analysis/DuplicateSearch.hpp"
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
+#include "TarnwellCore/Scanning/PathOrder.hpp"
 
 #include <algorithm>
+#include <cstdint>
+#include <iterator>
 #include <map>
-#include <string>
 #include <tuple>
+#include <utility>
 
 namespace tarnwell {
 
 namespace {
 
-struct NamedMember {
-    std::string path;
+struct RankedMember {
+    std::size_t rank; // of its path
     DuplicateMember member;
 };
 
@@ -56,16 +59,32 @@ const FileNode& DuplicateGroup::firstMember(std::size_t file) const {
     return *std::ranges::find(members, file, &DuplicateMember::file)->node;
 }
 
-DuplicateGroup DuplicateSearch::groupOf(std::span<const std::size_t> files) const {
-    std::vector<NamedMember> members;
+std::vector<std::size_t> DuplicateSearch::ranksByPath() const {
+    std::vector<const FileNode*> nodes;
+    std::vector<std::size_t> candidates;
+    for (const std::size_t file : groupedFiles_)
+        for (std::size_t link = 0; link < files_[file].candidateCount; ++link) {
+            candidates.push_back(files_[file].firstCandidate + link);
+            nodes.push_back(candidates_[candidates.back()].node);
+        }
+    const std::vector<std::size_t> ofNodes = pathRanks(nodes);
+    std::vector<std::size_t> ranks(candidates_.size());
+    for (std::size_t index = 0; index < nodes.size(); ++index)
+        ranks[candidates[index]] = ofNodes[index];
+    return ranks;
+}
+
+DuplicateGroup DuplicateSearch::groupOf(std::span<const std::size_t> files,
+                                        const std::vector<std::size_t>& ranks) const {
+    std::vector<RankedMember> members;
     for (const std::size_t file : files)
         for (std::size_t link = 0; link < files_[file].candidateCount; ++link) {
-            const FileNode* node = candidates_[files_[file].firstCandidate + link].node;
-            members.push_back({node->path(), {node, file}});
+            const std::size_t candidate = files_[file].firstCandidate + link;
+            members.push_back({ranks[candidate], {candidates_[candidate].node, file}});
         }
-    std::ranges::sort(members, {}, &NamedMember::path);
+    std::ranges::sort(members, {}, &RankedMember::rank);
     // Of several trees two may hold one path.
-    const auto repeated = std::ranges::unique(members, {}, &NamedMember::path);
+    const auto repeated = std::ranges::unique(members, {}, &RankedMember::rank);
     members.erase(repeated.begin(), repeated.end());
 
     DuplicateGroup group;
@@ -74,20 +93,20 @@ DuplicateGroup DuplicateSearch::groupOf(std::span<const std::size_t> files) cons
     std::map<std::size_t, std::size_t> numbers; // of the search's files in the group
     std::vector<std::optional<BlockLayout>> layouts;
     std::vector<std::size_t> linkCounts;
-    for (const NamedMember& named : members) {
-        const auto [number, isNew] = numbers.try_emplace(named.member.file, group.files.size());
-        const Candidate& candidate = candidates_[files_[named.member.file].firstCandidate];
+    for (const RankedMember& ranked : members) {
+        const auto [number, isNew] = numbers.try_emplace(ranked.member.file, group.files.size());
+        const Candidate& candidate = candidates_[files_[ranked.member.file].firstCandidate];
         if (isNew) {
             group.files.push_back({.version = candidate.version});
-            const auto layout = layouts_.find(named.member.file);
+            const auto layout = layouts_.find(ranked.member.file);
             layouts.push_back(layout == layouts_.end() ? std::nullopt : std::optional(layout->second));
             linkCounts.push_back(candidate.linkCount);
         }
         DuplicateFile& file = group.files[number->second];
-        file.reclaimableSize = std::max(file.reclaimableSize, named.member.node->reclaimableSize);
+        file.reclaimableSize = std::max(file.reclaimableSize, ranked.member.node->reclaimableSize);
         if (linkCounts[number->second] > 0)
             --linkCounts[number->second];
-        group.members.push_back({named.member.node, number->second});
+        group.members.push_back({ranked.member.node, number->second});
     }
     for (std::size_t file = 0; file < group.files.size(); ++file) {
         group.files[file].hasUnseenLinks = linkCounts[file] > 0;
@@ -101,34 +120,39 @@ DuplicateGroup DuplicateSearch::groupOf(std::span<const std::size_t> files) cons
 
 DuplicateResult DuplicateSearch::assemble() {
     DuplicateResult result;
+    const std::vector<std::size_t> ranks = ranksByPath();
+    std::vector<std::pair<std::size_t, DuplicateGroup>> ordered;
     std::size_t first = 0;
     for (const std::size_t size : groupSizes_) {
         requireRunning();
-        result.groups.push_back(groupOf(std::span(groupedFiles_).subspan(first, size)));
+        const auto files = std::span(groupedFiles_).subspan(first, size);
         first += size;
-    }
-    // One path may have led to two files, one after the other.
-    std::erase_if(result.groups, [](const DuplicateGroup& group) { return group.files.size() < 2; });
-    std::vector<std::pair<std::string, DuplicateGroup>> ordered;
-    for (DuplicateGroup& group : result.groups) {
+        DuplicateGroup group = groupOf(files, ranks);
+        if (group.files.size() < 2) // one path has led to two files, one after the other
+            continue;
         addChecked(result.totals.waste, group.waste);
         result.totals.duplicateCount += static_cast<std::int64_t>(group.files.size()) - 1;
-        std::string path = group.members.front().node->path();
-        ordered.emplace_back(std::move(path), std::move(group));
+        std::size_t least = SIZE_MAX;
+        for (const std::size_t file : files)
+            for (std::size_t link = 0; link < files_[file].candidateCount; ++link)
+                least = std::min(least, ranks[files_[file].firstCandidate + link]);
+        ordered.emplace_back(least, std::move(group));
     }
     std::ranges::sort(ordered, {}, [](const auto& entry) {
-        return std::tuple(-entry.second.waste, -entry.second.size, std::string_view(entry.first));
+        return std::tuple(-entry.second.waste, -entry.second.size, entry.first);
     });
-    result.groups.clear();
-    for (auto& [path, group] : ordered)
+    for (auto& [rank, group] : ordered)
         result.groups.push_back(std::move(group));
 
-    std::vector<std::pair<std::string, DroppedFile>> dropped;
-    for (const DroppedFile& file : dropped_)
-        dropped.emplace_back(file.node->path(), file);
-    std::ranges::sort(dropped, {}, [](const auto& entry) { return std::string_view(entry.first); });
-    for (const auto& [path, file] : dropped)
-        result.dropped.push_back(file);
+    std::vector<const FileNode*> nodes;
+    std::ranges::transform(dropped_, std::back_inserter(nodes), &DroppedFile::node);
+    const std::vector<std::size_t> droppedRanks = pathRanks(nodes);
+    std::vector<std::pair<std::size_t, const DroppedFile*>> dropped;
+    for (std::size_t index = 0; index < dropped_.size(); ++index)
+        dropped.emplace_back(droppedRanks[index], &dropped_[index]);
+    std::ranges::stable_sort(dropped, {}, [](const auto& entry) { return entry.first; });
+    for (const auto& [rank, file] : dropped)
+        result.dropped.push_back(*file);
 
     result.totals.candidateCount = candidateCount_;
     result.totals.bytesRead = bytesRead_.load();

@@ -86,7 +86,9 @@ private:
     void addGroup(std::span<const std::size_t> files);
     void countGroups(const LikeFiles& likes);
     DuplicateResult assemble();
-    DuplicateGroup groupOf(std::span<const std::size_t> files) const;
+    DuplicateGroup groupOf(std::span<const std::size_t> files, const std::vector<std::size_t>& ranks) const;
+    /// Of the grouped files' candidates, by candidate.
+    std::vector<std::size_t> ranksByPath() const;
 
     /// Calls `body(worker, item)` for the items 0 to `count` - 1, several at once, each worker taking so many
     /// neighbours at a time.

@@ -101,8 +101,11 @@ struct SpaceSaverFinding {
     std::string subtitle;
     /// What the data is and what removing it costs.
     std::string explanation;
-    /// The items that the action acts on.
+    /// The items that the action acts on. Of more than 100,000, or of paths that take more than 64 MiB of
+    /// memory, the first; the sums and counts are those of all.
     std::vector<std::filesystem::path> paths;
+    /// How many items there are beside those in `paths`.
+    std::int64_t furtherPathCount = 0;
     std::int64_t size = 0;
     std::int64_t allocatedSize = 0;
     /// What removal would free.

@@ -87,13 +87,29 @@ std::optional<ItemSize> Measurer::measureOnDisk(const fs::path& path) const {
     }
 }
 
-void add(SpaceSaverFinding& finding, const fs::path& path, const ItemSize& size, std::int64_t items) {
-    finding.paths.push_back(path);
+namespace {
+
+void addSizes(SpaceSaverFinding& finding, const ItemSize& size, std::int64_t items) {
     addChecked(finding.size, size.size);
     addChecked(finding.allocatedSize, size.allocatedSize);
     addChecked(finding.reclaimableSize, size.reclaimableSize);
     addChecked(finding.itemCount, items);
     finding.sizeIsKnown = finding.sizeIsKnown && size.isKnown;
+}
+
+} // namespace
+
+void add(SpaceSaverFinding& finding, const fs::path& path, const ItemSize& size, std::int64_t items) {
+    finding.paths.push_back(path);
+    addSizes(finding, size, items);
+}
+
+void NodeItems::add(const FileNode& node) {
+    addSizes(finding_, sizeOf(node), 1);
+    if (budget_.take(node))
+        finding_.paths.push_back(node.url());
+    else
+        ++finding_.furtherPathCount;
 }
 
 std::string counted(std::int64_t count, std::string_view one, std::string_view many) {

@@ -5,6 +5,7 @@
 
 #include "TarnwellCore/Analysis/HomeFolder.hpp"
 #include "TarnwellCore/Analysis/SpaceSaverProbe.hpp"
+#include "TarnwellCore/Scanning/PathOrder.hpp"
 
 #include <cstdint>
 #include <filesystem>
@@ -52,6 +53,18 @@ bool isWalked(const FileNode& folder);
 /// Adds an item to a finding: its path, its sizes and `items` to the count.
 void add(SpaceSaverFinding& finding, const std::filesystem::path& path, const ItemSize& size,
          std::int64_t items);
+
+/// Adds the node of a tree, as one item, to findings. The paths of a deep chain are as long, together, as the
+/// square of its depth, so only the first are kept.
+class NodeItems {
+public:
+    explicit NodeItems(SpaceSaverFinding& finding) : finding_(finding) {}
+    void add(const FileNode& node);
+
+private:
+    SpaceSaverFinding& finding_;
+    PathBudget budget_;
+};
 
 /// "1 file", "2 files".
 std::string counted(std::int64_t count, std::string_view one, std::string_view many);

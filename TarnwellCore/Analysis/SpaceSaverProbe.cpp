@@ -3,6 +3,7 @@
 #include "TarnwellCore/Analysis/SpaceSaverMeasuring.hpp"
 #include "TarnwellCore/Platform/BackgroundTask.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
+#include "TarnwellCore/Scanning/PathOrder.hpp"
 #include "TarnwellCore/Scanning/ScanError.hpp"
 
 #include <algorithm>
@@ -91,6 +92,18 @@ SpaceSaverProbe::evaluate(const DirectoryRule& rule, const DiskScanner& scanner,
 
 namespace {
 
+/// Whether this is the home, a folder that holds it, or a folder directly in it.
+bool isHomeOrItsMainFolder(const FileNode& node, const HomeFolder& home) {
+    // Most paths are too long for that, and need not be made.
+    const std::size_t length = pathLength(node);
+    if (std::ranges::none_of(home.spellings(), [&](const fs::path& spelling) {
+            return length <= spelling.native().size() + 1 + node.name().size();
+        }))
+        return false;
+    const fs::path path = node.path();
+    return home.isWithin(path) || (node.isDirectory() && home.holdsDirectly(path));
+}
+
 /// Whether moving a matched item to the Trash would free its space: not what lies in the Trash already, not
 /// what the system looks after, no placeholder, whose removal would take the copy in the cloud.
 bool canBeTrashed(const FileNode& node, const NodeSet& placesOfOthers) {
@@ -130,14 +143,12 @@ SpaceSaverProbe::cleanupRuleFindings(const std::vector<RuleMatch>& matches) cons
         finding.action = SpaceSaverActions::Trash{};
         if (match.rule.categories.size() == 1)
             finding.category = match.rule.categories.front();
-        finding.paths.reserve(match.nodes.size());
+        NodeItems items(finding);
         for (const FileNode* node : match.nodes) {
             if (!canBeTrashed(*node, placesOfOthers))
                 continue;
-            const std::filesystem::path path = node->path();
-            add(finding, path, sizeOf(*node), 1);
-            const bool isFolderOfHome = node->isDirectory() && bothHomes.holdsDirectly(path);
-            if (node->parent() == nullptr || bothHomes.isWithin(path) || isFolderOfHome) {
+            items.add(*node);
+            if (node->parent() == nullptr || isHomeOrItsMainFolder(*node, bothHomes)) {
                 // A rule so wide that it takes the scanned folder, the home or one of its main folders, such
                 // as Downloads, as a whole must not end in the Trash.
                 finding.safety = CleanupSafety::caution;

@@ -58,8 +58,9 @@ bool isLarger(const FileNode* a, const FileNode* b) {
 void fill(SpaceSaverFinding& finding, std::vector<const FileNode*> files, std::size_t limit) {
     std::ranges::stable_sort(files, isLarger);
     files.resize(std::min(files.size(), limit));
+    NodeItems items(finding);
     for (const FileNode* file : files)
-        add(finding, file->path(), sizeOf(*file), 1);
+        items.add(*file);
     finding.safety = CleanupSafety::reviewNeeded;
     finding.action = SpaceSaverActions::Trash{};
 }
@@ -91,8 +92,9 @@ std::vector<SpaceSaverFinding> SpaceSaverProbe::nodeModulesFindings(const FileNo
     std::ranges::stable_sort(folders, isLarger);
 
     SpaceSaverFinding finding;
+    NodeItems items(finding);
     for (const FileNode* folder : folders)
-        add(finding, folder->path(), sizeOf(*folder), 1);
+        items.add(*folder);
     finding.id = rawValue(SpaceSaverKind::nodeModules);
     finding.kind = SpaceSaverKind::nodeModules;
     finding.title = "node_modules Folders";

@@ -1,19 +1,27 @@
 #include "TarnwellCore/Analysis/TrashFolders.hpp"
 
+#include "TarnwellCore/Classification/PathUtil.hpp"
+#include "TarnwellCore/Platform/FileStatus.hpp"
+#include "TarnwellCore/Platform/FolderOpening.hpp"
 #include "TarnwellCore/Platform/TimeLimitedCalls.hpp"
 #include "TarnwellCore/Platform/Trash.hpp"
 #include "TarnwellCore/Platform/Volumes.hpp"
 #include "TarnwellCore/Scanning/DiskInfo.hpp"
 #include "TarnwellCore/Scanning/ScanError.hpp"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <exception>
 #include <future>
 #include <memory>
+#include <string>
+#include <string_view>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -44,21 +52,37 @@ std::optional<Result> inLimitedTime(const fs::path& path, std::function<Result()
                             });
 }
 
-/// Volumes' Trash folders have names that tell them from a home's.
-bool isOnVolume(const fs::path& folder) {
-    const std::vector<fs::path> pattern = volumeTrashDirectories("", ::getuid());
-    const std::string& text = folder.native();
-    for (const fs::path& each : pattern) {
-        std::string_view end = each.native();
-        end.remove_suffix(end.ends_with('/') && !text.ends_with('/') ? 1 : 0);
+/// The path of a Trash folder below its volume. Volumes' Trash folders have names that tell them from a
+/// home's.
+std::optional<std::string> pathBelowVolume(const fs::path& folder) {
+    const std::string_view text = PathUtil::withoutTrailingSlashes(folder.native());
+    for (const fs::path& each : volumeTrashDirectories("", ::getuid())) {
+        const std::string_view end = PathUtil::withoutTrailingSlashes(each.native());
         if (text.size() > end.size() && text.ends_with(end) && text[text.size() - end.size() - 1] == '/')
-            return true;
+            return std::string(end);
     }
-    return false;
+    return std::nullopt;
+}
+
+/// Below the volume, on its device.
+int openBelowVolume(const std::string& volume, const std::string& path) {
+    const int base = FolderOpeningDetail::openForTraversal(AT_FDCWD, volume.c_str());
+    if (base < 0)
+        return -1;
+    struct stat status = {};
+    int opened = -1;
+    if (::fstat(base, &status) == 0) {
+        const std::int32_t device = entryFromStatus(status).deviceID;
+        opened = openFolderBelow(base, path, &device);
+    }
+    const int error = errno;
+    ::close(base);
+    errno = error;
+    return opened;
 }
 
 bool isThereNow(const fs::path& folder) {
-    if (isOnVolume(folder))
+    if (pathBelowVolume(folder))
         return isUsersTrash(folder, ::getuid());
     std::error_code ignored;
     return fs::exists(folder, ignored);
@@ -133,6 +157,25 @@ std::vector<fs::path> onVolumes() {
 
 std::optional<bool> isThere(const fs::path& folder) {
     return inLimitedTime<bool>(folder, [folder] { return isThereNow(folder); });
+}
+
+int openOwn(const fs::path& folder) {
+    const std::string path(PathUtil::withoutTrailingSlashes(folder.native()));
+    const auto below = pathBelowVolume(folder);
+    if (below && !isUsersTrash(folder, ::geteuid())) {
+        errno = EPERM;
+        return -1;
+    }
+    const int opened = below ? openBelowVolume(path.substr(0, path.size() - below->size()), *below)
+                             : ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (opened < 0)
+        return -1;
+    struct stat status = {};
+    if (::fstat(opened, &status) == 0 && status.st_uid == ::geteuid())
+        return opened;
+    ::close(opened);
+    errno = EPERM;
+    return -1;
 }
 
 Contents contents(const fs::path& folder, const DiskScanner& scanner, const CancellationToken& token) {

@@ -31,6 +31,12 @@ bool answers(const std::filesystem::path& folder);
 /// others put in its place. Nothing when its file system does not answer.
 std::optional<bool> isThere(const std::filesystem::path& folder);
 
+/// Opens a Trash folder for reading, to empty it; only a folder of this user. One that is named as one of a
+/// volume is opened below the volume, without following a link and without leaving the volume, so that
+/// nothing that others rename or put there meanwhile leads elsewhere. May wait where the file system does not
+/// answer. -1 and errno on failure.
+int openOwn(const std::filesystem::path& folder);
+
 struct Contents {
     enum class State {
         measured,

@@ -1,34 +1,21 @@
 #include "TarnwellCore/Scanning/FolderPaths.hpp"
 
+#include "TarnwellCore/Scanning/PathStep.hpp"
+
 #include <algorithm>
 #include <functional>
-#include <string_view>
 #include <unordered_map>
 
 namespace tarnwell {
 
 namespace {
 
-/// A name in a path, and whether the path ends with it.
 struct Step {
     const FolderHandle* folder;
     bool isLast;
 
-    /// The byte order of paths: what follows a name is a "/", or nothing, which precedes every byte.
     bool operator<(const Step& other) const {
-        const std::string_view name = folder->name();
-        const std::string_view otherName = other.folder->name();
-        const auto place = std::ranges::mismatch(name, otherName);
-        const auto index = static_cast<std::size_t>(place.in1 - name.begin());
-        return byteAt(index) < other.byteAt(index);
-    }
-
-private:
-    int byteAt(std::size_t index) const {
-        const std::string_view name = folder->name();
-        if (index < name.size())
-            return static_cast<unsigned char>(name[index]);
-        return isLast ? -1 : '/';
+        return PathStep{folder->name(), isLast} < PathStep{other.folder->name(), other.isLast};
     }
 };
 

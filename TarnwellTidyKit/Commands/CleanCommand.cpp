@@ -137,6 +137,17 @@ std::vector<TidyOutcome> plan(const std::vector<SpaceSaverFinding>& findings) {
     return planned;
 }
 
+/// What is said of items whose paths a finding does not list.
+std::string furtherText(const std::vector<SpaceSaverFinding>& findings) {
+    std::string text;
+    for (const SpaceSaverFinding& finding : findings)
+        if (finding.furtherPathCount > 0)
+            text += harmless(finding.title) + ": " +
+                    countedText(finding.furtherPathCount, "further item is", "further items are") +
+                    " left for the next time.\n";
+    return text;
+}
+
 } // namespace
 
 void clearFinding(const SpaceSaverFinding& finding, const fs::path& home, TidyContext& context,
@@ -178,8 +189,11 @@ TidyResult run(const CleanRequest& request, TidyContext& context) {
     if (found.scan)
         context.keep(*std::move(found.scan));
     const std::vector<TidyOutcome> planned = plan(findings);
-    if (request.act.dryRun || planned.empty())
-        return plannedResult(context, request.output, planned);
+    if (request.act.dryRun || planned.empty()) {
+        TidyResult result = plannedResult(context, request.output, planned);
+        result.standardError += furtherText(findings);
+        return result;
+    }
     std::vector<std::string> lines;
     for (const SpaceSaverFinding& finding : findings)
         lines.push_back(finding.title + ", " +
@@ -193,7 +207,9 @@ TidyResult run(const CleanRequest& request, TidyContext& context) {
         clearFinding(finding, found.home, context, outcomes);
     const bool hasTrashed = std::ranges::any_of(
         outcomes.all, [](const TidyOutcome& outcome) { return outcome.done == "in the Trash"; });
-    return outcomes.result(context, request.output, hasTrashed ? trashNote : std::string_view());
+    TidyResult result = outcomes.result(context, request.output, hasTrashed ? trashNote : std::string_view());
+    result.standardError += furtherText(findings);
+    return result;
 }
 
 } // namespace tarnwell

@@ -1,5 +1,6 @@
 #include "TarnwellTidyKit/Commands/DuplicatesCommand.hpp"
 
+#include "TarnwellCore/Scanning/PathOrder.hpp"
 #include "TarnwellCore/Text/HarmlessText.hpp"
 #include "TarnwellCore/Text/JSONWriter.hpp"
 #include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
@@ -10,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <iterator>
+#include <set>
 #include <utility>
 #include <variant>
 
@@ -71,45 +73,53 @@ Found find(const DuplicatesRequest& request, TidyContext& context) {
 // --- Listing ----------------------------------------------------------------------------------------------
 
 /// What people should know of a member beside its path.
-std::string_view noteOf(const DuplicateGroup& group, std::size_t index) {
-    for (std::size_t other = 0; other < index; ++other) {
-        if (group.areLinks(other, index))
-            return "link";
-        if (group.areClones(other, index))
-            return "shares its blocks already";
+class MemberNotes {
+public:
+    /// To be asked of each member in turn.
+    std::string_view next(const DuplicateGroup& group, const DuplicateMember& member) {
+        const std::size_t set = group.files[member.file].cloneSet;
+        const bool isLink = !files_.insert(member.file).second;
+        const bool isClone = set != 0 && !cloneSets_.insert(set).second;
+        return isLink ? "link" : isClone ? "shares its blocks already" : std::string_view();
     }
-    return {};
-}
+
+private:
+    std::set<std::size_t> files_;
+    std::set<std::size_t> cloneSets_;
+};
 
 std::size_t shownCount(const DuplicatesRequest& request, const DuplicateResult& result) {
     return std::min(result.groups.size(), static_cast<std::size_t>(request.top.value_or(INT64_MAX)));
 }
 
-std::string textOf(const DuplicatesRequest& request, const DuplicateResult& result, const TidyStyle& style) {
+std::string textOf(const DuplicatesRequest& request, const DuplicateResult& result, const TidyStyle& style,
+                   TextOutput output) {
     if (result.groups.empty())
         return "There are no duplicates.\n";
-    std::string text;
     for (std::size_t index = 0; index < shownCount(request, result); ++index) {
         const DuplicateGroup& group = result.groups[index];
-        text += style.painted(sizeText(group.waste) + " wasted", TidyRole::heading) + ", " +
-                countedText(static_cast<std::int64_t>(group.files.size()), "file", "files") + " of " +
-                sizeText(group.size) + "\n";
+        output.text() += style.painted(sizeText(group.waste) + " wasted", TidyRole::heading) + ", " +
+                         countedText(static_cast<std::int64_t>(group.files.size()), "file", "files") +
+                         " of " + sizeText(group.size) + "\n";
         TidyTable table({TidyColumn::path, TidyColumn::left}, 2);
-        for (std::size_t member = 0; member < group.members.size(); ++member)
-            table.row({{group.members[member].node->path()},
-                       {std::string(noteOf(group, member)), TidyRole::quiet}});
-        table.write(text, style);
+        MemberNotes notes;
+        for (const DuplicateMember& member : group.members)
+            table.row({{.text = {}, .node = member.node},
+                       {std::string(notes.next(group, member)), TidyRole::quiet}});
+        table.write(output, style);
     }
-    return text + "\n" + countedText(static_cast<std::int64_t>(result.groups.size()), "group", "groups") +
-           ", " + style.painted(sizeText(result.totals.waste), TidyRole::strong) + " wasted\n";
+    output.text() += "\n" + countedText(static_cast<std::int64_t>(result.groups.size()), "group", "groups") +
+                     ", " + style.painted(sizeText(result.totals.waste), TidyRole::strong) + " wasted\n";
+    return output.finish();
 }
 
-std::string documentOf(const DuplicatesRequest& request, const Found& found) {
+std::string documentOf(const DuplicatesRequest& request, const Found& found, TextOutput output) {
     const DuplicateResult& result = found.duplicates;
     ScanStats stats;
     for (const ScanResult& scan : found.scans)
         stats.inaccessibleCount += scan.stats.inaccessibleCount;
     return tidyDocument(
+        output,
         [&](JSONWriter& json) {
             json.key("dropped");
             json.beginArray();
@@ -120,6 +130,7 @@ std::string documentOf(const DuplicatesRequest& request, const Found& found) {
                 json.key("reason");
                 json.string(file.fault.description());
                 json.endObject();
+                output.endPart();
             }
             json.endArray();
             json.key("groupCount");
@@ -142,6 +153,7 @@ std::string documentOf(const DuplicatesRequest& request, const Found& found) {
                     json.key("reclaimable");
                     json.integer(group.files[member.file].reclaimableSize);
                     json.endObject();
+                    output.endPart();
                 }
                 json.endArray();
                 json.key("size");
@@ -173,61 +185,71 @@ std::string droppedText(const DuplicateResult& result) {
 
 // --- Acting -----------------------------------------------------------------------------------------------
 
-/// The file of a group that stays: never none.
+/// The file of a group that stays: never none. Of equal ones the first, which has the smallest path.
 std::size_t keptFile(const DuplicateGroup& group, const DuplicatesRequest& request, const Found& found) {
-    const auto rank = [&](std::size_t file) -> std::pair<std::int64_t, std::string> {
-        const std::string path = group.firstMember(file).path();
-        switch (request.keeper) {
-        case DuplicateKeeper::oldest:
-            return {group.files[file].version.modified, path};
-        case DuplicateKeeper::newest:
-            return {-group.files[file].version.modified, path};
-        case DuplicateKeeper::shortestPath:
-            break;
-        case DuplicateKeeper::firstFolder:
-            for (std::size_t folder = 0; folder < found.scans.size(); ++folder)
-                for (const DuplicateMember& member : group.members)
-                    if (member.file == file && liesIn(member.node->path(), found.scans[folder].root->path()))
-                        return {static_cast<std::int64_t>(folder), path};
-            break;
+    std::vector<std::int64_t> ranks(group.files.size(), INT64_MAX);
+    if (request.keeper == DuplicateKeeper::oldest || request.keeper == DuplicateKeeper::newest) {
+        for (std::size_t file = 0; file < ranks.size(); ++file) {
+            const std::int64_t modified = group.files[file].version.modified;
+            ranks[file] = request.keeper == DuplicateKeeper::oldest ? modified : -modified;
         }
-        std::size_t shortest = SIZE_MAX;
-        for (const DuplicateMember& member : group.members)
-            if (member.file == file)
-                shortest = std::min(shortest, member.node->path().size());
-        return {static_cast<std::int64_t>(shortest), path};
-    };
-    std::size_t kept = 0;
-    for (std::size_t file = 1; file < group.files.size(); ++file)
-        if (rank(file) < rank(kept))
-            kept = file;
-    return kept;
+    } else {
+        for (const DuplicateMember& member : group.members) {
+            std::int64_t rank = INT64_MAX;
+            if (request.keeper == DuplicateKeeper::shortestPath) {
+                rank = static_cast<std::int64_t>(pathLength(*member.node));
+            } else {
+                const fs::path path = member.node->path();
+                for (std::size_t folder = found.scans.size(); folder-- > 0;)
+                    if (liesIn(path, found.scans[folder].root->path()))
+                        rank = static_cast<std::int64_t>(folder);
+            }
+            ranks[member.file] = std::min(ranks[member.file], rank);
+        }
+    }
+    return static_cast<std::size_t>(std::ranges::min_element(ranks) - ranks.begin());
 }
 
 /// A file that may go, and the one that stays for it.
 struct Extra {
-    std::string path;
+    const FileNode* node;
     FileVersion version;
-    std::string keptPath;
+    const FileNode* kept;
     FileVersion keptVersion;
-    std::int64_t reclaimableSize = 0;
 };
 
-std::vector<Extra> extrasOf(const DuplicatesRequest& request, const Found& found) {
-    std::vector<Extra> extras;
+struct Extras {
+    std::vector<Extra> all;
+    /// What is beyond the budget of paths, and stays for the next time.
+    std::int64_t furtherCount = 0;
+};
+
+Extras extrasOf(const DuplicatesRequest& request, const Found& found) {
+    Extras extras;
+    PathBudget budget;
     for (const DuplicateGroup& group : found.duplicates.groups) {
         const std::size_t kept = keptFile(group, request, found);
+        const FileNode* keptNode = &group.firstMember(kept);
+        const std::size_t set = group.files[kept].cloneSet;
         for (const DuplicateMember& member : group.members) {
             const DuplicateFile& file = group.files[member.file];
-            const std::size_t set = group.files[kept].cloneSet;
             // What shares everything with the file that stays, or has links elsewhere, would free nothing.
             if (member.file == kept || file.hasUnseenLinks || (set != 0 && file.cloneSet == set))
                 continue;
-            extras.push_back({member.node->path(), file.version, group.firstMember(kept).path(),
-                              group.files[kept].version, file.reclaimableSize});
+            if (budget.take(*member.node) && budget.take(*keptNode))
+                extras.all.push_back({member.node, file.version, keptNode, group.files[kept].version});
+            else
+                ++extras.furtherCount;
         }
     }
     return extras;
+}
+
+TidyResult withFurther(TidyResult result, std::int64_t furtherCount) {
+    if (furtherCount > 0)
+        result.standardError +=
+            countedText(furtherCount, "further copy is", "further copies are") + " left for the next time.\n";
+    return result;
 }
 
 /// To have been moved changes nothing of a file but the time of that.
@@ -237,15 +259,16 @@ bool isUntouched(const TidyContext& context, const std::string& path, const File
 }
 
 TidyResult trashExtras(const DuplicatesRequest& request, const Found& found, TidyContext& context) {
-    const std::vector<Extra> extras = extrasOf(request, found);
+    const auto [extras, furtherCount] = extrasOf(request, found);
     std::vector<TidyOutcome> planned;
     std::vector<std::string> paths;
     for (const Extra& extra : extras) {
-        planned.push_back({.source = extra.path, .done = "to the Trash; stays: " + extra.keptPath});
-        paths.push_back(extra.path);
+        paths.push_back(extra.node->path());
+        if (request.act.dryRun)
+            planned.push_back({.source = paths.back(), .done = "to the Trash; stays: " + extra.kept->path()});
     }
     if (request.act.dryRun || extras.empty())
-        return plannedResult(context, request.output, planned);
+        return withFurther(plannedResult(context, request.output, planned), furtherCount);
     const std::string question =
         "Move " + countedText(static_cast<std::int64_t>(extras.size()), "extra copy", "extra copies") +
         " to the Trash? One of each group stays.";
@@ -257,14 +280,14 @@ TidyResult trashExtras(const DuplicatesRequest& request, const Found& found, Tid
     std::size_t next = 0;
     outcomes.actOnEach(context, paths, [&](const std::string& path) -> TidyOutcome {
         const Extra& extra = extras[next++];
-        if (!isUntouched(context, extra.keptPath, extra.keptVersion))
-            return {.source = path,
-                    .failure = "The copy that was to stay has changed or gone: " + extra.keptPath};
+        const std::string kept = extra.kept->path();
+        if (!isUntouched(context, kept, extra.keptVersion))
+            return {.source = path, .failure = "The copy that was to stay has changed or gone: " + kept};
         if (!isUntouched(context, path, extra.version))
             return {.source = path, .failure = "It has changed since it was compared."};
         return trashed(context, path, home);
     });
-    return outcomes.result(context, request.output, trashNote);
+    return withFurther(outcomes.result(context, request.output, trashNote), furtherCount);
 }
 
 struct SharingText {
@@ -291,18 +314,26 @@ TidyResult share(const DuplicatesRequest& request, const Found& found, TidyConte
     std::vector<SharingRequest> groups;
     std::vector<TidyOutcome> planned;
     std::vector<std::string> paths;
+    std::int64_t furtherCount = 0;
+    PathBudget budget;
     for (const DuplicateGroup& group : found.duplicates.groups) {
         if (group.waste == 0)
             continue;
-        groups.push_back(SharingRequest::of(group));
-        const auto& items = groups.back().items;
-        for (auto item = items.begin() + 1; item != items.end(); ++item) {
-            planned.push_back({.source = item->path, .done = "shares the blocks of " + items.front().path});
+        SharingRequest sharing = SharingRequest::of(group, budget);
+        furtherCount +=
+            static_cast<std::int64_t>(group.files.size() - std::max<std::size_t>(sharing.items.size(), 1));
+        if (sharing.items.size() < 2)
+            continue;
+        const std::string& first = sharing.items.front().path;
+        for (auto item = sharing.items.begin() + 1; item != sharing.items.end(); ++item) {
             paths.push_back(item->path);
+            if (request.act.dryRun)
+                planned.push_back({.source = item->path, .done = "shares the blocks of " + first});
         }
+        groups.push_back(std::move(sharing));
     }
     if (request.act.dryRun || paths.empty())
-        return plannedResult(context, request.output, planned);
+        return withFurther(plannedResult(context, request.output, planned), furtherCount);
     const std::string question = "Make " +
                                  countedText(static_cast<std::int64_t>(paths.size()), "copy", "copies") +
                                  " share blocks with the first of each group? No file goes away.";
@@ -326,7 +357,7 @@ TidyResult share(const DuplicatesRequest& request, const Found& found, TidyConte
     }
     line.clear();
     outcomes.isInterrupted = context.token().isCancelled();
-    return outcomes.result(context, request.output, {});
+    return withFurther(outcomes.result(context, request.output, {}), furtherCount);
 }
 
 } // namespace
@@ -377,9 +408,10 @@ TidyResult run(const DuplicatesRequest& request, TidyContext& context) {
     switch (request.verb) {
     case Verb::list:
         if (request.output.json)
-            result.standardOutput = documentOf(request, found);
+            result.standardOutput = documentOf(request, found, context.output());
         else
-            result = {.standardOutput = textOf(request, found.duplicates, context.style(request.output)),
+            result = {.standardOutput =
+                          textOf(request, found.duplicates, context.style(request.output), context.output()),
                       .standardError = droppedText(found.duplicates)};
         break;
     case Verb::share:

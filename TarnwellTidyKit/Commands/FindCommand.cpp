@@ -2,6 +2,7 @@
 
 #include "TarnwellCore/Analysis/Search.hpp"
 #include "TarnwellCore/Analysis/SearchMatcher.hpp"
+#include "TarnwellCore/Scanning/PathOrder.hpp"
 #include "TarnwellCore/Text/DisplayWidth.hpp"
 #include "TarnwellCore/Text/HarmlessText.hpp"
 #include "TarnwellCore/Text/ISO8601.hpp"
@@ -92,16 +93,9 @@ void sort(std::vector<const FileNode*>& nodes, Order order, SizeMode mode) {
     case Order::name:
         by([](const FileNode* a, const FileNode* b) { return a->name() < b->name(); });
         break;
-    case Order::path: {
-        // Each path is built once: with many matches the building is what takes the time.
-        std::vector<std::pair<std::string, const FileNode*>> paths;
-        paths.reserve(nodes.size());
-        for (const FileNode* node : nodes)
-            paths.emplace_back(node->path(), node);
-        std::ranges::sort(paths);
-        std::ranges::transform(paths, nodes.begin(), [](const auto& pair) { return pair.second; });
+    case Order::path:
+        sortByPath(nodes);
         break;
-    }
     case Order::modified:
         by([](const FileNode* a, const FileNode* b) {
             return a->modificationSeconds > b->modificationSeconds;
@@ -137,7 +131,7 @@ Matches search(const FileNode& root, const FindRequest& request, const SearchCon
 std::string listed(const Matches& matches, const FindRequest& request, SizeMode mode,
                    const TidyContext& context, TextOutput output) {
     const TidyStyle style = context.style(request.output);
-    const NameStyle names = nameStyle(context.surroundings.isTerminal);
+    const NameStyle names = nameStyle(context.surroundings.isTerminal); // of what is for programs
     constexpr std::size_t sizeWidth = 10;
     std::string path;
     for (const FileNode* node : matches.nodes) {
@@ -145,7 +139,7 @@ std::string listed(const Matches& matches, const FindRequest& request, SizeMode 
         node->appendPath(path);
         std::string& text = output.text();
         if (request.print0) {
-            text += path;
+            appendStyled(text, path, names);
             text += '\0';
         } else {
             text += style.painted(padded(sizeText(node->sizeFor(mode)), sizeWidth, Side::right),
@@ -154,7 +148,7 @@ std::string listed(const Matches& matches, const FindRequest& request, SizeMode 
             if (style.columns > sizeWidth + 2)
                 text += fitted(path, style.columns - sizeWidth - 2, Cut::start);
             else
-                appendStyled(text, path, names);
+                appendHarmless(text, path);
             text += '\n';
         }
         output.endPart();
@@ -296,11 +290,9 @@ TidyResult run(const FindRequest& request, TidyContext& context) {
     TidyResult result;
     try {
         const Matches matches = search(*scan.root, request, conditions, context);
-        const auto output = [&] {
-            return context.surroundings.output ? TextOutput(context.surroundings.output) : TextOutput();
-        };
-        result.standardOutput = request.output.json ? document(matches, scan, output())
-                                                    : listed(matches, request, mode, context, output());
+        result.standardOutput = request.output.json
+                                    ? document(matches, scan, context.output())
+                                    : listed(matches, request, mode, context, context.output());
         if (matches.totals.undecidedCount > 0)
             result.standardError =
                 "tarnwell-tidy: " + countedText(matches.totals.undecidedCount, "name", "names") +

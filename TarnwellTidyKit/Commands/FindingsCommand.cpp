@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
+#include <set>
 #include <utility>
 #include <variant>
 
@@ -78,6 +80,8 @@ void writeFinding(JSONWriter& json, const SpaceSaverFinding& finding) {
     json.string(finding.subtitle);
     json.key("explanation");
     json.string(finding.explanation);
+    json.key("furtherPathCount");
+    json.integer(finding.furtherPathCount);
     json.key("id");
     json.string(finding.id);
     json.key("itemCount");
@@ -101,6 +105,34 @@ void writeFinding(JSONWriter& json, const SpaceSaverFinding& finding) {
     json.string(finding.title);
     json.endObject();
 }
+
+/// Paths of which none lies in another. In an order that has "/" before every other byte, what lies in a path
+/// follows it at once, and what it lies in is right before it.
+class OutermostPaths {
+public:
+    bool sharesWith(const fs::path& path) const {
+        const auto next = paths_.lower_bound(path);
+        return (next != paths_.end() && liesIn(*next, path)) ||
+               (next != paths_.begin() && liesIn(path, *std::prev(next)));
+    }
+    void insert(const fs::path& path) {
+        auto next = paths_.lower_bound(path);
+        if (next != paths_.begin() && liesIn(path, *std::prev(next)))
+            return;
+        while (next != paths_.end() && liesIn(*next, path))
+            next = paths_.erase(next);
+        paths_.insert(next, path);
+    }
+
+private:
+    struct Order {
+        bool operator()(const fs::path& one, const fs::path& other) const {
+            return std::ranges::lexicographical_compare(one.native(), other.native(), {}, key, key);
+        }
+        static int key(char byte) { return byte == '/' ? -1 : static_cast<unsigned char>(byte); }
+    };
+    std::set<fs::path, Order> paths_;
+};
 
 struct ActionName {
     std::string_view operator()(const SpaceSaverActions::RunCommand&) const { return "runCommand"; }
@@ -144,16 +176,16 @@ TidyRole roleOf(CleanupSafety safety) {
 
 std::int64_t freeableBytes(std::span<const SpaceSaverFinding> findings) {
     std::int64_t bytes = 0;
-    std::vector<fs::path> counted;
+    OutermostPaths counted;
     for (const SpaceSaverFinding& finding : findings) {
-        const bool isShared = std::ranges::any_of(finding.paths, [&](const fs::path& path) {
-            return std::ranges::any_of(
-                counted, [&](const fs::path& other) { return liesIn(path, other) || liesIn(other, path); });
-        });
-        if (isShared)
+        // What is not listed may be part of another finding.
+        if (finding.furtherPathCount > 0 || std::ranges::any_of(finding.paths, [&](const fs::path& path) {
+                return counted.sharesWith(path);
+            }))
             continue;
         addChecked(bytes, finding.reclaimableSize);
-        counted.insert(counted.end(), finding.paths.begin(), finding.paths.end());
+        for (const fs::path& path : finding.paths)
+            counted.insert(path);
     }
     return bytes;
 }

@@ -68,11 +68,12 @@ std::string textOf(const FreedBytes& freed, const TidyStyle& style) {
     return text;
 }
 
-void write(JSONWriter& json, const FreedBytes& freed) {
+void write(JSONWriter& json, const FreedBytes& freed, const ScanStats& stats) {
     json.key("atLeast");
     json.integer(freed.atLeast);
     json.key("atMost");
     json.integer(freed.atMost);
+    writeUnreadable(json, stats);
     json.key("reasons");
     json.beginArray();
     for (const FreedBytes::Reason& reason : freed.reasons) {
@@ -135,10 +136,13 @@ TidyResult run(const FreesRequest& request, TidyContext& context) {
     }
     const FreedBytes freed = FreedSpace(scan).of(nodes);
     TidyResult result;
-    if (request.output.json)
-        result.standardOutput = tidyDocument([&](JSONWriter& json) { write(json, freed); });
-    else
-        result.standardOutput = textOf(freed, context.style(request.output));
+    if (request.output.json) {
+        result.standardOutput = tidyDocument([&](JSONWriter& json) { write(json, freed, scan.stats); });
+    } else {
+        const TidyStyle style = context.style(request.output);
+        result.standardOutput = textOf(freed, style);
+        result.standardError = context.unreadableText(scan, style);
+    }
     context.keep(std::move(scan));
     return result;
 }

@@ -191,8 +191,9 @@ TidyResult test(const RulesRequest& request, TidyContext& context) {
         rules, *scan.root, context.services.now(), context.services.home().native(), context.token());
     TidyResult result;
     const TidyStyle style = context.style(request.output);
+    TextOutput output = context.output();
     if (request.output.json) {
-        result.standardOutput = tidyDocument([&](JSONWriter& json) {
+        result.standardOutput = tidyDocument(output, [&](JSONWriter& json) {
             writeUnreadable(json, scan.stats);
             json.key("matches");
             json.beginArray();
@@ -202,8 +203,10 @@ TidyResult test(const RulesRequest& request, TidyContext& context) {
                 json.integer(match.itemCount);
                 json.key("paths");
                 json.beginArray();
-                for (const FileNode* node : match.nodes)
+                for (const FileNode* node : match.nodes) {
                     json.string(node->path());
+                    output.endPart();
+                }
                 json.endArray();
                 json.key("reclaimable");
                 json.integer(match.reclaimableSize);
@@ -217,16 +220,17 @@ TidyResult test(const RulesRequest& request, TidyContext& context) {
         });
     } else {
         for (const RuleMatch& match : matches) {
-            result.standardOutput += style.painted(harmless(match.rule.name), TidyRole::heading) + ": " +
-                                     countedText(match.itemCount, "item", "items") + ", " +
-                                     sizeText(match.totalSize) + "\n";
+            output.text() += style.painted(harmless(match.rule.name), TidyRole::heading) + ": " +
+                             countedText(match.itemCount, "item", "items") + ", " +
+                             sizeText(match.totalSize) + "\n";
             TidyTable table({TidyColumn::right, TidyColumn::path}, 2);
             for (const FileNode* node : match.nodes)
-                table.row({{sizeText(node->size)}, {node->path()}});
-            table.write(result.standardOutput, style);
+                table.row({{sizeText(node->size)}, {.text = {}, .node = node}});
+            table.write(output, style);
         }
         if (matches.empty())
-            result.standardOutput = "No rule matches anything there.\n";
+            output.text() += "No rule matches anything there.\n";
+        result.standardOutput = output.finish();
         result.standardError = context.unreadableText(scan, style);
     }
     context.keep(std::move(scan));

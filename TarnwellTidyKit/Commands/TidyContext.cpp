@@ -68,6 +68,10 @@ TidyResult TidyContext::withoutConsent(Consent consent) {
     return {.exitCode = TidyResult::failed, .standardError = "Nothing was done.\n"};
 }
 
+TextOutput TidyContext::output() const {
+    return surroundings.output ? TextOutput(surroundings.output) : TextOutput();
+}
+
 std::string TidyContext::unreadableText(const ScanResult& result, const TidyStyle& style) const {
     const ScanStats& stats = result.stats;
     if (stats.inaccessibleCount == 0 && stats.inaccessibleEntryCount == 0)
@@ -116,8 +120,13 @@ void writeUnreadable(JSONWriter& json, const ScanStats& stats) {
 
 std::string tidyDocument(const std::function<void(JSONWriter&)>& first,
                          const std::function<void(JSONWriter&)>& last) {
-    std::string text;
-    JSONWriter writer(text);
+    TextOutput output;
+    return tidyDocument(output, first, last);
+}
+
+std::string tidyDocument(TextOutput& output, const std::function<void(JSONWriter&)>& first,
+                         const std::function<void(JSONWriter&)>& last) {
+    JSONWriter writer(output.text());
     writer.beginObject();
     first(writer);
     writer.key("version");
@@ -125,8 +134,8 @@ std::string tidyDocument(const std::function<void(JSONWriter&)>& first,
     if (last)
         last(writer);
     writer.endObject();
-    text += '\n';
-    return text;
+    output.text() += '\n';
+    return output.finish();
 }
 
 } // namespace tarnwell

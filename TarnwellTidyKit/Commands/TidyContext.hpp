@@ -62,6 +62,8 @@ public:
 
     // --- Saying ---------------------------------------------------------------------------------------
 
+    /// Where a text goes that may be far longer than what it is made of.
+    TextOutput output() const;
     /// What is said to people about folders that could not be read; empty when all could.
     std::string unreadableText(const ScanResult& result, const TidyStyle& style) const;
 
@@ -79,6 +81,9 @@ void writeUnreadable(JSONWriter& json, const ScanStats& stats);
 /// A JSON document of version 1. Keys stand in ascending order: `first` writes those before "version", `last`
 /// those behind it.
 std::string tidyDocument(const std::function<void(JSONWriter&)>& first,
+                         const std::function<void(JSONWriter&)>& last = {});
+/// The same, handed on in pieces; `output.endPart()` may be called between two elements.
+std::string tidyDocument(TextOutput& output, const std::function<void(JSONWriter&)>& first,
                          const std::function<void(JSONWriter&)>& last = {});
 
 } // namespace tarnwell

@@ -47,6 +47,19 @@ struct Dispatch {
     }
 };
 
+/// Whether --json was given. A terminal obeys some characters of names, which a document may have as they
+/// are.
+bool printsDocument(const TidyCommand& command) {
+    return std::visit(
+        [](const auto& request) {
+            if constexpr (requires { request.output.json; })
+                return request.output.json;
+            else
+                return false;
+        },
+        command);
+}
+
 TidyResult runUnguarded(std::span<const std::string> arguments, const TidyServices& services,
                         const TidySurroundings& surroundings) {
     TidyCommand command;
@@ -55,9 +68,21 @@ TidyResult runUnguarded(std::span<const std::string> arguments, const TidyServic
     } catch (const TidyUsageError& error) {
         return usageFailure(error.what());
     }
-    TidyContext context(services, surroundings);
+    TidySurroundings harmlessSurroundings;
+    const bool isDocument = printsDocument(command);
+    if (isDocument) {
+        harmlessSurroundings = surroundings;
+        if (surroundings.output)
+            harmlessSurroundings.output = [&](std::string_view piece) {
+                surroundings.output(harmlessJSON(piece));
+            };
+    }
+    TidyContext context(services, isDocument ? harmlessSurroundings : surroundings);
     try {
-        return std::visit(Dispatch{context}, command);
+        TidyResult result = std::visit(Dispatch{context}, command);
+        if (isDocument)
+            result.standardOutput = harmlessJSON(result.standardOutput);
+        return result;
     } catch (const TidyUsageError& error) {
         return usageFailure(error.what());
     } catch (const TidyInterrupted&) {

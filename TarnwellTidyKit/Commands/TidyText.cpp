@@ -1,7 +1,9 @@
 #include "TarnwellTidyKit/Commands/TidyText.hpp"
 
 #include "TarnwellCore/Scanning/ByteFormatter.hpp"
+#include "TarnwellCore/Scanning/FileNode.hpp"
 #include "TarnwellCore/Text/DisplayWidth.hpp"
+#include "TarnwellCore/Text/TextOutput.hpp"
 
 #include <algorithm>
 #include <array>
@@ -70,13 +72,27 @@ void TidyTable::row(std::vector<Cell> cells) {
 }
 
 void TidyTable::write(std::string& text, const TidyStyle& style) const {
+    TextOutput output;
+    write(output, style);
+    text += output.finish();
+}
+
+void TidyTable::write(TextOutput& output, const TidyStyle& style) const {
+    std::string path;
+    const auto textOf = [&](const Cell& cell) -> const std::string& {
+        if (cell.node == nullptr)
+            return cell.text;
+        path.clear();
+        cell.node->appendPath(path);
+        return path;
+    };
     const auto gives = [&](std::size_t column) {
         return columns_[column] == TidyColumn::path || columns_[column] == TidyColumn::sentence;
     };
     std::vector<std::size_t> widths(columns_.size(), 0);
     for (const auto& row : rows_)
         for (std::size_t column = 0; column < row.size(); ++column)
-            widths[column] = std::max(widths[column], displayWidth(row[column].text));
+            widths[column] = std::max(widths[column], displayWidth(textOf(row[column])));
     if (style.columns > 0) {
         std::size_t fixed = indent_ + columnGap * (columns_.size() - 1);
         std::size_t giving = 0;
@@ -100,6 +116,13 @@ void TidyTable::write(std::string& text, const TidyStyle& style) const {
             --giving;
         }
     }
+    // Where texts may be as wide as they like, a few that are very wide must not widen all the others.
+    constexpr std::size_t widestAligned = 200;
+    const auto blanksBeside = [&](std::size_t column, std::string_view shown) {
+        const std::size_t width =
+            style.columns > 0 ? widths[column] : std::min(widths[column], widestAligned);
+        return std::string(width - std::min(width, displayWidth(shown)), ' ');
+    };
     for (const auto& row : rows_) {
         std::string line(indent_, ' ');
         for (std::size_t column = 0; column < row.size(); ++column) {
@@ -110,12 +133,12 @@ void TidyTable::write(std::string& text, const TidyStyle& style) const {
                 line.append(columnGap, ' ');
             if (!cell.painted.empty()) {
                 line += cell.painted;
-                line.append(widths[column] - std::min(widths[column], displayWidth(cell.text)), ' ');
+                line += blanksBeside(column, cell.text);
                 continue;
             }
             const Cut cut = columns_[column] == TidyColumn::path ? Cut::start : Cut::end;
-            const std::string shown = fitted(cell.text, widths[column], cut);
-            const std::string blanks(widths[column] - std::min(widths[column], displayWidth(shown)), ' ');
+            const std::string shown = fitted(textOf(cell), widths[column], cut);
+            const std::string blanks = blanksBeside(column, shown);
             if (columns_[column] == TidyColumn::right)
                 line += blanks;
             line += style.painted(shown, cell.role);
@@ -123,8 +146,9 @@ void TidyTable::write(std::string& text, const TidyStyle& style) const {
                 line += blanks;
         }
         line.erase(line.find_last_not_of(' ') + 1);
-        text += line;
-        text += '\n';
+        line += '\n';
+        output.text() += line;
+        output.endPart();
     }
 }
 

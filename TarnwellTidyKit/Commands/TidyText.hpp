@@ -13,6 +13,9 @@
 
 namespace tarnwell {
 
+class FileNode;
+class TextOutput;
+
 /// What a piece of text is, which says how it looks.
 enum class TidyRole : std::uint8_t { plain, heading, quiet, strong, good, warning, danger };
 
@@ -47,11 +50,14 @@ public:
         TidyRole role = TidyRole::plain;
         /// Stands as it is, already painted; `text` is then only its width.
         std::string painted = {};
+        /// Not null: the text is this node's path, which is made when it is written.
+        const FileNode* node = nullptr;
     };
     void row(std::vector<Cell> cells);
     bool isEmpty() const { return rows_.empty(); }
 
     void write(std::string& text, const TidyStyle& style) const;
+    void write(TextOutput& output, const TidyStyle& style) const;
 
 private:
     std::vector<TidyColumn> columns_;

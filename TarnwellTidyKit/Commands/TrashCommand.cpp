@@ -159,7 +159,8 @@ TidyResult empty(const TrashRequest& request, TidyContext& context) {
         countedText(summary.itemCount, "item", "items") + ", " + sizeText(summary.allocatedSize);
     if (request.act.dryRun)
         return plannedResult(context, request.output, {{.source = "Trash", .done = "empty it of " + what}});
-    if (summary.itemCount > 0) {
+    const bool mayHoldSomething = summary.itemCount > 0 || !summary.unanswered.empty();
+    if (mayHoldSomething) {
         const auto consent =
             context.consent(request.act, "Empty the Trash (" + what + ")? This cannot be undone.");
         if (consent != TidyContext::Consent::given)
@@ -167,8 +168,8 @@ TidyResult empty(const TrashRequest& request, TidyContext& context) {
     }
     TidyOutcomes outcomes;
     outcomes.actOnEach(context, {"Trash"}, [&](const std::string&) {
-        TidyOutcome outcome = summary.itemCount > 0 ? emptied(context, home)
-                                                    : TidyOutcome{.source = "Trash", .done = "was empty"};
+        TidyOutcome outcome =
+            mayHoldSomething ? emptied(context, home) : TidyOutcome{.source = "Trash", .done = "was empty"};
         if (!outcome.failure)
             outcome.bytesFreed = summary.reclaimableSize;
         return outcome;

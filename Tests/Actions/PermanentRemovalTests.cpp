@@ -11,6 +11,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <string>
+#include <thread>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -96,6 +99,42 @@ TEST(TrashEmptying, ALinkInPlaceOfAVolumesTrashLeadsNowhere) {
     EXPECT_EQ(emptyTrashFolders({linked, own}), EmptyTrashOutcome(EmptyTrashEmptied{}));
     EXPECT_TRUE(fs::exists(kept));
     EXPECT_FALSE(fs::exists(gone));
+}
+
+TEST(TrashEmptying, ALinkThatIsPutThereInThatMomentLeadsNowhere) {
+    const TemporaryFolder folder;
+    const fs::path trash = volumeTrashDirectories(folder / "volume", ::getuid()).back();
+    const fs::path below = trash.lexically_relative(folder / "volume");
+    const fs::path top = (folder / "volume") / *below.begin();
+    const fs::path aside = folder / "volume/aside";
+    const fs::path link = folder / "volume/link";
+    const std::string old = trash.lexically_relative(folder.path()) / "old";
+    const fs::path kept = (folder / "project") / below.lexically_relative(*below.begin()) / "precious";
+    folder.makeFile(kept.lexically_relative(folder.path()).native(), 10);
+    fs::create_directories(trash);
+    fs::create_directory_symlink(folder / "project", link);
+    std::atomic<bool> isDone = false;
+    std::thread other([&] {
+        while (!isDone) {
+            ::rename(top.c_str(), aside.c_str());
+            ::rename(link.c_str(), top.c_str());
+            ::rename(top.c_str(), link.c_str());
+            ::rename(aside.c_str(), top.c_str());
+        }
+    });
+    int emptied = 0;
+    for (int round = 0; round < 3'000 && fs::exists(kept); ++round) {
+        const int file = ::open((folder / old).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600); // or nowhere
+        ::close(file);
+        (void)emptyTrashFolders({trash});
+        emptied += file >= 0 && ::access((folder / old).c_str(), F_OK) != 0 ? 1 : 0;
+    }
+    isDone = true;
+    other.join();
+    EXPECT_TRUE(fs::exists(kept));
+    EXPECT_GT(emptied, 0);
+    EXPECT_EQ(emptyTrashFolders({trash}), EmptyTrashOutcome(EmptyTrashEmptied{}));
+    EXPECT_TRUE(fs::is_empty(trash));
 }
 
 } // namespace

@@ -61,6 +61,33 @@ std::vector<std::string> pathsOf(const std::vector<SpaceSaverFinding>& findings,
     return paths;
 }
 
+TEST(NodeModulesProbe, ThePathsOfADeepChainAreBounded) {
+    constexpr int depth = 2'000; // 500 MB of paths
+    FileTreeBuilder builder("/");
+    FileNode* folder = &builder.root();
+    RuleMatch match{.rule = {.id = "r", .name = "r"}};
+    for (int level = 0; level < depth; ++level) {
+        FileNode& modules = builder.addFolder(*folder, "node_modules");
+        builder.addFile(modules, "file", 10);
+        match.nodes.push_back(&modules);
+        folder = &builder.addFolder(*folder, std::string(255, 'x'));
+    }
+    const auto root = builder.finish();
+    const SpaceSaverProbe probe("/home/u", 1);
+    for (const auto& findings : {probe.nodeModulesFindings(*root), probe.cleanupRuleFindings({match})}) {
+        ASSERT_EQ(findings.size(), 1u);
+        const SpaceSaverFinding& finding = findings.front();
+        std::size_t bytes = 0;
+        for (const fs::path& path : finding.paths)
+            bytes += path.native().size();
+        EXPECT_LT(bytes, 64u << 20);
+        EXPECT_GT(bytes, 32u << 20);
+        EXPECT_EQ(finding.paths.size() + static_cast<std::size_t>(finding.furtherPathCount), depth);
+        EXPECT_EQ(finding.itemCount, depth);
+        EXPECT_EQ(finding.size, 10 * depth);
+    }
+}
+
 TEST(NodeModulesProbe, OutermostFoldersOfProjectsAreGrouped) {
     Tree tree;
     tree.file("/home/u/a/node_modules/x/node_modules/y/file", 300);

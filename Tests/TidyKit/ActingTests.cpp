@@ -1,7 +1,9 @@
 // What changes something: trash, clean, evict and rules, with consent, dry runs, refusals and interruptions.
 
+#include "TarnwellCore/Actions/TrashEmptying.hpp"
 #include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
 
+#include "Tests/Support/SilentShare.hpp"
 #include "Tests/TidyKit/Scene.hpp"
 
 #include <gmock/gmock.h>
@@ -27,6 +29,34 @@ std::map<std::string, std::string> failures(const test::JSONValue& document) {
         all[outcome["source"].GetString()] =
             outcome["failure"].IsNull() ? "" : outcome["failure"].GetString();
     return all;
+}
+
+TEST(TrashCommand, AShareThatDoesNotAnswerHoldsNobodyUp) {
+    const auto share = test::SilentShare::make();
+    if (!share)
+        GTEST_SKIP() << share.error();
+    Scene scene;
+    scene.home.makeFile(".trash/old", 10);
+    const fs::path silent = (*share)->path() / "Trash/files";
+    scene.services.trashFolders = [&](const fs::path&) {
+        return std::vector<fs::path>{silent, scene.path(".trash")};
+    };
+    scene.services.trashSummary = [&](const fs::path&) {
+        return TrashSummary{.locations = {}, .unanswered = {silent}};
+    };
+    scene.services.emptyTrash = [&](const fs::path& home, const CancellationToken& token) {
+        return emptyTrashFolders(scene.services.trashFolders(home), token);
+    };
+    const std::string line = silent.native() + ": Its volume does not answer.";
+    const TidyResult listed = scene.run({"trash", "list"});
+    EXPECT_EQ(listed.exitCode, 0);
+    EXPECT_THAT(listed.standardOutput, HasSubstr(".trash/old"));
+    EXPECT_EQ(listed.standardError, line + "\n");
+    EXPECT_EQ(scene.run({"trash", "empty"}).exitCode, 2) << "it may hold something, and nobody can be asked";
+    const TidyResult emptied = scene.run({"trash", "empty", "--yes"});
+    EXPECT_EQ(emptied.exitCode, 1);
+    EXPECT_THAT(emptied.standardError, HasSubstr(line));
+    EXPECT_FALSE(fs::exists(scene.home / ".trash/old")) << "what can be emptied is";
 }
 
 TEST(TrashCommand, EachItemHasAnOutcomeAndWhatMustStayStays) {

@@ -1,9 +1,14 @@
 // find, frees, duplicates and changes, as a person types them.
 
+#include "TarnwellCore/Text/HarmlessText.hpp"
+
 #include "Tests/TidyKit/Scene.hpp"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -155,6 +160,93 @@ TEST(DuplicatesCommand, GroupsAndExtras) {
     EXPECT_EQ(test::readFile(scene.home / "second/a"), "changed");
     EXPECT_TRUE(fs::exists(scene.home / "second/link"));
     EXPECT_FALSE(fs::exists(scene.home / "first/copy"));
+}
+
+// Whoever gives a file its name could make a terminal do things by it.
+TEST(Listings, HoldNothingThatATerminalObeys) {
+    Scene scene;
+    const std::string name = "\033]0;title\a\xC2\x9B\xE2\x80\xAE\xFF";
+    scene.home.writeFile(name + "/one" + name, std::string(20'000, 'x'));
+    scene.home.writeFile(name + "/other" + name, std::string(20'000, 'x'));
+    scene.home.makeFile(".trash/" + name, 10);
+    const std::string folder = scene.path(name);
+    (void)scene.run({"rules", "add", "all" + name, "--larger", "1"});
+    const std::vector<Words> commands = {
+        {"report", folder},
+        {"find", folder},
+        {"find", folder, "--print0"},
+        {"frees", folder},
+        {"duplicates", folder, "--min", "1"},
+        {"duplicates", folder, "--trash-extras", "first", "--dry-run", "--min", "1"},
+        {"rules"},
+        {"rules", "test", folder},
+        {"findings"},
+        {"trash", "list"},
+        {"trash", folder, "--dry-run"},
+        {"trash", folder + "/missing"}};
+    for (const bool isTerminal : {false, true})
+        for (const bool isDocument : {false, true})
+            for (Words words : commands) {
+                const bool isRaw = words.back() == "--print0";
+                if (isRaw && (isDocument || !isTerminal))
+                    continue;
+                if (isDocument)
+                    words.emplace_back("--json");
+                for (const bool isInPieces : {false, true}) {
+                    std::string text;
+                    scene.surroundings.isTerminal = isTerminal;
+                    scene.surroundings.output = {};
+                    if (isInPieces)
+                        scene.surroundings.output = [&](std::string_view piece) { text += piece; };
+                    const TidyResult result = scene.run(words);
+                    text += result.standardOutput + result.standardError;
+                    EXPECT_FALSE(text.empty());
+                    for (char& byte : text)
+                        byte = byte == '\n' || (isRaw && byte == '\0') ? ' ' : byte;
+                    EXPECT_TRUE(isHarmless(text)) << words.front() << isDocument << "\n" << harmless(text);
+                }
+            }
+}
+
+// A stranger makes such a chain in a second; its paths are as long, together, as the square of its depth.
+TEST(Listings, OfADeepChainAreNeverHeldWhole) {
+    Scene scene;
+    constexpr int depth = 530; // 36 MB of paths
+    int folder = ::open(scene.home.makeFolder("chain").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const std::string name(255, 'x');
+    for (int level = 0; level < depth; ++level) {
+        const int file = ::openat(folder, "a.iso", O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+        EXPECT_EQ(::write(file, "same", 4), 4);
+        ::close(file);
+        EXPECT_EQ(::mkdirat(folder, name.c_str(), 0755), 0);
+        const int next = ::openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        ::close(folder);
+        folder = next;
+    }
+    ::close(folder);
+    (void)scene.text({"rules", "add", "Images", "--extension", "iso"});
+    const std::string chain = scene.path("chain");
+    for (const Words& words : {Words{"duplicates", chain, "--min", "1"},
+                               {"rules", "test", chain, "Images", "--json"},
+                               {"find", chain, "--name", ".iso", "--sort", "path"}}) {
+        std::size_t total = 0;
+        std::size_t longest = 0;
+        scene.surroundings.output = [&](std::string_view piece) {
+            total += piece.size();
+            longest = std::max(longest, piece.size());
+        };
+        const TidyResult result = scene.run(words);
+        EXPECT_EQ(result.exitCode, 0) << result.standardError;
+        EXPECT_GT(total, 35'000'000u) << words.front();
+        EXPECT_LT(longest + result.standardOutput.size(), 4u << 20) << words.front();
+    }
+    scene.surroundings.output = {};
+    // What is acted on has paths that are held; they have their bounds.
+    const TidyResult planned =
+        scene.run({"duplicates", chain, "--min", "1", "--trash-extras", "newest", "--dry-run"});
+    EXPECT_THAT(planned.standardError, HasSubstr("further copies are left for the next time."));
+    EXPECT_LT(planned.standardOutput.size(), 70'000'000u);
+    EXPECT_GT(planned.standardOutput.size(), 20'000'000u);
 }
 
 TEST(ChangesCommand, FoldersStandForWhatTheyHold) {

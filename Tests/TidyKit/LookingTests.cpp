@@ -128,6 +128,10 @@ TEST(ReportCommand, WhatCouldNotBeReadIsSaid) {
                           "/secret/4\n  /secret/5\n  and 2 more\n"));
     EXPECT_THAT(scene.text(words), HasSubstr("sudo"));
     EXPECT_EQ(scene.json(words)["inaccessible"].Size(), 7u);
+    const std::string folder = scene.home.makeFolder("inner").string();
+    for (const Words& each : {words, Words{"find", folder}, Words{"frees", folder},
+                              Words{"rules", "test", folder}, Words{"duplicates", folder}, Words{"findings"}})
+        EXPECT_EQ(scene.json(each)["inaccessibleCount"].GetInt64(), 7) << each.front();
     scene.services.diskAccess = [] { return FullDiskAccessStatus::denied; };
     EXPECT_THAT(scene.text(words), HasSubstr("Full Disk Access"));
 

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace tarnwell {
 
@@ -74,7 +75,8 @@ std::uint32_t SharedExtents::fileSystemNumber(int file, bool isBtrfs, std::int32
     return known->second;
 }
 
-/// False when the kernel does not show them, or something else than the pieces belong to.
+/// False when the kernel does not show them, or something else than the pieces belong to, or lengths that fit
+/// no 64 bits.
 bool SharedExtents::keepWholeExtents(int file, const RawDirectoryEntry& entry, HeldSpace& held) {
     if (!btrfs_.read(file, entry.fileID, wholeExtents_))
         return false;
@@ -97,7 +99,10 @@ bool SharedExtents::keepWholeExtents(int file, const RawDirectoryEntry& entry, H
     removeRepeated(held.extents);
     removeRepeated(own);
     for (const SharedExtent& extent : own)
-        exclusive += extent.length;
+        if (__builtin_add_overflow(exclusive, extent.length, &exclusive))
+            return false;
+    if (!std::in_range<std::int64_t>(exclusive))
+        return false;
     held.exclusive = static_cast<std::int64_t>(exclusive);
     held.traits |= HeldSpace::wholeExtents | HeldSpace::knowsExclusive;
     return true;
