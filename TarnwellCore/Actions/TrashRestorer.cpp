@@ -281,15 +281,21 @@ void addItem(TrashListing& listing, const fs::path& location, const Knowledge& k
     if (const auto origin = originOf(location, *identity, knowledge)) {
         item.original = origin->path();
         item.trashedAt = origin->trashedAt;
-        if (origin->entry != nullptr)
+        if (origin->entry != nullptr) {
             item.set = origin->entry->set;
+            item.number = origin->entry->number;
+        }
     }
     listing.items.push_back(std::move(item));
 }
 
 bool isListedBefore(const TrashedItem& left, const TrashedItem& right) {
+    if (left.set && left.set == right.set)
+        return left.number > right.number;
     if (left.trashedAt != right.trashedAt)
         return left.trashedAt > right.trashedAt; // a date before none
+    if (left.set != right.set)
+        return left.set > right.set;
     return left.location.native() < right.location.native();
 }
 

@@ -4,8 +4,10 @@
 
 #include "TarnwellTidyKit/Commands/TidyContext.hpp"
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -19,6 +21,8 @@ struct TidyOutcome {
     std::string done = {};
     /// Where it now lies.
     std::optional<std::string> trashedTo = {};
+    /// Where it is again.
+    std::optional<std::string> restoredTo = {};
     std::optional<std::int64_t> bytesFreed = {};
     /// The finding that it belongs to.
     std::optional<std::string> finding = {};
@@ -41,8 +45,25 @@ struct TidyOutcomes {
                       std::string_view closing) const;
 };
 
-/// The outcome of moving an item to the Trash, unless it must stay where it is.
-TidyOutcome trashed(const TidyContext& context, const std::string& source, const std::filesystem::path& home);
+/// Writes the member "outcomes".
+void writeOutcomes(JSONWriter& json, const std::vector<TidyOutcome>& outcomes);
+
+TidyOutcome outcomeOf(const TrashOutcome& moved);
+
+/// Items that a command moves to the Trash one by one, which can be restored as one set.
+class TidyTrashSet {
+public:
+    /// Notes what is about to be moved, but what must stay where it is.
+    TidyTrashSet(const TidyContext& context, const std::vector<std::string>& sources,
+                 const std::filesystem::path& home);
+    /// The outcome of moving one of the sources, unless it must stay.
+    TidyOutcome move(const std::string& source);
+
+private:
+    std::map<std::string, std::string, std::less<>> reasonsToStay_;
+    std::map<std::string, std::size_t, std::less<>> numbers_;
+    std::optional<TrashMoves> moves_;
+};
 /// The outcome of freeing a file's local copy.
 TidyOutcome evicted(const TidyContext& context, const std::string& source,
                     const std::vector<SyncedRoot>& roots);

@@ -1,5 +1,6 @@
 // find, frees, duplicates and changes, as a person types them.
 
+#include "Tests/Support/MountedImage.hpp"
 #include "Tests/TidyKit/Scene.hpp"
 
 #include <gmock/gmock.h>
@@ -155,6 +156,40 @@ TEST(DuplicatesCommand, GroupsAndExtras) {
     EXPECT_EQ(test::readFile(scene.home / "second/a"), "changed");
     EXPECT_TRUE(fs::exists(scene.home / "second/link"));
     EXPECT_FALSE(fs::exists(scene.home / "first/copy"));
+}
+
+TEST(DuplicatesCommand, CopiesComeToShareTheirBlocks) {
+    for (const char* kind : {"btrfs", "xfs"}) {
+        const auto image = test::MountedImage::make({.type = kind});
+        if (!image)
+            GTEST_SKIP() << image.error();
+        const Scene scene;
+        const test::TemporaryFolder folder((*image)->path());
+        const std::string text(200'000, 's');
+        for (const char* name : {"a", "b", "deeper/c"})
+            folder.writeFile(name, text);
+        const Words words = {"duplicates", folder.path().string(), "--share"};
+        const auto with = [&](const char* word) {
+            Words all = words;
+            all.emplace_back(word);
+            return all;
+        };
+        EXPECT_EQ(scene.run(words).exitCode, 2) << "nobody to ask";
+        EXPECT_EQ(column(scene.json(with("--dry-run"))["planned"], "source"),
+                  (Words{(folder / "b").string(), (folder / "deeper/c").string()}));
+        const auto shared = scene.json(with("--yes"));
+        ASSERT_EQ(shared["outcomes"].Size(), 2u);
+        for (const auto& outcome : shared["outcomes"].GetArray())
+            EXPECT_NEAR(static_cast<double>(outcome["bytesFreed"].GetInt64()), 200'000, 10'000) << kind;
+        EXPECT_EQ(scene.json({"duplicates", folder.path().string()})["waste"].GetInt64(), 0) << kind;
+        for (const char* name : {"a", "b", "deeper/c"})
+            EXPECT_EQ(test::readFile(folder / name), text);
+    }
+    const Scene scene; // where files cannot share, that is said
+    scene.home.writeFile("a", std::string(20'000, 'x'));
+    scene.home.writeFile("b", std::string(20'000, 'x'));
+    const TidyResult result = scene.run({"duplicates", scene.home.path().string(), "--share", "--yes"});
+    EXPECT_TRUE(result.exitCode == 0 || !result.standardError.empty());
 }
 
 TEST(ChangesCommand, FoldersStandForWhatTheyHold) {
