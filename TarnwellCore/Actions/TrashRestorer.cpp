@@ -187,11 +187,14 @@ Knowledge knowledgeOf(const TrashJournal& journal) {
     }
 }
 
-/// One item on its way back.
+/// Items on their way back.
 class Return {
 public:
-    Return(const TrashRestorer& restorer, const Knowledge& knowledge, const TrashJournal& journal)
-        : restorer_(restorer), knowledge_(knowledge), journal_(journal) {}
+    Return(const TrashRestorer& restorer, const Knowledge& knowledge)
+        : restorer_(restorer), knowledge_(knowledge) {}
+
+    /// What the journal may forget: of a crash before that, it finds out by itself.
+    const std::vector<TrashJournalEntry>& restored() const { return restored_; }
 
     RestoreOutcome run(const fs::path& source) const {
         const fs::path location(PathUtil::withoutTrailingSlashes(source.native()));
@@ -220,7 +223,7 @@ public:
         if (outcome.succeeded()) {
             removeNote(location);
             if (origin->entry != nullptr)
-                journal_.forget({*origin->entry});
+                restored_.push_back(*origin->entry);
         }
         return outcome;
     }
@@ -269,7 +272,7 @@ private:
 
     const TrashRestorer& restorer_;
     const Knowledge& knowledge_;
-    const TrashJournal& journal_;
+    mutable std::vector<TrashJournalEntry> restored_;
     mutable std::optional<std::set<std::string>> trashFolders_; // once they are asked for
 };
 
@@ -367,7 +370,7 @@ std::future<std::vector<RestoreOutcome>> TrashRestorer::restore(std::vector<fs::
         }
         std::ranges::stable_sort(order, [](const auto& a, const auto& b) { return a.first > b.first; });
         std::vector<RestoreOutcome> outcomes(locations.size());
-        const Return itemReturn(restorer, knowledge, restorer.journal_);
+        const Return itemReturn(restorer, knowledge);
         for (const auto& [place, index] : order) {
             try {
                 outcomes[index] = token.isCancelled() ? refused(locations[index], RestoreRefusal::cancelled)
@@ -376,6 +379,7 @@ std::future<std::vector<RestoreOutcome>> TrashRestorer::restore(std::vector<fs::
                 outcomes[index] = failed(locations[index], ENOMEM);
             }
         }
+        restorer.journal_.forget(itemReturn.restored());
         return outcomes;
     });
 }

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <utility>
 #include <variant>
 
@@ -85,16 +86,25 @@ bool TidyOutcomes::hasFailures() const {
 
 void TidyOutcomes::actOnEach(const TidyContext& context, const std::vector<std::string>& sources,
                              const std::function<TidyOutcome(const std::string&)>& step) {
-    for (const std::string& source : sources) {
+    actOnSome(context, sources, 1,
+              [&](std::span<const std::string> one) { return std::vector<TidyOutcome>{step(one.front())}; });
+}
+
+void TidyOutcomes::actOnSome(
+    const TidyContext& context, const std::vector<std::string>& sources, std::size_t most,
+    const std::function<std::vector<TidyOutcome>(std::span<const std::string>)>& step) {
+    for (std::size_t first = 0; first < sources.size(); first += most) {
+        const auto some = std::span(sources).subspan(first, std::min(most, sources.size() - first));
         if (!isInterrupted) {
             try {
-                context.act([&] { all.push_back(step(source)); });
+                context.act([&] { std::ranges::move(step(some), std::back_inserter(all)); });
                 continue;
             } catch (const TidyInterrupted&) {
                 isInterrupted = true;
             }
         }
-        all.push_back({.source = source, .failure = "It was not touched: interrupted."});
+        for (const std::string& source : some)
+            all.push_back({.source = source, .failure = "It was not touched: interrupted."});
     }
 }
 

@@ -9,6 +9,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,9 @@ struct TidyOutcomes {
     /// Does one indivisible step after the other; the steps behind an interruption fail with that reason.
     void actOnEach(const TidyContext& context, const std::vector<std::string>& sources,
                    const std::function<TidyOutcome(const std::string&)>& step);
+    /// The same for steps that take several sources at once, so many at most.
+    void actOnSome(const TidyContext& context, const std::vector<std::string>& sources, std::size_t most,
+                   const std::function<std::vector<TidyOutcome>(std::span<const std::string>)>& step);
     /// Outcomes as text or document, the exit code that goes with them, and a line for people to end with.
     TidyResult result(const TidyContext& context, const TidyOutputChoices& output,
                       std::string_view closing) const;

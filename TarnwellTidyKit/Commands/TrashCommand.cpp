@@ -15,6 +15,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <span>
 
 namespace fs = std::filesystem;
 
@@ -170,24 +171,35 @@ std::vector<TrashedItem> chosenToRestore(const TrashRequest& request, const Tras
                                  [&](const TrashedItem& item) { return item.set == last->set; });
         return chosen;
     }
-    for (const std::string& word : request.paths) {
-        const fs::path path = typedPath(word);
-        auto found = std::ranges::find(listing.items, path, &TrashedItem::location);
-        if (found == listing.items.end()) // of several that were there, the latest
-            found = std::ranges::find(listing.items, std::optional(path), &TrashedItem::original);
-        const TrashedItem item = found == listing.items.end() ? TrashedItem{.location = path} : *found;
-        if (std::ranges::find(chosen, item.location, &TrashedItem::location) == chosen.end())
-            chosen.push_back(item);
+    std::map<std::string, std::size_t, std::less<>> byLocation;
+    std::map<std::string, std::size_t, std::less<>> byOriginal; // of several that were there, the latest
+    for (std::size_t index = 0; index < listing.items.size(); ++index) {
+        byLocation.emplace(listing.items[index].location.native(), index);
+        if (listing.items[index].original)
+            byOriginal.emplace(listing.items[index].original->native(), index);
     }
     // The latest goes back first: a folder is there then before what was taken out of it.
-    std::ranges::stable_sort(chosen, {}, [&](const TrashedItem& item) {
-        return std::ranges::find(listing.items, item.location, &TrashedItem::location) -
-               listing.items.begin();
-    });
+    std::set<std::size_t> indices;
+    std::set<fs::path> missing;
+    for (const std::string& word : request.paths) {
+        const fs::path path = typedPath(word);
+        const auto lying = byLocation.find(path.native());
+        const auto gone = byOriginal.find(path.native());
+        if (lying != byLocation.end())
+            indices.insert(lying->second);
+        else if (gone != byOriginal.end())
+            indices.insert(gone->second);
+        else
+            missing.insert(path);
+    }
+    for (const std::size_t index : indices)
+        chosen.push_back(listing.items[index]);
+    for (const fs::path& path : missing)
+        chosen.push_back({.location = path});
     return chosen;
 }
 
-TidyOutcome outcomeOf(const RestoreOutcome& restored) {
+TidyOutcome outcomeOfRestored(const RestoreOutcome& restored) {
     TidyOutcome outcome{.source = restored.source.native(), .failure = restored.failure};
     if (restored.restoredTo) {
         outcome.restoredTo = restored.restoredTo->native();
@@ -222,8 +234,13 @@ TidyResult restore(const TrashRequest& request, TidyContext& context) {
         if (consent != TidyContext::Consent::given)
             return TidyContext::withoutConsent(consent);
         TidyOutcomes outcomes;
-        outcomes.actOnEach(context, locations, [&](const std::string& location) {
-            return outcomeOf(context.services.restore({location}).front());
+        // Each call reads the journal; one of this many ends at once for whoever interrupts it.
+        constexpr std::size_t mostAtOnce = 64;
+        outcomes.actOnSome(context, locations, mostAtOnce, [&](std::span<const std::string> some) {
+            std::vector<TidyOutcome> done;
+            std::ranges::transform(context.services.restore({some.begin(), some.end()}),
+                                   std::back_inserter(done), outcomeOfRestored);
+            return done;
         });
         result = outcomes.result(context, request.output, {});
     }
@@ -294,7 +311,7 @@ const TidyCommandSpec TrashRequest::spec = {
     .name = "trash",
     .group = "Clear",
     .operands = "PATH... | list | size | restore [PATH...] | empty",
-    .summary = "Move to the Trash, see what is there, put it back, empty it",
+    .summary = "Move to the Trash, see what is there, put it back, empty",
     .details =
         "Moves files and folders to the Trash, one by one, and says of each where it now lies or why it "
         "stayed. "

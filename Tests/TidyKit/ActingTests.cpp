@@ -172,15 +172,18 @@ TEST(TrashCommand, TheLastSetGoesBackWhereItWas) {
     EXPECT_EQ(test::readFile(scene.home / "file"), "newer");
     EXPECT_EQ(test::readFile(scene.home / "file (restored)"), "file");
 
-    // Called off between two of a set, the rest goes back the next time.
-    (void)scene.text({"trash", file, inner, "--yes"});
+    // Called off between two parts of a set, the rest goes back the next time.
+    Words many = {"trash", "--yes", file};
+    for (int count = 0; count < 70; ++count)
+        many.push_back(scene.home.makeFile("many/" + std::to_string(count)).string());
+    (void)scene.text(many);
     const auto restore = scene.services.restore;
     scene.services.restore = [&](const std::vector<fs::path>& places) {
         scene.surroundings.interruption->interrupt();
         return restore(places);
     };
     EXPECT_EQ(scene.run({"trash", "restore", "--yes"}).exitCode, 130);
-    EXPECT_TRUE(fs::exists(inner) && !fs::exists(file)) << "the one moved last is the first";
+    EXPECT_TRUE(fs::exists(many.back()) && !fs::exists(file)) << "the one moved last is the first";
     scene.services.restore = restore;
     scene.surroundings.interruption = std::make_shared<TidyInterruption>();
     (void)scene.text({"trash", "restore", "--yes"});
