@@ -98,14 +98,25 @@ IdentifierMatch matchIdentifier(std::string_view name, std::string_view identifi
 }
 
 std::string_view makerPrefix(std::string_view identifier) {
+    constexpr std::array<std::string_view, 6> hosts = {"bitbucket", "codeberg",   "github",
+                                                       "gitlab",    "googlecode", "sourceforge"};
     if (!isUsableIdentifier(identifier) || componentCount(identifier) < 3)
         return {};
-    return identifier.substr(0, identifier.find('.', identifier.find('.') + 1));
+    const std::size_t second = identifier.find('.') + 1;
+    std::size_t end = identifier.find('.', second);
+    const auto isSecond = [&](std::string_view host) {
+        return isSameName(identifier.substr(second, end - second), host);
+    };
+    if (std::ranges::any_of(hosts, isSecond))
+        end = identifier.find('.', end + 1);
+    if (end == std::string_view::npos || isSameName(identifier.substr(0, end), "com.apple"))
+        return {};
+    return identifier.substr(0, end);
 }
 
 std::string_view makerName(std::string_view identifier) {
     const std::string_view prefix = makerPrefix(identifier);
-    return prefix.empty() ? prefix : prefix.substr(prefix.find('.') + 1);
+    return prefix.empty() ? prefix : prefix.substr(prefix.rfind('.') + 1);
 }
 
 std::string_view lastComponent(std::string_view identifier) {

@@ -8,7 +8,7 @@
 //
 // Whenever the process ends, be it killed, every file is whole with its own metadata. On Linux the kernel
 // compares and shares a range at a time, and a range is shared or it is not. On macOS one more file may be
-// left over beside it (CloneReplacement.hpp says which).
+// left over beside it, which the next sharing there removes after a day (CloneReplacement.hpp).
 
 #include "TarnwellCore/Actions/SharingOutcome.hpp"
 #include "TarnwellCore/Analysis/DuplicateResult.hpp"

@@ -167,7 +167,7 @@ private:
             return std::nullopt;
         Match match{own == IdentifierMatch::equal ? LeftoverReason::identifier
                                                   : LeftoverReason::belowIdentifier};
-        if (makerPrefix(identifier).empty())
+        if (std::ranges::count(identifier, '.') < 2)
             match.doubt = LeftoverDoubt::shortIdentifier;
         for (const InstalledApplication& other : others_) {
             if (matchIdentifier(name, other.identifier) == IdentifierMatch::none)

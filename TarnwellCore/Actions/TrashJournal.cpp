@@ -26,7 +26,7 @@ namespace tarnwell {
 namespace {
 
 /// Others must not keep this from reading by making the file endless.
-constexpr std::size_t longestReading = 4 * TrashJournal::largestFile;
+constexpr std::size_t longestReading = 16 * TrashJournal::largestFile;
 
 [[noreturn]] void fail(int error, const char* attempt, const fs::path& path) {
     throw std::system_error(error, std::generic_category(), attempt + path.string());
@@ -348,12 +348,9 @@ void TrashJournal::forget(const std::vector<TrashJournalEntry>& entries) const n
         for (const TrashJournalEntry& entry : entries)
             lines += goneLine(entry);
         locked.append(lines, true);
-        if (locked.size() > largestFile / 4) {
-            std::vector<TrashJournalEntry> left = locked.read();
-            if (left.size() > mostEntries)
-                left.erase(left.begin(), left.end() - mostEntries);
-            locked.replace(left);
-        }
+        // What is left of a large set may be about to be restored: all of it is kept.
+        if (locked.size() > largestFile / 4)
+            locked.replace(locked.read());
     } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
         // What is gone is found to be gone the next time as well.
     }

@@ -187,11 +187,14 @@ Knowledge knowledgeOf(const TrashJournal& journal) {
     }
 }
 
-/// One item on its way back.
+/// Items on their way back.
 class Return {
 public:
-    Return(const TrashRestorer& restorer, const Knowledge& knowledge, const TrashJournal& journal)
-        : restorer_(restorer), knowledge_(knowledge), journal_(journal) {}
+    Return(const TrashRestorer& restorer, const Knowledge& knowledge)
+        : restorer_(restorer), knowledge_(knowledge) {}
+
+    /// What the journal may forget: of a crash before that, it finds out by itself.
+    const std::vector<TrashJournalEntry>& restored() const { return restored_; }
 
     RestoreOutcome run(const fs::path& source) const {
         const fs::path location(PathUtil::withoutTrailingSlashes(source.native()));
@@ -220,7 +223,7 @@ public:
         if (outcome.succeeded()) {
             removeNote(location);
             if (origin->entry != nullptr)
-                journal_.forget({*origin->entry});
+                restored_.push_back(*origin->entry);
         }
         return outcome;
     }
@@ -269,7 +272,7 @@ private:
 
     const TrashRestorer& restorer_;
     const Knowledge& knowledge_;
-    const TrashJournal& journal_;
+    mutable std::vector<TrashJournalEntry> restored_;
     mutable std::optional<std::set<std::string>> trashFolders_; // once they are asked for
 };
 
@@ -281,15 +284,21 @@ void addItem(TrashListing& listing, const fs::path& location, const Knowledge& k
     if (const auto origin = originOf(location, *identity, knowledge)) {
         item.original = origin->path();
         item.trashedAt = origin->trashedAt;
-        if (origin->entry != nullptr)
+        if (origin->entry != nullptr) {
             item.set = origin->entry->set;
+            item.number = origin->entry->number;
+        }
     }
     listing.items.push_back(std::move(item));
 }
 
 bool isListedBefore(const TrashedItem& left, const TrashedItem& right) {
+    if (left.set && left.set == right.set)
+        return left.number > right.number;
     if (left.trashedAt != right.trashedAt)
         return left.trashedAt > right.trashedAt; // a date before none
+    if (left.set != right.set)
+        return left.set > right.set;
     return left.location.native() < right.location.native();
 }
 
@@ -361,7 +370,7 @@ std::future<std::vector<RestoreOutcome>> TrashRestorer::restore(std::vector<fs::
         }
         std::ranges::stable_sort(order, [](const auto& a, const auto& b) { return a.first > b.first; });
         std::vector<RestoreOutcome> outcomes(locations.size());
-        const Return itemReturn(restorer, knowledge, restorer.journal_);
+        const Return itemReturn(restorer, knowledge);
         for (const auto& [place, index] : order) {
             try {
                 outcomes[index] = token.isCancelled() ? refused(locations[index], RestoreRefusal::cancelled)
@@ -370,6 +379,7 @@ std::future<std::vector<RestoreOutcome>> TrashRestorer::restore(std::vector<fs::
                 outcomes[index] = failed(locations[index], ENOMEM);
             }
         }
+        restorer.journal_.forget(itemReturn.restored());
         return outcomes;
     });
 }

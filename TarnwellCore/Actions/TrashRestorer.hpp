@@ -8,6 +8,7 @@
 #include "TarnwellCore/Platform/UUID.hpp"
 #include "TarnwellCore/Scanning/CancellationToken.hpp"
 
+#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <future>
@@ -27,13 +28,15 @@ struct TrashedItem {
     std::optional<Date> trashedAt = {};
     /// What this system moved in one go has one set.
     std::optional<UUID> set = {};
+    /// Its place in the order in which the items of the set were moved.
+    std::size_t number = 0;
     bool isFolder = false;
 
     bool operator==(const TrashedItem&) const = default;
 };
 
 struct TrashListing {
-    /// The latest first; those without a date last, by location.
+    /// The latest first, of one set the one moved last; those without a date last, by location.
     std::vector<TrashedItem> items;
     /// Trash folders of volumes that gave no answer in time.
     std::vector<std::filesystem::path> unanswered;

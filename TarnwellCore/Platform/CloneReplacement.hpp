@@ -11,8 +11,10 @@
 //     6  see that what now has the temporary name was not written in between; if it was, exchange them again
 //     7  remove what has the temporary name
 //
-// Killed between 2 and 5, the clone is left over; between 5 and 7, the old file is. Its name starts with
-// `temporaryNameStart` and it can be removed.
+// Killed between 2 and 5, the clone is left over; between 5 and 7, the old file is. Its name is
+// `temporaryNameStart` and a UUID. The next time that something in the folder is shared removes it, when it
+// has been left for a day and nobody holds it; unless somebody who had the old file open has written to it
+// since, which only that name leads to then.
 
 #include "TarnwellCore/Platform/ExtentSharing.hpp"
 
@@ -36,6 +38,9 @@ struct CloneCalls {
 };
 
 inline constexpr std::string_view temporaryNameStart = ".tarnwell-sharing-";
+
+/// Removes what killed processes have left in an open folder. `now` in seconds since 1970. Does its best.
+void removeSharingLeftovers(int folder, std::int64_t now, const CloneCalls& calls) noexcept;
 
 /// As `shareExtents`; `bytesToFree` is what it gives back in the end.
 std::expected<std::int64_t, SharingFault> replaceByClone(const SharingFile& first, const SharingFile& further,

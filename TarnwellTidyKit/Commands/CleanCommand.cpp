@@ -7,6 +7,8 @@
 #include "TarnwellTidyKit/Commands/TrashCommand.hpp"
 
 #include <algorithm>
+#include <iterator>
+#include <span>
 #include <stdexcept>
 #include <variant>
 
@@ -67,9 +69,10 @@ struct Clearing {
     const fs::path& home;
     TidyContext& context;
     TidyOutcomes& outcomes;
+    TidyTrashSet& trash;
 
     void operator()(const SpaceSaverActions::Trash&) const {
-        each(paths(), [&](const std::string& path) { return trashed(context, path, home); });
+        each(paths(), [&](const std::string& path) { return trash.move(path); });
     }
     void operator()(const SpaceSaverActions::Evict&) const {
         const auto roots = context.services.syncedRoots(home);
@@ -124,6 +127,17 @@ private:
     }
 };
 
+/// What of all findings goes to the Trash, to be restored as one.
+TidyTrashSet trashSetOf(std::span<const SpaceSaverFinding> findings, const fs::path& home,
+                        const TidyContext& context) {
+    std::vector<std::string> paths;
+    for (const SpaceSaverFinding& finding : findings)
+        if (std::holds_alternative<SpaceSaverActions::Trash>(finding.action))
+            std::ranges::transform(finding.paths, std::back_inserter(paths),
+                                   [](const fs::path& path) { return path.native(); });
+    return {context, paths, home};
+}
+
 std::vector<TidyOutcome> plan(const std::vector<SpaceSaverFinding>& findings) {
     std::vector<TidyOutcome> planned;
     for (const SpaceSaverFinding& finding : findings) {
@@ -152,7 +166,8 @@ std::string furtherText(const std::vector<SpaceSaverFinding>& findings) {
 
 void clearFinding(const SpaceSaverFinding& finding, const fs::path& home, TidyContext& context,
                   TidyOutcomes& outcomes) {
-    std::visit(Clearing{finding, home, context, outcomes}, finding.action);
+    TidyTrashSet trash = trashSetOf({&finding, 1}, home, context);
+    std::visit(Clearing{finding, home, context, outcomes, trash}, finding.action);
 }
 
 const TidyCommandSpec CleanRequest::spec = {
@@ -203,8 +218,9 @@ TidyResult run(const CleanRequest& request, TidyContext& context) {
     if (consent != TidyContext::Consent::given)
         return TidyContext::withoutConsent(consent);
     TidyOutcomes outcomes;
+    TidyTrashSet trash = trashSetOf(findings, found.home, context);
     for (const SpaceSaverFinding& finding : findings)
-        clearFinding(finding, found.home, context, outcomes);
+        std::visit(Clearing{finding, found.home, context, outcomes, trash}, finding.action);
     const bool hasTrashed = std::ranges::any_of(
         outcomes.all, [](const TidyOutcome& outcome) { return outcome.done == "in the Trash"; });
     TidyResult result = outcomes.result(context, request.output, hasTrashed ? trashNote : std::string_view());

@@ -275,7 +275,7 @@ TidyResult trashExtras(const DuplicatesRequest& request, const Found& found, Tid
     const auto consent = consentToTrash(context, request.act, questionText(question, paths));
     if (consent != TidyContext::Consent::given)
         return TidyContext::withoutConsent(consent);
-    const fs::path home = context.services.home();
+    TidyTrashSet trash(context, paths, context.services.home());
     TidyOutcomes outcomes;
     std::size_t next = 0;
     outcomes.actOnEach(context, paths, [&](const std::string& path) -> TidyOutcome {
@@ -285,7 +285,7 @@ TidyResult trashExtras(const DuplicatesRequest& request, const Found& found, Tid
             return {.source = path, .failure = "The copy that was to stay has changed or gone: " + kept};
         if (!isUntouched(context, path, extra.version))
             return {.source = path, .failure = "It has changed since it was compared."};
-        return trashed(context, path, home);
+        return trash.move(path);
     });
     return withFurther(outcomes.result(context, request.output, trashNote), furtherCount);
 }

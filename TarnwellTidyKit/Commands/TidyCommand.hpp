@@ -15,6 +15,7 @@
 #include "TarnwellTidyKit/Commands/SettingsCommand.hpp"
 #include "TarnwellTidyKit/Commands/TidyArguments.hpp"
 #include "TarnwellTidyKit/Commands/TrashCommand.hpp"
+#include "TarnwellTidyKit/Commands/UninstallCommand.hpp"
 #include "TarnwellTidyKit/Commands/VolumesCommand.hpp"
 
 #include <span>
@@ -42,9 +43,10 @@ struct TidyVersion {
     bool operator==(const TidyVersion&) const = default;
 };
 
-using TidyCommand = std::variant<TidyHelp, TidyVersion, TidyWords, ReportRequest, FindRequest, FreesRequest,
-                                 DuplicatesRequest, FindingsRequest, ChangesRequest, VolumesRequest,
-                                 CleanRequest, TrashRequest, EvictRequest, RulesRequest, SettingsRequest>;
+using TidyCommand =
+    std::variant<TidyHelp, TidyVersion, TidyWords, ReportRequest, FindRequest, FreesRequest,
+                 DuplicatesRequest, FindingsRequest, ChangesRequest, VolumesRequest, CleanRequest,
+                 TrashRequest, EvictRequest, UninstallRequest, RulesRequest, SettingsRequest>;
 
 /// What every command is called and takes, in the order of the help.
 std::span<const TidyCommandSpec* const> tidyCommandSpecs();

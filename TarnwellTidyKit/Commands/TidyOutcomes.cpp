@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <utility>
 #include <variant>
 
@@ -30,20 +31,24 @@ void writeOutcome(JSONWriter& json, const TidyOutcome& outcome) {
     writeOptional(json, "failure", outcome.failure);
     if (outcome.finding)
         writeOptional(json, "finding", outcome.finding);
+    if (outcome.restoredTo)
+        writeOptional(json, "restoredTo", outcome.restoredTo);
     json.key("source");
     json.string(outcome.source);
     writeOptional(json, "trashedTo", outcome.trashedTo);
     json.endObject();
 }
 
+void writeList(JSONWriter& json, std::string_view key, const std::vector<TidyOutcome>& outcomes) {
+    json.key(key);
+    json.beginArray();
+    for (const TidyOutcome& outcome : outcomes)
+        writeOutcome(json, outcome);
+    json.endArray();
+}
+
 std::string document(std::string_view key, const std::vector<TidyOutcome>& outcomes) {
-    return tidyDocument([&](JSONWriter& json) {
-        json.key(key);
-        json.beginArray();
-        for (const TidyOutcome& outcome : outcomes)
-            writeOutcome(json, outcome);
-        json.endArray();
-    });
+    return tidyDocument([&](JSONWriter& json) { writeList(json, key, outcomes); });
 }
 
 std::string lines(const std::vector<TidyOutcome>& outcomes, const TidyStyle& style) {
@@ -81,16 +86,25 @@ bool TidyOutcomes::hasFailures() const {
 
 void TidyOutcomes::actOnEach(const TidyContext& context, const std::vector<std::string>& sources,
                              const std::function<TidyOutcome(const std::string&)>& step) {
-    for (const std::string& source : sources) {
+    actOnSome(context, sources, 1,
+              [&](std::span<const std::string> one) { return std::vector<TidyOutcome>{step(one.front())}; });
+}
+
+void TidyOutcomes::actOnSome(
+    const TidyContext& context, const std::vector<std::string>& sources, std::size_t most,
+    const std::function<std::vector<TidyOutcome>(std::span<const std::string>)>& step) {
+    for (std::size_t first = 0; first < sources.size(); first += most) {
+        const auto some = std::span(sources).subspan(first, std::min(most, sources.size() - first));
         if (!isInterrupted) {
             try {
-                context.act([&] { all.push_back(step(source)); });
+                context.act([&] { std::ranges::move(step(some), std::back_inserter(all)); });
                 continue;
             } catch (const TidyInterrupted&) {
                 isInterrupted = true;
             }
         }
-        all.push_back({.source = source, .failure = "It was not touched: interrupted."});
+        for (const std::string& source : some)
+            all.push_back({.source = source, .failure = "It was not touched: interrupted."});
     }
 }
 
@@ -116,21 +130,39 @@ TidyResult TidyOutcomes::result(const TidyContext& context, const TidyOutputChoi
     return result;
 }
 
-TidyOutcome trashed(const TidyContext& context, const std::string& source,
-                    const std::filesystem::path& home) {
-    TidyOutcome outcome{.source = source};
-    // The home may be reached through a link: it must stay under both its names.
-    for (const std::filesystem::path& name : {home, std::filesystem::path(DiskScanner::normalize(home))})
-        if (const std::string_view reason = reasonToStay(source, name); !reason.empty()) {
-            outcome.failure = reason;
-            return outcome;
-        }
-    const TrashOutcome moved = context.services.moveToTrash(source);
-    outcome.failure = moved.failure;
+void writeOutcomes(JSONWriter& json, const std::vector<TidyOutcome>& outcomes) {
+    writeList(json, "outcomes", outcomes);
+}
+
+TidyOutcome outcomeOf(const TrashOutcome& moved) {
+    TidyOutcome outcome{.source = moved.source.native(), .failure = moved.failure};
     if (moved.trashedTo)
         outcome.trashedTo = moved.trashedTo->native();
     if (!outcome.failure)
         outcome.done = "in the Trash";
+    return outcome;
+}
+
+TidyTrashSet::TidyTrashSet(const TidyContext& context, const std::vector<std::string>& sources,
+                           const std::filesystem::path& home) {
+    std::vector<std::filesystem::path> items;
+    for (const std::string& source : sources) {
+        // The home may be reached through a link: it must stay under both its names.
+        for (const std::filesystem::path& name : {home, std::filesystem::path(DiskScanner::normalize(home))})
+            if (const std::string_view reason = reasonToStay(source, name); !reason.empty())
+                reasonsToStay_.try_emplace(source, reason);
+        if (!reasonsToStay_.contains(source) && numbers_.try_emplace(source, items.size()).second)
+            items.emplace_back(source);
+    }
+    if (!items.empty())
+        moves_ = context.services.planTrash(std::move(items));
+}
+
+TidyOutcome TidyTrashSet::move(const std::string& source) {
+    if (const auto reason = reasonsToStay_.find(source); reason != reasonsToStay_.end())
+        return {.source = source, .failure = reason->second};
+    TidyOutcome outcome = outcomeOf(moves_->move(numbers_.at(source)));
+    outcome.source = source;
     return outcome;
 }
 

@@ -4,9 +4,12 @@
 
 #include "TarnwellTidyKit/Commands/TidyContext.hpp"
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -19,6 +22,8 @@ struct TidyOutcome {
     std::string done = {};
     /// Where it now lies.
     std::optional<std::string> trashedTo = {};
+    /// Where it is again.
+    std::optional<std::string> restoredTo = {};
     std::optional<std::int64_t> bytesFreed = {};
     /// The finding that it belongs to.
     std::optional<std::string> finding = {};
@@ -36,13 +41,33 @@ struct TidyOutcomes {
     /// Does one indivisible step after the other; the steps behind an interruption fail with that reason.
     void actOnEach(const TidyContext& context, const std::vector<std::string>& sources,
                    const std::function<TidyOutcome(const std::string&)>& step);
+    /// The same for steps that take several sources at once, so many at most.
+    void actOnSome(const TidyContext& context, const std::vector<std::string>& sources, std::size_t most,
+                   const std::function<std::vector<TidyOutcome>(std::span<const std::string>)>& step);
     /// Outcomes as text or document, the exit code that goes with them, and a line for people to end with.
     TidyResult result(const TidyContext& context, const TidyOutputChoices& output,
                       std::string_view closing) const;
 };
 
-/// The outcome of moving an item to the Trash, unless it must stay where it is.
-TidyOutcome trashed(const TidyContext& context, const std::string& source, const std::filesystem::path& home);
+/// Writes the member "outcomes".
+void writeOutcomes(JSONWriter& json, const std::vector<TidyOutcome>& outcomes);
+
+TidyOutcome outcomeOf(const TrashOutcome& moved);
+
+/// Items that a command moves to the Trash one by one, which can be restored as one set.
+class TidyTrashSet {
+public:
+    /// Notes what is about to be moved, but what must stay where it is.
+    TidyTrashSet(const TidyContext& context, const std::vector<std::string>& sources,
+                 const std::filesystem::path& home);
+    /// The outcome of moving one of the sources, unless it must stay.
+    TidyOutcome move(const std::string& source);
+
+private:
+    std::map<std::string, std::string, std::less<>> reasonsToStay_;
+    std::map<std::string, std::size_t, std::less<>> numbers_;
+    std::optional<TrashMoves> moves_;
+};
 /// The outcome of freeing a file's local copy.
 TidyOutcome evicted(const TidyContext& context, const std::string& source,
                     const std::vector<SyncedRoot>& roots);

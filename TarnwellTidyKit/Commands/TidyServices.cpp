@@ -106,12 +106,17 @@ const TidyServices& TidyServices::live() {
             [](const std::vector<fs::path>& items) {
                 return TrashService(homeDirectory()).moveToTrash(items).get();
             },
+        .planTrash =
+            [](std::vector<fs::path> items) {
+                return TrashService(homeDirectory()).planMoves(std::move(items));
+            },
         .listTrash = [] { return TrashRestorer(homeDirectory()).list().get(); },
         .restore =
             [](const std::vector<fs::path>& places) {
                 return TrashRestorer(homeDirectory()).restore(places).get();
             },
         .restoreSet = [](const UUID& set) { return TrashRestorer(homeDirectory()).restoreSet(set).get(); },
+        .uninstaller = [](const fs::path& home) { return Uninstaller(home); },
         .removeForGood = PermanentRemoval::remove,
         .shareBlocks =
             [](SharingRequest request, CancellationToken token) {

@@ -9,7 +9,9 @@
 #include "TarnwellCore/Actions/SyncedRoots.hpp"
 #include "TarnwellCore/Actions/TrashOutcome.hpp"
 #include "TarnwellCore/Actions/TrashRestorer.hpp"
+#include "TarnwellCore/Actions/TrashService.hpp"
 #include "TarnwellCore/Actions/TrashSummary.hpp"
+#include "TarnwellCore/Actions/Uninstaller.hpp"
 #include "TarnwellCore/Analysis/CommandResult.hpp"
 #include "TarnwellCore/Analysis/DuplicateFinder.hpp"
 #include "TarnwellCore/Analysis/SpaceSaverProbe.hpp"
@@ -78,11 +80,15 @@ struct TidyServices {
     std::function<TrashOutcome(const std::filesystem::path&)> moveToTrash;
     /// Moves items to the Trash as one set, which can be restored as one. Never throws.
     std::function<std::vector<TrashOutcome>(const std::vector<std::filesystem::path>&)> moveAllToTrash;
+    /// The same for items that are moved one by one. Throws for want of memory only.
+    std::function<TrashMoves(std::vector<std::filesystem::path>)> planTrash;
     /// What lies in the Trash, and from where it came. Never throws.
     std::function<TrashListing()> listTrash;
     /// Puts items of the Trash back where they were, by their places there or by their set. Never throw.
     std::function<std::vector<RestoreOutcome>(const std::vector<std::filesystem::path>&)> restore;
     std::function<std::vector<RestoreOutcome>(const UUID& set)> restoreSet;
+    /// For the applications of a home.
+    std::function<Uninstaller(const std::filesystem::path& home)> uninstaller;
     /// Deletes an item for good.
     std::function<RemovalResult(const std::filesystem::path&, const CancellationToken&)> removeForGood;
     /// Makes the files of a group share their blocks.

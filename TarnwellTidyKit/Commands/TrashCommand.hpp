@@ -1,6 +1,6 @@
 #pragma once
 
-// trash PATH..., trash list, size, empty: the Trash, with an outcome for every item.
+// trash PATH..., trash list, size, restore, empty: the Trash, with an outcome for every item.
 
 #include "TarnwellTidyKit/Commands/TidyArguments.hpp"
 #include "TarnwellTidyKit/Commands/TidyContext.hpp"
@@ -8,7 +8,7 @@
 namespace tarnwell {
 
 struct TrashRequest {
-    enum class Verb : std::uint8_t { move, list, size, empty };
+    enum class Verb : std::uint8_t { move, list, size, restore, empty };
     Verb verb = Verb::move;
     /// As typed.
     std::vector<std::string> paths;

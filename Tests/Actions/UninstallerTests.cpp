@@ -196,6 +196,9 @@ TEST_F(UninstallerTests, IdentifiersThatAreNoneMatchNothing) {
     EXPECT_EQ(withoutGroupPrefix("abcde12345.com.x"), "abcde12345.com.x");
     EXPECT_EQ(makerPrefix("com.example.editor"), "com.example");
     EXPECT_EQ(makerPrefix("com.example"), "");
+    EXPECT_EQ(makerPrefix("io.GitHub.ann.editor"), "io.GitHub.ann");
+    for (const char* none : {"io.github.editor", "com.apple.Notes", "com"})
+        EXPECT_EQ(makerPrefix(none), "") << none;
 }
 
 TEST_F(UninstallerTests, WhatMustStayIsRefused) {

@@ -29,6 +29,9 @@ mkdir -p "$HOME/Downloads" "$HOME/.npm/_cacache" "$HOME/Library/CloudStorage/Dro
 for file in Downloads/old.iso Downloads/old.zip .npm/_cacache/data; do
     printf '%2000000s' x >"$HOME/$file"
 done
+mkdir -p "$HOME/Applications/Editor.app/Contents"
+printf '<plist version="1.0"><dict><key>CFBundleIdentifier</key><string>com.example.editor</string></dict></plist>\n' \
+    >"$HOME/Applications/Editor.app/Contents/Info.plist"
 touch -t 202001010000 "$HOME/Downloads/old.iso"
 PATH="$PREFIX/bin:$PATH"
 while IFS= read -r line; do

@@ -1,4 +1,5 @@
-// What changes something: trash, clean, evict and rules, with consent, dry runs, refusals and interruptions.
+// What changes something: trash, uninstall, clean, evict and rules, with consent, dry runs, refusals and
+// interruptions.
 
 #include "TarnwellCore/Actions/TrashEmptying.hpp"
 #include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
@@ -168,6 +169,117 @@ TEST(TrashCommand, EmptyingAsksEvenWhenMovingNeedNot) {
     EXPECT_THAT(size.standardOutput, HasSubstr("\"itemCount\": 1"));
     EXPECT_EQ(size.standardError, "/mnt/far\\n: Its volume does not answer.\n");
     EXPECT_EQ(scene.run({"trash", "list", "x"}).exitCode, 2);
+}
+
+TEST(TrashCommand, TheLastSetGoesBackWhereItWas) {
+    Scene scene;
+    const std::string inner = scene.home.writeFile("folder/inner", "inner").string();
+    const std::string file = scene.home.writeFile("file", "file").string();
+    EXPECT_THAT(scene.text({"trash", "restore", "--yes"}), HasSubstr("nothing to do"));
+    (void)scene.text({"trash", inner, scene.path("folder"), "--yes"});
+    (void)scene.text({"trash", file, "--yes"});
+    const auto listed = scene.json({"trash", "list"});
+    ASSERT_EQ(listed["items"].Size(), 2u) << "what lies in another goes along";
+    EXPECT_EQ(column(listed["items"], "original"), (Words{file, scene.path("folder")}));
+    EXPECT_EQ(listed["items"][0]["size"].GetInt64(), 4);
+    EXPECT_EQ(scene.run({"trash", "restore"}).exitCode, 2) << "nobody to ask";
+    EXPECT_THAT(scene.text({"trash", "restore", "--dry-run"}), HasSubstr("back to " + file));
+    EXPECT_FALSE(fs::exists(file));
+    const auto back = scene.json({"trash", "restore", "--yes"});
+    ASSERT_EQ(back["outcomes"].Size(), 1u);
+    EXPECT_EQ(back["outcomes"][0]["source"].GetString(), scene.path(".trash/file"));
+    EXPECT_EQ(back["outcomes"][0]["restoredTo"].GetString(), file);
+    EXPECT_THAT(scene.text({"trash", "restore", "--yes"}), HasSubstr("back at " + scene.path("folder")));
+    EXPECT_EQ(test::readFile(inner), "inner");
+
+    // By where it was and by where it lies; beside what is there now; what is not there fails.
+    (void)scene.text({"trash", file, inner, "--yes"});
+    scene.home.writeFile("file", "newer");
+    const auto named = failures(
+        scene.json({"trash", "restore", file, scene.path(".trash/inner"), scene.path("none"), "--yes"}, 1));
+    EXPECT_EQ(named.size(), 3u);
+    EXPECT_NE(named.at(scene.path("none")), "");
+    EXPECT_EQ(test::readFile(scene.home / "file"), "newer");
+    EXPECT_EQ(test::readFile(scene.home / "file (restored)"), "file");
+
+    // Called off between two parts of a set, the rest goes back the next time.
+    Words many = {"trash", "--yes", file};
+    for (int count = 0; count < 70; ++count)
+        many.push_back(scene.home.makeFile("many/" + std::to_string(count)).string());
+    (void)scene.text(many);
+    const auto restore = scene.services.restore;
+    scene.services.restore = [&](const std::vector<fs::path>& places) {
+        scene.surroundings.interruption->interrupt();
+        return restore(places);
+    };
+    EXPECT_EQ(scene.run({"trash", "restore", "--yes"}).exitCode, 130);
+    EXPECT_TRUE(fs::exists(many.back()) && !fs::exists(file)) << "the one moved last is the first";
+    scene.services.restore = restore;
+    scene.surroundings.interruption = std::make_shared<TidyInterruption>();
+    (void)scene.text({"trash", "restore", "--yes"});
+    EXPECT_TRUE(fs::exists(file));
+}
+
+TEST(UninstallCommand, ShowsWhatGoesAndMovesItAsOneSet) {
+    Scene scene;
+    const auto bundle = [&](const std::string& path, const std::string& identifier) {
+        scene.home.writeFile(path + "/Contents/Info.plist",
+                             "<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key><string>" +
+                                 identifier + "</string></dict></plist>");
+        return scene.path(path);
+    };
+    const std::string editor = bundle("Applications/Editor.app", "com.example.editor");
+    bundle("machine/Applications/Viewer.app", "com.example.viewer");
+    const std::string cache = scene.path("Library/Caches/com.example.editor");
+    const std::string group = scene.path("Library/Group Containers/group.com.example.editor");
+    scene.home.makeFile("Library/Caches/com.example.editor/x", 8'192);
+    scene.home.makeFile("Library/Group Containers/group.com.example.editor/x", 10);
+
+    const auto planned = scene.json({"uninstall", "com.example.EDITOR", "--dry-run"});
+    EXPECT_EQ(column(planned["items"], "path"), (Words{editor, cache, group}));
+    EXPECT_EQ(column(planned["items"], "reason"), (Words{"application", "identifier", "groupContainer"}));
+    EXPECT_EQ(column(planned["items"], "safety"), (Words{"reviewNeeded", "safe", "caution"}));
+    EXPECT_TRUE(planned["items"][1]["goes"].GetBool() && !planned["items"][2]["goes"].GetBool());
+    EXPECT_GE(planned["items"][1]["reclaimable"].GetInt64(), 8'192);
+    EXPECT_EQ(planned["outcomes"].Size(), 0u);
+    EXPECT_STREQ(planned["application"]["identifier"].GetString(), "com.example.editor");
+    EXPECT_THAT(scene.text({"uninstall", "editor", "--dry-run"}), HasSubstr("Viewer may use it, too."));
+    EXPECT_EQ(scene.run({"uninstall", editor}).exitCode, 2) << "nobody to ask";
+    std::string question;
+    scene.surroundings.ask = [&](const std::string& asked) {
+        question = asked;
+        return false;
+    };
+    EXPECT_EQ(scene.run({"uninstall", editor + "/"}).exitCode, 1);
+    EXPECT_THAT(question, testing::AllOf(HasSubstr(cache), HasSubstr("Move 2 items to the Trash?")));
+    EXPECT_TRUE(fs::exists(editor));
+    EXPECT_EQ(scene.run({"uninstall", "x", "--all", "--keep-leftovers"}).exitCode, 2);
+    EXPECT_THAT(scene.run({"uninstall", "nothing", "--yes"}).standardError,
+                HasSubstr("no application 'nothing'"));
+    bundle("machine/Applications/Editor.app", "com.example.other");
+    EXPECT_THAT(scene.run({"uninstall", "Editor", "--yes"}).standardError, HasSubstr("Several are called"));
+    EXPECT_EQ(scene.run({"uninstall", scene.path("Library"), "--yes"}).exitCode, 1);
+
+    const auto uninstaller = scene.services.uninstaller;
+    scene.services.uninstaller = [&](const fs::path& home) {
+        Uninstaller made = uninstaller(home);
+        made.programsRunningFrom = [](const fs::path& place) {
+            return std::vector<RunningProgram>{{9, place / "x"}};
+        };
+        return made;
+    };
+    const auto refused = scene.json({"uninstall", editor, "--yes"}, 1);
+    EXPECT_THAT(refused["refusal"].GetString(), HasSubstr("running"));
+    EXPECT_FALSE(refused["items"][0]["goes"].GetBool());
+    scene.services.uninstaller = uninstaller;
+
+    const auto done = scene.json({"uninstall", editor, "--yes"});
+    EXPECT_EQ(failures(done), (std::map<std::string, std::string>{{editor, ""}, {cache, ""}}));
+    EXPECT_TRUE(fs::exists(group) && !fs::exists(cache) && !fs::exists(editor));
+    (void)scene.text({"trash", "restore", "--yes"});
+    EXPECT_TRUE(fs::exists(cache) && fs::exists(editor));
+    (void)scene.text({"uninstall", editor, "--yes", "--keep-leftovers"});
+    EXPECT_TRUE(fs::exists(cache) && !fs::exists(editor));
 }
 
 TEST(CleanCommand, DoesWhatFindingsOffer) {

@@ -2,6 +2,7 @@
 
 #include "TarnwellCore/Text/HarmlessText.hpp"
 
+#include "Tests/Support/MountedImage.hpp"
 #include "Tests/TidyKit/Scene.hpp"
 
 #include <fcntl.h>
@@ -247,6 +248,36 @@ TEST(Listings, OfADeepChainAreNeverHeldWhole) {
     EXPECT_THAT(planned.standardError, HasSubstr("further copies are left for the next time."));
     EXPECT_LT(planned.standardOutput.size(), 70'000'000u);
     EXPECT_GT(planned.standardOutput.size(), 20'000'000u);
+}
+
+TEST(DuplicatesCommand, CopiesComeToShareTheirBlocks) {
+    for (const char* kind : {"btrfs", "xfs"}) {
+        const auto image = test::MountedImage::make({.type = kind});
+        if (!image)
+            GTEST_SKIP() << image.error();
+        const Scene scene;
+        const test::TemporaryFolder folder((*image)->path());
+        const std::string text(200'000, 's');
+        for (const char* name : {"a", "b", "deeper/c"})
+            folder.writeFile(name, text);
+        const Words words = {"duplicates", folder.path().string(), "--share", "--min", "1kB"};
+        const auto with = [&](const char* word) {
+            Words all = words;
+            all.emplace_back(word);
+            return all;
+        };
+        EXPECT_EQ(scene.run(words).exitCode, 2) << "nobody to ask";
+        EXPECT_EQ(column(scene.json(with("--dry-run"))["planned"], "source"),
+                  (Words{(folder / "b").string(), (folder / "deeper/c").string()}));
+        const auto shared = scene.json(with("--yes"));
+        ASSERT_EQ(shared["outcomes"].Size(), 2u);
+        for (const auto& outcome : shared["outcomes"].GetArray())
+            EXPECT_NEAR(static_cast<double>(outcome["bytesFreed"].GetInt64()), 200'000, 10'000) << kind;
+        EXPECT_EQ(scene.json({"duplicates", folder.path().string(), "--min", "1kB"})["waste"].GetInt64(), 0)
+            << kind;
+        for (const char* name : {"a", "b", "deeper/c"})
+            EXPECT_EQ(test::readFile(folder / name), text);
+    }
 }
 
 TEST(ChangesCommand, FoldersStandForWhatTheyHold) {

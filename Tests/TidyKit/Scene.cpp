@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <memory>
 #include <stdexcept>
+#include <utility>
 
 namespace fs = std::filesystem;
 
@@ -63,14 +64,27 @@ Scene::Scene() : services(TidyServices::live()) {
         made.trashFolders = [](const fs::path& place) { return std::vector<fs::path>{place / ".trash"}; };
         return made;
     };
-    services.moveAllToTrash = [folder](const std::vector<fs::path>& items) {
+    const auto trashService = [this, folder] {
         TrashService service(folder);
         service.journal = TrashJournal(folder / ".journal");
-        service.trashItem = [folder](const fs::path& item) {
-            const TrashOutcome outcome = moveAside(item, folder / ".trash");
+        service.trashItem = [this](const fs::path& item) { // as the test may have replaced it
+            const TrashOutcome outcome = services.moveToTrash(item);
             return outcome.failure ? throw std::runtime_error(*outcome.failure) : outcome.trashedTo;
         };
-        return service.moveToTrash(items).get();
+        return service;
+    };
+    services.moveAllToTrash = [trashService](const std::vector<fs::path>& items) {
+        return trashService().moveToTrash(items).get();
+    };
+    services.planTrash = [trashService](std::vector<fs::path> items) {
+        return trashService().planMoves(std::move(items));
+    };
+    services.uninstaller = [trashService, folder](const fs::path& place) {
+        Uninstaller made(place);
+        made.machineRoot = folder / "machine";
+        made.programsRunningFrom = [](const fs::path&) { return std::vector<RunningProgram>(); };
+        made.trash = trashService();
+        return made;
     };
     services.listTrash = [restorer] { return restorer().list().get(); };
     services.restore = [restorer](const std::vector<fs::path>& places) {

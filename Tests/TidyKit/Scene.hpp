@@ -24,6 +24,8 @@ public:
     /// The home is the folder itself. Settings are kept in it, and what goes to the Trash in ".trash", so
     /// that the user who runs the tests never notices.
     Scene();
+    Scene(const Scene&) = delete;
+    Scene& operator=(const Scene&) = delete;
 
     TemporaryFolder home;
     TidyServices services;

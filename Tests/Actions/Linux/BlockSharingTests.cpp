@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/fs.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -19,8 +20,10 @@
 #include <array>
 #include <csignal>
 #include <cstring>
+#include <ctime>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -285,6 +288,46 @@ TEST(SharingElsewhere, IsRefused) {
     const auto cancelled =
         tarnwell::BlockSharing().share(SharingRequest::of(result.groups.at(0)), nullptr, token).get();
     EXPECT_EQ(cancelled, std::vector<SharingOutcome>({SharingRefused{folder / "b", {Refusal::cancelled}}}));
+}
+
+TEST(SharingLeftovers, OnlyWhatNobodyNeedsIsRemoved) {
+    const test::TemporaryFolder folder;
+    const auto name = [](const char* end) {
+        return std::string(temporaryNameStart) + "01234567-89AB-4CDE-8F01-2345678900" + end;
+    };
+    const timespec longAgo[2] = {{1'000'000, 0}, {1'000'000, 0}};
+    for (const std::string& file : {name("01"), name("02"), name("03"), name("0x"), std::string("other")}) {
+        folder.writeFile(file, "text");
+        ::utimensat(AT_FDCWD, (folder / file).c_str(), longAgo, 0);
+    }
+    folder.writeFile(name("04"), "written by somebody who still had it open");
+    folder.makeFolder(name("05"));
+    fs::create_symlink("other", folder / name("06"));
+    ASSERT_EQ(::mkfifo((folder / name("07")).c_str(), 0600), 0);
+    fs::create_hard_link(folder / name("03"), folder / "its other name");
+    const int held = ::open((folder / name("02")).c_str(), O_RDONLY | O_CLOEXEC);
+    ::flock(held, LOCK_EX);
+
+    const auto left = [&] {
+        std::set<std::string> names;
+        for (const auto& entry : fs::directory_iterator(folder.path()))
+            names.insert(entry.path().filename());
+        return names;
+    };
+    std::set<std::string> expected = left();
+    const int open = ::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    CloneCalls calls;
+    calls.remove = [](int at, const char* file) { return ::unlinkat(at, file, 0); };
+    removeSharingLeftovers(open, std::time(nullptr) + 80'000, calls);
+    EXPECT_EQ(left(), expected) << "not for a day";
+    removeSharingLeftovers(open, std::time(nullptr) + 90'000, calls);
+    expected.erase(name("01"));
+    EXPECT_EQ(left(), expected);
+    ::close(held);
+    removeSharingLeftovers(open, std::time(nullptr) + 90'000, calls);
+    expected.erase(name("02"));
+    EXPECT_EQ(left(), expected);
+    ::close(open);
 }
 
 // --- What systems do that can only clone whole files, with the calls that do it here

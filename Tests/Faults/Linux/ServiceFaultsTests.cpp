@@ -2,7 +2,11 @@
 // system calls fails.
 
 #include "Tests/Faults/Linux/FaultyProgram.hpp"
+#include "Tests/Support/MountedImage.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -179,6 +183,54 @@ TEST_F(ServiceFaults, DeletingASnapshot) {
             return {};
         },
     });
+}
+
+/// Two files of equal contents and their own looks, shared in that way.
+test::FaultScenario sharing(const char* how, const fs::path& place) {
+    static const std::string contents(9'000, 's');
+    static constexpr timespec times[2] = {{1'000'000, 1}, {2'000'000, 2}};
+    return {
+        .prepare =
+            [](const fs::path& world) {
+                for (const char* name : {"first", "further"}) {
+                    writeFile(world / "files" / name, contents);
+                    ::chmod((world / "files" / name).c_str(), name[1] == 'i' ? 0600 : 0640);
+                    ::utimensat(AT_FDCWD, (world / "files" / name).c_str(), times, 0);
+                }
+            },
+        .program = {.arguments = {TARNWELL_FAULTS_SUBJECT, "share", how, "WORLD/files/first",
+                                  "WORLD/files/further"}},
+        .complaint = [](const FaultyRun& run) -> std::string {
+            for (const char* name : {"first", "further"}) {
+                const fs::path file = run.world / "files" / name;
+                struct stat status = {};
+                if (::stat(file.c_str(), &status) != 0 || test::readFile(file) != contents)
+                    return std::string("lost the contents of ") + name;
+                if ((status.st_mode & 07777) != (name[1] == 'i' ? 0600 : 0640) ||
+                    status.st_mtim.tv_sec != 2'000'000)
+                    return std::string("lost the looks of ") + name;
+            }
+            // What cannot be removed is left, and said to have failed.
+            const auto count =
+                std::distance(fs::directory_iterator(run.world / "files"), fs::directory_iterator());
+            if (count != 2 && (run.fault.kind != "unlink" || run.outcome.exitCode != 1))
+                return "left something behind";
+            return {};
+        },
+        .place = place,
+        .failsSilently = false,
+    };
+}
+
+TEST_F(ServiceFaults, SharingByClones) {
+    test::expectToSurviveFaults(sharing("clones", {}));
+}
+
+TEST_F(ServiceFaults, SharingExtents) {
+    const auto image = test::MountedImage::make({.type = "xfs"});
+    if (!image)
+        GTEST_SKIP() << image.error();
+    test::expectToSurviveFaults(sharing("platform", (*image)->path()));
 }
 
 TEST_F(ServiceFaults, Measuring) {

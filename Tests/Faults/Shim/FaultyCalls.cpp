@@ -228,6 +228,14 @@ CALL(close) {
 FAULTY_UNLESS_STANDARD(read)
 FAULTY_UNLESS_STANDARD(write)
 
+#define FAULTY_READING(name)                                                                                 \
+    CALL(name) {                                                                                             \
+        REAL(name);                                                                                          \
+        return failsOrMovesFew(kindNamed("read"), c, 1) ? -1 : real(a, b, c, d, e, f);                       \
+    }
+FAULTY_READING(pread)
+FAULTY_READING(pread64)
+
 extern "C" long faulty_syscall(long, long, long, long, long, long, long) __asm__("syscall");
 extern "C" long faulty_syscall(long number, long a, long b, long c, long d, long e, long f) {
     static const auto real = next<long (*)(long, long, long, long, long, long, long)>("syscall");
@@ -263,6 +271,7 @@ FAULTY_WITH(0, readlink, realpath)
 FAULTY_WITH(0, getcwd, getcwd)
 FAULTY(rename, rename)
 FAULTY(rename, renameat)
+FAULTY(rename, renameat2)
 FAULTY(unlink, unlink)
 FAULTY(unlink, unlinkat)
 FAULTY(unlink, rmdir)
@@ -273,6 +282,9 @@ FAULTY(link, link)
 FAULTY(link, symlink)
 FAULTY(mode, chmod)
 FAULTY(mode, fchmod)
+FAULTY(mode, futimens)
+FAULTY(read, preadv2)
+FAULTY(read, preadv64v2)
 FAULTY_TWINS(fcntl, fcntl)
 FAULTY(ioctl, ioctl)
 FAULTY(lock, flock)

@@ -1,15 +1,20 @@
 // What the tool does not do itself, as a program: settings, other programs, the Trash, volumes, measuring,
 // deleting. Prints what came of it; the exit code is 1 where something failed.
 
+#include "TarnwellCore/Actions/BlockSharing.hpp"
 #include "TarnwellCore/Actions/TrashService.hpp"
 #include "TarnwellCore/Analysis/Shell.hpp"
+#include "TarnwellCore/Platform/CloneReplacement.hpp"
 #include "TarnwellCore/Platform/UserDefaults.hpp"
 #include "TarnwellCore/Scanning/DiskInfo.hpp"
 #include "TarnwellCore/Scanning/DiskScanner.hpp"
 #include "TarnwellCore/Snapshots/SnapshotStore.hpp"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -82,6 +87,65 @@ int deleteSnapshot(const Words& words) {
     return 0;
 }
 
+/// A clone as a file system without clones has it.
+int copyFile(int from, int folder, const char* name) {
+    const int to = ::openat(folder, name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (to < 0)
+        return -1;
+    std::array<char, 4096> buffer;
+    ssize_t count = 0;
+    off_t offset = 0;
+    while ((count = ::pread(from, buffer.data(), buffer.size(), offset)) > 0 &&
+           ::write(to, buffer.data(), static_cast<std::size_t>(count)) == count)
+        offset += count;
+    ::close(to);
+    if (count != 0)
+        ::unlinkat(folder, name, 0);
+    return count == 0 ? 0 : -1;
+}
+
+int copyLooks(int from, int folder, const char* name) {
+    struct stat status = {};
+    const int to = ::openat(folder, name, O_RDWR | O_CLOEXEC);
+    if (to < 0)
+        return -1;
+    const struct timespec times[2] = {{}, {}};
+    bool isDone = ::fstat(from, &status) == 0 && ::fchmod(to, status.st_mode & 07777) == 0;
+    const struct timespec own[2] = {status.st_atim, status.st_mtim};
+    isDone = isDone && ::futimens(to, isDone ? own : times) == 0;
+    ::close(to);
+    return isDone ? 0 : -1;
+}
+
+/// Makes the second file share with the first: as the platform does, or by "clones".
+int share(const Words& words) {
+    BlockSharing sharing;
+    static const CloneCalls calls{
+        .clone = copyFile,
+        .copyMetadata = copyLooks,
+        .exchange =
+            [](int folder, const char* one, const char* other) {
+                return ::renameat2(folder, one, folder, other, RENAME_EXCHANGE);
+            },
+        .remove = [](int folder, const char* name) { return ::unlinkat(folder, name, 0); }};
+    if (words.at(0) == "clones")
+        sharing.shareExtents = [](const SharingFile& first, const SharingFile& further,
+                                  const auto& isCancelled) {
+            return replaceByClone(first, further, 1, calls, isCancelled);
+        };
+    SharingRequest request;
+    for (const std::string& path : {words.at(1), words.at(2)}) {
+        const auto measured = measureFile(AT_FDCWD, path.c_str());
+        if (!measured)
+            return 1;
+        request.items.push_back({path, measured->version});
+    }
+    const SharingOutcome outcome = sharing.share(std::move(request)).get().front();
+    const bool isDone = std::holds_alternative<SharingDone>(outcome);
+    std::puts(isDone ? "shared" : "not shared");
+    return isDone ? 0 : 1;
+}
+
 /// Forgets memory, and ends as the tool does. Of one block alone a register might know.
 int leak(const Words&) {
     for (int count = 0; count < 100; ++count) {
@@ -95,8 +159,8 @@ constexpr struct {
     std::string_view name;
     int (*run)(const Words&);
 } commands[] = {
-    {"set", set},         {"get", get},   {"trash", trash},     {"shell", shell},
-    {"volumes", volumes}, {"leak", leak}, {"measure", measure}, {"delete", deleteSnapshot},
+    {"set", set},   {"get", get},         {"trash", trash},           {"shell", shell}, {"volumes", volumes},
+    {"leak", leak}, {"measure", measure}, {"delete", deleteSnapshot}, {"share", share},
 };
 
 int run(const std::string& name, const Words& words) {
