@@ -18,7 +18,7 @@ constexpr TidyOptionSpec options[] = {
     {.name = "--since", .value = "WHEN", .help = "latest, previous, a date, an age or an ID (latest)"},
     {.name = "--min", .value = "SIZE", .help = "List changes from this size on (10MB)"},
     {.name = "--top", .value = "N", .help = "List the N largest changes (20)"},
-    {.name = "--digest", .value = "", .help = "Tell what matters, by folders and categories, allocated"},
+    {.name = "--digest", .value = "", .help = "Tell what matters, in allocated sizes"},
 };
 
 std::string textOf(const SnapshotDelta& delta, const std::vector<const Change*>& causes,
