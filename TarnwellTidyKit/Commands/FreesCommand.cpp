@@ -68,11 +68,12 @@ std::string textOf(const FreedBytes& freed, const TidyStyle& style) {
     return text;
 }
 
-void write(JSONWriter& json, const FreedBytes& freed) {
+void write(JSONWriter& json, const FreedBytes& freed, const ScanStats& stats) {
     json.key("atLeast");
     json.integer(freed.atLeast);
     json.key("atMost");
     json.integer(freed.atMost);
+    writeUnreadable(json, stats);
     json.key("reasons");
     json.beginArray();
     for (const FreedBytes::Reason& reason : freed.reasons) {
@@ -136,9 +137,10 @@ TidyResult run(const FreesRequest& request, TidyContext& context) {
     const FreedBytes freed = FreedSpace(scan).of(nodes);
     TidyResult result;
     if (request.output.json)
-        result.standardOutput = tidyDocument([&](JSONWriter& json) { write(json, freed); });
+        result.standardOutput = tidyDocument([&](JSONWriter& json) { write(json, freed, scan.stats); });
     else
-        result.standardOutput = textOf(freed, context.style(request.output));
+        result = {.standardOutput = textOf(freed, context.style(request.output)),
+                  .standardError = context.unreadableText(scan, context.style(request.output))};
     context.keep(std::move(scan));
     return result;
 }

@@ -18,7 +18,7 @@ namespace {
 
 constexpr TidyOptionSpec options[] = {
     {.name = "--top", .value = "N", .help = "List the N largest files and folders (10)"},
-    {.name = "--no-history", .value = "", .help = "Do not keep the scan in the history"},
+    {.name = "--forget", .value = "", .help = "Do not keep the scan in the history"},
 };
 
 /// All that a page is made of.
@@ -294,7 +294,7 @@ ReportRequest ReportRequest::read(const TidyArguments& arguments) {
     ReportRequest request{
         .folder = arguments.onlyOperand(), .scan = arguments.scan(), .output = arguments.output()};
     request.top = arguments.count("--top").value_or(request.top);
-    request.isKept = !arguments.has("--no-history");
+    request.isKept = !arguments.has("--forget");
     return request;
 }
 

@@ -119,7 +119,7 @@ TEST(TidyArguments, ShellsAreToldWhatMayStandInAPlace) {
     } cases[] = {
         {{"rep"}, "report\tWhat is in a folder, on one page\n"},
         {{"report", ""}, ":folders\n"},
-        {{"find", "--no"}, "--no-hidden\tLeave out what is hidden\n"},
+        {{"report", "--no"}, "--no-hidden\tLeave out what is hidden\n"},
         {{"--json", "report", "--top", ""}, ""},
         {{"report", "--color", "n"}, "never\tUse colours: auto, always, never\n"},
         {{"report", "--exclude", ""}, ":paths\n"},

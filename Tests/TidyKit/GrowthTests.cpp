@@ -78,7 +78,7 @@ TEST(HistoryCommand, WhatReportsKeepOfScans) {
     scene.home.makeFile("tree/a.mov", 5'000);
     const std::string tree = scene.path("tree");
     const auto kept = [&] { return scene.services.history().series(tree); };
-    for (const Words& leftOut : {Words{"--exclude-name", "x"}, Words{"--cross"}, Words{"--no-history"}}) {
+    for (const Words& leftOut : {Words{"--exclude-name", "x"}, Words{"--cross"}, Words{"--forget"}}) {
         Words words{"report", tree};
         words.insert(words.end(), leftOut.begin(), leftOut.end());
         (void)scene.text(words);
