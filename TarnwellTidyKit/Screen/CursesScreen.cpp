@@ -161,9 +161,6 @@ CursesScreen::Impl::Impl(Options chosen) : options(chosen) {
         throw std::runtime_error("/dev/null cannot be opened.");
     ::use_env(FALSE);
     screen = openScreen(type, pipe.stream(), noInput.get());
-    // Nothing that the library sets up is sent: what the terminal is told at the beginning and the end is
-    // ours, because it has to be known when a signal ends the program.
-    (void)pipe.collect();
     if (capability("cup").empty()) {
         ::delscreen(screen);
         throw std::runtime_error("The terminal (of the type \"" + type + "\") cannot move its cursor.");
@@ -182,6 +179,11 @@ CursesScreen::Impl::Impl(Options chosen) : options(chosen) {
     decoder = InputDecoder(ownKeys());
 
     ::typeahead(-1);
+    // Nothing that the library sets up is sent: what the terminal is told at the beginning and the end is
+    // ours, because it has to be known when a signal ends the program.
+    ::wnoutrefresh(stdscr);
+    ::doupdate();
+    (void)pipe.collect();
     ::scrollok(stdscr, FALSE);
     ::leaveok(stdscr, FALSE);
     if (options.hasColours && ::has_colors() && ::start_color() == OK) {

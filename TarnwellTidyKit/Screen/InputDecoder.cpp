@@ -29,7 +29,9 @@ std::array<int, 4> numbers(std::string_view parameters) {
     std::array<int, 4> values{};
     for (int& value : values) {
         const std::size_t end = std::min(parameters.find(';'), parameters.size());
-        std::from_chars(parameters.data(), parameters.data() + end, value);
+        if (std::from_chars(parameters.data(), parameters.data() + end, value).ec ==
+            std::errc::result_out_of_range)
+            value = -1;
         if (end == parameters.size())
             break;
         parameters.remove_prefix(end + 1);
@@ -354,7 +356,8 @@ void InputDecoder::control(std::string_view parameters, char final) {
             isPasting_ = true;
         else if (const auto key = numberKey(values[0]))
             push(*key, modifiers);
-    } else if (const auto key = letterKey(final); key && final != 'M') {
+    } else if (const auto key = letterKey(final); key && final != 'M' && values[0] <= 1) {
+        // Other numbers are those of an answer about the cursor.
         push(*key, modifiers);
     }
 }

@@ -38,7 +38,7 @@ constexpr std::array<RoleColours, static_cast<std::size_t>(Role::accent)> roleCo
     {0x8FCF7F, 0x1F7A34, 2},        // good
     {0xFFD75F, 0x9A5B00, 3},        // match
     {0x5F87AF, 0x5F87AF, 6},        // bar
-    {0x303540, 0xE2E6EC, noColour}, // barTrack
+    {0x2E323A, 0xE2E6EC, noColour}, // barTrack
     {0x4B5563, 0xC3C9D2, 8},        // rule
     {0xD0D7E2, 0x1F2937, noColour}, // key
     {0x8A919C, 0x6B7280, 8},        // keyText
@@ -52,6 +52,7 @@ constexpr std::array<RoleColours, static_cast<std::size_t>(Role::accent)> roleCo
 }};
 
 constexpr int selectionDark = 0x2C3B55;
+constexpr int selectionDark256 = 0x4E4E4E;
 constexpr int selectionLight = 0xCFE0FF;
 constexpr int inputDark = 0x23272F;
 constexpr int inputLight = 0xEEF1F5;
@@ -191,7 +192,10 @@ Paint Palette::paint(const Style& style) const {
     if (style.isSelected && !isTile && (style.role == Role::dim || style.role == Role::rule))
         foreground = isDark_ ? 0xB6BECB : 0x475569;
     const auto number = [this](int rgb) {
-        return rgb == noColour ? Paint::none : colours_ > 256 ? rgb : nearestOf256(rgb);
+        if (rgb == noColour || colours_ > 256)
+            return rgb;
+        // The nearest one is the empty part of a bar.
+        return nearestOf256(rgb == selectionDark ? selectionDark256 : rgb);
     };
     paint.foreground = number(foreground);
     paint.background = number(background);
