@@ -163,6 +163,8 @@ int PseudoTerminal::wait(bool untilStopped) {
         if (::waitpid(child_, &status, WNOHANG | (untilStopped ? WUNTRACED : 0)) == child_) {
             if (!WIFSTOPPED(status))
                 child_ = -1;
+            if (master_ >= 0)
+                unseen_ += read(30ms); // what it said last
             return status;
         }
         if (master_ >= 0)
