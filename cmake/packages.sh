@@ -27,12 +27,12 @@ package_names() {
     "debian build")
         # make is for the compiler: it runs the parts of an optimised link side by side.
         echo g++ make cmake ninja-build ccache pkg-config rapidjson-dev uuid-dev libglib2.0-dev shared-mime-info \
-            libicu-dev libssl-dev libplist-dev libcli11-dev
+            libicu-dev libssl-dev libplist-dev libcli11-dev libncurses-dev
         ;;
     # file: cpack asks it what to strip.
     "debian test") echo libgtest-dev libgmock-dev file ;;
     "debian test-optional")
-        echo btrfs-progs xfsprogs zsh fish mandoc groff-base dpkg-dev valgrind libxml2-utils
+        echo btrfs-progs xfsprogs zsh fish mandoc groff-base dpkg-dev valgrind libxml2-utils tmux
         ;;
     # llvm is for readable reports. On macOS the compiler that everyone has comes without the fuzzer.
     "debian fuzz") echo clang-19 libclang-rt-19-dev llvm-19 ;;
@@ -42,7 +42,7 @@ package_names() {
     "debian darwin-cross") echo clang-19 lld-19 llvm-19 libc++-19-dev googletest ;;
     "homebrew build") echo cmake ninja ccache rapidjson cli11 ;;
     "homebrew test") echo googletest ;;
-    "homebrew test-optional") echo fish ;;
+    "homebrew test-optional") echo fish tmux ;;
     "homebrew benchmark") echo google-benchmark ;;
     esac
 }

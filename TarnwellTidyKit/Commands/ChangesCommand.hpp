@@ -15,6 +15,8 @@ struct ChangesRequest {
     /// Bytes from which a change is listed.
     std::int64_t minimum = 10'000'000;
     std::int64_t top = 20;
+    /// The few changes that matter, new and gone folders, categories and the volume's room instead of a list.
+    bool digest = false;
     TidyScanChoices scan;
     TidyOutputChoices output;
 

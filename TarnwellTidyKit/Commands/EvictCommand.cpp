@@ -11,9 +11,10 @@ namespace tarnwell {
 
 namespace {
 
-/// The files to act on: those named, and in folders those that have something to free.
+/// The files to act on: those named, and in folders those that have something to free. Adds to `unreadable`
+/// what is said of folders that could not be read.
 std::vector<std::string> filesOf(const EvictRequest& request, const std::vector<SyncedRoot>& roots,
-                                 TidyContext& context) {
+                                 TidyContext& context, std::string& unreadable) {
     std::vector<std::string> files;
     for (const std::string& typed : request.paths) {
         const fs::path path = typedPath(typed);
@@ -23,6 +24,7 @@ std::vector<std::string> filesOf(const EvictRequest& request, const std::vector<
             continue;
         }
         const ScanResult scan = context.scan(path.native(), {});
+        unreadable += context.unreadableText(scan, context.style(request.output));
         const EvictionSummary summary = CloudEviction::evictableSummary(scan, roots);
         std::ranges::transform(summary.items, std::back_inserter(files), &EvictableItem::path);
         if (summary.items.empty())
@@ -53,12 +55,18 @@ EvictRequest EvictRequest::read(const TidyArguments& arguments) {
 TidyResult run(const EvictRequest& request, TidyContext& context) {
     const std::vector<SyncedRoot> roots =
         context.services.syncedRoots(DiskScanner::normalize(context.services.home()));
-    const std::vector<std::string> files = filesOf(request, roots, context);
+    std::string unreadable;
+    const std::vector<std::string> files = filesOf(request, roots, context, unreadable);
+    const auto withUnreadable = [&](TidyResult result) {
+        if (!request.output.json)
+            result.standardError += unreadable;
+        return result;
+    };
     if (request.act.dryRun) {
         std::vector<TidyOutcome> planned;
         for (const std::string& file : files)
             planned.push_back({.source = file, .done = "free the local copy"});
-        return plannedResult(context, request.output, planned);
+        return withUnreadable(plannedResult(context, request.output, planned));
     }
     const std::string question = "Free the local copies of " +
                                  countedText(static_cast<std::int64_t>(files.size()), "file", "files") +
@@ -69,7 +77,7 @@ TidyResult run(const EvictRequest& request, TidyContext& context) {
     TidyOutcomes outcomes;
     outcomes.actOnEach(context, files,
                        [&](const std::string& file) { return evicted(context, file, roots); });
-    return outcomes.result(context, request.output, {});
+    return withUnreadable(outcomes.result(context, request.output, {}));
 }
 
 } // namespace tarnwell

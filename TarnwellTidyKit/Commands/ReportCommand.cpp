@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <exception>
 #include <string_view>
 #include <utility>
 
@@ -17,6 +18,7 @@ namespace {
 
 constexpr TidyOptionSpec options[] = {
     {.name = "--top", .value = "N", .help = "List the N largest files and folders (10)"},
+    {.name = "--forget", .value = "", .help = "Do not keep the scan in the history"},
 };
 
 /// All that a page is made of.
@@ -47,6 +49,23 @@ constexpr std::array<std::string_view, reportAgeCount> ageTitles = {"Under a mon
 
 double share(std::int64_t part, std::int64_t whole) {
     return whole > 0 ? static_cast<double>(part) / static_cast<double>(whole) : 0;
+}
+
+/// Whether the scan is of the folder as other scans are, so that growth can be told from them.
+bool isComparable(const TidyScanChoices& choices) {
+    return choices.excludedPaths.empty() && choices.excludedNames.empty() && !choices.crossFileSystems &&
+           !choices.leaveOutHidden;
+}
+
+/// What is said when the scan could not be kept: the page is there all the same.
+std::string keepInHistory(const Page& page, const TidyContext& context) {
+    try {
+        const ScanRecord record = ScanRecord::of(page.scan, page.volume, context.services.now());
+        context.act([&] { context.services.history().note(record); });
+        return {};
+    } catch (const std::exception& error) {
+        return "tarnwell-tidy: The scan is not in the history: " + harmless(error.what()) + "\n";
+    }
 }
 
 // --- For people -------------------------------------------------------------------------------------------
@@ -264,7 +283,8 @@ const TidyCommandSpec ReportRequest::spec = {
     .details =
         "Measures the folder and tells its three sizes, its volume, the categories of its files, the largest "
         "files and folders, when they were last modified, what links and clones save, and what could not be "
-        "read. A folder of which one folder inside holds four fifths is told by that one.",
+        "read. A folder of which one folder inside holds four fifths is told by that one. What history tells "
+        "growth from is kept, unless something is left out by an option.",
     .completes = TidyCompletes::folders,
     .shared = static_cast<unsigned>(TidyShared::scan),
     .options = options,
@@ -274,6 +294,7 @@ ReportRequest ReportRequest::read(const TidyArguments& arguments) {
     ReportRequest request{
         .folder = arguments.onlyOperand(), .scan = arguments.scan(), .output = arguments.output()};
     request.top = arguments.count("--top").value_or(request.top);
+    request.isKept = !arguments.has("--forget");
     return request;
 }
 
@@ -291,6 +312,8 @@ TidyResult run(const ReportRequest& request, TidyContext& context) {
                                              [&](JSONWriter& json) { writeVolume(json, page.volume); });
     else
         result.standardOutput = textOf(page, context.style(request.output), context);
+    if (request.isKept && isComparable(request.scan))
+        result.standardError = keepInHistory(page, context);
     context.keep(std::move(scan));
     return result;
 }

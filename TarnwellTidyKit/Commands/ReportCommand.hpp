@@ -11,6 +11,8 @@ struct ReportRequest {
     std::string folder;
     /// How many of the largest files and folders are listed.
     std::int64_t top = 10;
+    /// Whether the history keeps the scan. It never keeps one that left something out by an option.
+    bool isKept = true;
     TidyScanChoices scan;
     TidyOutputChoices output;
 

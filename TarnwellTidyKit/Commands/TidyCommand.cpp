@@ -22,10 +22,10 @@ constexpr Row row() {
 }
 
 constexpr std::array rows = {
-    row<ReportRequest>(),   row<FindRequest>(),    row<FreesRequest>(),     row<DuplicatesRequest>(),
-    row<FindingsRequest>(), row<ChangesRequest>(), row<VolumesRequest>(),   row<CleanRequest>(),
-    row<TrashRequest>(),    row<EvictRequest>(),   row<UninstallRequest>(), row<RulesRequest>(),
-    row<SettingsRequest>(),
+    row<ReportRequest>(),    row<FindRequest>(),    row<FreesRequest>(),    row<DuplicatesRequest>(),
+    row<FindingsRequest>(),  row<ChangesRequest>(), row<HistoryRequest>(),  row<VolumesRequest>(),
+    row<DrawRequest>(),      row<CleanRequest>(),   row<TrashRequest>(),    row<EvictRequest>(),
+    row<UninstallRequest>(), row<RulesRequest>(),   row<ScheduleRequest>(), row<SettingsRequest>(),
 };
 
 const Row* rowOf(std::string_view name) {

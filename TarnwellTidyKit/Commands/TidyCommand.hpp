@@ -5,13 +5,16 @@
 
 #include "TarnwellTidyKit/Commands/ChangesCommand.hpp"
 #include "TarnwellTidyKit/Commands/CleanCommand.hpp"
+#include "TarnwellTidyKit/Commands/DrawCommand.hpp"
 #include "TarnwellTidyKit/Commands/DuplicatesCommand.hpp"
 #include "TarnwellTidyKit/Commands/EvictCommand.hpp"
 #include "TarnwellTidyKit/Commands/FindCommand.hpp"
 #include "TarnwellTidyKit/Commands/FindingsCommand.hpp"
 #include "TarnwellTidyKit/Commands/FreesCommand.hpp"
+#include "TarnwellTidyKit/Commands/HistoryCommand.hpp"
 #include "TarnwellTidyKit/Commands/ReportCommand.hpp"
 #include "TarnwellTidyKit/Commands/RulesCommand.hpp"
+#include "TarnwellTidyKit/Commands/ScheduleCommand.hpp"
 #include "TarnwellTidyKit/Commands/SettingsCommand.hpp"
 #include "TarnwellTidyKit/Commands/TidyArguments.hpp"
 #include "TarnwellTidyKit/Commands/TrashCommand.hpp"
@@ -43,10 +46,10 @@ struct TidyVersion {
     bool operator==(const TidyVersion&) const = default;
 };
 
-using TidyCommand =
-    std::variant<TidyHelp, TidyVersion, TidyWords, ReportRequest, FindRequest, FreesRequest,
-                 DuplicatesRequest, FindingsRequest, ChangesRequest, VolumesRequest, CleanRequest,
-                 TrashRequest, EvictRequest, UninstallRequest, RulesRequest, SettingsRequest>;
+using TidyCommand = std::variant<TidyHelp, TidyVersion, TidyWords, ReportRequest, FindRequest, FreesRequest,
+                                 DuplicatesRequest, FindingsRequest, ChangesRequest, VolumesRequest,
+                                 CleanRequest, TrashRequest, EvictRequest, UninstallRequest, RulesRequest,
+                                 SettingsRequest, DrawRequest, HistoryRequest, ScheduleRequest>;
 
 /// What every command is called and takes, in the order of the help.
 std::span<const TidyCommandSpec* const> tidyCommandSpecs();

@@ -122,6 +122,14 @@ std::optional<std::int64_t> sizeFromText(std::string_view text) {
     return rest > largest - bytes ? std::nullopt : std::optional(bytes + rest);
 }
 
+std::int64_t sizeDifference(std::int64_t later, std::int64_t earlier) {
+    std::int64_t difference = 0;
+    if (!__builtin_sub_overflow(later, earlier, &difference))
+        return difference;
+    return later < earlier ? std::numeric_limits<std::int64_t>::min()
+                           : std::numeric_limits<std::int64_t>::max();
+}
+
 std::optional<Date> momentFromText(std::string_view text, Date now) {
     if (const auto hours = hoursFromText(text))
         return now - std::chrono::duration<double>(static_cast<double>(*hours) * 3600);

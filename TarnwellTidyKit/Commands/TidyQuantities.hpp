@@ -19,6 +19,10 @@ std::optional<double> numberFromText(std::string_view text);
 /// any other text and for what has no room in 64 bits.
 std::optional<std::int64_t> sizeFromText(std::string_view text);
 
+/// `later` - `earlier`, or the nearest number there is: sizes of a file that others may write can be
+/// anything.
+std::int64_t sizeDifference(std::int64_t later, std::int64_t earlier);
+
 /// The moment that a text names: so long before `now` for "12h", "30d", "6w", "3mo" (of 30 days) and "1y" (of
 /// 365); the beginning of a day of the user's for "2024-05-01"; exactly that for "2024-05-01T09:30:00Z".
 /// Nothing for any other text.

@@ -4,7 +4,9 @@
 #include "TarnwellCore/Actions/TrashEmptying.hpp"
 #include "TarnwellCore/Actions/TrashService.hpp"
 #include "TarnwellCore/Analysis/Shell.hpp"
+#include "TarnwellCore/Platform/DurableFile.hpp"
 #include "TarnwellCore/Platform/FileBrowser.hpp"
+#include "TarnwellCore/Platform/OwnProgram.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Scanning/DiskInfo.hpp"
 
@@ -13,6 +15,7 @@
 
 #include <cstdlib>
 #include <limits>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -66,6 +69,13 @@ std::optional<FileVersion> versionOf(const fs::path& file) {
 
 EvictionOutcome evictOne(const fs::path& file, const std::vector<SyncedRoot>& roots) {
     return EvictionService::live().evict({file}, roots).get().front();
+}
+
+ScheduledJobPlan planOfSchedule(const std::vector<std::string>& arguments) {
+    const auto program = ownProgram();
+    if (!program)
+        throw std::runtime_error("Where this program lies cannot be told, so nothing can start it.");
+    return planForThisSystem(snapshotScheduleJob(program->string(), arguments));
 }
 
 } // namespace
@@ -130,6 +140,10 @@ const TidyServices& TidyServices::live() {
         .runTool = runToolOnPath,
         .reveal = [](const fs::path& item) { return revealItem(item); },
         .open = [](const fs::path& item) { return openItem(item); },
+        .writeFile = [](const fs::path& file,
+                        std::string_view contents) { replaceFileDurably(file, contents); },
+        .schedulePlan = planOfSchedule,
+        .scheduleInstaller = ScheduleInstaller::live(),
     };
     return services;
 }

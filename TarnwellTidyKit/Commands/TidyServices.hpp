@@ -22,6 +22,7 @@
 #include "TarnwellCore/Scanning/VolumeInfo.hpp"
 #include "TarnwellCore/Settings/FullDiskAccess.hpp"
 #include "TarnwellCore/Snapshots/ScanHistory.hpp"
+#include "TarnwellCore/Snapshots/ScheduleInstaller.hpp"
 #include "TarnwellCore/Snapshots/SnapshotStore.hpp"
 
 #include <filesystem>
@@ -30,6 +31,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tarnwell {
@@ -71,7 +73,7 @@ struct TidyServices {
 
     /// Opens the store of snapshots.
     std::function<std::unique_ptr<SnapshotStore>()> snapshotStore;
-    /// The scans of the past.
+    /// The scans of the past. Reports and scheduled snapshots write it.
     std::function<ScanHistory()> history;
 
     // --- Acting ---------------------------------------------------------------------------------------
@@ -108,6 +110,11 @@ struct TidyServices {
     std::function<bool(const std::filesystem::path&)> reveal;
     /// Opens a file with the program that is meant for its kind; whether that was started.
     std::function<bool(const std::filesystem::path&)> open;
+    /// Writes a file, in place of one of that name, whole or not at all; only the user may read it.
+    std::function<void(const std::filesystem::path&, std::string_view contents)> writeFile;
+    /// What makes the system start the schedule of snapshots: `<this program> <arguments>`.
+    std::function<ScheduledJobPlan(const std::vector<std::string>& arguments)> schedulePlan;
+    ScheduleInstaller scheduleInstaller;
 
     /// The services of the real machine, made once.
     static const TidyServices& live();

@@ -9,6 +9,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <utility>
 
@@ -168,6 +169,12 @@ std::string countedText(std::int64_t count, std::string_view one, std::string_vi
 
 std::string sizeText(std::int64_t bytes) {
     return ByteFormatter::string(bytes, "0 bytes");
+}
+
+std::string signedSizeText(std::int64_t bytes) {
+    // The smallest number has no positive counterpart.
+    const std::int64_t amount = bytes == INT64_MIN ? INT64_MAX : std::abs(bytes);
+    return (bytes < 0 ? "-" : "+") + sizeText(amount);
 }
 
 std::string dayText(std::optional<Date> date) {

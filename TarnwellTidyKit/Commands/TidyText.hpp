@@ -71,6 +71,8 @@ std::string countedText(std::int64_t count, std::string_view one, std::string_vi
 std::string groupedNumber(std::int64_t number);
 /// "4.7 GB"; "0 bytes".
 std::string sizeText(std::int64_t bytes);
+/// "+4.7 GB", "-1 MB".
+std::string signedSizeText(std::int64_t bytes);
 /// "2024-05-01", in the user's time zone; "unknown".
 std::string dayText(std::optional<Date> date);
 /// The sentence with its lines broken to fit; each begins with so many blanks.

@@ -9,9 +9,9 @@ namespace tarnwell {
 namespace {
 
 std::string document(const PictureRequest& request, std::string_view size) {
-    return "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 1200 800\" " + std::string(size) +
-           ">\n<title>" + escapedMarkup(picturePath(*request.folder)) + "</title>\n<style>" +
-           pictureStyleSheet() + "</style>\n" + pictureViews(request) + "</svg>\n";
+    return "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 1200 800\" " + std::string(size) + ">\n" +
+           std::string(pictureMark) + "\n<title>" + escapedMarkup(picturePath(*request.folder)) +
+           "</title>\n<style>" + pictureStyleSheet() + "</style>\n" + pictureViews(request) + "</svg>\n";
 }
 
 } // namespace
@@ -22,7 +22,8 @@ std::string drawSVG(const PictureRequest& request) {
 
 std::string drawHTML(const PictureRequest& request) {
     const std::string title = escapedMarkup(picturePath(*request.folder));
-    return "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+    return "<!DOCTYPE html>\n" + std::string(pictureMark) +
+           "\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
            "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; "
            "style-src 'unsafe-inline'\">\n"
            "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"

@@ -12,8 +12,12 @@
 #include "TarnwellTidyKit/Pictures/PictureRequest.hpp"
 
 #include <string>
+#include <string_view>
 
 namespace tarnwell {
+
+/// Stands near the beginning of every picture, and tells them from other files.
+inline constexpr std::string_view pictureMark = "<!-- A picture of a folder by tarnwell-tidy -->";
 
 /// A whole SVG document.
 std::string drawSVG(const PictureRequest& request);

@@ -45,7 +45,7 @@ enum class Key : std::uint8_t {
 struct KeyPress {
     Key key = Key::character;
     /// One character of UTF-8 that is no control character; empty unless `key` is `character`.
-    std::string text;
+    std::string text = {};
     bool shift = false;
     bool control = false;
     bool alt = false;
@@ -79,7 +79,7 @@ struct Resized {
 
 /// Text put in at once, any bytes; line feeds are '\n'.
 struct Pasted {
-    std::string text;
+    std::string text = {};
     friend bool operator==(const Pasted&, const Pasted&) = default;
 };
 

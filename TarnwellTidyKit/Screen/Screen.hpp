@@ -17,7 +17,8 @@
 
 namespace tarnwell {
 
-/// What can be shown. Does not change while the screen exists.
+/// What can be shown. `isDark` may change when a terminal answers late, which a `Resized` tells; nothing else
+/// does.
 struct ScreenAbilities {
     /// 0 without colours, else 8, 16, 256 or 1 << 24.
     int colours = 0;
@@ -43,8 +44,9 @@ public:
     /// Only what changed is sent.
     virtual bool show(const Grid& grid, std::optional<GridPoint> cursor = std::nullopt) = 0;
 
-    /// The next event, in the order in which they came; waits for one, without using the processor: for at
-    /// most `timeout`, then a `Tick`; without one, for as long as it takes. A timeout of zero asks only.
+    /// The next event (Ctrl-L and coming back from Ctrl-Z are a `Resized`: all is drawn anew), in the order
+    /// in which they came; waits for one, without using the processor: for at most `timeout`, then a `Tick`;
+    /// without one, for as long as it takes. A timeout of zero asks only.
     virtual Event next(std::optional<std::chrono::milliseconds> timeout = std::nullopt) = 0;
 
     /// Makes `next` return soon, with `Woken`. Several calls may become one.

@@ -11,7 +11,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <set>
 #include <string>
 #include <string_view>
@@ -146,18 +148,61 @@ std::string browser() {
     return {};
 }
 
+/// A home that looks like one, the same on every machine.
+std::shared_ptr<FileNode> exampleTree() {
+    using enum FileCategory;
+    const struct {
+        std::string_view folder;
+        std::string_view inner;
+        std::string_view file;
+        std::int64_t megabytes;
+        FileCategory category;
+    } items[] = {
+        {"Films", "2024", "Holiday", 4'100, video},
+        {"Films", "2023", "Concert", 3'300, video},
+        {"Pictures", "2024", "IMG", 2'100, images},
+        {"Pictures", "Scans", "Page", 900, documents},
+        {"Music", "Albums", "Track", 1'700, audio},
+        {"Projects", "atlas", "object", 1'400, developer},
+        {"Projects", "lamp", "main", 400, code},
+        {"Downloads", "Images", "system", 2'600, diskImages},
+        {"Downloads", "Archives", "backup", 1'900, archives},
+        {"Library", "Caches", "data", 1'600, caches},
+        {"Library", "Mail", "box", 700, mail},
+        {"Machines", "test", "disk", 3'000, virtualMachines},
+    };
+    FileTreeBuilder builder("/home/alice");
+    std::map<std::string_view, FileNode*> folders;
+    for (const auto& item : items) {
+        FileNode*& folder = folders[item.folder];
+        if (folder == nullptr)
+            folder = &builder.addFolder(builder.root(), item.folder);
+        FileNode& inner = builder.addFolder(*folder, item.inner);
+        std::int64_t rest = item.megabytes * 1'000'000;
+        for (int number = 1; number <= 30; ++number) {
+            const std::int64_t size = rest / 4; // each takes a quarter of what is left
+            rest -= size;
+            builder.addFile(inner, std::string(item.file) + " " + std::to_string(number),
+                            {.size = size, .allocatedSize = size, .category = item.category});
+        }
+    }
+    return builder.finish();
+}
+
+/// In the folder that TARNWELL_SCREENSHOTS names, pictures of an example stay, for the front page.
 TEST(Pictures, InABrowser) {
     const std::string program = browser();
     if (program.empty())
         GTEST_SKIP() << "no Chromium here";
     const test::TemporaryFolder folder;
-    const auto look = [&](const std::string& address, const std::string& file) {
-        const auto result =
-            Shell::run(program,
-                       {"--headless", "--no-sandbox", "--disable-gpu", "--hide-scrollbars", "--dump-dom",
-                        "--window-size=900,600", "--user-data-dir=" + (folder / "profile").string(),
-                        "--screenshot=" + file, address},
-                       120);
+    const auto look = [&](const std::string& address, const std::string& file,
+                          std::string_view scheme = "1") {
+        const auto result = Shell::run(
+            program,
+            {"--headless", "--no-sandbox", "--disable-gpu", "--hide-scrollbars", "--dump-dom",
+             "--window-size=900,600", "--blink-settings=preferredColorScheme=" + std::string(scheme),
+             "--user-data-dir=" + (folder / "profile").string(), "--screenshot=" + file, address},
+            120);
         return result ? result->standardOutput : std::string();
     };
     const auto root = hostileTree();
@@ -182,6 +227,24 @@ TEST(Pictures, InABrowser) {
         EXPECT_NE(test::readFile(first), test::readFile(second));
         EXPECT_GT(std::filesystem::file_size(first), 5'000u);
     }
+    const char* const kept = std::getenv("TARNWELL_SCREENSHOTS");
+    const std::filesystem::path pictures = kept != nullptr ? std::filesystem::path(kept) : folder.path();
+    const auto example = exampleTree();
+    std::set<std::string> seen;
+    for (const auto& [kind, scheme] :
+         {std::pair(PictureKind::treemap, "1"), std::pair(PictureKind::treemap, "0"),
+          std::pair(PictureKind::sunburst, "0")}) {
+        const bool isDark = *scheme == '0';
+        const std::string name = std::string(rawValue(kind)) + (isDark ? "-dark" : "");
+        const std::filesystem::path page =
+            folder.writeFile(name + ".html", drawHTML({.folder = example.get(), .kind = kind}));
+        const bool isShown = isDark == (kind == PictureKind::sunburst);
+        const std::string picture =
+            ((isShown ? pictures : folder.path()) / ("draw-" + name + ".png")).string();
+        (void)look("file://" + page.string(), picture, scheme);
+        seen.insert(test::readFile(picture));
+    }
+    EXPECT_EQ(seen.size(), 3u) << "light is not dark";
 }
 
 } // namespace

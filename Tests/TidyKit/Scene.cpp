@@ -58,6 +58,12 @@ Scene::Scene() : services(TidyServices::live()) {
     services.home = [folder] { return folder; };
     services.settings = [folder] { return std::make_shared<JSONFileDefaults>(folder / ".settings.json"); };
     services.snapshotStore = [folder] { return std::make_unique<SnapshotStore>(folder / "snapshots"); };
+    services.history = [file = kept / "history.json"] { return ScanHistory(file); };
+    services.open = [](const fs::path&) { return false; };
+    services.schedulePlan = [folder](const Words& arguments) {
+        return SystemdUser::plan(snapshotScheduleJob("/opt/tarnwell-tidy", arguments), folder / ".config");
+    };
+    services.scheduleInstaller.run = [](const ScheduledJobPlan::Command&) { return std::nullopt; };
     services.moveToTrash = [folder](const fs::path& item) { return moveAside(item, folder / ".trash"); };
     const auto restorer = [folder] {
         TrashRestorer made(folder, TrashJournal(folder / ".journal"));
@@ -91,7 +97,6 @@ Scene::Scene() : services(TidyServices::live()) {
         return restorer().restore(places).get();
     };
     services.restoreSet = [restorer](const UUID& set) { return restorer().restoreSet(set).get(); };
-    services.history = [folder] { return ScanHistory(folder / ".history.json"); };
     services.trashFolders = [folder](const fs::path&) { return std::vector<fs::path>{folder / ".trash"}; };
 }
 

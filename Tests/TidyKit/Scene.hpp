@@ -28,6 +28,8 @@ public:
     Scene& operator=(const Scene&) = delete;
 
     TemporaryFolder home;
+    /// Where the history of scans is, which is not to be among the files that a test counts.
+    TemporaryFolder kept;
     TidyServices services;
     TidySurroundings surroundings;
 
