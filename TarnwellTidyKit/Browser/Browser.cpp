@@ -1,0 +1,183 @@
+#include "TarnwellTidyKit/Browser/Browser.hpp"
+
+#include "TarnwellCore/Settings/AppSettings.hpp"
+#include "TarnwellTidyKit/Browser/BrowserUpdate.hpp"
+#include "TarnwellTidyKit/Browser/BrowserViews.hpp"
+#include "TarnwellTidyKit/Browser/JobRunner.hpp"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <utility>
+#include <variant>
+
+namespace tarnwell {
+
+namespace {
+
+/// The user's shell, in a folder of whatever name.
+void runShell(const std::string& folder) {
+    const char* shell = std::getenv("SHELL");
+    const std::string path = shell != nullptr && *shell == '/' ? shell : "/bin/sh";
+    const pid_t child = ::fork();
+    if (child == 0) {
+        if (::chdir(folder.c_str()) == 0)
+            ::execl(path.c_str(), path.c_str(), static_cast<char*>(nullptr));
+        ::_exit(127);
+    }
+    int status = 0;
+    while (child > 0 && ::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+}
+
+class Browser {
+public:
+    Browser(Screen& screen, const BrowserSetup& setup)
+        : screen_(screen),
+          setup_(setup),
+          queue_(JobRunner(*setup.services, *setup.surroundings, setup.isReadOnly, setup.scan),
+                 [&screen] { screen.wake(); }) {
+        const BrowserMemory memory = BrowserMemory::load(AppSettings(setup.services->settings()));
+        state_.view = memory.view == BrowserView::found || memory.view == BrowserView::outcomes ? BrowserView::list
+                                                                                               : memory.view;
+        state_.choice.sort = memory.sort;
+        state_.choice.mode = memory.mode;
+        state_.choice.showsHidden = memory.showsHidden;
+        state_.columns = memory.columns;
+        state_.lastFolder = memory.folder;
+        state_.asksBeforeTrash = memory.asksBeforeTrash;
+        state_.isReadOnly = setup.isReadOnly;
+        state_.home = setup.services->home().native();
+        state_.now = setup.services->now;
+        size_ = screen.size();
+        isUnicode_ = screen.abilities().isUnicode;
+    }
+
+    int run() {
+        fitTo(state_, size_);
+        begin(state_, setup_.folder);
+        hand();
+        draw();
+        while (!state_.isDone) {
+            if (setup_.isPatient)
+                finishJobs();
+            take(screen_.next());
+            // All that has come meanwhile, and one frame for it.
+            while (!state_.isDone && !setup_.isPatient) {
+                Event event = screen_.next(std::chrono::milliseconds(0));
+                if (std::holds_alternative<Tick>(event))
+                    break;
+                take(std::move(event));
+                if (isLost_)
+                    break;
+            }
+            drain();
+            hand();
+            draw();
+        }
+        // What was being moved is brought to its end, what was to be remembered is stored.
+        hand();
+        queue_.waitFor(BrowserLane::act);
+        return status_;
+    }
+
+private:
+    void take(Event event) {
+        std::visit([this](auto& each) { take(each); }, event);
+        fitTo(state_, size_);
+        hand();
+    }
+    void take(KeyPress& press) { update(state_, press); }
+    void take(Pasted& pasted) { update(state_, pasted); }
+    void take(Tick&) {}
+    void take(Woken&) { drain(); }
+    void take(Drawable&) {}
+    void take(Resized& resized) { size_ = {resized.width, resized.height}; }
+    void take(ScreenLost&) {
+        isLost_ = true;
+        quit(state_);
+    }
+    void take(QuitRequest& request) {
+        status_ = 128 + request.signal;
+        quit(state_);
+    }
+    void take(MouseEvent& event) {
+        constexpr std::ptrdiff_t step = 3;
+        if (event.kind == MouseEvent::Kind::wheelUp || event.kind == MouseEvent::Kind::wheelDown)
+            scroll(state_, event.kind == MouseEvent::Kind::wheelUp ? -step : step);
+        else if (event.kind == MouseEvent::Kind::press && event.button == MouseEvent::Button::left)
+            if (const auto click = whatIsAt(state_, size_, {event.column, event.row}))
+                update(state_, *click);
+    }
+
+    void finishJobs() {
+        while (!queue_.isIdle()) {
+            for (const BrowserLane lane : {BrowserLane::quick, BrowserLane::look, BrowserLane::act})
+                queue_.waitFor(lane);
+            drain();
+            hand();
+        }
+        draw();
+    }
+
+    void drain() {
+        for (BrowserEvent& event : queue_.takeEvents())
+            update(state_, std::move(event));
+    }
+
+    /// Hands on what the model wants.
+    void hand() {
+        for (const std::uint64_t id : std::exchange(state_.cancellations, {}))
+            queue_.cancel(id);
+        for (BrowserRequest& request : std::exchange(state_.requests, {}))
+            queue_.add(std::move(request));
+        for (const ScreenWish& wish : std::exchange(state_.wishes, {}))
+            grant(wish);
+    }
+
+    void grant(const ScreenWish& wish) {
+        if (isLost_)
+            return;
+        if (wish.kind == ScreenWish::Kind::copy) {
+            const bool isSent = screen_.copyToClipboard(wish.text);
+            state_.message = isSent ? "The path was given to the terminal to copy." : "The path is too long.";
+            state_.messageIsFailure = !isSent;
+            return;
+        }
+        screen_.withTerminal([&] {
+            if (setup_.shell)
+                setup_.shell(wish.text);
+            else
+                runShell(wish.text);
+        });
+    }
+
+    void draw() {
+        if (isLost_ || state_.isDone)
+            return;
+        fitTo(state_, size_);
+        hand();
+        const BrowserPicture picture = drawn(state_, size_, isUnicode_);
+        screen_.show(picture.grid, picture.cursor); // dropped where the line is busy; `Drawable` comes
+    }
+
+    Screen& screen_;
+    const BrowserSetup& setup_;
+    BrowserState state_;
+    GridSize size_;
+    bool isUnicode_ = true;
+    bool isLost_ = false;
+    int status_ = 0;
+    WorkQueue queue_; // last: its threads end before anything else goes
+};
+
+} // namespace
+
+int runBrowser(Screen& screen, const BrowserSetup& setup) {
+    return Browser(screen, setup).run();
+}
+
+} // namespace tarnwell

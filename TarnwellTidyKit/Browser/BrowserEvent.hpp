@@ -1,0 +1,149 @@
+#pragma once
+
+// What comes of jobs, as values for the model. `id` is that of the request.
+
+#include "TarnwellCore/Analysis/DuplicateResult.hpp"
+#include "TarnwellCore/Analysis/RuleEvaluator.hpp"
+#include "TarnwellCore/Analysis/Search.hpp"
+#include "TarnwellCore/Actions/TrashRestorer.hpp"
+#include "TarnwellCore/Layout/TreemapItem.hpp"
+#include "TarnwellCore/Scanning/VolumeInfo.hpp"
+#include "TarnwellCore/Snapshots/GrowthTrend.hpp"
+#include "TarnwellCore/Snapshots/ScanRecord.hpp"
+#include "TarnwellCore/Snapshots/SnapshotDelta.hpp"
+#include "TarnwellTidyKit/Browser/BrowserTree.hpp"
+#include "TarnwellTidyKit/Browser/EarlierSizes.hpp"
+#include "TarnwellTidyKit/Browser/LiveEntries.hpp"
+#include "TarnwellTidyKit/Browser/Ordering.hpp"
+#include "TarnwellTidyKit/Commands/ReportFigures.hpp"
+#include "TarnwellTidyKit/Commands/TidyOutcomes.hpp"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace tarnwell {
+
+/// A finished search of the tree; nodes and totals.
+struct FoundItems {
+    std::vector<const FileNode*> nodes = {};
+    SearchTotals totals = {};
+};
+
+/// How a snapshot differs from the tree.
+struct ChangesFound {
+    SnapshotDelta delta;
+    /// Places in the changes of the delta: those that tell the others.
+    std::vector<std::size_t> causes;
+    std::shared_ptr<const EarlierSizes> earlier;
+    /// Which snapshot of how many of this root, from the newest on.
+    std::size_t number = 0;
+    std::size_t count = 0;
+};
+
+struct HistoryFound {
+    /// Of this root, oldest first.
+    std::vector<ScanRecord> series;
+    std::optional<GrowthTrend> trend;
+};
+
+/// What the rules of the settings match, or those that were asked for.
+struct RulesFound {
+    std::vector<CleanupRule> rules;
+    std::vector<RuleMatch> matches;
+};
+
+namespace BrowserEvents {
+
+struct ScanProgressed {
+    std::uint64_t id;
+    ScanProgress progress;
+    std::shared_ptr<const LiveSource> live;
+};
+struct ScanEnded {
+    std::uint64_t id;
+    std::shared_ptr<const BrowserTree> tree;
+};
+struct Ordered {
+    std::uint64_t id;
+    std::shared_ptr<const Ordering> order;
+};
+struct Mapped {
+    std::uint64_t id;
+    std::vector<TreemapItem> tiles;
+};
+struct Freed {
+    std::uint64_t id;
+    FreedBytes bytes;
+};
+struct Figures {
+    std::uint64_t id;
+    ReportFigures figures;
+};
+struct Found {
+    std::uint64_t id;
+    FoundItems items;
+};
+struct Findings {
+    std::uint64_t id;
+    std::vector<SpaceSaverFinding> findings;
+};
+struct Rules {
+    std::uint64_t id;
+    RulesFound found;
+};
+struct Duplicates {
+    std::uint64_t id;
+    std::shared_ptr<const DuplicateResult> result;
+};
+struct Changes {
+    std::uint64_t id;
+    /// Null when there is no snapshot of this root.
+    std::shared_ptr<const ChangesFound> found;
+};
+struct Volumes {
+    std::uint64_t id;
+    std::vector<VolumeInfo> volumes;
+};
+struct History {
+    std::uint64_t id;
+    HistoryFound found;
+};
+struct TrashListed {
+    std::uint64_t id;
+    TrashListing listing;
+};
+/// What became of an act; each path that is there no longer, or is back.
+struct Acted {
+    std::uint64_t id;
+    std::string title = {};
+    std::vector<TidyOutcome> outcomes = {};
+    std::vector<std::string> gone = {};
+    std::vector<std::string> back = {};
+    /// What was stored differs from what views show.
+    bool changesTrash = false;
+};
+/// A line on how far a job is.
+struct Progressed {
+    std::uint64_t id;
+    std::string text;
+};
+/// The job did not come to an end; empty when it was called off.
+struct Failed {
+    std::uint64_t id;
+    std::string reason;
+};
+
+} // namespace BrowserEvents
+
+using BrowserEvent =
+    std::variant<BrowserEvents::ScanProgressed, BrowserEvents::ScanEnded, BrowserEvents::Ordered,
+                 BrowserEvents::Mapped, BrowserEvents::Freed, BrowserEvents::Figures, BrowserEvents::Found, BrowserEvents::Findings,
+                 BrowserEvents::Rules, BrowserEvents::Duplicates, BrowserEvents::Changes,
+                 BrowserEvents::Volumes, BrowserEvents::History, BrowserEvents::TrashListed,
+                 BrowserEvents::Acted, BrowserEvents::Progressed, BrowserEvents::Failed>;
+
+} // namespace tarnwell

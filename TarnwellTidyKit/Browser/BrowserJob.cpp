@@ -1,0 +1,54 @@
+#include "TarnwellTidyKit/Browser/BrowserJob.hpp"
+
+namespace tarnwell {
+
+namespace {
+
+using namespace BrowserJobs;
+using enum BrowserLane;
+
+struct About {
+    BrowserLane lane;
+    std::string_view title;
+};
+
+struct Describing {
+    About operator()(const Scan&) const { return {look, "Scan"}; }
+    About operator()(const Order&) const { return {quick, ""}; }
+    About operator()(const Map&) const { return {quick, ""}; }
+    About operator()(const Freed&) const { return {quick, ""}; }
+    About operator()(const Figures&) const { return {quick, ""}; }
+    About operator()(const Find&) const { return {look, "Search"}; }
+    About operator()(const Findings&) const { return {look, "Look for what can be cleared"}; }
+    About operator()(const Rules&) const { return {quick, ""}; }
+    About operator()(const Duplicates&) const { return {look, "Look for duplicates"}; }
+    About operator()(const Changes&) const { return {look, "Compare"}; }
+    About operator()(const Volumes&) const { return {quick, ""}; }
+    About operator()(const History&) const { return {look, ""}; }
+    About operator()(const TrashList&) const { return {look, ""}; }
+    About operator()(const Trash&) const { return {act, "Move to the Trash"}; }
+    About operator()(const Undo&) const { return {act, "Undo"}; }
+    About operator()(const Restore&) const { return {act, "Put back"}; }
+    About operator()(const Remove&) const { return {act, "Delete"}; }
+    About operator()(const Evict&) const { return {act, "Free local copies"}; }
+    About operator()(const Share&) const { return {act, "Share blocks"}; }
+    About operator()(const Clear&) const { return {act, "Clear"}; }
+    About operator()(const EmptyTrash&) const { return {act, "Empty the Trash"}; }
+    About operator()(const TakeSnapshot&) const { return {act, "Take a snapshot"}; }
+    About operator()(const StoreRules&) const { return {act, ""}; }
+    About operator()(const Open&) const { return {act, ""}; }
+    About operator()(const Reveal&) const { return {act, ""}; }
+    About operator()(const Remember&) const { return {act, ""}; }
+};
+
+} // namespace
+
+BrowserLane laneOf(const BrowserJob& job) {
+    return std::visit(Describing{}, job).lane;
+}
+
+std::string_view titleOf(const BrowserJob& job) {
+    return std::visit(Describing{}, job).title;
+}
+
+} // namespace tarnwell

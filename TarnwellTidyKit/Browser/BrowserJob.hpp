@@ -1,0 +1,151 @@
+#pragma once
+
+// What takes time, as values: the model asks for it, the work queue does it, and what comes of it is an event
+// (BrowserEvent.hpp). Trees, entries and sets that a job names do not change while it is done.
+
+#include "TarnwellCore/Actions/BlockSharing.hpp"
+#include "TarnwellCore/Analysis/CleanupRule.hpp"
+#include "TarnwellCore/Analysis/DuplicateOptions.hpp"
+#include "TarnwellCore/Analysis/SearchConditions.hpp"
+#include "TarnwellCore/Analysis/SpaceSaverFinding.hpp"
+#include "TarnwellCore/Scanning/ScanOptions.hpp"
+#include "TarnwellTidyKit/Browser/BrowserMemory.hpp"
+#include "TarnwellTidyKit/Browser/BrowserTree.hpp"
+#include "TarnwellTidyKit/Browser/Ordering.hpp"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace tarnwell {
+
+/// What has a thread of its own: jobs of one lane are done one after another.
+enum class BrowserLane : std::uint8_t {
+    quick, ///< what a key waits for: orders, sums of what is marked
+    look,  ///< scans and searches
+    act,   ///< whatever changes something; steps are never cut in two
+};
+inline constexpr std::size_t browserLaneCount = 3;
+
+namespace BrowserJobs {
+
+// --- Looking ------------------------------------------------------------------------------------------
+
+struct Scan {
+    std::string folder;
+};
+struct Order {
+    std::shared_ptr<const BrowserEntries> entries;
+    OrderingChoice choice;
+    std::string place;
+};
+/// The tiles of a folder.
+struct Map {
+    std::shared_ptr<const BrowserTree> tree;
+    const FileNode* folder;
+    std::shared_ptr<const Removals> removals;
+    SizeMode mode;
+    double width;
+    double height;
+};
+struct Freed {
+    std::shared_ptr<const BrowserTree> tree;
+    std::vector<const FileNode*> nodes;
+};
+struct Figures {
+    std::shared_ptr<const BrowserTree> tree;
+    const FileNode* folder;
+    std::shared_ptr<const Removals> removals;
+    SizeMode mode;
+};
+struct Find {
+    std::shared_ptr<const BrowserTree> tree;
+    const FileNode* folder;
+    SearchConditions conditions;
+};
+struct Findings {
+    std::shared_ptr<const BrowserTree> tree;
+};
+struct Rules {
+    std::shared_ptr<const BrowserTree> tree;
+    /// Empty: those of the settings.
+    std::optional<std::vector<CleanupRule>> rules;
+};
+struct Duplicates {
+    std::shared_ptr<const BrowserTree> tree;
+    const FileNode* folder;
+};
+struct Changes {
+    std::shared_ptr<const BrowserTree> tree;
+    SizeMode mode;
+    /// Which of the root's snapshots, from the newest on.
+    std::size_t number;
+};
+struct Volumes {};
+struct History {
+    std::string root;
+};
+struct TrashList {};
+
+// --- Acting -------------------------------------------------------------------------------------------
+
+struct Trash {
+    std::vector<std::string> paths;
+};
+struct Undo {};
+struct Restore {
+    std::vector<std::string> locations;
+};
+struct Remove {
+    std::vector<std::string> paths;
+};
+struct Evict {
+    std::vector<std::string> paths;
+};
+struct Share {
+    std::vector<SharingRequest> groups;
+};
+struct Clear {
+    SpaceSaverFinding finding;
+};
+struct EmptyTrash {};
+struct TakeSnapshot {
+    std::shared_ptr<const BrowserTree> tree;
+};
+struct StoreRules {
+    std::vector<CleanupRule> rules;
+};
+struct Open {
+    std::string path;
+};
+struct Reveal {
+    std::string path;
+};
+struct Remember {
+    BrowserMemory memory;
+};
+
+} // namespace BrowserJobs
+
+using BrowserJob =
+    std::variant<BrowserJobs::Scan, BrowserJobs::Order, BrowserJobs::Map, BrowserJobs::Freed, BrowserJobs::Figures,
+                 BrowserJobs::Find, BrowserJobs::Findings, BrowserJobs::Rules, BrowserJobs::Duplicates,
+                 BrowserJobs::Changes, BrowserJobs::Volumes, BrowserJobs::History, BrowserJobs::TrashList,
+                 BrowserJobs::Trash, BrowserJobs::Undo, BrowserJobs::Restore, BrowserJobs::Remove,
+                 BrowserJobs::Evict, BrowserJobs::Share, BrowserJobs::Clear, BrowserJobs::EmptyTrash,
+                 BrowserJobs::TakeSnapshot, BrowserJobs::StoreRules, BrowserJobs::Open, BrowserJobs::Reveal,
+                 BrowserJobs::Remember>;
+
+BrowserLane laneOf(const BrowserJob& job);
+/// What people call it while it runs; empty for what is over before anyone could read it.
+std::string_view titleOf(const BrowserJob& job);
+
+/// What the model wants done, one after another.
+struct BrowserRequest {
+    std::uint64_t id = 0;
+    BrowserJob job;
+};
+
+} // namespace tarnwell

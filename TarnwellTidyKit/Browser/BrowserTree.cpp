@@ -1,0 +1,53 @@
+#include "TarnwellTidyKit/Browser/BrowserTree.hpp"
+
+#include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
+
+namespace tarnwell {
+
+BrowserTree::BrowserTree(ScanResult scan, const std::filesystem::path& home) : scan_(std::move(scan)) {
+    // Protected places lie near the root of everything or near the home. Only those few folders are asked
+    // about: asking looks at links.
+    constexpr std::size_t deepest = 3;
+    const std::filesystem::path rootPath = scan_.root->url();
+    const auto levels = static_cast<std::size_t>(std::distance(rootPath.begin(), rootPath.end())) - 1;
+    const auto note = [&](const FileNode& node) {
+        if (const std::string_view reason = tarnwell::reasonToStay(node.url(), home); !reason.empty())
+            protected_.emplace(&node, reason);
+    };
+    note(*scan_.root);
+    std::vector<const FileNode*> level{scan_.root.get()};
+    for (std::size_t depth = levels; depth < deepest; ++depth) {
+        std::vector<const FileNode*> next;
+        for (const FileNode* folder : level)
+            for (const FileNode* child : folder->children())
+                if (child->isDirectory() || child->isSymlink()) {
+                    note(*child);
+                    if (child->isDirectory())
+                        next.push_back(child);
+                }
+        if (next.size() > 10'000) // no ordinary root
+            break;
+        level = std::move(next);
+    }
+    if (const FileNode* node = scan_.root->node(home.native()))
+        for (const FileNode* above = node; above != nullptr; above = above->parent()) {
+            note(*above);
+            for (const FileNode* child : node->children())
+                if (above == node && child->isDirectory())
+                    note(*child);
+        }
+}
+
+std::string_view BrowserTree::reasonToStay(const FileNode& node) const {
+    const auto found = protected_.find(&node);
+    return found == protected_.end() ? std::string_view() : found->second;
+}
+
+FreedBytes BrowserTree::freedBy(const std::vector<const FileNode*>& nodes) const {
+    const std::lock_guard guard(mutex_);
+    if (!freed_)
+        freed_ = std::make_unique<const FreedSpace>(scan_);
+    return freed_->of(nodes);
+}
+
+} // namespace tarnwell

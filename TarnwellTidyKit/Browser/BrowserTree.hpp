@@ -1,0 +1,38 @@
+#pragma once
+
+// A finished scan as the browser holds it.
+
+#include "TarnwellCore/Analysis/FreedSpace.hpp"
+#include "TarnwellCore/Scanning/ScanResult.hpp"
+
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+namespace tarnwell {
+
+/// Does not change; safe from any thread.
+class BrowserTree {
+public:
+    /// Looks at the disk for the names of the home.
+    BrowserTree(ScanResult scan, const std::filesystem::path& home);
+
+    const ScanResult& scan() const { return scan_; }
+    const FileNode& root() const { return *scan_.root; }
+    std::shared_ptr<const FileNode> rootOwner() const { return scan_.root; }
+    /// Why a node is never moved away, for the user; empty when it may be.
+    std::string_view reasonToStay(const FileNode& node) const;
+    /// What goes free when these go together. The first call takes one walk over the tree.
+    FreedBytes freedBy(const std::vector<const FileNode*>& nodes) const;
+
+private:
+    ScanResult scan_;
+    std::unordered_map<const FileNode*, std::string_view> protected_;
+    mutable std::mutex mutex_;
+    mutable std::unique_ptr<const FreedSpace> freed_; // guarded by mutex_; made once
+};
+
+} // namespace tarnwell

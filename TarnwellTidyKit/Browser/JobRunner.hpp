@@ -1,0 +1,81 @@
+#pragma once
+
+// Does the browser's jobs by the services that commands use, with their words.
+
+#include "TarnwellTidyKit/Browser/Browser.hpp"
+#include "TarnwellTidyKit/Browser/WorkQueue.hpp"
+#include "TarnwellTidyKit/Commands/TidyServices.hpp"
+#include "TarnwellTidyKit/Commands/TidySurroundings.hpp"
+
+#include <filesystem>
+#include <utility>
+
+namespace tarnwell {
+
+/// Safe from any thread. `services` and `surroundings` outlive it.
+class JobRunner {
+public:
+    JobRunner(const TidyServices& services, const TidySurroundings& surroundings, bool isReadOnly,
+              BrowserScan scan = {})
+        : services_(services), surroundings_(surroundings), isReadOnly_(isReadOnly), scan_(std::move(scan)) {}
+
+    /// For `WorkQueue::Work`.
+    void operator()(const BrowserRequest& request, const CancellationToken& token,
+                    const WorkQueue::Post& post) const;
+
+private:
+    const TidyServices& services_;
+    const TidySurroundings& surroundings_;
+    bool isReadOnly_;
+    BrowserScan scan_;
+};
+
+/// What a job has at hand.
+struct JobContext {
+    const TidyServices& services;
+    const TidySurroundings& surroundings;
+    bool isReadOnly;
+    const BrowserScan& scan;
+    std::uint64_t id;
+    const CancellationToken& token;
+    const WorkQueue::Post& post;
+};
+
+/// The parts: those that look, and those that change something.
+struct LookingJobs {
+    const JobContext& context;
+
+    void operator()(const BrowserJobs::Scan& job) const;
+    void operator()(const BrowserJobs::Order& job) const;
+    void operator()(const BrowserJobs::Map& job) const;
+    void operator()(const BrowserJobs::Freed& job) const;
+    void operator()(const BrowserJobs::Figures& job) const;
+    void operator()(const BrowserJobs::Find& job) const;
+    void operator()(const BrowserJobs::Findings& job) const;
+    void operator()(const BrowserJobs::Rules& job) const;
+    void operator()(const BrowserJobs::Duplicates& job) const;
+    void operator()(const BrowserJobs::Changes& job) const;
+    void operator()(const BrowserJobs::Volumes& job) const;
+    void operator()(const BrowserJobs::History& job) const;
+    void operator()(const BrowserJobs::TrashList& job) const;
+};
+
+struct ActingJobs {
+    const JobContext& context;
+
+    void operator()(const BrowserJobs::Trash& job) const;
+    void operator()(const BrowserJobs::Undo& job) const;
+    void operator()(const BrowserJobs::Restore& job) const;
+    void operator()(const BrowserJobs::Remove& job) const;
+    void operator()(const BrowserJobs::Evict& job) const;
+    void operator()(const BrowserJobs::Share& job) const;
+    void operator()(const BrowserJobs::Clear& job) const;
+    void operator()(const BrowserJobs::EmptyTrash& job) const;
+    void operator()(const BrowserJobs::TakeSnapshot& job) const;
+    void operator()(const BrowserJobs::StoreRules& job) const;
+    void operator()(const BrowserJobs::Open& job) const;
+    void operator()(const BrowserJobs::Reveal& job) const;
+    void operator()(const BrowserJobs::Remember& job) const;
+};
+
+} // namespace tarnwell

@@ -1,0 +1,51 @@
+#pragma once
+
+// What has gone from a scanned tree since the scan, and how much its folders hold less for that: the tree
+// itself stays as it is.
+
+#include "TarnwellCore/Layout/RemovedNodes.hpp"
+#include "TarnwellCore/Scanning/FileNode.hpp"
+
+#include <cstdint>
+#include <unordered_map>
+#include <vector>
+
+namespace tarnwell {
+
+/// Of one tree. A value; reading is safe from any number of threads.
+class Removals {
+public:
+    /// Bytes and items.
+    struct Sums {
+        std::int64_t size = 0;
+        std::int64_t allocatedSize = 0;
+        std::int64_t reclaimableSize = 0;
+        std::int64_t fileCount = 0;
+        std::int64_t directoryCount = 0;
+    };
+
+    void note(const FileNode& node);
+    /// The node is back, with what had gone before from inside of it still missing.
+    void restore(const FileNode& node);
+
+    /// This very node; not: a folder above it.
+    bool isGone(const FileNode& node) const { return nodes_.contains(node); }
+    bool isGoneWithItsFolders(const FileNode& node) const { return nodes_.containsNodeOrAncestor(node); }
+    bool isEmpty() const { return nodes_.isEmpty(); }
+    const RemovedNodes& nodes() const { return nodes_; }
+    /// In the order in which they went.
+    const std::vector<const FileNode*>& all() const { return all_; }
+    /// What a node has lost from inside.
+    Sums lossOf(const FileNode& node) const;
+    /// What a node still has.
+    Sums restOf(const FileNode& node) const;
+
+private:
+    void change(const FileNode& node, int sign);
+
+    RemovedNodes nodes_;
+    std::vector<const FileNode*> all_;
+    std::unordered_map<const FileNode*, Sums> losses_; // of folders above what went
+};
+
+} // namespace tarnwell

@@ -1,0 +1,283 @@
+#include "TarnwellTidyKit/Browser/UpdateParts.hpp"
+#include "TarnwellTidyKit/Commands/FindingsCommand.hpp"
+#include "TarnwellTidyKit/Commands/TidyText.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace tarnwell::BrowserParts {
+
+namespace {
+
+using enum BrowserCommand;
+
+/// What an act is about: what is marked, else the item where one stands. Largest first.
+std::vector<const FileNode*> actedOn(const BrowserState& state) {
+    std::vector<const FileNode*> nodes = state.marks.nodes();
+    if (nodes.empty()) {
+        const auto item = target(state);
+        if (item && item->node != nullptr)
+            nodes.push_back(item->node);
+    }
+    const SizeMode mode = state.choice.mode;
+    std::ranges::sort(nodes, [mode](const FileNode* a, const FileNode* b) {
+        return a->sizeFor(mode) != b->sizeFor(mode) ? a->sizeFor(mode) > b->sizeFor(mode) : a->name() < b->name();
+    });
+    return nodes;
+}
+
+std::vector<std::string> pathsOf(const std::vector<const FileNode*>& nodes) {
+    std::vector<std::string> paths;
+    paths.reserve(nodes.size());
+    for (const FileNode* node : nodes)
+        paths.push_back(node->path());
+    return paths;
+}
+
+/// The first lines of a question.
+std::vector<std::string> linesOf(const BrowserState& state, const std::vector<const FileNode*>& nodes) {
+    constexpr std::size_t shown = 6;
+    std::vector<std::string> lines;
+    for (std::size_t index = 0; index < std::min(shown, nodes.size()); ++index)
+        lines.push_back(sizeText(nodes[index]->sizeFor(state.choice.mode)) + "  " +
+                        shortPath(state, nodes[index]->path()));
+    if (nodes.size() > shown)
+        lines.push_back("and " + groupedNumber(static_cast<std::int64_t>(nodes.size() - shown)) + " more");
+    return lines;
+}
+
+std::string counted(std::size_t count) {
+    return countedText(static_cast<std::int64_t>(count), "item", "items");
+}
+
+/// The reason why one of them must stay; says it.
+bool mustStay(BrowserState& state, const std::vector<const FileNode*>& nodes) {
+    for (const FileNode* node : nodes)
+        if (const std::string_view reason = reasonToStay(state, *node); !reason.empty()) {
+            say(state, std::string(node->displayName()) + " stays: " + std::string(reason), true);
+            return true;
+        }
+    return false;
+}
+
+void toTrash(BrowserState& state) {
+    const auto nodes = actedOn(state);
+    if (nodes.empty() || mustStay(state, nodes))
+        return;
+    BrowserJob job = BrowserJobs::Trash{pathsOf(nodes)};
+    if (!state.asksBeforeTrash) {
+        ask(state, std::move(job));
+        return;
+    }
+    state.question = BrowserQuestion{.title = "Move " + counted(nodes.size()) + " to the Trash?",
+                                     .lines = linesOf(state, nodes),
+                                     .job = std::move(job)};
+}
+
+void removeThem(BrowserState& state) {
+    const auto nodes = actedOn(state);
+    if (nodes.empty() || mustStay(state, nodes))
+        return;
+    openPrompt(state, {.kind = BrowserPrompt::Kind::word,
+                       .title = "Delete " + counted(nodes.size()) +
+                                " for good? This cannot be undone. Type: delete",
+                       .word = "delete",
+                       .job = BrowserJobs::Remove{pathsOf(nodes)},
+                       .lines = linesOf(state, nodes)});
+}
+
+void evictThem(BrowserState& state) {
+    std::vector<const FileNode*> files;
+    for (const FileNode* node : actedOn(state))
+        node->forEachDescendant([&](const FileNode& each) {
+            if (!each.isDirectory() && !each.isSymlink() && !each.flags.contains(FileNodeFlags::dataless) &&
+                files.size() < 10'000)
+                files.push_back(&each);
+            return true;
+        });
+    if (files.empty()) {
+        say(state, "There is no local copy to free in it.", true);
+        return;
+    }
+    state.question = BrowserQuestion{.title = "Free the local copies of " +
+                                              countedText(static_cast<std::int64_t>(files.size()), "file",
+                                                          "files") +
+                                              "? They stay in the cloud.",
+                                     .lines = linesOf(state, files),
+                                     .job = BrowserJobs::Evict{pathsOf(files)}};
+}
+
+void shareThem(BrowserState& state) {
+    const DuplicateResult& result = **state.duplicates.value;
+    const DuplicateRow& row = state.duplicateRows[state.cursor().row];
+    const DuplicateGroup& group = result.groups[row.group];
+    state.question = BrowserQuestion{
+        .title = "Let " + countedText(static_cast<std::int64_t>(group.files.size()), "copy", "copies") +
+                 " share their blocks? Each stays a file of its own.",
+        .lines = {"frees up to " + sizeText(group.waste), shortPath(state, group.members.front().node->path())},
+        .job = BrowserJobs::Share{{SharingRequest::of(group)}}};
+}
+
+void applyFinding(BrowserState& state) {
+    const SpaceSaverFinding& finding = (*state.findings.value)[state.cursor().row];
+    std::vector<std::string> lines = {std::string(displayName(finding.safety)) + ": " +
+                                      actionText(finding.action)};
+    for (const auto& path : finding.paths) {
+        if (lines.size() == 6) {
+            lines.push_back("and " + std::to_string(finding.paths.size() + 1 - lines.size()) + " more");
+            break;
+        }
+        lines.push_back(shortPath(state, path.native()));
+    }
+    if (std::holds_alternative<SpaceSaverActions::EmptyTrash>(finding.action)) {
+        openPrompt(state, {.kind = BrowserPrompt::Kind::word,
+                           .title = "Empty the Trash? This cannot be undone. Type: empty",
+                           .word = "empty",
+                           .job = BrowserJobs::EmptyTrash{}});
+        return;
+    }
+    state.question =
+        BrowserQuestion{.title = finding.title + ": do this?", .lines = lines, .job = BrowserJobs::Clear{finding}};
+}
+
+/// Marks a node, or takes its mark off. Says why it cannot be marked.
+void toggle(BrowserState& state, const FileNode& node) {
+    if (state.marks.remove(node))
+        return;
+    if (const std::string_view reason = reasonToStay(state, node); !reason.empty())
+        say(state, std::string(node.displayName()) + " cannot be marked: " + std::string(reason), true);
+    else if (!state.marks.add(node))
+        say(state, "A folder above it is marked.", true);
+}
+
+void markRows(BrowserState& state, std::size_t begin, std::size_t end) {
+    std::size_t refused = 0;
+    for (std::size_t row = begin; row < end; ++row) {
+        const FileNode* node = nullptr;
+        if (state.view == BrowserView::list)
+            node = state.entries->at(state.order->rows[row]).node;
+        else if (const auto item = targetAt(state, row))
+            node = item->node;
+        if (node == nullptr)
+            continue;
+        if (!reasonToStay(state, *node).empty())
+            ++refused;
+        else
+            state.marks.add(*node);
+    }
+    if (refused > 0)
+        say(state, counted(refused) + " cannot be marked: the system expects them.", true);
+}
+
+} // namespace
+
+void rulesChanged(BrowserState& state) {
+    ask(state, BrowserJobs::StoreRules{state.rules.value->rules});
+    const auto subject = state.rules.subject;
+    callOff(state, state.rules.awaited);
+    state.rules.subject = subject;
+    if (state.tree != nullptr)
+        state.rules.awaited = ask(state, BrowserJobs::Rules{state.tree, state.rules.value->rules});
+}
+
+void marksChanged(BrowserState& state) {
+    callOff(state, state.freed.awaited);
+    state.freed.forget();
+    if (state.tree != nullptr && !state.marks.isEmpty())
+        state.freed.awaited = ask(state, BrowserJobs::Freed{state.tree, state.marks.nodes()});
+}
+
+bool runAct(BrowserState& state, BrowserCommand command) {
+    switch (command) {
+    case mark:
+        if (state.rangeStart) {
+            const std::size_t row = state.cursor().row;
+            markRows(state, std::min(*state.rangeStart, row),
+                     std::min(std::max(*state.rangeStart, row) + 1, rowCount(state)));
+            state.rangeStart.reset();
+        } else if (const auto item = target(state); item && item->node != nullptr) {
+            toggle(state, *item->node);
+            if (state.view != BrowserView::map)
+                moveTo(state, state.cursor().row + 1);
+        }
+        marksChanged(state);
+        return true;
+    case range:
+        if (state.rangeStart)
+            return runAct(state, mark);
+        state.rangeStart = state.cursor().row;
+        say(state, "Go to the other end of the range, then Space.");
+        return true;
+    case markAll:
+        markRows(state, 0, rowCount(state));
+        marksChanged(state);
+        return true;
+    case unmark:
+        state.marks.clear();
+        marksChanged(state);
+        return true;
+    case trash:
+        toTrash(state);
+        return true;
+    case undo:
+        ask(state, BrowserJobs::Undo{});
+        return true;
+    case removeForGood:
+        removeThem(state);
+        return true;
+    case evict:
+        evictThem(state);
+        return true;
+    case share:
+        shareThem(state);
+        return true;
+    case apply:
+        applyFinding(state);
+        return true;
+    case restore:
+        ask(state, BrowserJobs::Restore{{target(state)->path}});
+        return true;
+    case emptyTrash:
+        openPrompt(state, {.kind = BrowserPrompt::Kind::word,
+                           .title = "Delete all of the Trash for good? This cannot be undone. Type: empty",
+                           .word = "empty",
+                           .job = BrowserJobs::EmptyTrash{}});
+        return true;
+    case open:
+        ask(state, BrowserJobs::Open{target(state)->path});
+        return true;
+    case reveal:
+        ask(state, BrowserJobs::Reveal{target(state)->path});
+        return true;
+    case copyPath:
+        state.wishes.push_back({ScreenWish::Kind::copy, target(state)->path});
+        return true;
+    case shell:
+        state.wishes.push_back({ScreenWish::Kind::shell, folderPath(state)});
+        return true;
+    case snapshot:
+        ask(state, BrowserJobs::TakeSnapshot{state.tree});
+        return true;
+    case editRule:
+        openRule(state, state.cursor().row);
+        return true;
+    case newRule:
+        openRule(state, std::nullopt);
+        return true;
+    case toggleRule: {
+        CleanupRule& rule = state.rules.value->rules[state.cursor().row];
+        rule.isEnabled = !rule.isEnabled;
+        rulesChanged(state);
+        return true;
+    }
+    case dropRule:
+        state.rules.value->rules.erase(state.rules.value->rules.begin() +
+                                       static_cast<std::ptrdiff_t>(state.cursor().row));
+        rulesChanged(state);
+        return true;
+    default:
+        return false;
+    }
+}
+
+} // namespace tarnwell::BrowserParts

@@ -1,0 +1,282 @@
+#include "TarnwellTidyKit/Browser/BrowserPaths.hpp"
+#include "TarnwellTidyKit/Browser/BrowserUpdate.hpp"
+#include "TarnwellTidyKit/Browser/UpdateParts.hpp"
+#include "TarnwellTidyKit/Commands/TidyText.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace tarnwell {
+
+namespace {
+
+using namespace BrowserParts;
+
+/// The node of the new tree for one of another.
+const FileNode* counterpart(const BrowserState& state, const FileNode& node, const FileNode& root) {
+    if (&node.root() == &root)
+        return &node;
+    const std::string place = placeOf(state, &node);
+    return place.empty() ? &root : root.node(place);
+}
+
+struct Taking {
+    BrowserState& state;
+
+    template <class Value>
+    bool take(Loaded<Value>& loaded, std::uint64_t id, Value value) const {
+        if (loaded.awaited != id)
+            return false;
+        loaded.awaited = 0;
+        loaded.value = std::move(value);
+        return true;
+    }
+
+    void operator()(BrowserEvents::ScanProgressed& event) const {
+        if (event.id != state.scanAwaited)
+            return;
+        state.progress = std::move(event.progress);
+        state.live = event.live;
+        if (state.tree == nullptr && state.live != nullptr)
+            relist(state);
+    }
+
+    void operator()(BrowserEvents::ScanEnded& event) const {
+        if (event.id != state.scanAwaited)
+            return;
+        state.scanAwaited = 0;
+        const FileNode& root = event.tree->root();
+        // The same place in the new tree, the same item, the same marks.
+        std::string place = state.folder != nullptr ? placeOf(state, state.folder) : state.wantedPlace;
+        const FileNode* entry =
+            state.selectedNode != nullptr ? counterpart(state, *state.selectedNode, root) : nullptr;
+        std::vector<const FileNode*> marked;
+        for (const FileNode* node : state.marks.nodes())
+            if (const FileNode* other = counterpart(state, *node, root))
+                marked.push_back(other);
+        const bool isMoved = state.cursors[static_cast<std::size_t>(BrowserView::list)].isMoved;
+        forgetFindings(state);
+        state.marks.clear();
+        state.choice.earlier = nullptr;
+        state.entries = nullptr;
+        state.order = nullptr;
+        state.live = nullptr;
+        state.removals = std::make_shared<Removals>();
+        state.rootPath = root.path();
+        const FileNode* folder = place.empty() ? &root : root.node(place);
+        while (folder == nullptr || !folder->isDirectory()) {
+            place = std::string(parentPath(place));
+            folder = place.empty() ? &root : root.node(place);
+        }
+        state.folder = folder;
+        state.tree = std::move(event.tree);
+        state.wantedPlace.clear();
+        for (const FileNode* node : marked)
+            state.marks.add(*node);
+        state.wantedEntry = isMoved ? entry : nullptr;
+        relist(state);
+        if (!state.marks.isEmpty())
+            marksChanged(state);
+        if (state.has(BrowserColumn::change)) {
+            state.changes.subject = state.tree.get();
+            state.changes.awaited =
+                ask(state, BrowserJobs::Changes{state.tree, state.choice.mode, state.snapshotNumber});
+        }
+        refreshView(state);
+    }
+
+    void operator()(BrowserEvents::Ordered& event) const {
+        if (event.id != state.orderAwaited)
+            return;
+        state.orderAwaited = 0;
+        takeOrder(state, event.order);
+    }
+    void operator()(BrowserEvents::Mapped& event) const {
+        if (take(state.map, event.id, std::move(event.tiles)) && state.tile >= state.map.value->size())
+            state.tile = 0;
+    }
+    void operator()(BrowserEvents::Freed& event) const {
+        take(state.freed, event.id, std::move(event.bytes));
+    }
+    void operator()(BrowserEvents::Figures& event) const {
+        take(state.figures, event.id, std::move(event.figures));
+    }
+    void operator()(BrowserEvents::Found& event) const {
+        take(state.found, event.id, std::move(event.items));
+    }
+    void operator()(BrowserEvents::Findings& event) const {
+        take(state.findings, event.id, std::move(event.findings));
+    }
+    void operator()(BrowserEvents::Rules& event) const {
+        if (take(state.rules, event.id, event.found))
+            return;
+        if (!take(state.tried, event.id, std::move(event.found)) || !state.prompt)
+            return;
+        const std::vector<RuleMatch>& matches = state.tried.value->matches;
+        state.prompt->noteIsError = false;
+        state.prompt->note = matches.empty()
+                                 ? "matches nothing here"
+                                 : "matches " + countedText(matches.front().itemCount, "item", "items") + ", " +
+                                       sizeText(matches.front().totalSize);
+    }
+    void operator()(BrowserEvents::Duplicates& event) const {
+        if (!take(state.duplicates, event.id, event.result))
+            return;
+        state.duplicateRows.clear();
+        for (std::uint32_t group = 0; group < event.result->groups.size(); ++group) {
+            state.duplicateRows.push_back({group, DuplicateRow::none});
+            for (std::uint32_t member = 0; member < event.result->groups[group].members.size(); ++member)
+                state.duplicateRows.push_back({group, member});
+        }
+    }
+    void operator()(BrowserEvents::Changes& event) const {
+        if (!take(state.changes, event.id, event.found))
+            return;
+        state.choice.earlier = event.found ? event.found->earlier : nullptr;
+        if (!event.found && state.view != BrowserView::changes)
+            say(state, "There is no snapshot of this folder yet; w takes one.");
+        if (state.has(BrowserColumn::change) || state.choice.sort.key == SortKey::change)
+            relist(state);
+    }
+    void operator()(BrowserEvents::Volumes& event) const {
+        take(state.volumes, event.id, std::move(event.volumes));
+    }
+    void operator()(BrowserEvents::History& event) const {
+        take(state.history, event.id, std::move(event.found));
+    }
+    void operator()(BrowserEvents::TrashListed& event) const {
+        take(state.trash, event.id, std::move(event.listing));
+    }
+
+    void operator()(BrowserEvents::Acted& event) const {
+        std::size_t failed = 0;
+        std::int64_t freed = 0;
+        for (const TidyOutcome& outcome : event.outcomes) {
+            failed += outcome.failure ? 1 : 0;
+            freed += outcome.bytesFreed.value_or(0);
+            state.outcomes.push_back({shortPath(state, outcome.source) + ": " +
+                                          outcome.failure.value_or(outcome.done),
+                                      outcome.failure.has_value()});
+        }
+        constexpr std::size_t most = 10'000;
+        if (state.outcomes.size() > most)
+            state.outcomes.erase(state.outcomes.begin(),
+                                 state.outcomes.end() - static_cast<std::ptrdiff_t>(most));
+        const std::size_t done = event.outcomes.size() - failed;
+        if (event.outcomes.size() == 1) {
+            say(state, state.outcomes.back().text, failed > 0);
+        } else if (!event.outcomes.empty()) {
+            std::string text =
+                event.title + ": " + countedText(static_cast<std::int64_t>(done), "item", "items") + " done";
+            if (freed > 0)
+                text += ", " + sizeText(freed) + " freed";
+            if (failed > 0)
+                text += ", " + groupedNumber(static_cast<std::int64_t>(failed)) + " not: see Outcomes";
+            say(state, text, failed > 0);
+        }
+        followChanges(event);
+        if (event.changesTrash) {
+            callOff(state, state.trash.awaited);
+            state.trash.forget();
+        }
+        if (state.view == BrowserView::changes)
+            state.changes.forget();
+        state.history.forget();
+        refreshView(state);
+    }
+
+    /// What is gone is left out, with the sums above it; what is back is shown again.
+    void followChanges(const BrowserEvents::Acted& event) const {
+        if (state.tree == nullptr || (event.gone.empty() && event.back.empty()))
+            return;
+        auto removals = std::make_shared<Removals>(*state.removals);
+        const FileNode* nextEntry = nullptr;
+        for (const std::string& path : event.gone)
+            if (const FileNode* node = state.tree->root().node(path)) {
+                removals->note(*node);
+                state.marks.remove(*node);
+            }
+        for (const std::string& path : event.back)
+            if (const FileNode* node = state.tree->root().node(path)) {
+                removals->restore(*node);
+                nextEntry = node->parent() == state.folder ? node : nextEntry;
+            }
+        state.removals = std::move(removals);
+        while (state.folder->parent() != nullptr && state.removals->isGoneWithItsFolders(*state.folder))
+            state.folder = state.folder->parent();
+        state.map.subject = nullptr;
+        state.figures.subject = nullptr;
+        const auto isGone = [&](const FileNode* node) { return state.removals->isGoneWithItsFolders(*node); };
+        if (state.found.value)
+            std::erase_if(state.found.value->nodes, isGone);
+        std::erase_if(state.duplicateRows, [&](const DuplicateRow& row) {
+            return row.member != DuplicateRow::none &&
+                   isGone((*state.duplicates.value)->groups[row.group].members[row.member].node);
+        });
+        state.findings.forget();
+        state.wantedEntry = nextEntry;
+        relist(state);
+        marksChanged(state);
+    }
+
+    void operator()(BrowserEvents::Progressed& event) const {
+        for (RunningJob& job : state.running)
+            if (job.id == event.id)
+                job.text = std::move(event.text);
+    }
+
+    void operator()(BrowserEvents::Failed& event) const {
+        const auto fail = [&](auto& loaded) {
+            if (loaded.awaited != event.id)
+                return false;
+            loaded.awaited = 0;
+            loaded.failure = event.reason.empty() ? "Called off." : event.reason;
+            return true;
+        };
+        if (event.id == state.scanAwaited) {
+            state.scanAwaited = 0;
+            state.live = nullptr;
+            if (state.tree == nullptr) {
+                state.folder = nullptr;
+                state.entries = nullptr;
+                state.order = nullptr;
+                state.marks.clear();
+                state.selectedNode = nullptr;
+                state.rootPath.clear();
+                showView(state, BrowserView::volumes);
+            }
+        } else if (event.id == state.orderAwaited) {
+            state.orderAwaited = 0;
+        } else if (!fail(state.freed) && !fail(state.map) && !fail(state.figures) && !fail(state.found) &&
+                   !fail(state.findings) && !fail(state.rules) && !fail(state.tried) &&
+                   !fail(state.duplicates) && !fail(state.changes) && !fail(state.volumes) &&
+                   !fail(state.history)) {
+            fail(state.trash);
+        }
+        if (!event.reason.empty()) {
+            state.outcomes.push_back({event.reason, true});
+            say(state, event.reason, true);
+        }
+    }
+};
+
+std::uint64_t idOf(const BrowserEvent& event) {
+    return std::visit([](const auto& each) { return each.id; }, event);
+}
+
+/// Whether it is not the last that is heard of its job.
+bool isProgress(const BrowserEvent& event) {
+    return std::holds_alternative<BrowserEvents::ScanProgressed>(event) ||
+           std::holds_alternative<BrowserEvents::Progressed>(event);
+}
+
+} // namespace
+
+void update(BrowserState& state, BrowserEvent event) {
+    if (!isProgress(event))
+        std::erase_if(state.running, [&](const RunningJob& job) { return job.id == idOf(event); });
+    std::visit(Taking{state}, event);
+    settle(state);
+}
+
+} // namespace tarnwell

@@ -1,0 +1,61 @@
+#pragma once
+
+// The parts of BrowserUpdate.hpp, for each other.
+
+#include "TarnwellTidyKit/Browser/BrowserKeys.hpp"
+#include "TarnwellTidyKit/Browser/BrowserState.hpp"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tarnwell::BrowserParts {
+
+// --- UpdatePlace.cpp: folders, orders, views ------------------------------------------------------------
+
+/// Requests a job; its identifier.
+std::uint64_t ask(BrowserState& state, BrowserJob job);
+/// Calls a request off that is not needed any more.
+void callOff(BrowserState& state, std::uint64_t& awaited);
+void say(BrowserState& state, std::string text, bool isFailure = false);
+void scan(BrowserState& state, const std::string& folder);
+/// Shows a folder of the tree, with one of its entries selected.
+void visit(BrowserState& state, const FileNode* folder, const FileNode* entry);
+/// Looks at the folder again, and puts its rows in order.
+void relist(BrowserState& state);
+void takeOrder(BrowserState& state, std::shared_ptr<const Ordering> order);
+void showView(BrowserState& state, BrowserView view);
+/// Asks for what the view needs and has not got.
+void refreshView(BrowserState& state);
+/// Forgets what was found out about the tree as it was.
+void forgetFindings(BrowserState& state);
+/// Keeps the cursor on a row, and the row in sight.
+void settle(BrowserState& state);
+
+// --- UpdateCommands.cpp -----------------------------------------------------------------------------------
+
+void run(BrowserState& state, BrowserCommand command);
+void moveTo(BrowserState& state, std::size_t row);
+
+// --- UpdateActs.cpp: marks and acts -----------------------------------------------------------------------
+
+/// Whether the command was one of these.
+bool runAct(BrowserState& state, BrowserCommand command);
+void markToggled(BrowserState& state);
+void marksChanged(BrowserState& state);
+/// Stores the rules that are shown, and looks what they match.
+void rulesChanged(BrowserState& state);
+
+// --- UpdatePrompts.cpp ------------------------------------------------------------------------------------
+
+void openPrompt(BrowserState& state, BrowserPrompt prompt);
+void typeInto(BrowserState& state, const KeyPress& press);
+void typeText(BrowserState& state, std::string_view text);
+void answer(BrowserState& state, const KeyPress& press);
+void openRule(BrowserState& state, std::optional<std::size_t> rule);
+
+// --- UpdateMap.cpp ----------------------------------------------------------------------------------------
+
+void moveInMap(BrowserState& state, BrowserCommand command);
+
+} // namespace tarnwell::BrowserParts

@@ -1,0 +1,346 @@
+#include "TarnwellTidyKit/Browser/BrowserPaths.hpp"
+#include "TarnwellTidyKit/Browser/BrowserUpdate.hpp"
+#include "TarnwellTidyKit/Browser/UpdateParts.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace tarnwell::BrowserParts {
+
+namespace {
+
+/// Folders of up to so many entries are put in order at once, without anybody noticing.
+constexpr std::size_t largestQuickFolder = 4000;
+/// Of a scan that still runs, whose sums come several times a second and go again; larger ones are shown in
+/// the order in which it gives them, the largest first, until it is done.
+constexpr std::size_t largestLiveFolder = 50'000;
+
+template <class Value, class Job>
+void load(BrowserState& state, Loaded<Value>& loaded, const void* subject, Job job) {
+    if (loaded.subject == subject && (loaded.value || loaded.isLoading() || !loaded.failure.empty()))
+        return;
+    callOff(state, loaded.awaited);
+    loaded = {};
+    loaded.subject = subject;
+    loaded.awaited = ask(state, std::move(job));
+}
+
+} // namespace
+
+std::uint64_t ask(BrowserState& state, BrowserJob job) {
+    const std::uint64_t id = ++state.lastRequest;
+    if (const std::string_view title = titleOf(job); !title.empty())
+        state.running.push_back({id, std::string(title), {}, laneOf(job)});
+    state.requests.push_back({id, std::move(job)});
+    return id;
+}
+
+void callOff(BrowserState& state, std::uint64_t& awaited) {
+    if (awaited == 0)
+        return;
+    state.cancellations.push_back(awaited);
+    std::erase_if(state.running, [&](const RunningJob& job) { return job.id == awaited; });
+    awaited = 0;
+}
+
+void say(BrowserState& state, std::string text, bool isFailure) {
+    state.message = std::move(text);
+    state.messageIsFailure = isFailure;
+}
+
+void scan(BrowserState& state, const std::string& folder) {
+    callOff(state, state.scanAwaited);
+    if (folder != state.rootPath || state.tree == nullptr) {
+        // Another tree: nothing of the old one has a meaning.
+        callOff(state, state.orderAwaited);
+        state.folder = nullptr;
+        state.entries = nullptr;
+        state.order = nullptr;
+        state.tree = nullptr;
+        state.removals = std::make_shared<Removals>();
+        state.marks.clear();
+        state.choice.filter.clear();
+        state.choice.earlier = nullptr;
+        forgetFindings(state);
+    }
+    state.live = nullptr;
+    state.rootPath = folder;
+    state.progress = {};
+    state.scanAwaited = ask(state, BrowserJobs::Scan{folder});
+}
+
+void forgetFindings(BrowserState& state) {
+    const auto forget = [&](auto& loaded) {
+        callOff(state, loaded.awaited);
+        loaded.forget();
+    };
+    forget(state.freed);
+    forget(state.map);
+    forget(state.figures);
+    forget(state.found);
+    forget(state.findings);
+    forget(state.rules);
+    forget(state.tried);
+    forget(state.duplicates);
+    state.duplicateRows.clear();
+    forget(state.changes);
+    forget(state.history);
+    state.rangeStart.reset();
+}
+
+void visit(BrowserState& state, const FileNode* folder, const FileNode* entry) {
+    if (folder != state.folder)
+        state.choice.filter.clear();
+    state.folder = folder;
+    state.wantedEntry = entry;
+    state.cursors[static_cast<std::size_t>(BrowserView::list)] = {};
+    state.rangeStart.reset();
+    state.entries = nullptr;
+    state.order = nullptr;
+    relist(state);
+    refreshView(state);
+}
+
+void relist(BrowserState& state) {
+    if (state.tree != nullptr && state.folder != nullptr)
+        state.entries =
+            std::make_shared<TreeEntries>(state.tree->rootOwner(), *state.folder, state.removals);
+    else if (state.live != nullptr)
+        state.entries = state.live->look(state.folder);
+    if (state.entries == nullptr)
+        return;
+    if (state.folder == nullptr)
+        state.folder = state.entries->folder().node;
+    const std::string place = state.choice.earlier ? placeOf(state, state.folder) : std::string();
+    callOff(state, state.orderAwaited);
+    if (state.entries->count() <= (state.tree != nullptr ? largestQuickFolder : largestLiveFolder)) {
+        takeOrder(state, std::make_shared<Ordering>(ordered(*state.entries, state.choice, place)));
+        return;
+    }
+    if (state.order == nullptr || state.tree == nullptr) {
+        // Something to look at meanwhile: as the tree has it.
+        auto order = std::make_shared<Ordering>();
+        order->rows.reserve(state.entries->count());
+        for (std::uint32_t index = 0; index < state.entries->count(); ++index)
+            if (!state.entries->isGone(index))
+                order->rows.push_back(index);
+        order->total = state.entries->folder().sizeFor(state.choice.mode);
+        order->largest = order->total;
+        if (state.tree == nullptr) {
+            takeOrder(state, std::move(order));
+            return;
+        }
+        state.order = std::move(order);
+    }
+    state.orderAwaited = ask(state, BrowserJobs::Order{state.entries, state.choice, place});
+}
+
+void takeOrder(BrowserState& state, std::shared_ptr<const Ordering> order) {
+    BrowserCursor& cursor = state.cursors[static_cast<std::size_t>(BrowserView::list)];
+    const FileNode* wanted = state.wantedEntry;
+    if (wanted == nullptr && cursor.isMoved && state.order != nullptr && state.entries != nullptr &&
+        cursor.row < state.order->rows.size() && state.order->rows[cursor.row] < state.entries->count())
+        wanted = state.selectedNode;
+    state.order = std::move(order);
+    if (wanted != nullptr && state.entries != nullptr) {
+        const std::vector<std::uint32_t>& rows = state.order->rows;
+        for (std::size_t row = 0; row < rows.size(); ++row)
+            if (state.entries->at(rows[row]).node == wanted) {
+                // Where it was on the screen, if it can be.
+                const std::size_t above = cursor.row - std::min(cursor.row, cursor.top);
+                cursor = {.row = row, .top = row - std::min(row, above), .isMoved = true};
+                break;
+            }
+    }
+    state.wantedEntry = nullptr;
+    settle(state);
+}
+
+void showView(BrowserState& state, BrowserView view) {
+    state.view = view;
+    state.rangeStart.reset();
+    // What may have changed meanwhile is asked for anew.
+    if (view == BrowserView::volumes && !state.volumes.isLoading())
+        state.volumes.subject = nullptr;
+    if (view == BrowserView::trash && !state.trash.isLoading())
+        state.trash.forget();
+    refreshView(state);
+}
+
+void refreshView(BrowserState& state) {
+    using namespace BrowserJobs;
+    switch (state.view) {
+    case BrowserView::volumes:
+        if (state.volumes.subject == nullptr && !state.volumes.isLoading()) {
+            state.volumes.subject = &state;
+            state.volumes.awaited = ask(state, Volumes{});
+        }
+        break;
+    case BrowserView::trash:
+        load(state, state.trash, &state, TrashList{});
+        break;
+    case BrowserView::history:
+        if (!state.rootPath.empty())
+            load(state, state.history, state.tree.get(), History{state.rootPath});
+        break;
+    default:
+        break;
+    }
+    if (state.tree == nullptr || state.folder == nullptr) {
+        settle(state);
+        return;
+    }
+    switch (state.view) {
+    case BrowserView::map:
+        load(state, state.map, state.folder,
+             Map{state.tree, state.folder, state.removals, state.choice.mode, state.mapWidth,
+                 state.mapHeight});
+        break;
+    case BrowserView::largest:
+    case BrowserView::categories:
+    case BrowserView::ages:
+        load(state, state.figures, state.folder,
+             Figures{state.tree, state.folder, state.removals, state.choice.mode});
+        break;
+    case BrowserView::changes:
+        load(state, state.changes, state.tree.get(),
+             Changes{state.tree, state.choice.mode, state.snapshotNumber});
+        break;
+    case BrowserView::findings:
+        load(state, state.findings, state.tree.get(), Findings{state.tree});
+        break;
+    case BrowserView::rules:
+        load(state, state.rules, state.tree.get(), Rules{state.tree, std::nullopt});
+        break;
+    default:
+        break;
+    }
+    settle(state);
+}
+
+void settle(BrowserState& state) {
+    BrowserCursor& cursor = state.cursor();
+    const std::size_t count = rowCount(state);
+    cursor.row = count == 0 ? 0 : std::min(cursor.row, count - 1);
+    const std::size_t seen = std::max<std::size_t>(state.rowsSeen, 1);
+    cursor.top = std::min(cursor.top, count > seen ? count - seen : 0);
+    if (cursor.row < cursor.top)
+        cursor.top = cursor.row;
+    else if (cursor.row >= cursor.top + seen)
+        cursor.top = cursor.row - seen + 1;
+    if (state.view == BrowserView::list) {
+        const auto entry = entryAt(state, cursor.row);
+        state.selectedNode = entry ? entry->node : nullptr;
+    }
+}
+
+} // namespace tarnwell::BrowserParts
+
+namespace tarnwell {
+
+using namespace BrowserParts;
+
+void begin(BrowserState& state, const std::string& folder) {
+    if (folder.empty()) {
+        showView(state, BrowserView::volumes);
+        return;
+    }
+    if (state.view == BrowserView::volumes)
+        state.view = BrowserView::list;
+    scan(state, folder);
+    refreshView(state);
+}
+
+void setRoom(BrowserState& state, std::size_t rowsSeen, double mapWidth, double mapHeight) {
+    state.rowsSeen = rowsSeen;
+    if (mapWidth != state.mapWidth || mapHeight != state.mapHeight) {
+        state.mapWidth = mapWidth;
+        state.mapHeight = mapHeight;
+        state.map.subject = nullptr;
+        if (state.view == BrowserView::map)
+            refreshView(state);
+    }
+    settle(state);
+}
+
+void quit(BrowserState& state) {
+    BrowserMemory memory{.folder = state.rootPath.empty() ? state.lastFolder : folderPath(state),
+                         .view = state.view,
+                         .sort = state.choice.sort,
+                         .mode = state.choice.mode,
+                         .showsHidden = state.choice.showsHidden,
+                         .columns = state.columns};
+    ask(state, BrowserJobs::Remember{std::move(memory)});
+    state.isDone = true;
+}
+
+void update(BrowserState& state, const KeyPress& press) {
+    state.message.clear();
+    if (state.prompt) {
+        typeInto(state, press);
+    } else if (state.question) {
+        answer(state, press);
+    } else if (state.showsHelp) {
+        const BrowserCommand command = commandOf(press, state);
+        if (command == BrowserCommand::down || command == BrowserCommand::pageDown)
+            state.helpTop += command == BrowserCommand::down ? 1 : std::max<std::size_t>(state.rowsSeen, 1);
+        else if (command == BrowserCommand::up || command == BrowserCommand::pageUp)
+            state.helpTop -=
+                std::min(state.helpTop, command == BrowserCommand::up ? std::size_t{1} : state.rowsSeen);
+        else
+            state.showsHelp = false;
+    } else {
+        run(state, commandOf(press, state));
+    }
+    settle(state);
+}
+
+void update(BrowserState& state, const Pasted& pasted) {
+    if (state.prompt)
+        typeText(state, pasted.text);
+}
+
+void update(BrowserState& state, const BrowserClick& click) {
+    state.message.clear();
+    if (state.prompt || state.question)
+        return;
+    if (state.showsHelp) {
+        state.showsHelp = false;
+        return;
+    }
+    switch (click.kind) {
+    case BrowserClick::Kind::view:
+        if (click.number < browserViewCount)
+            showView(state, static_cast<BrowserView>(click.number));
+        break;
+    case BrowserClick::Kind::tile:
+        if (std::exchange(state.tile, click.number) == click.number)
+            run(state, BrowserCommand::enter);
+        break;
+    case BrowserClick::Kind::row:
+        if (click.number < rowCount(state)) {
+            if (state.cursor().row == click.number && state.cursor().isMoved)
+                run(state, BrowserCommand::enter);
+            else
+                moveTo(state, click.number);
+        }
+        break;
+    }
+    settle(state);
+}
+
+void scroll(BrowserState& state, std::ptrdiff_t rows) {
+    if (state.prompt || state.question)
+        return;
+    if (state.showsHelp) {
+        state.helpTop = rows < 0 ? state.helpTop - std::min(state.helpTop, static_cast<std::size_t>(-rows))
+                                 : state.helpTop + static_cast<std::size_t>(rows);
+        return;
+    }
+    const std::size_t row = state.cursor().row;
+    moveTo(state, rows < 0 ? row - std::min(row, static_cast<std::size_t>(-rows))
+                           : row + static_cast<std::size_t>(rows));
+    settle(state);
+}
+
+} // namespace tarnwell

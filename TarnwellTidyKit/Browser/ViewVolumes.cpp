@@ -1,0 +1,67 @@
+// The volumes and how full they are: where one begins without a folder.
+
+#include "TarnwellTidyKit/Browser/ViewParts.hpp"
+#include "TarnwellTidyKit/Commands/TidyText.hpp"
+
+#include <algorithm>
+
+namespace tarnwell {
+
+void drawVolumes(const Pane& pane) {
+    const BrowserState& state = pane.state;
+    if (state.volumes.value == std::nullopt && state.lastFolder.empty() &&
+        drawWaiting(pane, state.volumes, "Looking at the volumes …"))
+        return;
+    constexpr int nameWidth = 18;
+    const bool hasKind = pane.area.width >= 100;
+    const int barWidth = std::clamp(pane.area.width - 2 - nameWidth - 3 * (sizeWidth + 2) - 24, 0, 40);
+    if (pane.heads.height > 0) {
+        RowPainter painter(pane.grid, pane.heads.column, pane.heads.row, pane.heads.width);
+        painter.gap(2);
+        painter.text(nameWidth, "Volume", Role::dim);
+        painter.gap();
+        if (barWidth >= 6) {
+            painter.text(barWidth, "Used", Role::dim);
+            painter.gap();
+        }
+        painter.figure(sizeWidth, "Free", Role::dim);
+        painter.gap();
+        painter.figure(sizeWidth, "Capacity", Role::dim);
+        painter.gap();
+        painter.rest("Where", Role::dim);
+    }
+    drawRows(pane, [&](std::size_t row, RowPainter& painter) {
+        painter.gap(2);
+        const bool hasLast = !state.lastFolder.empty();
+        if (hasLast && row == 0) {
+            painter.text(nameWidth, "Last folder", Role::heading);
+            painter.gap();
+            painter.rest(shortPath(state, state.lastFolder), Role::link, Cut::start);
+            return;
+        }
+        const VolumeInfo& volume = (*state.volumes.value)[row - (hasLast ? 1 : 0)];
+        const bool isKnown = volume.totalCapacity > 0;
+        const double used = isKnown ? 1 - shareOf(volume.availableCapacity, volume.totalCapacity) : 0;
+        painter.text(nameWidth, volume.name, Role::link);
+        painter.gap();
+        if (barWidth >= 6) {
+            painter.bar(barWidth, used, used > 0.9 ? Role::danger : used > 0.75 ? Role::warning : Role::bar,
+                        pane.isUnicode);
+            painter.gap();
+        }
+        painter.figure(sizeWidth, isKnown ? shortSize(volume.availableCapacity) : "?",
+                       used > 0.9 ? Role::danger : Role::text);
+        painter.gap();
+        painter.figure(sizeWidth, isKnown ? shortSize(volume.totalCapacity) : "?", Role::dim);
+        painter.gap();
+        std::string kind = volume.fileSystemType;
+        if (volume.isReadOnly)
+            kind += ", read-only";
+        if (volume.isNetwork)
+            kind += ", network";
+        painter.text(painter.room() - (hasKind ? 22 : 0), volume.path, Role::text, Side::left, Cut::start);
+        painter.rest(hasKind ? kind : "", Role::dim);
+    });
+}
+
+} // namespace tarnwell
