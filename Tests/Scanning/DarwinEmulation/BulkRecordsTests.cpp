@@ -1,5 +1,6 @@
 // Reading folders in bulk over a kernel that packs attributes as Darwin's does.
 
+#include "TarnwellCore/Platform/HeldSpace.hpp"
 #include "TarnwellCore/Scanning/DirectoryReader.hpp"
 
 #include "Tests/DarwinEmulation/EmulatedKernel.hpp"
