@@ -58,8 +58,14 @@ int main(int count, char** values) {
                 std::this_thread::sleep_for(std::chrono::microseconds(1'000'000 / looks));
             }
         });
-        const tarnwell::ScanResult result = engine.run();
-        viewer.join();
+        const auto joined = [&] {
+            struct Joiner {
+                std::thread& thread;
+                ~Joiner() { thread.join(); }
+            } const joiner{viewer}; // a scan that fails ends what is looked at, too
+            return engine.run();
+        };
+        const tarnwell::ScanResult result = joined();
         const std::int64_t entryCount = result.stats.fileCount + result.stats.directoryCount;
         rusage used = {};
         ::getrusage(RUSAGE_SELF, &used);
