@@ -17,6 +17,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 namespace tarnwell {
@@ -104,12 +105,15 @@ private:
     fs::path newName() {
         static constexpr const char* names[] = {"a.txt",    "refused", "node_modules",
                                                 "Tool.app", ".hidden", "z"};
-        return folders_[static_cast<std::size_t>(number(static_cast<int>(folders_.size())))] /
-               (std::to_string(++made_) + names[number(6)]);
+        const fs::path& folder =
+            folders_[static_cast<std::size_t>(number(static_cast<int>(folders_.size())))];
+        return number(12) == 0 ? folder / "left out"
+                               : folder / (std::to_string(number(1 << 30)) + names[number(6)]);
     }
     /// "refused" must come first.
     fs::path newFolderName() {
-        return number(3) == 0 ? newName().parent_path() / ("refused" + std::to_string(++made_)) : newName();
+        return number(3) == 0 ? newName().parent_path() / ("refused" + std::to_string(number(1 << 30)))
+                              : newName();
     }
 
     fs::path anyFile(const fs::path& below) {
@@ -123,6 +127,7 @@ private:
     }
 
     void makeOne() {
+        std::error_code error;
         const fs::path inside = anyFile(folders_.front());
         switch (number(8)) {
         case 0:
@@ -131,10 +136,13 @@ private:
             break;
         case 2:
             folders_.push_back(newFolderName());
-            fs::create_directory(folders_.back());
+            if (!fs::create_directory(folders_.back(), error))
+                folders_.pop_back();
             break;
         case 3:
-            fs::remove(inside);
+            // What it wrote to a file elsewhere through a link that has come and gone, a folder cannot tell.
+            if (!newLinks_.contains(inside))
+                fs::remove(inside, error);
             break;
         case 4:
             if (!inside.empty()) // also seen through links outside
@@ -142,15 +150,21 @@ private:
                     << std::string(static_cast<std::size_t>(number(9000)), 'y');
             break;
         case 5:
-            if (const fs::path file = anyFile(number(2) == 0 ? root_ : folders_.front()); !file.empty())
-                fs::create_hard_link(file, newName());
+            if (const fs::path file = anyFile(number(2) == 0 ? root_ : folders_.front()); !file.empty()) {
+                const fs::path link = newName();
+                // Nor can it tell what is written through a link that no scan sees.
+                if (link.filename() == "left out" || link.string().find("/refused") != std::string::npos)
+                    break;
+                fs::create_hard_link(file, link, error);
+                newLinks_.insert(link);
+            }
             break;
         case 6:
-            if (!inside.empty())
-                fs::rename(inside, newName());
+            if (!inside.empty() && !newLinks_.contains(inside))
+                fs::rename(inside, folders_.front() / std::to_string(number(1 << 30)), error);
             break;
         case 7:
-            fs::create_symlink("nowhere", newName());
+            fs::create_symlink("nowhere", newName(), error);
             break;
         }
     }
@@ -158,7 +172,7 @@ private:
     const fs::path root_;
     std::mt19937_64 random_;
     std::vector<fs::path> folders_;
-    int made_ = 0;
+    std::set<fs::path> newLinks_;
 };
 
 std::vector<const FileNode*> foldersBelow(const FileNode& root) {
@@ -182,7 +196,7 @@ TEST(Rescan, OfOneFolderGivesWhatScanningEverythingGives) {
         fs::create_directory(folder / "refused outside");
         ScanOptions options;
         options.deduplicateHardlinks = seed % 5 != 0;
-        options.excludedNames = {"2a.txt"};
+        options.excludedNames = {"left out"};
         const auto scan = [&] { return ScanEngine(folder.path(), options, true, calls).run(); };
         ScanResult result = scan();
         std::mt19937_64 random(seed);
@@ -247,17 +261,18 @@ TEST(Rescan, KeepsWhatClonesShareAcrossTheFolder) {
 
 TEST(Rescan, TakesWhateverLiesThereNowAndRefusesWhatIsNoFolderOfTheScan) {
     const TemporaryFolder folder;
-    folder.makeFile("a/b/file", 1000);
-    folder.makeFile("a/other", 10);
-    const auto whole = [&] { return ScanEngine(folder.path(), {}).run(); };
+    folder.makeFile("root/a/b/file", 1000);
+    folder.makeFile("root/a/other", 10);
+    const fs::path root = folder / "root";
+    const auto whole = [&] { return ScanEngine(root, {}).run(); };
     ScanResult result = whole();
     const auto rescan = [&](std::string_view path) {
         return DiskScanner().rescan(result, *result.root->node(path)).get();
     };
-    fs::remove_all(folder / "a/b");
-    folder.makeFile("a/b", 7);
+    fs::remove_all(root / "a/b");
+    folder.makeFile("root/a/b", 7);
     expectSame(rescan("a/b"), whole());
-    fs::remove_all(folder / "a");
+    fs::remove_all(root / "a");
     const ScanResult without = rescan("a");
     expectSame(without, whole());
     EXPECT_EQ(without.root->size, 0);
@@ -269,7 +284,7 @@ TEST(Rescan, TakesWhateverLiesThereNowAndRefusesWhatIsNoFolderOfTheScan) {
     CancellationToken token;
     token.cancel();
     EXPECT_THROW(DiskScanner().rescan(result, *result.root->node("a"), nullptr, token).get(), ScanError);
-    fs::remove_all(folder.path());
+    fs::remove_all(root);
     EXPECT_THROW(rescan("a"), ScanError);
 }
 
