@@ -5,6 +5,7 @@
 #include "TarnwellCore/Text/HarmlessText.hpp"
 #include "TarnwellCore/Text/JSONWriter.hpp"
 #include "TarnwellTidyKit/Commands/ReportFigures.hpp"
+#include "TarnwellTidyKit/Commands/ReportLedger.hpp"
 
 #include <algorithm>
 #include <array>
@@ -26,6 +27,7 @@ struct Page {
     const ScanResult& scan;
     ReportFigures figures;
     std::optional<VolumeInfo> volume;
+    VolumeLedger ledger;
     SizeMode mode;
 };
 
@@ -160,6 +162,7 @@ std::string textOf(const Page& page, const TidyStyle& style, TidyContext& contex
             text += "  " + countedText(page.figures.cloneCount, "file shares", "files share") + " blocks, " +
                     sizeText(page.figures.cloneSharedBytes) + " in all\n";
     }
+    text += '\n' + ledgerText(page.ledger, style);
     const std::string unreadable = context.unreadableText(page.scan, style);
     return unreadable.empty() ? text : text + "\n" + unreadable;
 }
@@ -242,6 +245,8 @@ void writePage(JSONWriter& json, const Page& page) {
     json.integer(stats.inaccessibleEntryCount);
     writeNodes(json, "largestFiles", page.figures.largestFiles);
     writeNodes(json, "largestFolders", page.figures.largestFolders);
+    json.key("ledger");
+    writeLedger(json, page.ledger);
     json.key("path");
     json.string(page.scan.root->path());
     json.key("sizeMode");
@@ -282,7 +287,8 @@ const TidyCommandSpec ReportRequest::spec = {
     .summary = "What is in a folder, on one page",
     .details =
         "Measures the folder and tells its three sizes, its volume, the categories of its files, the largest "
-        "files and folders, when they were last modified, what links and clones save, and what could not be "
+        "files and folders, when they were last modified, what links and clones save, where the used bytes "
+        "of its volume are, and what could not be "
         "read. A folder of which one folder inside holds four fifths is told by that one. What history tells "
         "growth from is kept, unless something is left out by an option.",
     .completes = TidyCompletes::folders,
@@ -305,6 +311,7 @@ TidyResult run(const ReportRequest& request, TidyContext& context) {
                     .figures = ReportFigures::of(*scan.root, mode, static_cast<std::size_t>(request.top),
                                                  context.services.now()),
                     .volume = context.services.volumeContaining(scan.root->path()),
+                    .ledger = context.services.ledger(scan, context.token()),
                     .mode = mode};
     TidyResult result;
     if (request.output.json)

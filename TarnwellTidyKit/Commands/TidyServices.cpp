@@ -97,6 +97,10 @@ const TidyServices& TidyServices::live() {
                CancellationToken token) {
                 return DiskScanner().scan(folder, std::move(options), std::move(progress), std::move(token));
             },
+        .ledger =
+            [](const ScanResult& scan, const CancellationToken& token) {
+                return makeVolumeLedger(scan, LedgerServices::live(), token);
+            },
         .findings =
             [](const fs::path& home, SpaceSaverProbe::Request request, CancellationToken token) {
                 return SpaceSaverProbe(home).run(std::move(request), std::move(token));

@@ -15,6 +15,7 @@
 #include "TarnwellCore/Analysis/CommandResult.hpp"
 #include "TarnwellCore/Analysis/DuplicateFinder.hpp"
 #include "TarnwellCore/Analysis/SpaceSaverProbe.hpp"
+#include "TarnwellCore/Analysis/VolumeLedger.hpp"
 #include "TarnwellCore/Platform/Date.hpp"
 #include "TarnwellCore/Platform/UserDefaults.hpp"
 #include "TarnwellCore/Scanning/DiskScanner.hpp"
@@ -59,6 +60,8 @@ struct TidyServices {
     std::function<std::future<ScanResult>(const std::filesystem::path&, ScanOptions,
                                           DiskScanner::ProgressHandler, CancellationToken)>
         scan;
+    /// Where the used bytes of the volume that holds a scan's root are.
+    std::function<VolumeLedger(const ScanResult&, const CancellationToken&)> ledger;
     /// What the probe of a home folder finds.
     std::function<std::future<std::vector<SpaceSaverFinding>>(const std::filesystem::path& home,
                                                               SpaceSaverProbe::Request, CancellationToken)>

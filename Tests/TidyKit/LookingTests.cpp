@@ -40,6 +40,15 @@ TEST(ReportCommand, OnePageTellsWhatIsThere) {
     EXPECT_EQ(json["totals"]["size"].GetInt64(), 900'000 + 1'000 + 50'000 + 70'000);
     EXPECT_EQ(json["hardlinkCount"].GetInt64(), 1);
     EXPECT_EQ(json["hardlinkSavedBytes"].GetInt64(), 50'000);
+    const auto& ledger = json["ledger"];
+    std::int64_t explained = 0;
+    for (const auto& line : ledger["lines"].GetArray())
+        if (!line["bytes"].IsNull())
+            explained +=
+                line["isSubtracted"].GetBool() ? -line["bytes"].GetInt64() : line["bytes"].GetInt64();
+    EXPECT_EQ(ledger["lines"].Size(), static_cast<std::size_t>(ledgerEntryCount));
+    EXPECT_EQ(explained, ledger["used"].GetInt64());
+    EXPECT_EQ(ledger["lines"][0]["bytes"].GetInt64(), json["totals"]["allocated"].GetInt64());
     EXPECT_EQ(column(json["largestFiles"], "path"),
               (Words{scene.path("big/inner/film.mov"), scene.path("weird\n\033[2J.log")}));
     EXPECT_EQ(column(json["largestFolders"], "path"), Words{scene.path("big/inner")})
@@ -57,9 +66,9 @@ TEST(ReportCommand, OnePageTellsWhatIsThere) {
     const std::string text = scene.text({"report", scene.home.path().string()});
     EXPECT_THAT(text, HasSubstr("weird\\n\\x1B[2J.log"));
     EXPECT_THAT(text, Not(HasSubstr("\033")));
-    for (const char* part :
-         {"1 MB  what the files say", "5 files in 2 folders", "Largest files", "Last modified",
-          "1 further link to files already counted, 50 KB saved", "big/inner/film.mov"})
+    for (const char* part : {"1 MB  what the files say", "5 files in 2 folders", "Largest files",
+                             "Last modified", "1 further link to files already counted, 50 KB saved",
+                             "big/inner/film.mov", "files that were scanned", "not explained"})
         EXPECT_THAT(text, HasSubstr(part));
 }
 
