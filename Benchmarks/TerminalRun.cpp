@@ -18,6 +18,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <string_view>
@@ -36,7 +37,7 @@ constexpr std::string_view usage =
     "median,\n"
     "worst, bytes; MiB at most; ms of processor time in an idle second; the processor's seconds in all.\n"
     "  --quiet N    a screen that has not changed for so many ms is complete (500)\n"
-    "  --first TEXT the first screen is seen when this text is (the first row of the tree)\n"
+    "  --rows FOLDER  the first rows are there when the name of one of its entries is seen (any output)\n"
     "  --pace N     ms between two keys; with --early, also while the program scans (30)\n"
     "  --early N    0 or 1 (0)\n"
     "  --repeat N   types KEYS so many times (50)\n";
@@ -143,7 +144,7 @@ struct Options {
     std::uint64_t pace = 30;
     std::uint64_t early = 0;
     std::uint64_t repeat = 50;
-    std::string first;
+    std::vector<std::string> rows;
 };
 
 struct Answers {
@@ -187,7 +188,9 @@ int run(const Options& options, std::string_view keys, char** words) {
         complete = secondsSince(terminal.begin);
         if (first == 0) {
             seen += piece;
-            if (seen.find(options.first) != std::string::npos)
+            if (options.rows.empty() || std::ranges::any_of(options.rows, [&](const std::string& name) {
+                    return seen.find(name) != std::string::npos;
+                }))
                 first = complete;
         } else if (options.early != 0 && secondsSince(lastKey) * 1000 > static_cast<double>(options.pace)) {
             typeKey(terminal, keys[number++ % keys.size()], options, early);
@@ -232,8 +235,11 @@ int main(int count, char** values) {
                                                      : nullptr;
         if (number != nullptr)
             *number = std::strtoull(values[index + 1], nullptr, 10);
-        else if (word == "--first")
-            options.first = values[index + 1];
+        else if (word == "--rows")
+            for (const auto& entry : std::filesystem::directory_iterator(values[index + 1])) {
+                if (options.rows.size() < 2000)
+                    options.rows.push_back(entry.path().filename().native());
+            }
         else
             failUsage(usage);
     }
