@@ -1,5 +1,7 @@
 #include "TarnwellTidyKit/Commands/TidyRunner.hpp"
 
+#include "BrowserStart.hpp"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -231,7 +233,7 @@ int main(int count, char** values) {
     bool isTaken = true;
     try {
         const std::vector<std::string> arguments(values + std::min(count, 1), values + count);
-        result = TidyRunner::run(arguments, TidyServices::live(), surroundings);
+        result = TidyRunner::run(arguments, TidyServices::live(), surroundings, browserOnTerminal());
         surroundings.output(result.standardOutput);
     } catch (const OutputError& error) {
         isTaken = false;

@@ -41,8 +41,6 @@ const Row* rowOf(std::string_view name) {
     const std::string_view nearest = nearestWord(name, names);
     if (!nearest.empty())
         message += " Did you mean " + std::string(nearest) + "?";
-    else if (name.find('/') != std::string::npos || name.starts_with('~') || name.starts_with('.'))
-        message += " To see what is in that folder, type: tarnwell-tidy report " + harmless(name);
     throw TidyUsageError(message);
 }
 
@@ -74,10 +72,7 @@ TidyCommand readTidyCommand(std::span<const std::string> arguments) {
             return TidyHelp{};
         if (asks("--version"))
             return TidyVersion{};
-        static constexpr TidyCommandSpec noCommand = {.name = "tarnwell-tidy"};
-        if (!line.rest.empty())
-            (void)TidyArguments::read(noCommand, line.rest); // says what it is that nobody knows
-        throw TidyUsageError("");
+        return BrowseRequest::read(TidyArguments::read(BrowseRequest::spec, line.rest));
     }
     if (*line.command == "help") {
         if (line.rest.empty())
@@ -88,6 +83,14 @@ TidyCommand readTidyCommand(std::span<const std::string> arguments) {
         return TidyHelp{found->spec};
     }
     const Row* found = rowOf(*line.command);
+    if (found == nullptr && BrowseRequest::isFolder(*line.command)) {
+        std::vector<std::string> words = {*line.command};
+        words.insert(words.end(), line.rest.begin(), line.rest.end());
+        const TidyArguments read = TidyArguments::read(BrowseRequest::spec, words);
+        if (read.has("--help"))
+            return TidyHelp{};
+        return BrowseRequest::read(read);
+    }
     if (found == nullptr)
         failUnknownCommand(*line.command);
     const TidyArguments read = TidyArguments::read(*found->spec, line.rest);

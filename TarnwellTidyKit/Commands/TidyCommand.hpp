@@ -3,6 +3,7 @@
 // What the user asked for, once the arguments are understood. A new command is a file pair of its own, a line
 // in this list and a row in the table of TidyCommand.cpp.
 
+#include "TarnwellTidyKit/Commands/BrowseCommand.hpp"
 #include "TarnwellTidyKit/Commands/ChangesCommand.hpp"
 #include "TarnwellTidyKit/Commands/CleanCommand.hpp"
 #include "TarnwellTidyKit/Commands/DrawCommand.hpp"
@@ -46,10 +47,11 @@ struct TidyVersion {
     bool operator==(const TidyVersion&) const = default;
 };
 
-using TidyCommand = std::variant<TidyHelp, TidyVersion, TidyWords, ReportRequest, FindRequest, FreesRequest,
-                                 DuplicatesRequest, FindingsRequest, ChangesRequest, VolumesRequest,
-                                 CleanRequest, TrashRequest, EvictRequest, UninstallRequest, RulesRequest,
-                                 SettingsRequest, DrawRequest, HistoryRequest, ScheduleRequest>;
+using TidyCommand =
+    std::variant<TidyHelp, TidyVersion, TidyWords, BrowseRequest, ReportRequest, FindRequest, FreesRequest,
+                 DuplicatesRequest, FindingsRequest, ChangesRequest, VolumesRequest, CleanRequest, TrashRequest,
+                 EvictRequest, UninstallRequest, RulesRequest, SettingsRequest, DrawRequest, HistoryRequest,
+                 ScheduleRequest>;
 
 /// What every command is called and takes, in the order of the help.
 std::span<const TidyCommandSpec* const> tidyCommandSpecs();

@@ -73,7 +73,8 @@ void addOptions(std::string& text, std::string_view heading, std::span<const Tid
 
 std::string tidyHelp() {
     std::string text = "tarnwell-tidy — find what takes the space on a disk, and give it back\n\n"
-                       "Usage: tarnwell-tidy COMMAND [OPTIONS]\n";
+                       "Usage: tarnwell-tidy [FOLDER] [--read-only]   browse, on a terminal\n"
+                       "       tarnwell-tidy COMMAND [OPTIONS]\n";
     std::vector<std::string_view> groups;
     for (const TidyCommandSpec* command : tidyCommandSpecs())
         if (std::ranges::find(groups, command->group) == groups.end())
@@ -133,6 +134,11 @@ std::string tidyCompletions(std::span<const std::string> words) {
             for (const TidyOptionSpec& option : tidyOutputOptions())
                 if (current.starts_with('-'))
                     offer(option.name, option.help);
+            for (const TidyOptionSpec& option : BrowseRequest::spec.options)
+                if (current.starts_with('-'))
+                    offer(option.name, option.help);
+            if (!current.starts_with('-'))
+                askFor(BrowseRequest::spec.completes);
         }
         return text;
     }

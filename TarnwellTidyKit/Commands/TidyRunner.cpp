@@ -31,6 +31,7 @@ TidyResult usageFailure(std::string_view message) {
 /// Every command has a `run`; these are what the program says of itself.
 struct Dispatch {
     TidyContext& context;
+    const TidyBrowser& browser;
 
     TidyResult operator()(const TidyHelp& help) const {
         return {.standardOutput = help.command == nullptr ? tidyHelp() : tidyHelp(*help.command)};
@@ -40,6 +41,9 @@ struct Dispatch {
     }
     TidyResult operator()(const TidyWords& request) const {
         return {.standardOutput = tidyCompletions(request.words)};
+    }
+    TidyResult operator()(const BrowseRequest& request) const {
+        return tarnwell::run(request, context, browser);
     }
     template <class Request>
     TidyResult operator()(const Request& request) const {
@@ -61,7 +65,7 @@ bool printsDocument(const TidyCommand& command) {
 }
 
 TidyResult runUnguarded(std::span<const std::string> arguments, const TidyServices& services,
-                        const TidySurroundings& surroundings) {
+                        const TidySurroundings& surroundings, const TidyBrowser& browser) {
     TidyCommand command;
     try {
         command = readTidyCommand(arguments);
@@ -79,7 +83,7 @@ TidyResult runUnguarded(std::span<const std::string> arguments, const TidyServic
     }
     TidyContext context(services, isDocument ? harmlessSurroundings : surroundings);
     try {
-        TidyResult result = std::visit(Dispatch{context}, command);
+        TidyResult result = std::visit(Dispatch{context, browser}, command);
         if (isDocument)
             result.standardOutput = harmlessJSON(result.standardOutput);
         return result;
@@ -97,9 +101,9 @@ TidyResult runUnguarded(std::span<const std::string> arguments, const TidyServic
 } // namespace
 
 TidyResult run(std::span<const std::string> arguments, const TidyServices& services,
-               const TidySurroundings& surroundings) noexcept {
+               const TidySurroundings& surroundings, const TidyBrowser& browser) noexcept {
     try {
-        return runUnguarded(arguments, services, surroundings);
+        return runUnguarded(arguments, services, surroundings, browser);
     } catch (const std::bad_alloc&) {
         return failure(TidyResult::failed, "There is not enough memory.");
     } catch (const std::length_error&) {

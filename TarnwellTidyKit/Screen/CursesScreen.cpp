@@ -216,12 +216,14 @@ void CursesScreen::Impl::enter() {
 
 void CursesScreen::Impl::leave() {
     // An answer that comes after the end would stand in the shell's line.
-    const auto end = steady_clock::now() + milliseconds(250);
-    while (isAwaitingSign && !line.isLost() && steady_clock::now() < end) {
+    const auto begin = steady_clock::now();
+    const bool isNew = begin - askedAt < milliseconds(1000);
+    const auto mayCome = [&] { return isAwaitingSign || (canAsk && !isAnswering && isNew); };
+    while (mayCome() && !line.isLost() && steady_clock::now() - begin < milliseconds(250)) {
         line.wait(milliseconds(20));
         takeInput();
     }
-    if (isAwaitingSign)
+    if (mayCome())
         line.forgetInput();
     line.giveBack();
 }
@@ -233,6 +235,7 @@ void CursesScreen::Impl::ask() {
     if (asksGround)
         line.send(TerminalRequests::askForGround);
     line.send(TerminalRequests::askForAttributes);
+    askedAt = steady_clock::now();
     // Answers come in the order of the questions.
     const auto end = steady_clock::now() + answerPause;
     while (asksGround && !isAnswering && !line.isLost() && steady_clock::now() < end) {

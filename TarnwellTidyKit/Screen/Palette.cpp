@@ -117,14 +117,12 @@ std::size_t accentNumber(Role role) {
     return (static_cast<std::size_t>(role) - static_cast<std::size_t>(Role::accent)) % accentCount;
 }
 
-/// The role's colour in full; of accents, a quieter one where they fill cells.
-int fullColour(Role role, bool isDark, bool isFill) {
+/// The role's colour in full. The same as letters and behind them: halves of a cell may belong to one tile.
+int fullColour(Role role, bool isDark) {
     if (isAccent(role)) {
         const auto channels = rgb(allFileCategories()[accentNumber(role)]);
         const int own = join({channels[0], channels[1], channels[2]});
-        if (isFill)
-            return mixed(own, isDark ? 0x101418 : 0xFFFFFF, isDark ? 0.3 : 0.2);
-        return isDark ? mixed(own, 0xFFFFFF, 0.1) : mixed(own, 0x000000, 0.35);
+        return mixed(own, isDark ? 0x101418 : 0x000000, 0.15);
     }
     const RoleColours& colours = roleColours[static_cast<std::size_t>(role)];
     return isDark ? colours.dark : colours.light;
@@ -176,14 +174,18 @@ Paint Palette::paint(const Style& style) const {
         }
         return paint;
     }
-    int foreground = fullColour(style.role, isDark_, false);
-    int background = fullColour(style.fill, isDark_, true);
-    if (isTile && style.isSelected)
-        background = isDark_ ? 0xF1F5F9 : 0x0F172A;
-    if (isTile && background != noColour && (style.role == Role::text || style.isSelected))
+    // A tile that is chosen shines.
+    const auto chosen = [this](int rgb) { return mixed(rgb, isDark_ ? 0xFFFFFF : 0x000000, 0.4); };
+    int foreground = fullColour(style.role, isDark_);
+    int background = fullColour(style.fill, isDark_);
+    if (isTile && style.isSelected) {
+        background = chosen(background);
+        foreground = foreground == noColour ? noColour : chosen(foreground);
+    }
+    if (isTile && background != noColour && style.role == Role::text)
         foreground = isLight(background) ? 0x0B1120 : 0xFFFFFF;
     else if (style.isMarked && (style.role == Role::text || style.role == Role::link))
-        foreground = fullColour(Role::warning, isDark_, false);
+        foreground = fullColour(Role::warning, isDark_);
     if (!isTile && style.isSelected)
         background = isDark_ ? selectionDark : selectionLight;
     else if (style.role == Role::input && style.fill == Role::ground)

@@ -8,13 +8,15 @@ page=$SOURCE/man/tarnwell-tidy.1
 # Read whole: a reader that leaves a pipe early is a failure here.
 spelled=$(sed -n '/^.Sh COMMANDS/,/^.Sh JSON/p' "$page")
 export XDG_CONFIG_HOME="$HOME/.config"
-commands=$("$tidy" complete-words "" | cut -f 1 | grep -vx help)
+commands=$("$tidy" complete-words "" | cut -f 1 | grep -vxE 'help|:folders')
 expect_match "commands" "$commands" $'report\n*'
 expect "commands of the man page" "$(sed -n '/^.Sh COMMANDS/,/^.Sh JSON/s/^.It Cm \([a-z]*\).*/\1/p' "$page" | sort -u)" \
     "$(printf '%s\n' "$commands" | sort)"
 
-expected=$(for command in $commands; do "$tidy" "$command" --help; done | grep -oE '^  (-h, )?--[a-z-]+' |
-    sed 's/.*--//' | sort -u)
+expected=$({
+    for command in $commands; do "$tidy" "$command" --help; done | grep -oE '^  (-h, )?--[a-z-]+'
+    "$tidy" complete-words -- | cut -f 1
+} | sed 's/.*--//' | sort -u)
 expect "options of the man page" "$(grep -oE 'Fl -[a-z][-a-z]*' "$page" | sed 's/Fl -//' | grep -vx version | sort -u)" \
     "$expected"
 for command in $commands; do

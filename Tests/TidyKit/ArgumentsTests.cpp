@@ -53,6 +53,9 @@ TEST(TidyArguments, WhatIsNotUnderstoodIsSaidAndTouchesNothing) {
         {{"repotr", "x"}, "Did you mean report?"},
         {{"rep"}, "Did you mean report?"},
         {{"/tmp"}, "tarnwell-tidy report /tmp"},
+        {{"--read-only", "/tmp", "/"}, "'/' is too much"},
+        {{"/tmp", "--top", "3"}, "no option '--top'"},
+        {{"--json"}, "goes with a command"},
         {{"qqqqqqqq\033[2J"}, "There is no command 'qqqqqqqq\\x1B[2J'."},
         {{"report"}, "report needs FOLDER."},
         {{"report", ""}, "An empty word is no FOLDER."},
@@ -91,6 +94,9 @@ TEST(TidyArguments, WhatIsNotUnderstoodIsSaidAndTouchesNothing) {
         EXPECT_THAT(result.standardError, testing::StartsWith("tarnwell-tidy: "));
     }
     EXPECT_EQ(scene.run({}).standardError, tidyHelp()) << "nothing asked for";
+    const BrowseRequest browse{.folder = "./x y", .isReadOnly = true, .color = TidyColor::never};
+    EXPECT_EQ(std::get<BrowseRequest>(readTidyCommand(Words{"--color=never", "./x y", "--read-only"})),
+              browse);
 }
 
 TEST(TidyArguments, HelpKnowsEveryCommandAndOptionAndFitsATerminal) {
@@ -117,7 +123,8 @@ TEST(TidyArguments, ShellsAreToldWhatMayStandInAPlace) {
         Words words;
         std::string lines;
     } cases[] = {
-        {{"rep"}, "report\tWhat is in a folder, on one page\n"},
+        {{"rep"}, "report\tWhat is in a folder, on one page\n:folders\n"},
+        {{"--read"}, "--read-only\tBrowse without being able to change anything\n"},
         {{"report", ""}, ":folders\n"},
         {{"report", "--no"}, "--no-hidden\tLeave out what is hidden\n"},
         {{"--json", "report", "--top", ""}, ""},

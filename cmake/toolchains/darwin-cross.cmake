@@ -80,6 +80,7 @@ if(NOT EXISTS "${TARNWELL_MACOS_ROOT}/usr/include")
   endforeach()
   tarnwell_make_empty_stub("${TARNWELL_MACOS_ROOT}/usr/lib/libSystem.tbd" /usr/lib/libSystem.B.dylib)
   tarnwell_make_empty_stub("${TARNWELL_MACOS_ROOT}/usr/lib/libc++.tbd" /usr/lib/libc++.1.dylib)
+  tarnwell_make_empty_stub("${TARNWELL_MACOS_ROOT}/usr/lib/libncurses.tbd" /usr/lib/libncurses.5.4.dylib)
 
   set(frameworks "${TARNWELL_MACOS_ROOT}/System/Library/Frameworks")
   file(GLOB found "${TARNWELL_MACOS_SDK}/Frameworks/*.framework")
