@@ -39,14 +39,17 @@ TEST(TrashCommand, AShareThatDoesNotAnswerHoldsNobodyUp) {
     Scene scene;
     scene.home.makeFile(".trash/old", 10);
     const fs::path silent = (*share)->path() / "Trash/files";
-    scene.services.trashFolders = [&](const fs::path&) {
-        return std::vector<fs::path>{silent, scene.path(".trash")};
+    const auto folders = [&](const fs::path&) { return std::vector<fs::path>{silent, scene.path(".trash")}; };
+    scene.services.listTrash = [&] {
+        TrashRestorer restorer(scene.home.path(), TrashJournal(scene.home / ".journal"));
+        restorer.trashFolders = folders;
+        return restorer.list().get();
     };
     scene.services.trashSummary = [&](const fs::path&) {
         return TrashSummary{.locations = {}, .unanswered = {silent}};
     };
     scene.services.emptyTrash = [&](const fs::path& home, const CancellationToken& token) {
-        return emptyTrashFolders(scene.services.trashFolders(home), token);
+        return emptyTrashFolders(folders(home), token);
     };
     const std::string line = silent.native() + ": Its volume does not answer.";
     const TidyResult listed = scene.run({"trash", "list"});

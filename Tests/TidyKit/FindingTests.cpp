@@ -72,7 +72,7 @@ TEST(FindCommand, ConditionsOrdersAndForms) {
     const std::string line = scene.path("b/line\nfeed");
     EXPECT_EQ(scene.text({"find", scene.home.path().string(), "--name", "feed", "--print0"}), line + '\0');
     EXPECT_EQ(scene.text({"find", scene.home.path().string(), "--name", "feed"}),
-              "  50 bytes  " + line + "\n");
+              "  50 bytes  " + harmless(line) + "\n");
     scene.surroundings.isTerminal = true;
     scene.surroundings.columns = 40;
     const std::string shown = scene.text({"find", scene.home.path().string(), "--name", "feed"});
