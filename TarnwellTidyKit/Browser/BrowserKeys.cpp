@@ -23,14 +23,14 @@ constexpr BrowserKey moving[] = {
     {pageDown, "<PageDown>|<C-f>", "PgDn", "", "One page down"},
     {first, "<Home>", "Home", "", "To the first row"},
     {last, "<End>|G", "End G", "", "To the last row"},
-    {nextView, "<Tab>", "Tab", "views", "The next view of this folder", 90},
+    {nextView, "<Tab>", "Tab", "views", "The next view of this folder", 26},
     {previousView, "<S-Tab>", "⇧Tab", "", "The view before"},
     {volumesView, "V", "", "volumes", "The volumes of this computer"},
     {goTo, "g", "", "go to", "Type a folder and scan it", 60},
 };
 constexpr BrowserKey looking[] = {
-    {sortBySize, "s", "", "size", "Sort by size; again: the other way round", 41},
-    {sortByName, "n", "", "name", "Sort by name", 42},
+    {sortBySize, "s", "", "size", "Sort by size; again: the other way round", 47},
+    {sortByName, "n", "", "name", "Sort by name", 48},
     {sortByItems, "C", "", "", "Sort by how many items a folder holds"},
     {sortByModified, "M", "", "", "Sort by the last change"},
     {sortByNext, "S", "", "", "Sort by what comes next: each of the sizes, the change since a snapshot"},
@@ -41,14 +41,14 @@ constexpr BrowserKey looking[] = {
     {newRule, "n", "", "new", "In rules: make a new one", 32},
     {toggleRule, "<Space>", "Space", "on/off", "In rules: switch the rule on or off", 33},
     {hidden, "e|.", "e .", "", "Show hidden items, or leave them out"},
-    {sizeMode, "a", "", "mode", "Next size: apparent, allocated, reclaimable", 45},
+    {sizeMode, "a", "", "mode", "Next size: apparent, allocated, reclaimable", 49},
     {itemsColumn, "c", "", "", "Column with the number of items"},
     {modifiedColumn, "m", "", "", "Column with the date of the last change"},
     {sizesColumn, "z", "", "", "Columns with the two other sizes"},
     {changeColumn, "y", "", "", "Column with the change since a snapshot"},
     {details, "i", "", "details", "Details of the item", 55},
-    {filter, "/", "", "filter", "Show only names that hold what you type", 50},
-    {find, "f", "", "find", "Search the folder: words, >100MB, <1GB, and the options of find such as --older 1y", 51},
+    {filter, "/", "", "filter", "Show only names that hold what you type", 44},
+    {find, "f", "", "find", "Search the folder: words, >100MB, <1GB, and the options of find such as --older 1y", 45},
     {older, "[", "", "older", "In changes: compare with the snapshot before", 36},
     {newer, "]", "", "newer", "In changes: compare with the snapshot after", 37},
     {rescan, "r|<F5>", "r", "rescan", "Scan this folder again", 70},
@@ -134,7 +134,7 @@ bool isAvailableInView(BrowserCommand command, const BrowserState& state) {
     case right:
         return view == BrowserView::map;
     case leave:
-        return view != BrowserView::map && state.folder != nullptr && state.folder->parent() != nullptr;
+        return view != BrowserView::volumes && state.folder != nullptr && state.folder->parent() != nullptr;
     case enter:
         if (view == BrowserView::duplicates && !hasRows)
             return state.tree != nullptr && !state.isScanning() && !state.duplicates.isLoading();

@@ -60,6 +60,20 @@ bool Marks::add(const FileNode& node) {
     return true;
 }
 
+void Marks::addChildren(const FileNode& folder, const std::vector<const FileNode*>& children) {
+    if (covers(folder))
+        return;
+    std::size_t added = 0;
+    for (const FileNode* child : children) {
+        if (!below_.empty() && below_.contains(child))
+            add(*child);
+        else
+            added += insert(child) ? 1 : 0;
+    }
+    for (const FileNode* above = &folder; above != nullptr && added != 0; above = above->parent())
+        below_[above] += added;
+}
+
 bool Marks::remove(const FileNode& node) {
     if (!contains(node))
         return false;

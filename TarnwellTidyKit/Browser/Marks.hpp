@@ -24,6 +24,8 @@ public:
 
     /// False when it, or a folder above it, was marked already.
     bool add(const FileNode& node);
+    /// Those of one folder, which is not marked itself, at the cost of one.
+    void addChildren(const FileNode& folder, const std::vector<const FileNode*>& children);
     bool remove(const FileNode& node);
     void clear();
     /// In no order.

@@ -152,6 +152,7 @@ void toggle(BrowserState& state, const FileNode& node) {
 
 void markRows(BrowserState& state, std::size_t begin, std::size_t end) {
     std::size_t refused = 0;
+    std::vector<const FileNode*> children; // of the folder, which may hold very many
     for (std::size_t row = begin; row < end; ++row) {
         const FileNode* node = nullptr;
         if (state.view == BrowserView::list)
@@ -162,9 +163,13 @@ void markRows(BrowserState& state, std::size_t begin, std::size_t end) {
             continue;
         if (!reasonToStay(state, *node).empty())
             ++refused;
+        else if (state.view == BrowserView::list)
+            children.push_back(node);
         else
             state.marks.add(*node);
     }
+    if (!children.empty())
+        state.marks.addChildren(*state.folder, children);
     if (refused > 0)
         say(state, counted(refused) + " cannot be marked: the system expects them.", true);
 }

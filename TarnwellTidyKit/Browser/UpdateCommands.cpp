@@ -95,7 +95,7 @@ void enterRow(BrowserState& state) {
         if (!entry || entry->node == nullptr)
             return;
         if (!entry->isDirectory || entry->flags.contains(FileNodeFlags::excluded))
-            state.togglesDetails = true;
+            state.togglesDetails = !state.togglesDetails;
         else
             visit(state, entry->node, nullptr);
         return;
@@ -132,13 +132,17 @@ void enterRow(BrowserState& state) {
         const CleanupRule& rule = state.rules.value->rules[row];
         for (const RuleMatch& match : state.rules.value->matches)
             if (match.rule.id == rule.id) {
+                callOff(state, state.found.awaited);
                 state.found.forget();
-                state.found.value = FoundItems{
-                    .nodes = match.nodes,
-                    .totals = {.count = match.itemCount,
-                               .size = match.totalSize,
-                               .allocatedSize = match.totalSize,
-                               .reclaimableSize = match.reclaimableSize}};
+                FoundItems& items = state.found.value.emplace();
+                items.totals = {.count = match.itemCount,
+                                .size = match.totalSize,
+                                .reclaimableSize = match.reclaimableSize};
+                for (const FileNode* node : match.nodes) {
+                    items.totals.allocatedSize += node->allocatedSize;
+                    if (!state.removals->isGoneWithItsFolders(*node))
+                        items.nodes.push_back(node);
+                }
                 state.foundText = "rule " + rule.name;
                 showView(state, BrowserView::found);
                 return;

@@ -1,6 +1,7 @@
 #include "TarnwellTidyKit/Browser/BrowserPaths.hpp"
 #include "TarnwellTidyKit/Browser/BrowserUpdate.hpp"
 #include "TarnwellTidyKit/Browser/UpdateParts.hpp"
+#include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
 #include "TarnwellTidyKit/Commands/TidyText.hpp"
 
 #include <algorithm>
@@ -73,6 +74,7 @@ struct Taking {
         state.wantedPlace.clear();
         for (const FileNode* node : marked)
             state.marks.add(*node);
+        state.selectedNode = entry;
         state.wantedEntry = isMoved ? entry : nullptr;
         relist(state);
         if (!state.marks.isEmpty())
@@ -179,8 +181,11 @@ struct Taking {
             callOff(state, state.trash.awaited);
             state.trash.forget();
         }
-        if (state.view == BrowserView::changes)
+        if (event.title == "Snapshot") { // there is one more to compare with
+            callOff(state, state.changes.awaited);
             state.changes.forget();
+            state.snapshotNumber = 0;
+        }
         state.history.forget();
         refreshView(state);
     }
@@ -189,6 +194,7 @@ struct Taking {
     void followChanges(const BrowserEvents::Acted& event) const {
         if (state.tree == nullptr || (event.gone.empty() && event.back.empty()))
             return;
+        bool isUnknown = false; // back from before this scan
         auto removals = std::make_shared<Removals>(*state.removals);
         const FileNode* nextEntry = nullptr;
         for (const std::string& path : event.gone)
@@ -200,6 +206,8 @@ struct Taking {
             if (const FileNode* node = state.tree->root().node(path)) {
                 removals->restore(*node);
                 nextEntry = node->parent() == state.folder ? node : nextEntry;
+            } else if (liesIn(path, state.rootPath)) {
+                isUnknown = true;
             }
         state.removals = std::move(removals);
         while (state.folder->parent() != nullptr && state.removals->isGoneWithItsFolders(*state.folder))
@@ -217,6 +225,8 @@ struct Taking {
         state.wantedEntry = nextEntry;
         relist(state);
         marksChanged(state);
+        if (isUnknown && !state.isScanning())
+            scan(state, state.rootPath);
     }
 
     void operator()(BrowserEvents::Progressed& event) const {

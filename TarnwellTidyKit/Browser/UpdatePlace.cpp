@@ -56,6 +56,9 @@ void scan(BrowserState& state, const std::string& folder) {
         state.folder = nullptr;
         state.entries = nullptr;
         state.order = nullptr;
+        state.selectedNode = nullptr;
+        state.wantedEntry = nullptr;
+        state.cursors = {};
         state.tree = nullptr;
         state.removals = std::make_shared<Removals>();
         state.marks.clear();
@@ -93,6 +96,7 @@ void visit(BrowserState& state, const FileNode* folder, const FileNode* entry) {
         state.choice.filter.clear();
     state.folder = folder;
     state.wantedEntry = entry;
+    state.tile = 0;
     state.cursors[static_cast<std::size_t>(BrowserView::list)] = {};
     state.rangeStart.reset();
     state.entries = nullptr;

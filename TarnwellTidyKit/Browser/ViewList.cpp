@@ -112,6 +112,8 @@ void drawList(const Pane& pane) {
     if (state.order->rows.empty()) {
         drawNote(pane, !state.choice.filter.empty() ? "No name here holds that."
                        : state.isScanning()         ? "Reading the folder …"
+                       : state.entries->folder().flags.contains(FileNodeFlags::inaccessible)
+                           ? "The folder could not be read."
                        : state.entries->count() > 0 ? "Everything here is hidden; e shows it."
                                                     : "The folder is empty.");
         return;

@@ -46,7 +46,7 @@ void drawRules(const Pane& pane) {
         }
         painter.text(stateWidth, rule.isEnabled ? "on" : "off", rule.isEnabled ? Role::good : Role::dim);
         painter.gap();
-        const int nameWidth = std::max(painter.room() / 3, std::min(painter.room(), 16));
+        const int nameWidth = std::max(painter.room() * 2 / 5, std::min(painter.room(), 20));
         painter.text(nameWidth, rule.name, rule.isEnabled ? Role::text : Role::dim);
         painter.gap();
         painter.rest(rule.conditionSummary(), Role::dim);

@@ -1,0 +1,200 @@
+#include "TarnwellTidyKit/Browser/BrowserUpdate.hpp"
+#include "TarnwellTidyKit/Browser/BrowserViews.hpp"
+#include "TarnwellTidyKit/Browser/JobRunner.hpp"
+#include "TarnwellTidyKit/Browser/TypedText.hpp"
+#include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
+#include "TarnwellTidyKit/Screen/MemoryScreen.hpp"
+
+#include "Tests/TidyKit/Scene.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <random>
+#include <stdexcept>
+
+namespace fs = std::filesystem;
+
+namespace tarnwell::test {
+
+namespace {
+
+/// The model alone: jobs are done where they are asked for, or left lying until a test says so.
+struct Model : Scene {
+    BrowserState state;
+    BrowserScan scan;
+
+    Model() {
+        const fs::path place = home.path();
+        const auto guard = [place](const fs::path& path) {
+            if (!liesIn(path, place))
+                throw std::runtime_error("outside of the test: " + path.native());
+        };
+        const auto move = services.moveAllToTrash;
+        services.moveAllToTrash = [=](const std::vector<fs::path>& items) {
+            for (const fs::path& item : items)
+                guard(item);
+            return move(items);
+        };
+        services.removeForGood = [=](const fs::path& item, const CancellationToken& token) {
+            guard(item);
+            return PermanentRemoval::remove(item, token);
+        };
+        scan = [=](const fs::path& folder, ScanOptions options, DiskScanner::ProgressHandler progress,
+                   CancellationToken token, std::shared_ptr<LiveTree> live) {
+            guard(folder);
+            return DiskScanner()
+                .scan(folder, std::move(options), std::move(progress), std::move(token), std::move(live))
+                .get();
+        };
+        services.volumes = [place] {
+            VolumeInfo volume;
+            volume.url = place;
+            volume.path = place.native();
+            return std::vector{volume};
+        };
+        services.findings = [place](const fs::path&, SpaceSaverProbe::Request, CancellationToken) {
+            std::promise<std::vector<SpaceSaverFinding>> found;
+            SpaceSaverFinding one;
+            one.paths = {place / "files/a/one"};
+            one.action = SpaceSaverActions::Trash{};
+            SpaceSaverFinding two;
+            two.action = SpaceSaverActions::RunCommand{"true"};
+            found.set_value({one, two});
+            return found.get_future();
+        };
+        services.emptyTrash = [place](const fs::path&, const CancellationToken&) -> EmptyTrashOutcome {
+            fs::remove_all(place / ".trash");
+            return EmptyTrashFailed{"as a test wants it"};
+        };
+        services.runTool = [](const std::vector<std::string>&) { return std::nullopt; };
+        services.open = services.reveal = [](const fs::path&) { return true; };
+        state.home = place.native();
+        state.now = services.now;
+        state.asksBeforeTrash = true;
+        state.removals = std::make_shared<Removals>();
+    }
+
+    void work() {
+        const JobRunner runner(services, surroundings, state.isReadOnly, scan);
+        state.cancellations.clear();
+        while (!state.requests.empty()) {
+            const auto requests = std::exchange(state.requests, {});
+            for (const BrowserRequest& request : requests) {
+                std::vector<BrowserEvent> events;
+                try {
+                    runner(request, {}, [&](BrowserEvent event) { events.push_back(std::move(event)); });
+                } catch (const std::exception& error) {
+                    events.push_back(BrowserEvents::Failed{request.id, error.what()});
+                }
+                for (BrowserEvent& event : events)
+                    update(state, std::move(event));
+            }
+        }
+    }
+    void type(std::string_view keys) {
+        for (const KeyPress& press : MemoryScreen::keys(keys)) {
+            update(state, press);
+            work();
+        }
+    }
+    void expectWhole() {
+        const std::size_t count = rowCount(state);
+        ASSERT_LT(state.cursor().row, std::max<std::size_t>(count, 1));
+        ASSERT_LE(state.cursor().top, state.cursor().row);
+        for (const FileNode* node : state.marks.nodes())
+            ASSERT_FALSE(node->parent() != nullptr && state.marks.covers(*node->parent())) << "swallowed";
+        if (state.order && state.entries) {
+            for (const std::uint32_t index : state.order->rows)
+                ASSERT_LT(index, state.entries->count());
+        }
+    }
+};
+
+} // namespace
+
+// Whatever is typed: no crash, the cursor on a row, every frame can be drawn at every size.
+TEST(BrowserModelTests, anyKeys) {
+    const bool isThorough = std::getenv("TARNWELL_THOROUGH") != nullptr;
+    std::mt19937 random(7);
+    const std::vector<KeyPress> keys = MemoryScreen::keys(
+        "jjjkkhllnsCMSIteaczmyi/fr[]w vAUduDEBXoRpgVxe?G<Up><Down><Left><Right><Enter><Enter><BS><Esc><Tab><Tab>"
+        "<S-Tab><PageUp><PageDown><Home><End><Del><C-u>yndelete<Enter>empty<Enter>");
+    for (int round = 0; round < (isThorough ? 60 : 6); ++round) {
+        Model model;
+        for (int number = 0; number < 60; ++number)
+            model.home.makeFile("files/" + std::string(1, static_cast<char>('a' + number % 5)) +
+                                    (number % 3 == 0 ? "/deeper" : "") + "/f\xC3\xA9\x1B" + std::to_string(number),
+                                static_cast<std::uint64_t>(random() % 5000));
+        model.home.makeFile("files/a/one", 1'200'000);
+        model.home.makeFile("files/b/one", 1'200'000);
+        model.home.makeFile("files/.hidden", 10);
+        begin(model.state, model.path("files"));
+        model.work();
+        for (int press = 0; press < 2500; ++press) {
+            const KeyPress& key = keys[random() % keys.size()];
+            update(model.state, key);
+            // Answers come late, too.
+            if (random() % 3 != 0)
+                model.work();
+            const GridSize size{static_cast<int>(random() % 150), static_cast<int>(random() % 40)};
+            fitTo(model.state, size);
+            (void)drawn(model.state, size, random() % 2 == 0);
+            if (const auto click = whatIsAt(model.state, size,
+                                            {static_cast<int>(random() % 150), static_cast<int>(random() % 40)});
+                click && random() % 10 == 0)
+                update(model.state, *click);
+            ASSERT_NO_FATAL_FAILURE(model.expectWhole()) << "after " << press << " keys of round " << round;
+            model.state.wishes.clear();
+            model.state.isDone = false;
+        }
+    }
+}
+
+// A folder of very many entries: a key never puts them in order, and the selection stays on its item.
+TEST(BrowserModelTests, manyEntries) {
+    Model model;
+    for (int number = 0; number < 6000; ++number)
+        model.home.makeFile("files/f" + std::to_string(number));
+    model.home.makeFile("files/large", 1000);
+    begin(model.state, model.path("files"));
+    model.work();
+    ASSERT_EQ(rowCount(model.state), 6001U);
+    EXPECT_EQ(entryAt(model.state, 0)->name, "large");
+    model.type("<End>");
+    const std::string_view selected = entryAt(model.state, model.state.cursor().row)->name;
+    update(model.state, KeyPress::of("n"));
+    EXPECT_EQ(model.state.requests.size(), 1U) << "asked for, not done";
+    EXPECT_EQ(rowCount(model.state), 6001U) << "the old order meanwhile";
+    model.work();
+    EXPECT_EQ(entryAt(model.state, 0)->name, "f0");
+    EXPECT_EQ(entryAt(model.state, model.state.cursor().row)->name, selected);
+    update(model.state, KeyPress::of("A"));
+    EXPECT_EQ(model.state.marks.count(), 6001U);
+    model.work();
+    model.type("/lar<Enter>");
+    EXPECT_EQ(rowCount(model.state), 1U);
+}
+
+TEST(BrowserModelTests, typedLines) {
+    const Date now = currentDate();
+    const SearchConditions conditions =
+        typedConditions("'two words' *.pdf >10MB <1GB --older 30d --kind file", SizeMode::allocated, now);
+    EXPECT_EQ(conditions.names.size(), 2U);
+    EXPECT_EQ(conditions.names.front().text, "two words");
+    EXPECT_EQ(conditions.minimumSize, 10'000'000);
+    EXPECT_EQ(conditions.maximumSize, 1'000'000'000);
+    EXPECT_EQ(conditions.kinds, std::vector{SearchKind::file});
+    EXPECT_TRUE(conditions.modified.before.has_value());
+    EXPECT_ANY_THROW(typedConditions("--older soon", SizeMode::apparent, now));
+    EXPECT_ANY_THROW(typedConditions("--unknown", SizeMode::apparent, now));
+    for (const CleanupRule& rule : CleanupRule::presets()) {
+        CleanupRule again = typedRule(ruleText(rule));
+        again.id = rule.id;
+        again.isEnabled = rule.isEnabled;
+        EXPECT_EQ(again, rule.normalized()) << ruleText(rule);
+    }
+    EXPECT_ANY_THROW(typedRule("everything"));
+}
+
+} // namespace tarnwell::test

@@ -1,0 +1,189 @@
+#include "Tests/TidyKit/BrowserScene.hpp"
+
+#include "TarnwellCore/Settings/AppSettings.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <utility>
+
+namespace fs = std::filesystem;
+
+namespace tarnwell::test {
+
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+/// A folder as people have them, with a home of its own around it.
+struct PaperScene : BrowserScene {
+    PaperScene() {
+        for (const auto& [file, size] : {std::pair{"Films/holiday.mp4", 4'200'000},
+                                         {"Films/wedding.mov", 1'300'000},
+                                         {"Papers/report.pdf", 640'000},
+                                         {"Papers/old/draft.pdf", 620'000},
+                                         {"Papers/old/draft copy.pdf", 620'000},
+                                         {"archive.zip", 2'500'000},
+                                         {".hidden", 10'000},
+                                         {"notes.txt", 1200}})
+            home.makeFile(std::string("files/") + file, static_cast<std::uint64_t>(size));
+        const timespec day[2] = {{.tv_sec = 1'714'550'000, .tv_nsec = 0}, {.tv_sec = 1'714'550'000, .tv_nsec = 0}};
+        for (const char* item : {"Films/holiday.mp4", "Films/wedding.mov", "Papers/report.pdf", "Papers/old/draft.pdf",
+                                 "Papers/old/draft copy.pdf", "archive.zip", ".hidden", "notes.txt", "Films", "Papers/old",
+                                 "Papers", ""})
+            EXPECT_EQ(::utimensat(AT_FDCWD, path(std::string("files/") + item).c_str(), day, 0), 0);
+    }
+    bool has(std::string_view file) const { return fs::exists(home / "files" / file); }
+};
+
+} // namespace
+
+// What each view looks like. To renew: TARNWELL_RENEW_SCREENS=1, then look at the differences.
+TEST(BrowserTests, screens) {
+    PaperScene scene;
+    const struct {
+        const char* name;
+        const char* keys;
+        GridSize size = {80, 24};
+    } scenes[] = {
+        {"list", ""},
+        {"list-columns", "cmzt"},
+        {"list-small", "j", {40, 10}},
+        {"list-wide", "j", {140, 24}},
+        {"list-by-name", "n"},
+        {"details", "ji"},
+        {"filter", "/PA"},
+        {"filtered", "/pa<Enter>"},
+        {"find", "fdraft<Enter>"},
+        {"find-error", "f--older soon<Enter>"},
+        {"jump", "fcopy<Enter><Enter>"},
+        {"map", "<Tab>"},
+        {"map-small", "<Tab>l", {40, 10}},
+        {"largest", "<Tab><Tab>"},
+        {"categories", "<Tab><Tab><Tab>"},
+        {"ages", "<Tab><Tab><Tab><Tab>"},
+        {"marked", "A"},
+        {"marked-details", " i "},
+        {"question", " d"},
+        {"word", "D"},
+        {"changes", "w<Tab><Tab><Tab><Tab><Tab>"},
+        {"rules", "<Tab><Tab><Tab><Tab><Tab><Tab><Tab>"},
+        {"rule", "<Tab><Tab><Tab><Tab><Tab><Tab><Tab>nBig --larger 1MB"},
+        {"duplicates", "<Tab><Tab><Tab><Tab><Tab><Tab><Tab><Tab><Enter>"},
+        {"volumes", "V"},
+        {"help", "?"},
+        {"help-small", "?jj", {40, 10}},
+    };
+    CleanupRule rule;
+    rule.id = "one";
+    rule.name = "Old papers";
+    rule.extensions = {"pdf"};
+    rule.olderThanDays = 90;
+    for (const auto& each : scenes) {
+        scene.size = each.size;
+        AppSettings settings(scene.services.settings());
+        settings.setCleanupRules(std::vector{rule});
+        settings.setDuplicateMinimumSizeBytes(1000);
+        scene.expectScreen(each.name, each.keys);
+        fs::remove(scene.home / ".settings.json");
+    }
+}
+
+TEST(BrowserTests, movesToTheTrashAndBack) {
+    PaperScene scene;
+    // The first two rows by size: the films and the archive.
+    EXPECT_THAT(scene.screenAfter("  d"), HasSubstr("Move 2 items to the Trash?"));
+    EXPECT_THAT(scene.screenAfter("  dn"), HasSubstr("Nothing was done."));
+    EXPECT_TRUE(scene.has("archive.zip"));
+    const std::string after = scene.screenAfter("  dy");
+    EXPECT_FALSE(scene.has("archive.zip"));
+    EXPECT_FALSE(scene.has("Films"));
+    EXPECT_THAT(after, Not(HasSubstr("archive.zip")));
+    EXPECT_THAT(after, HasSubstr("2 items done"));
+    EXPECT_THAT(after, HasSubstr("Size 2 MB")) << "the sums above are less by what went";
+    // Another browser: the journal knows.
+    EXPECT_THAT(scene.screenAfter("u"), HasSubstr("archive.zip"));
+    EXPECT_TRUE(scene.has("archive.zip"));
+    EXPECT_TRUE(scene.has("Films/wedding.mov"));
+    // At once, when the settings say so, and back within the same tree.
+    AppSettings(scene.services.settings()).setConfirmBeforeTrash(false);
+    EXPECT_THAT(scene.screenAfter("jdu"), HasSubstr("archive.zip"));
+    EXPECT_TRUE(scene.has("archive.zip"));
+    // From the Trash's own view.
+    scene.screenAfter("jd");
+    EXPECT_FALSE(scene.has("archive.zip"));
+    EXPECT_THAT(scene.screenAfter("<S-Tab><Enter>"), HasSubstr("put back"));
+    EXPECT_TRUE(scene.has("archive.zip"));
+}
+
+TEST(BrowserTests, deletesForGoodOnlyAfterTheWord) {
+    PaperScene scene;
+    scene.screenAfter("jDdel<Enter>");
+    EXPECT_TRUE(scene.has("archive.zip"));
+    scene.screenAfter("jDdelete<Esc>");
+    EXPECT_TRUE(scene.has("archive.zip"));
+    scene.screenAfter("jDdelete<Enter>");
+    EXPECT_FALSE(scene.has("archive.zip"));
+    scene.isReadOnly = true;
+    EXPECT_THAT(scene.screenAfter("d"), HasSubstr("only looks"));
+    scene.screenAfter("Ddelete<Enter>u E  dy");
+    EXPECT_TRUE(scene.has("Films/wedding.mov"));
+    EXPECT_THAT(scene.screenAfter("?"), Not(HasSubstr("Acting")));
+}
+
+TEST(BrowserTests, protectedPlacesAndAncestors) {
+    PaperScene scene;
+    const fs::path home = scene.home / "files/Films";
+    scene.services.home = [home] { return home; };
+    EXPECT_THAT(scene.screenAfter(" "), HasSubstr("cannot be marked: It is the home folder."));
+    EXPECT_THAT(scene.screenAfter("d"), HasSubstr("stays"));
+    EXPECT_THAT(scene.screenAfter("AGk"), HasSubstr("4 marked")) << "all but the home, and without what is hidden or not";
+    // Marked below, then the folder: one item.
+    EXPECT_THAT(scene.screenAfter("jjl h "), HasSubstr("1 marked"));
+    EXPECT_THAT(scene.screenAfter("jj kl "), HasSubstr("A folder above it is marked."));
+    EXPECT_THAT(scene.screenAfter("fdraft<Enter>A"), HasSubstr("2 marked"));
+    EXPECT_THAT(scene.screenAfter("jvjj U"), Not(HasSubstr("marked")));
+}
+
+TEST(BrowserTests, goesOnWhenThingsFail) {
+    PaperScene scene;
+    scene.services.moveAllToTrash = [](const std::vector<fs::path>& items) {
+        std::vector<TrashOutcome> outcomes;
+        for (const fs::path& item : items)
+            outcomes.push_back({item, std::nullopt, "There is no room left in the Trash."});
+        return outcomes;
+    };
+    EXPECT_THAT(scene.screenAfter("  dy"), HasSubstr("2 not: see Outcomes"));
+    EXPECT_THAT(scene.screenAfter("  dy<S-Tab>"), HasSubstr("There is no room left in the Trash."));
+    EXPECT_THAT(scene.screenAfter("R"), HasSubstr("no desktop"));
+    const std::string folder = std::exchange(scene.folder, scene.path("nowhere"));
+    EXPECT_THAT(scene.screenAfter(""), testing::AllOf(HasSubstr("nowhere"), HasSubstr("Photos")));
+    scene.folder = folder;
+    scene.services.listTrash = []() -> TrashListing { throw std::runtime_error("The Trash is gone."); };
+    EXPECT_THAT(scene.screenAfter("u"), HasSubstr("The Trash is gone."));
+    scene.services.volumes = []() -> std::vector<VolumeInfo> { throw std::runtime_error("No volumes."); };
+    EXPECT_THAT(scene.screenAfter("V"), HasSubstr("No volumes."));
+}
+
+TEST(BrowserTests, remembersAndTells) {
+    PaperScene scene;
+    scene.screenAfter("nca<Tab><Tab>q");
+    EXPECT_THAT(scene.screenAfter("<S-Tab><S-Tab>"), HasSubstr("Items"));
+    scene.folder.clear();
+    EXPECT_THAT(scene.screenAfter(""), HasSubstr("Last folder"));
+    EXPECT_THAT(scene.screenAfter("<Enter>"), HasSubstr("/files"));
+    scene.folder = scene.path("files");
+    fs::remove(scene.home / ".settings.json");
+    scene.screenAfter("jp");
+    EXPECT_EQ(scene.clipboard, scene.path("files/archive.zip"));
+    EXPECT_THAT(scene.screenAfter("g" + scene.path("files/Papers") + "<Enter>"), HasSubstr("report.pdf"));
+    scene.screenAfter("w<Tab><Tab><Tab><Tab><Tab>");
+    EXPECT_EQ(scene.services.snapshotStore()->list().size(), 1);
+    EXPECT_GE(scene.services.history().list().size(), 4);
+}
+
+} // namespace tarnwell::test
