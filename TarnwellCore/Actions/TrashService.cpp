@@ -90,6 +90,8 @@ struct TrashMoves::State {
     void plan() noexcept { set.emplace(service.journal.plan(items)); }
     void move(std::size_t number) noexcept {
         TrashOutcome& outcome = outcomes[number];
+        outcome.trashedTo.reset(); // of an item that was moved before
+        outcome.failure.reset();
         moveOne(service, outcome);
         if (outcome.trashedTo)
             set->noteMoved(number, *outcome.trashedTo);
