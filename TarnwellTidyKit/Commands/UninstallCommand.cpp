@@ -40,7 +40,7 @@ fs::path locationOf(const UninstallRequest& request, const Uninstaller& uninstal
         return called.front().location;
     std::string message = "Several are called '" + request.application + "'; name one by its path:";
     for (const InstalledApplication& application : called)
-        message += "\n  " + application.location.native();
+        message += (&application == &called.front() ? " " : ", ") + application.location.native();
     throw std::runtime_error(message);
 }
 

@@ -260,6 +260,7 @@ TEST(DuplicatesCommand, CopiesComeToShareTheirBlocks) {
         const std::string text(200'000, 's');
         for (const char* name : {"a", "b", "deeper/c"})
             folder.writeFile(name, text);
+        ::sync(); // blocks are there from then on
         const Words words = {"duplicates", folder.path().string(), "--share", "--min", "1kB"};
         const auto with = [&](const char* word) {
             Words all = words;

@@ -218,6 +218,7 @@ test::FaultScenario sharing(const char* how, const fs::path& place) {
             return {};
         },
         .place = place,
+        .mayGiveUpInterrupted = true,
         .failsSilently = false,
     };
 }

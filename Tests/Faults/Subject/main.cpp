@@ -5,6 +5,7 @@
 #include "TarnwellCore/Actions/TrashService.hpp"
 #include "TarnwellCore/Analysis/Shell.hpp"
 #include "TarnwellCore/Platform/CloneReplacement.hpp"
+#include "TarnwellCore/Platform/FileCalls.hpp"
 #include "TarnwellCore/Platform/UserDefaults.hpp"
 #include "TarnwellCore/Scanning/DiskInfo.hpp"
 #include "TarnwellCore/Scanning/DiskScanner.hpp"
@@ -94,14 +95,23 @@ int copyFile(int from, int folder, const char* name) {
         return -1;
     std::array<char, 4096> buffer;
     ssize_t count = 0;
-    off_t offset = 0;
-    while ((count = ::pread(from, buffer.data(), buffer.size(), offset)) > 0 &&
-           ::write(to, buffer.data(), static_cast<std::size_t>(count)) == count)
-        offset += count;
+    for (off_t offset = 0; count >= 0; offset += count) {
+        count = withoutInterruption([&] { return ::pread(from, buffer.data(), buffer.size(), offset); });
+        if (count == 0)
+            break;
+        for (ssize_t done = 0, written = 0; done < count; done += written) {
+            written = withoutInterruption(
+                [&] { return ::write(to, buffer.data() + done, static_cast<std::size_t>(count - done)); });
+            if (written <= 0) {
+                count = -1;
+                break;
+            }
+        }
+    }
     ::close(to);
-    if (count != 0)
+    if (count < 0)
         ::unlinkat(folder, name, 0);
-    return count == 0 ? 0 : -1;
+    return count < 0 ? -1 : 0;
 }
 
 int copyLooks(int from, int folder, const char* name) {
