@@ -65,9 +65,9 @@ Scene::Scene() : services(TidyServices::live()) {
     };
     services.scheduleInstaller.run = [](const ScheduledJobPlan::Command&) { return std::nullopt; };
     services.moveToTrash = [folder](const fs::path& item) { return moveAside(item, folder / ".trash"); };
-    const auto restorer = [folder] {
+    const auto restorer = [this, folder] {
         TrashRestorer made(folder, TrashJournal(folder / ".journal"));
-        made.trashFolders = [](const fs::path& place) { return std::vector<fs::path>{place / ".trash"}; };
+        made.trashFolders = services.trashFolders; // as the test may have replaced it
         return made;
     };
     const auto trashService = [this, folder] {
