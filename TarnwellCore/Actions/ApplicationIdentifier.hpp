@@ -24,8 +24,8 @@ bool isUsableIdentifier(std::string_view identifier);
 /// is not usable. Below one of two components, which may be a maker's, is nothing.
 IdentifierMatch matchIdentifier(std::string_view name, std::string_view identifier);
 
-/// The maker's part of an identifier, "com.example", or "io.github.ann" on what hosts many makers' work; empty
-/// when nothing comes behind it, and for the maker of the system, whose things are everybody's.
+/// The maker's part of an identifier, "com.example", or "io.github.ann" on what hosts many makers' work;
+/// empty when nothing comes behind it, and for the maker of the system, whose things are everybody's.
 std::string_view makerPrefix(std::string_view identifier);
 /// The maker's name in it, "example", and the application's, its last component; empty likewise.
 std::string_view makerName(std::string_view identifier);

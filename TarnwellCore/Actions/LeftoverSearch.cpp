@@ -28,7 +28,7 @@ namespace {
 
 using Holds = LeftoverPlace::Holds;
 
-constexpr std::size_t longestText = std::size_t{4} << 20;
+constexpr std::size_t longestDocument = std::size_t{4} << 20;
 
 std::optional<struct stat> statusOf(const fs::path& path) {
     struct stat status = {};
@@ -37,7 +37,7 @@ std::optional<struct stat> statusOf(const fs::path& path) {
     return status;
 }
 
-bool isFolder(const fs::path& path) {
+bool isRealFolder(const fs::path& path) {
     const auto status = statusOf(path);
     return status && S_ISDIR(status->st_mode);
 }
@@ -75,7 +75,7 @@ public:
 
     void look(const LeftoverPlace& place) {
         const fs::path folder = place.folder();
-        if (!isFolder(folder) && !fs::is_directory(folder, error_))
+        if (!isRealFolder(folder) && !fs::is_directory(folder, error_))
             return;
         if (!isReachedByTrustedLinks(place) || ::access(folder.c_str(), R_OK | X_OK) != 0) {
             found_.unreadable.push_back(folder);
@@ -121,7 +121,7 @@ private:
     }
 
     void lookAt(const fs::path& path, const std::string& name, const LeftoverPlace& place) {
-        if (place.hasNames && isSameName(name, makerName(application_.identifier)) && isFolder(path))
+        if (place.hasNames && isSameName(name, makerName(application_.identifier)) && isRealFolder(path))
             for (const std::string& inner : entryNames(path))
                 if (isNameInMakersFolder(inner))
                     add(path / inner, place.safety, {LeftoverReason::makersFolder});
@@ -215,9 +215,10 @@ private:
     }
 
     std::optional<Match> bundleMatch(const fs::path& path) const {
-        if (!isFolder(path))
+        if (!isRealFolder(path))
             return std::nullopt;
-        const WholeFile file = WholeFile::read(path / "Contents/Info.plist", FileCalls::live(), longestText);
+        const WholeFile file =
+            WholeFile::read(path / "Contents/Info.plist", FileCalls::live(), longestDocument);
         const auto texts = readPropertyList(file.text);
         const auto identifier =
             texts ? texts->find("CFBundleIdentifier") : PropertyListTexts::const_iterator();
@@ -230,7 +231,7 @@ private:
     }
 
     bool startsProgram(const fs::path& path) const {
-        const auto texts = readPropertyList(WholeFile::read(path, FileCalls::live(), longestText).text);
+        const auto texts = readPropertyList(WholeFile::read(path, FileCalls::live(), longestDocument).text);
         if (!texts)
             return false;
         for (const char* key : {"Program", "ProgramArguments"})

@@ -140,7 +140,8 @@ private:
         if (status.st_dev != device_)
             return fail(name, EXDEV); // mounted there
         Descriptor child(::openat(folder, name.c_str(), folderFlags));
-        if (!child.isOpen() && errno == EACCES && ::fchmodat(folder, name.c_str(), 0700, AT_SYMLINK_NOFOLLOW) == 0)
+        if (!child.isOpen() && errno == EACCES &&
+            ::fchmodat(folder, name.c_str(), 0700, AT_SYMLINK_NOFOLLOW) == 0)
             child = Descriptor(::openat(folder, name.c_str(), folderFlags));
         if (!child.isOpen())
             return fail(name, errno);

@@ -75,6 +75,7 @@ struct MirroredFolder {
     FileNodeFlags flags = {};
     bool isRead = false;
     bool isSettled = false;
+    bool hasFiles = false;
 };
 
 class Mirror {
@@ -148,6 +149,7 @@ private:
             if (folders_.size() + below.size() >= none)
                 throw std::bad_alloc();
             folders_[place].isSettled = true;
+            folders_[place].hasFiles = node.children().size() > below.size();
             folders_[place].firstBelow = static_cast<std::uint32_t>(folders_.size());
             folders_[place].countBelow = static_cast<std::uint32_t>(below.size());
             for (FileNode* child : below) {
@@ -265,10 +267,10 @@ const std::shared_ptr<const Files>* LiveTree::State::filesAt(std::uint32_t place
     if (!folder.isSettled)
         return &noFiles();
     std::shared_ptr<const Files> list = noFiles();
-    const auto children = folder.node->children();
-    if (children.size() > folder.countBelow) {
+    if (folder.hasFiles) {
         if (phase == LiveState::settling || isTorn)
             return nullptr;
+        const auto children = folder.node->children();
         auto files = std::make_shared<Files>();
         files->reserve(children.size() - folder.countBelow);
         for (const FileNode* child : children.first(children.size() - folder.countBelow))

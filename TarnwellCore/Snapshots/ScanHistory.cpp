@@ -32,7 +32,7 @@ constexpr std::string_view categoriesMember = "categories";
 
 struct Figure {
     std::string_view name;
-    std::int64_t ScanRecord::*place;
+    std::int64_t ScanRecord::* place;
 };
 constexpr Figure figures[] = {{"totalSize", &ScanRecord::totalSize},
                               {"totalAllocatedSize", &ScanRecord::totalAllocatedSize},

@@ -38,8 +38,8 @@ std::vector<fs::path> mayGo(const JobContext& context, const std::vector<std::st
     }
     for (const fs::path& path : SQLiteSidecarFiles::incompleteFamilyPaths(items)) {
         std::erase(items, path);
-        acted.outcomes.push_back({.source = path.native(),
-                                  .failure = std::string(SQLiteSidecarFiles::reviewReason) + "."});
+        acted.outcomes.push_back(
+            {.source = path.native(), .failure = std::string(SQLiteSidecarFiles::reviewReason) + "."});
     }
     return items;
 }
@@ -64,10 +64,9 @@ void forEach(const JobContext& context, const std::vector<std::string>& paths, A
     std::size_t number = 0;
     outcomes.actOnEach(commands, paths, [&](const std::string& path) {
         if (++number % 64 == 0)
-            context.post(BrowserEvents::Progressed{context.id, groupedNumber(static_cast<std::int64_t>(number)) +
-                                                                   " of " +
-                                                                   groupedNumber(static_cast<std::int64_t>(
-                                                                       paths.size()))});
+            context.post(BrowserEvents::Progressed{
+                context.id, groupedNumber(static_cast<std::int64_t>(number)) + " of " +
+                                groupedNumber(static_cast<std::int64_t>(paths.size()))});
         return step(commands, path);
     });
     std::ranges::move(outcomes.all, std::back_inserter(acted.outcomes));
@@ -96,7 +95,8 @@ void ActingJobs::operator()(const BrowserJobs::Trash& job) const {
         TidyContext commands(context.services, context.surroundings);
         for (const TrashOutcome& moved :
              commands.act([&] { return context.services.moveAllToTrash(items); })) {
-            TidyOutcome outcome{.source = moved.source.native(), .done = "in the Trash", .failure = moved.failure};
+            TidyOutcome outcome{
+                .source = moved.source.native(), .done = "in the Trash", .failure = moved.failure};
             if (!moved.failure)
                 acted.gone.push_back(moved.source.native());
             acted.outcomes.push_back(std::move(outcome));
@@ -108,9 +108,11 @@ void ActingJobs::operator()(const BrowserJobs::Trash& job) const {
 void ActingJobs::operator()(const BrowserJobs::Undo&) const {
     Acted acted{.id = context.id, .title = "Undo"};
     const TrashListing listing = context.services.listTrash();
-    const auto last = std::ranges::find_if(listing.items, [](const TrashedItem& item) { return item.set.has_value(); });
+    const auto last =
+        std::ranges::find_if(listing.items, [](const TrashedItem& item) { return item.set.has_value(); });
     if (last == listing.items.end())
-        throw std::runtime_error("There is nothing to undo: nothing that was moved from here is in the Trash.");
+        throw std::runtime_error(
+            "There is nothing to undo: nothing that was moved from here is in the Trash.");
     TidyContext commands(context.services, context.surroundings);
     noteRestored(commands.act([&] { return context.services.restoreSet(*last->set); }), acted);
     context.post(std::move(acted));
@@ -119,10 +121,9 @@ void ActingJobs::operator()(const BrowserJobs::Undo&) const {
 void ActingJobs::operator()(const BrowserJobs::Restore& job) const {
     Acted acted{.id = context.id, .title = "Put back"};
     TidyContext commands(context.services, context.surroundings);
-    noteRestored(commands.act([&] {
-        return context.services.restore({job.locations.begin(), job.locations.end()});
-    }),
-                 acted);
+    noteRestored(
+        commands.act([&] { return context.services.restore({job.locations.begin(), job.locations.end()}); }),
+        acted);
     context.post(std::move(acted));
 }
 
@@ -137,10 +138,9 @@ void ActingJobs::operator()(const BrowserJobs::Remove& job) const {
         if (result.isComplete) {
             acted.gone.push_back(path);
         } else {
-            outcome.failure = result.wasCancelled ? "Called off; part of it is gone."
-                              : result.failures.empty()
-                                  ? std::string("It could not be deleted.")
-                                  : result.failures.front().message;
+            outcome.failure = result.wasCancelled       ? "Called off; part of it is gone."
+                              : result.failures.empty() ? std::string("It could not be deleted.")
+                                                        : result.failures.front().message;
             for (const RemovalResult::Failure& failure : result.failures)
                 acted.outcomes.push_back({.source = failure.path, .failure = failure.message});
         }

@@ -41,8 +41,9 @@ public:
           queue_(JobRunner(*setup.services, *setup.surroundings, setup.isReadOnly, setup.scan),
                  [&screen] { screen.wake(); }) {
         const BrowserMemory memory = BrowserMemory::load(AppSettings(setup.services->settings()));
-        state_.view = memory.view == BrowserView::found || memory.view == BrowserView::outcomes ? BrowserView::list
-                                                                                               : memory.view;
+        state_.view = memory.view == BrowserView::found || memory.view == BrowserView::outcomes
+                          ? BrowserView::list
+                          : memory.view;
         state_.choice.sort = memory.sort;
         state_.choice.mode = memory.mode;
         state_.choice.showsHidden = memory.showsHidden;

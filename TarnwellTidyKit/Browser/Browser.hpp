@@ -15,8 +15,9 @@ namespace tarnwell {
 
 class LiveTree;
 
-using BrowserScan = std::function<ScanResult(const std::filesystem::path&, ScanOptions, DiskScanner::ProgressHandler,
-                                             CancellationToken, std::shared_ptr<LiveTree>)>;
+using BrowserScan =
+    std::function<ScanResult(const std::filesystem::path&, ScanOptions, DiskScanner::ProgressHandler,
+                             CancellationToken, std::shared_ptr<LiveTree>)>;
 
 struct BrowserSetup {
     /// A full path; empty to begin with the volumes.

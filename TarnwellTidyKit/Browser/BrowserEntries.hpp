@@ -35,7 +35,9 @@ struct BrowserEntry {
     const FileNode* node = nullptr;
 
     std::int64_t sizeFor(SizeMode mode) const {
-        return mode == SizeMode::apparent ? size : mode == SizeMode::allocated ? allocatedSize : reclaimableSize;
+        return mode == SizeMode::apparent    ? size
+               : mode == SizeMode::allocated ? allocatedSize
+                                             : reclaimableSize;
     }
     std::int64_t itemCount() const { return isDirectory ? fileCount + directoryCount : 1; }
 };

@@ -2,10 +2,10 @@
 
 // What comes of jobs, as values for the model. `id` is that of the request.
 
+#include "TarnwellCore/Actions/TrashRestorer.hpp"
 #include "TarnwellCore/Analysis/DuplicateResult.hpp"
 #include "TarnwellCore/Analysis/RuleEvaluator.hpp"
 #include "TarnwellCore/Analysis/Search.hpp"
-#include "TarnwellCore/Actions/TrashRestorer.hpp"
 #include "TarnwellCore/Layout/TreemapItem.hpp"
 #include "TarnwellCore/Scanning/VolumeInfo.hpp"
 #include "TarnwellCore/Snapshots/GrowthTrend.hpp"
@@ -139,11 +139,11 @@ struct Failed {
 
 } // namespace BrowserEvents
 
-using BrowserEvent =
-    std::variant<BrowserEvents::ScanProgressed, BrowserEvents::ScanEnded, BrowserEvents::Ordered,
-                 BrowserEvents::Mapped, BrowserEvents::Freed, BrowserEvents::Figures, BrowserEvents::Found, BrowserEvents::Findings,
-                 BrowserEvents::Rules, BrowserEvents::Duplicates, BrowserEvents::Changes,
-                 BrowserEvents::Volumes, BrowserEvents::History, BrowserEvents::TrashListed,
-                 BrowserEvents::Acted, BrowserEvents::Progressed, BrowserEvents::Failed>;
+using BrowserEvent = std::variant<BrowserEvents::ScanProgressed, BrowserEvents::ScanEnded,
+                                  BrowserEvents::Ordered, BrowserEvents::Mapped, BrowserEvents::Freed,
+                                  BrowserEvents::Figures, BrowserEvents::Found, BrowserEvents::Findings,
+                                  BrowserEvents::Rules, BrowserEvents::Duplicates, BrowserEvents::Changes,
+                                  BrowserEvents::Volumes, BrowserEvents::History, BrowserEvents::TrashListed,
+                                  BrowserEvents::Acted, BrowserEvents::Progressed, BrowserEvents::Failed>;
 
 } // namespace tarnwell

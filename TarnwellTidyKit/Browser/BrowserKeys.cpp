@@ -17,7 +17,8 @@ constexpr BrowserKey moving[] = {
     {right, "<Right>|l", "", "", ""},
     {apply, "<Enter>", "⏎", "do it", "In findings: do what the finding offers, after a question", 11},
     {restore, "<Enter>", "⏎", "put back", "In the Trash: put the item back where it was", 11},
-    {enter, "<Enter>|<Right>|l", "⏎ → l", "open", "Go into the folder, to the item, or show what the row stands for", 10},
+    {enter, "<Enter>|<Right>|l", "⏎ → l", "open",
+     "Go into the folder, to the item, or show what the row stands for", 10},
     {leave, "<Backspace>|<Left>|h|<lt>", "⌫ ← h", "", "Go to the folder above"},
     {pageUp, "<PageUp>|<C-b>", "PgUp", "", "One page up"},
     {pageDown, "<PageDown>|<C-f>", "PgDn", "", "One page down"},
@@ -48,7 +49,8 @@ constexpr BrowserKey looking[] = {
     {changeColumn, "y", "", "", "Column with the change since a snapshot"},
     {details, "i", "", "details", "Details of the item", 55},
     {filter, "/", "", "filter", "Show only names that hold what you type", 44},
-    {find, "f", "", "find", "Search the folder: words, >100MB, <1GB, and the options of find such as --older 1y", 45},
+    {find, "f", "", "find",
+     "Search the folder: words, >100MB, <1GB, and the options of find such as --older 1y", 45},
     {older, "[", "", "older", "In changes: compare with the snapshot before", 36},
     {newer, "]", "", "newer", "In changes: compare with the snapshot after", 37},
     {rescan, "r|<F5>", "r", "rescan", "Scan this folder again", 70},
@@ -85,10 +87,11 @@ constexpr std::array<BrowserKeyGroup, 5> groups = {{{"Moving", moving},
                                                     {"The program", program}}};
 
 constexpr std::pair<std::string_view, Key> keyNames[] = {
-    {"Up", Key::up},           {"Down", Key::down},           {"Left", Key::left},     {"Right", Key::right},
-    {"Enter", Key::enter},     {"Backspace", Key::backspace}, {"Esc", Key::escape},    {"PageUp", Key::pageUp},
-    {"PageDown", Key::pageDown}, {"Home", Key::home},         {"End", Key::end},       {"Tab", Key::tab},
-    {"Delete", Key::remove},   {"F1", Key::f1},               {"F5", Key::f5}};
+    {"Up", Key::up},         {"Down", Key::down},     {"Left", Key::left},
+    {"Right", Key::right},   {"Enter", Key::enter},   {"Backspace", Key::backspace},
+    {"Esc", Key::escape},    {"PageUp", Key::pageUp}, {"PageDown", Key::pageDown},
+    {"Home", Key::home},     {"End", Key::end},       {"Tab", Key::tab},
+    {"Delete", Key::remove}, {"F1", Key::f1},         {"F5", Key::f5}};
 
 bool isKey(const KeyPress& press, std::string_view spec) {
     if (spec.size() < 3 || !spec.starts_with('<') || !spec.ends_with('>'))
@@ -138,9 +141,9 @@ bool isAvailableInView(BrowserCommand command, const BrowserState& state) {
     case enter:
         if (view == BrowserView::duplicates && !hasRows)
             return state.tree != nullptr && !state.isScanning() && !state.duplicates.isLoading();
-        return view == BrowserView::map || (hasRows && view != BrowserView::findings &&
-                                            view != BrowserView::trash && view != BrowserView::history &&
-                                            view != BrowserView::outcomes);
+        return view == BrowserView::map ||
+               (hasRows && view != BrowserView::findings && view != BrowserView::trash &&
+                view != BrowserView::history && view != BrowserView::outcomes);
     case sortBySize:
     case sortByName:
     case sortByItems:

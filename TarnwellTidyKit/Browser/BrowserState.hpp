@@ -209,7 +209,8 @@ struct BrowserState {
     std::function<Date()> now;
 };
 
-// --- What views and updates ask of it -----------------------------------------------------------------------
+// --- What views and updates ask of it
+// -----------------------------------------------------------------------
 
 /// How many rows the view has; of the map none.
 std::size_t rowCount(const BrowserState& state);

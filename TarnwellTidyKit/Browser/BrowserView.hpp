@@ -33,20 +33,21 @@ struct BrowserViewName {
     /// For people.
     std::string_view title;
 };
-inline constexpr std::array<BrowserViewName, browserViewCount> browserViewNames = {{{"list", "List"},
-                                                                                    {"map", "Map"},
-                                                                                    {"largest", "Largest"},
-                                                                                    {"found", "Found"},
-                                                                                    {"categories", "Categories"},
-                                                                                    {"ages", "Ages"},
-                                                                                    {"changes", "Changes"},
-                                                                                    {"findings", "Findings"},
-                                                                                    {"rules", "Rules"},
-                                                                                    {"duplicates", "Duplicates"},
-                                                                                    {"volumes", "Volumes"},
-                                                                                    {"history", "History"},
-                                                                                    {"trash", "Trash"},
-                                                                                    {"outcomes", "Outcomes"}}};
+inline constexpr std::array<BrowserViewName, browserViewCount> browserViewNames = {
+    {{"list", "List"},
+     {"map", "Map"},
+     {"largest", "Largest"},
+     {"found", "Found"},
+     {"categories", "Categories"},
+     {"ages", "Ages"},
+     {"changes", "Changes"},
+     {"findings", "Findings"},
+     {"rules", "Rules"},
+     {"duplicates", "Duplicates"},
+     {"volumes", "Volumes"},
+     {"history", "History"},
+     {"trash", "Trash"},
+     {"outcomes", "Outcomes"}}};
 
 constexpr std::string_view titleOf(BrowserView view) {
     return browserViewNames[static_cast<std::size_t>(view)].title;

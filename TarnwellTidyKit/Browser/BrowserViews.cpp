@@ -113,7 +113,8 @@ std::optional<BrowserClick> whatIsAt(const BrowserState& state, GridSize size, G
                 return BrowserClick{Kind::tile, tile};
         return std::nullopt;
     }
-    return BrowserClick{Kind::row, state.cursor().top + static_cast<std::size_t>(point.row - layout.body.row)};
+    return BrowserClick{Kind::row,
+                        state.cursor().top + static_cast<std::size_t>(point.row - layout.body.row)};
 }
 
 } // namespace tarnwell

@@ -16,7 +16,8 @@ namespace {
 
 /// Takes off what has gone since: its files are in the sums of the tree.
 void takeOff(ReportFigures& figures, const FileNode& gone, SizeMode mode, Date now) {
-    if (!gone.isDirectory() && (gone.isHardlinkDuplicate() || gone.flags.contains(FileNodeFlags::inaccessible)))
+    if (!gone.isDirectory() &&
+        (gone.isHardlinkDuplicate() || gone.flags.contains(FileNodeFlags::inaccessible)))
         return;
     ReportFigures less = ReportFigures::of(gone, mode, 0, now);
     const auto subtract = [](FigureSum& from, const FigureSum& what) {
@@ -62,7 +63,8 @@ void LookingJobs::operator()(const BrowserJobs::Scan& job) const {
 }
 
 void LookingJobs::operator()(const BrowserJobs::Order& job) const {
-    auto order = std::make_shared<const Ordering>(ordered(*job.entries, job.choice, job.place, context.token));
+    auto order =
+        std::make_shared<const Ordering>(ordered(*job.entries, job.choice, job.place, context.token));
     if (!context.token.isCancelled())
         context.post(BrowserEvents::Ordered{context.id, std::move(order)});
 }
@@ -75,9 +77,9 @@ void LookingJobs::operator()(const BrowserJobs::Map& job) const {
                                              .minimumSideForRecursion = 5,
                                              .maximumDepth = 4,
                                              .sizeMode = job.mode};
-    context.post(BrowserEvents::Mapped{
-        context.id, TreemapLayout::layout(*job.folder, Rect(0, 0, job.width, job.height), configuration,
-                                          job.removals->nodes())});
+    context.post(BrowserEvents::Mapped{context.id,
+                                       TreemapLayout::layout(*job.folder, Rect(0, 0, job.width, job.height),
+                                                             configuration, job.removals->nodes())});
 }
 
 void LookingJobs::operator()(const BrowserJobs::Freed& job) const {
@@ -136,17 +138,17 @@ void LookingJobs::operator()(const BrowserJobs::Duplicates& job) const {
     const std::shared_ptr<const FileNode> root(job.tree, job.folder);
     DuplicateResult result =
         context.services
-            .findDuplicates({root}, options,
-                            [&](const DuplicateProgress& progress) {
-                                context.post(BrowserEvents::Progressed{
-                                    context.id, sizeText(progress.bytesRead) + " of " +
-                                                    sizeText(progress.bytesToRead) + " read, " +
-                                                    countedText(progress.groupCount, "group", "groups")});
-                            },
-                            context.token)
+            .findDuplicates(
+                {root}, options,
+                [&](const DuplicateProgress& progress) {
+                    context.post(BrowserEvents::Progressed{
+                        context.id, sizeText(progress.bytesRead) + " of " + sizeText(progress.bytesToRead) +
+                                        " read, " + countedText(progress.groupCount, "group", "groups")});
+                },
+                context.token)
             .get();
-    context.post(BrowserEvents::Duplicates{context.id,
-                                           std::make_shared<const DuplicateResult>(std::move(result))});
+    context.post(
+        BrowserEvents::Duplicates{context.id, std::make_shared<const DuplicateResult>(std::move(result))});
 }
 
 void LookingJobs::operator()(const BrowserJobs::Changes& job) const {
@@ -162,9 +164,9 @@ void LookingJobs::operator()(const BrowserJobs::Changes& job) const {
         found->number = job.number;
         found->count = snapshots.size();
         found->earlier = std::make_shared<const EarlierSizes>(snapshots[job.number]);
-        found->delta = SnapshotDelta::compare(std::move(snapshots[job.number]),
-                                              ScanSnapshot::capture(job.tree->scan(), levels, smallest), 1,
-                                              job.mode);
+        found->delta =
+            SnapshotDelta::compare(std::move(snapshots[job.number]),
+                                   ScanSnapshot::capture(job.tree->scan(), levels, smallest), 1, job.mode);
         for (const SnapshotDelta::Change* change : snapshotCauses(found->delta))
             found->causes.push_back(static_cast<std::size_t>(change - found->delta.changes.data()));
     }

@@ -21,7 +21,8 @@ std::vector<const FileNode*> actedOn(const BrowserState& state) {
     }
     const SizeMode mode = state.choice.mode;
     std::ranges::sort(nodes, [mode](const FileNode* a, const FileNode* b) {
-        return a->sizeFor(mode) != b->sizeFor(mode) ? a->sizeFor(mode) > b->sizeFor(mode) : a->name() < b->name();
+        return a->sizeFor(mode) != b->sizeFor(mode) ? a->sizeFor(mode) > b->sizeFor(mode)
+                                                    : a->name() < b->name();
     });
     return nodes;
 }
@@ -78,12 +79,12 @@ void removeThem(BrowserState& state) {
     const auto nodes = actedOn(state);
     if (nodes.empty() || mustStay(state, nodes))
         return;
-    openPrompt(state, {.kind = BrowserPrompt::Kind::word,
-                       .title = "Delete " + counted(nodes.size()) +
-                                " for good? This cannot be undone. Type: delete",
-                       .word = "delete",
-                       .job = BrowserJobs::Remove{pathsOf(nodes)},
-                       .lines = linesOf(state, nodes)});
+    openPrompt(state,
+               {.kind = BrowserPrompt::Kind::word,
+                .title = "Delete " + counted(nodes.size()) + " for good? This cannot be undone. Type: delete",
+                .word = "delete",
+                .job = BrowserJobs::Remove{pathsOf(nodes)},
+                .lines = linesOf(state, nodes)});
 }
 
 void evictThem(BrowserState& state) {
@@ -99,12 +100,12 @@ void evictThem(BrowserState& state) {
         say(state, "There is no local copy to free in it.", true);
         return;
     }
-    state.question = BrowserQuestion{.title = "Free the local copies of " +
-                                              countedText(static_cast<std::int64_t>(files.size()), "file",
-                                                          "files") +
-                                              "? They stay in the cloud.",
-                                     .lines = linesOf(state, files),
-                                     .job = BrowserJobs::Evict{pathsOf(files)}};
+    state.question =
+        BrowserQuestion{.title = "Free the local copies of " +
+                                 countedText(static_cast<std::int64_t>(files.size()), "file", "files") +
+                                 "? They stay in the cloud.",
+                        .lines = linesOf(state, files),
+                        .job = BrowserJobs::Evict{pathsOf(files)}};
 }
 
 void shareThem(BrowserState& state) {
@@ -114,7 +115,8 @@ void shareThem(BrowserState& state) {
     state.question = BrowserQuestion{
         .title = "Let " + countedText(static_cast<std::int64_t>(group.files.size()), "copy", "copies") +
                  " share their blocks? Each stays a file of its own.",
-        .lines = {"frees up to " + sizeText(group.waste), shortPath(state, group.members.front().node->path())},
+        .lines = {"frees up to " + sizeText(group.waste),
+                  shortPath(state, group.members.front().node->path())},
         .job = BrowserJobs::Share{{SharingRequest::of(group)}}};
 }
 
@@ -136,8 +138,8 @@ void applyFinding(BrowserState& state) {
                            .job = BrowserJobs::EmptyTrash{}});
         return;
     }
-    state.question =
-        BrowserQuestion{.title = finding.title + ": do this?", .lines = lines, .job = BrowserJobs::Clear{finding}};
+    state.question = BrowserQuestion{
+        .title = finding.title + ": do this?", .lines = lines, .job = BrowserJobs::Clear{finding}};
 }
 
 /// Marks a node, or takes its mark off. Says why it cannot be marked.

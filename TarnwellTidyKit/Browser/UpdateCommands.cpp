@@ -211,8 +211,8 @@ bool runLook(BrowserState& state, BrowserCommand command) {
         sortBy(state, SortKey::modified);
         return true;
     case sortByNext: {
-        const auto next = static_cast<SortKey>((static_cast<std::size_t>(state.choice.sort.key) + 1) %
-                                               sortKeyCount);
+        const auto next =
+            static_cast<SortKey>((static_cast<std::size_t>(state.choice.sort.key) + 1) % sortKeyCount);
         state.choice.sort.isReversed = false;
         state.choice.sort.key = next;
         if (next == SortKey::change && !state.choice.earlier && !state.has(BrowserColumn::change) &&
@@ -273,9 +273,10 @@ bool runLook(BrowserState& state, BrowserCommand command) {
         if (state.tree == nullptr || state.isScanning())
             say(state, "The scan is still under way; the search needs all of it.", true);
         else
-            openPrompt(state, {.kind = BrowserPrompt::Kind::find,
-                               .title = "Find",
-                               .text = state.foundText.find(' ') == std::string::npos ? state.foundText : ""});
+            openPrompt(state,
+                       {.kind = BrowserPrompt::Kind::find,
+                        .title = "Find",
+                        .text = state.foundText.find(' ') == std::string::npos ? state.foundText : ""});
         return true;
     default:
         return false;
@@ -295,9 +296,8 @@ void run(BrowserState& state, BrowserCommand command) {
         return;
     const std::size_t row = state.cursor().row;
     const std::size_t page = std::max<std::size_t>(state.rowsSeen, 2) - 1;
-    if (state.view == BrowserView::map &&
-        (command == up || command == down || command == left || command == right || command == first ||
-         command == last)) {
+    if (state.view == BrowserView::map && (command == up || command == down || command == left ||
+                                           command == right || command == first || command == last)) {
         moveInMap(state, command);
         return;
     }

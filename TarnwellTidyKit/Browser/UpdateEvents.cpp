@@ -118,8 +118,8 @@ struct Taking {
         state.prompt->noteIsError = false;
         state.prompt->note = matches.empty()
                                  ? "matches nothing here"
-                                 : "matches " + countedText(matches.front().itemCount, "item", "items") + ", " +
-                                       sizeText(matches.front().totalSize);
+                                 : "matches " + countedText(matches.front().itemCount, "item", "items") +
+                                       ", " + sizeText(matches.front().totalSize);
     }
     void operator()(BrowserEvents::Duplicates& event) const {
         if (!take(state.duplicates, event.id, event.result))
@@ -156,9 +156,9 @@ struct Taking {
         for (const TidyOutcome& outcome : event.outcomes) {
             failed += outcome.failure ? 1 : 0;
             freed += outcome.bytesFreed.value_or(0);
-            state.outcomes.push_back({shortPath(state, outcome.source) + ": " +
-                                          outcome.failure.value_or(outcome.done),
-                                      outcome.failure.has_value()});
+            state.outcomes.push_back(
+                {shortPath(state, outcome.source) + ": " + outcome.failure.value_or(outcome.done),
+                 outcome.failure.has_value()});
         }
         constexpr std::size_t most = 10'000;
         if (state.outcomes.size() > most)

@@ -107,8 +107,7 @@ void visit(BrowserState& state, const FileNode* folder, const FileNode* entry) {
 
 void relist(BrowserState& state) {
     if (state.tree != nullptr && state.folder != nullptr)
-        state.entries =
-            std::make_shared<TreeEntries>(state.tree->rootOwner(), *state.folder, state.removals);
+        state.entries = std::make_shared<TreeEntries>(state.tree->rootOwner(), *state.folder, state.removals);
     else if (state.live != nullptr)
         state.entries = state.live->look(state.folder);
     if (state.entries == nullptr)

@@ -247,12 +247,12 @@ void typeInto(BrowserState& state, const KeyPress& press) {
 }
 
 void answer(BrowserState& state, const KeyPress& press) {
-    const bool isYes = press.key == Key::enter || (press.key == Key::character && !press.control && !press.alt &&
-                                                   (press.text == "y" || press.text == "Y"));
-    const bool isNo = press.key == Key::escape || press.key == Key::backspace ||
-                      (press.key == Key::character &&
-                       (press.text == "n" || press.text == "N" || press.text == "q" ||
-                        (press.control && press.text == "c")));
+    const bool isYes = press.key == Key::enter || (press.key == Key::character && !press.control &&
+                                                   !press.alt && (press.text == "y" || press.text == "Y"));
+    const bool isNo =
+        press.key == Key::escape || press.key == Key::backspace ||
+        (press.key == Key::character && (press.text == "n" || press.text == "N" || press.text == "q" ||
+                                         (press.control && press.text == "c")));
     if (!isYes && !isNo)
         return;
     BrowserQuestion question = *std::move(state.question);

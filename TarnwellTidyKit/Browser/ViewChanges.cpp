@@ -32,7 +32,8 @@ void drawChanges(const Pane& pane) {
     drawRows(pane, [&](std::size_t row, RowPainter& painter) {
         const SnapshotDelta::Change& change = found.delta.changes[found.causes[row]];
         painter.gap(2);
-        painter.figure(sizeWidth + 1, signedSize(change.delta), change.delta > 0 ? Role::warning : Role::good);
+        painter.figure(sizeWidth + 1, signedSize(change.delta),
+                       change.delta > 0 ? Role::warning : Role::good);
         painter.gap();
         painter.text(kindWidth, rawValue(change.kind), Role::dim);
         painter.gap();

@@ -33,7 +33,8 @@ public:
         painter.rest(text, role, Cut::middle, true);
     }
     void sentence(std::string_view text, Role role = Role::dim) {
-        const std::string lines = wrappedText(text, static_cast<std::size_t>(std::max(pane_.area.width - 4, 8)), 0);
+        const std::string lines =
+            wrappedText(text, static_cast<std::size_t>(std::max(pane_.area.width - 4, 8)), 0);
         std::string_view rest = lines;
         while (!rest.empty() && !isFull()) {
             const auto end = rest.find('\n');
@@ -50,8 +51,9 @@ private:
 };
 
 std::string dateText(double seconds) {
-    return seconds == FileNode::missingTime ? "not known"
-                                            : DateFormatting::absoluteString(dateFromReferenceSeconds(seconds));
+    return seconds == FileNode::missingTime
+               ? "not known"
+               : DateFormatting::absoluteString(dateFromReferenceSeconds(seconds));
 }
 
 /// Why deleting the item frees something else than what it takes up.
@@ -81,10 +83,11 @@ void drawMarked(Sheet& sheet, const BrowserState& state) {
     sheet.line("At most", sizeText(freed.atMost), Role::good);
     for (const FreedBytes::Reason& reason : freed.reasons) {
         const bool isUnseen = reason.kind == FreedSpaceReason::unseen;
-        sheet.sentence((isUnseen ? std::string() : sizeText(reason.bytes) + " in ") +
-                           countedText(reason.count, isUnseen ? "entry" : "file", isUnseen ? "entries" : "files") +
-                           ": " + std::string(text(reason.kind)),
-                       Role::warning);
+        sheet.sentence(
+            (isUnseen ? std::string() : sizeText(reason.bytes) + " in ") +
+                countedText(reason.count, isUnseen ? "entry" : "file", isUnseen ? "entries" : "files") +
+                ": " + std::string(text(reason.kind)),
+            Role::warning);
         for (std::size_t index = 0; index < std::min<std::size_t>(reason.elsewhere.size(), 3); ++index)
             sheet.line("", shortPath(state, reason.elsewhere[index]->path()), Role::dim);
     }

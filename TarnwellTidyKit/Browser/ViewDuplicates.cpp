@@ -8,9 +8,11 @@ namespace tarnwell {
 void drawDuplicates(const Pane& pane) {
     const BrowserState& state = pane.state;
     if (!state.duplicates.value && !state.duplicates.isLoading() && state.duplicates.failure.empty()) {
-        drawNote(pane, state.tree == nullptr || state.isScanning()
-                           ? "This comes when the scan is done."
-                           : "Enter looks for files of equal contents below this folder. It reads files of equal size.");
+        drawNote(
+            pane,
+            state.tree == nullptr || state.isScanning()
+                ? "This comes when the scan is done."
+                : "Enter looks for files of equal contents below this folder. It reads files of equal size.");
         return;
     }
     if (drawWaiting(pane, state.duplicates, "Reading files of equal size …"))
@@ -36,8 +38,8 @@ void drawDuplicates(const Pane& pane) {
             painter.gap(2);
             painter.figure(sizeWidth, shortSize(group.waste));
             painter.gap();
-            painter.rest(countedText(static_cast<std::int64_t>(group.files.size()), "file", "files") + " of " +
-                             sizeText(group.size),
+            painter.rest(countedText(static_cast<std::int64_t>(group.files.size()), "file", "files") +
+                             " of " + sizeText(group.size),
                          Role::heading);
             return;
         }
@@ -46,7 +48,9 @@ void drawDuplicates(const Pane& pane) {
         painter.text(2, state.marks.covers(*member.node) ? (pane.isUnicode ? "●" : "*") : "", Role::heading);
         painter.gap(sizeWidth + 4);
         const bool isLink = place.member > 0 && group.areLinks(place.member, place.member - 1);
-        const std::string_view note = isLink ? "link of the one above  " : file.cloneSet != 0 ? "shares blocks  " : "";
+        const std::string_view note = isLink               ? "link of the one above  "
+                                      : file.cloneSet != 0 ? "shares blocks  "
+                                                           : "";
         painter.text(static_cast<int>(note.size()), note, Role::dim);
         painter.rest(pathBelow(state, *member.node), Role::text, Cut::start);
     });

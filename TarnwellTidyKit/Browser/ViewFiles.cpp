@@ -14,8 +14,8 @@ void drawFiles(const Pane& pane, const std::vector<const FileNode*>& nodes, std:
     const bool hasDate = pane.area.width >= 60;
     const bool hasCategory = pane.area.width >= 100;
     constexpr int categoryWidth = 14;
-    const auto columns = [&](RowPainter& painter, std::string_view sign, std::string_view size, std::string_view date,
-                             std::string_view category, Role accent, Role role) {
+    const auto columns = [&](RowPainter& painter, std::string_view sign, std::string_view size,
+                             std::string_view date, std::string_view category, Role accent, Role role) {
         painter.text(2, sign, Role::heading);
         painter.figure(sizeWidth, size, role);
         painter.gap();
@@ -41,10 +41,12 @@ void drawFiles(const Pane& pane, const std::vector<const FileNode*>& nodes, std:
         const FileNode& node = *nodes[row];
         const BrowserEntry entry = TreeEntries::entryOf(node, *state.removals);
         const bool isKnown = entry.modificationSeconds != FileNode::missingTime;
-        columns(painter, state.marks.covers(node) ? (pane.isUnicode ? "●" : "*") : "", shortSize(entry.sizeFor(mode)),
+        columns(painter, state.marks.covers(node) ? (pane.isUnicode ? "●" : "*") : "",
+                shortSize(entry.sizeFor(mode)),
                 isKnown ? dayText(dateFromReferenceSeconds(entry.modificationSeconds)) : "",
                 displayName(node.category), roleOf(node.category), Role::text);
-        painter.rest(pathBelow(state, node) + (node.isDirectory() ? "/" : ""), markOf(entry).role, Cut::start);
+        painter.rest(pathBelow(state, node) + (node.isDirectory() ? "/" : ""), markOf(entry).role,
+                     Cut::start);
     });
 }
 
@@ -63,7 +65,8 @@ void drawFound(const Pane& pane) {
     const std::int64_t size = state.choice.mode == SizeMode::apparent    ? totals.size
                               : state.choice.mode == SizeMode::allocated ? totals.allocatedSize
                                                                          : totals.reclaimableSize;
-    std::string head = state.foundText + ": " + countedText(totals.count, "match", "matches") + ", " + sizeText(size);
+    std::string head =
+        state.foundText + ": " + countedText(totals.count, "match", "matches") + ", " + sizeText(size);
     if (totals.count > static_cast<std::int64_t>(state.found.value->nodes.size()))
         head += ", the largest are shown";
     drawFiles(pane, state.found.value->nodes, head);

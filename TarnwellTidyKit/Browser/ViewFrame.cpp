@@ -15,7 +15,8 @@ int widthOf(std::string_view text) {
 }
 
 bool hasTab(const BrowserState& state, BrowserView view) {
-    return (view != BrowserView::found || state.view == view || state.found.value || state.found.isLoading()) &&
+    return (view != BrowserView::found || state.view == view || state.found.value ||
+            state.found.isLoading()) &&
            (view != BrowserView::outcomes || state.view == view || !state.outcomes.empty());
 }
 
@@ -43,7 +44,8 @@ std::vector<Tab> tabsIn(const BrowserState& state, const GridArea& area) {
     }
     // Moved to the left by as much as it takes to see the view's own, and the beginning of the next one.
     const int room = area.width - 1;
-    const int shift = column - gap > room ? std::clamp(end + 8 - room, 0, std::max(column - gap - room, 0)) : 0;
+    const int shift =
+        column - gap > room ? std::clamp(end + 8 - room, 0, std::max(column - gap - room, 0)) : 0;
     for (Tab& tab : tabs)
         tab.column += area.column + 1 - shift;
     std::erase_if(tabs, [&](const Tab& tab) { return tab.column < area.column + 1; });
@@ -71,11 +73,12 @@ std::string markedText(const BrowserState& state) {
 
 std::string scanText(const BrowserState& state) {
     const ScanProgress& progress = state.progress;
-    std::string text = "Scanning  " + groupedNumber(progress.fileCount) + " files  " +
-                       sizeText(progress.bytesScanned);
+    std::string text =
+        "Scanning  " + groupedNumber(progress.fileCount) + " files  " + sizeText(progress.bytesScanned);
     if (progress.elapsed > 0.5)
         text += "  " +
-                groupedNumber(static_cast<std::int64_t>(static_cast<double>(progress.fileCount) / progress.elapsed)) +
+                groupedNumber(
+                    static_cast<std::int64_t>(static_cast<double>(progress.fileCount) / progress.elapsed)) +
                 " files/s";
     if (!progress.currentPath.empty())
         text += "  " + shortPath(state, progress.currentPath);
@@ -92,8 +95,8 @@ void drawTitle(const Pane& pane) {
     std::string right;
     if (state.entries && state.folder != nullptr) {
         const BrowserEntry folder = state.entries->folder();
-        right = std::string(modeName(state.choice.mode)) + " " + sizeText(folder.sizeFor(state.choice.mode)) + "   " +
-                countedText(folder.itemCount(), "item", "items");
+        right = std::string(modeName(state.choice.mode)) + " " + sizeText(folder.sizeFor(state.choice.mode)) +
+                "   " + countedText(folder.itemCount(), "item", "items");
         if (!state.choice.filter.empty() && state.order)
             right = sizeText(state.order->total) + " of " + right;
     } else if (state.rootPath.empty()) {
@@ -106,8 +109,8 @@ void drawTitle(const Pane& pane) {
     pane.grid.putFitted(width - rightWidth - 1, pane.area.row, rightWidth, right, {.role = Role::dim});
     const std::string path = state.rootPath.empty() ? "Volumes" : shortPath(state, folderPath(state));
     const std::string title = state.choice.filter.empty() ? path : path + "   /" + state.choice.filter;
-    pane.grid.putFitted(1, pane.area.row, width - rightWidth - 4, title, {.role = Role::heading, .isBold = true},
-                        Cut::start);
+    pane.grid.putFitted(1, pane.area.row, width - rightWidth - 4, title,
+                        {.role = Role::heading, .isBold = true}, Cut::start);
 }
 
 void drawTabs(const Pane& pane) {
@@ -165,7 +168,8 @@ void drawStatus(const Pane& pane) {
         place = groupedNumber(static_cast<std::int64_t>(state.cursor().row + 1)) + "/" +
                 groupedNumber(static_cast<std::int64_t>(count));
     const int placeWidth = widthOf(place);
-    pane.grid.putFitted(1, pane.area.row, pane.area.width - placeWidth - 3, text, {.role = role}, Cut::middle);
+    pane.grid.putFitted(1, pane.area.row, pane.area.width - placeWidth - 3, text, {.role = role},
+                        Cut::middle);
     pane.grid.put(pane.area.width - placeWidth - 1, pane.area.row, place, {.role = Role::dim});
 }
 
@@ -173,7 +177,9 @@ void drawKeys(const Pane& pane) {
     if (pane.area.height == 0)
         return;
     std::vector<const BrowserKey*> keys = offeredKeys(pane.state);
-    const auto lengthOf = [](const BrowserKey* key) { return widthOf(keyText(*key)) + 1 + widthOf(key->label) + 2; };
+    const auto lengthOf = [](const BrowserKey* key) {
+        return widthOf(keyText(*key)) + 1 + widthOf(key->label) + 2;
+    };
     // Help and the end are always there; of the others as many as there is room for.
     constexpr int always = 95;
     int room = pane.area.width - 1;
@@ -204,7 +210,8 @@ void drawBox(const Pane& body, const std::vector<std::string>& lines, Role role)
                             {.role = role}, Cut::middle);
     }
     if (count > 0 && top > body.area.row)
-        body.grid.repeat(0, top - 1, body.grid.size().width, body.isUnicode ? "─" : "-", {.role = Role::rule});
+        body.grid.repeat(0, top - 1, body.grid.size().width, body.isUnicode ? "─" : "-",
+                         {.role = Role::rule});
 }
 
 } // namespace
@@ -216,12 +223,14 @@ std::optional<GridPoint> drawPrompt(const Pane& line, const Pane& note, const Pa
         drawBox(body, prompt.lines, Role::text);
     if (note.area.height > 0) {
         const std::string_view said =
-            isWord                                              ? std::string_view(prompt.title)
-            : !prompt.note.empty()                              ? std::string_view(prompt.note)
-            : prompt.kind == BrowserPrompt::Kind::find          ? "Words, *.pdf, >100MB, <1GB, --older 1y, --category video, --kind folder …"
-            : prompt.kind == BrowserPrompt::Kind::rule          ? "A name, then --location FOLDER --extension EXT --larger SIZE --older AGE …"
-            : prompt.kind == BrowserPrompt::Kind::goTo          ? "A folder: ~/Downloads, /, or one below this"
-                                                                : std::string_view();
+            isWord                 ? std::string_view(prompt.title)
+            : !prompt.note.empty() ? std::string_view(prompt.note)
+            : prompt.kind == BrowserPrompt::Kind::find
+                ? "Words, *.pdf, >100MB, <1GB, --older 1y, --category video, --kind folder …"
+            : prompt.kind == BrowserPrompt::Kind::rule
+                ? "A name, then --location FOLDER --extension EXT --larger SIZE --older AGE …"
+            : prompt.kind == BrowserPrompt::Kind::goTo ? "A folder: ~/Downloads, /, or one below this"
+                                                       : std::string_view();
         if (!said.empty()) {
             note.grid.fill(note.area, {});
             note.grid.putFitted(1, note.area.row, note.area.width - 2, said,

@@ -35,12 +35,17 @@ std::vector<Line> lines(bool isReadOnly) {
     }
     all.push_back({});
     all.push_back({"Before names", "", Role::heading});
-    for (const auto& [sign, meaning] :
-         {std::pair{"/", "folder"}, {"#", "package, which the system shows as one item"}, {"@", "symbolic link"},
-          {"!", "could not be read"}, {".", "left out of the scan"}, {">", "another file system"},
-          {"=", "shares blocks with a clone"}, {"+", "several links, or shared blocks"},
-          {"&", "a further link to a file that is counted elsewhere"}, {"~", "contents in the cloud only"},
-          {"*", "device, pipe or socket"}})
+    for (const auto& [sign, meaning] : {std::pair{"/", "folder"},
+                                        {"#", "package, which the system shows as one item"},
+                                        {"@", "symbolic link"},
+                                        {"!", "could not be read"},
+                                        {".", "left out of the scan"},
+                                        {">", "another file system"},
+                                        {"=", "shares blocks with a clone"},
+                                        {"+", "several links, or shared blocks"},
+                                        {"&", "a further link to a file that is counted elsewhere"},
+                                        {"~", "contents in the cloud only"},
+                                        {"*", "device, pipe or socket"}})
         all.push_back({sign, meaning});
     return all;
 }
@@ -54,7 +59,8 @@ void drawHelp(const Pane& pane) {
     constexpr int keyWidth = 12;
     for (std::size_t row = 0; row < height && top + row < all.size(); ++row) {
         const Line& line = all[top + row];
-        RowPainter painter(pane.grid, pane.area.column, pane.area.row + static_cast<int>(row), pane.area.width);
+        RowPainter painter(pane.grid, pane.area.column, pane.area.row + static_cast<int>(row),
+                           pane.area.width);
         painter.gap(1);
         if (line.role == Role::heading) {
             painter.rest(line.head, Role::heading, Cut::end, true);

@@ -46,7 +46,10 @@ void drawHistory(const Pane& pane) {
         painter.figure(sizeWidth, shortSize(size));
         painter.gap();
         const std::int64_t change = place == 0 ? 0 : size - found.series[place - 1].totalSizeFor(mode);
-        painter.figure(sizeWidth, place == 0 ? "" : change == 0 ? "=" : signedSize(change),
+        painter.figure(sizeWidth,
+                       place == 0    ? ""
+                       : change == 0 ? "="
+                                     : signedSize(change),
                        change > 0   ? Role::warning
                        : change < 0 ? Role::good
                                     : Role::dim);

@@ -58,13 +58,16 @@ void drawHeads(const Pane& pane, const Columns& columns) {
     RowPainter painter(pane.grid, pane.heads.column, pane.heads.row, pane.heads.width);
     const auto head = [&](int width, std::string_view text, SortKey key, Side side, bool isAlso = false) {
         const bool isSorted = sort.key == key || isAlso;
-        const std::string_view arrow = !isSorted                               ? ""
-                                       : sort.isReversed != (key == SortKey::name) ? (pane.isUnicode ? "↑" : "^")
-                                                                                   : (pane.isUnicode ? "↓" : "v");
-        painter.text(width, std::string(text) + std::string(arrow), isSorted ? Role::heading : Role::dim, side);
+        const std::string_view arrow = !isSorted ? ""
+                                       : sort.isReversed != (key == SortKey::name)
+                                           ? (pane.isUnicode ? "↑" : "^")
+                                           : (pane.isUnicode ? "↓" : "v");
+        painter.text(width, std::string(text) + std::string(arrow), isSorted ? Role::heading : Role::dim,
+                     side);
     };
     painter.gap(2);
-    const auto ownKey = static_cast<SortKey>(static_cast<int>(SortKey::apparent) + static_cast<int>(state.choice.mode));
+    const auto ownKey =
+        static_cast<SortKey>(static_cast<int>(SortKey::apparent) + static_cast<int>(state.choice.mode));
     head(sizeWidth, modeName(state.choice.mode), SortKey::size, Side::right, sort.key == ownKey);
     painter.gap();
     if (columns.bar > 0) {
@@ -80,7 +83,8 @@ void drawHeads(const Pane& pane, const Columns& columns) {
         if (mode != state.choice.mode && shown < columns.others) {
             ++shown;
             head(sizeWidth, modeName(mode),
-                 static_cast<SortKey>(static_cast<int>(SortKey::apparent) + static_cast<int>(mode)), Side::right);
+                 static_cast<SortKey>(static_cast<int>(SortKey::apparent) + static_cast<int>(mode)),
+                 Side::right);
             painter.gap();
         }
     if (columns.hasItems) {
@@ -106,7 +110,8 @@ void drawList(const Pane& pane) {
     const Columns columns(state, pane.area.width);
     drawHeads(pane, columns);
     if (!state.order || !state.entries) {
-        drawNote(pane, state.isScanning() ? "Reading the folder …" : "Choose a folder: V shows the volumes, g takes a path.");
+        drawNote(pane, state.isScanning() ? "Reading the folder …"
+                                          : "Choose a folder: V shows the volumes, g takes a path.");
         return;
     }
     if (state.order->rows.empty()) {
@@ -125,7 +130,8 @@ void drawList(const Pane& pane) {
     drawRows(pane, [&](std::size_t row, RowPainter& painter) {
         const BrowserEntry entry = *entryAt(state, row);
         const bool isMarked = entry.node != nullptr && state.marks.covers(*entry.node);
-        const bool isQuiet = entry.flags.intersects(FileNodeFlags::excluded | FileNodeFlags::hardlinkDuplicate);
+        const bool isQuiet =
+            entry.flags.intersects(FileNodeFlags::excluded | FileNodeFlags::hardlinkDuplicate);
         painter.text(2, isMarked ? (pane.isUnicode ? "●" : "*") : "", Role::heading);
         painter.figure(sizeWidth, shortSize(entry.sizeFor(mode)), isQuiet ? Role::dim : Role::text);
         painter.gap();
@@ -146,18 +152,23 @@ void drawList(const Pane& pane) {
                 painter.gap();
             }
         if (columns.hasItems) {
-            painter.figure(Columns::itemsWidth, entry.isDirectory ? groupedNumber(entry.itemCount()) : "", Role::dim);
+            painter.figure(Columns::itemsWidth, entry.isDirectory ? groupedNumber(entry.itemCount()) : "",
+                           Role::dim);
             painter.gap();
         }
         if (columns.hasModified) {
             const bool isKnown = entry.modificationSeconds != FileNode::missingTime;
             painter.text(Columns::dateWidth,
-                         isKnown ? dayText(dateFromReferenceSeconds(entry.modificationSeconds)) : "", Role::dim);
+                         isKnown ? dayText(dateFromReferenceSeconds(entry.modificationSeconds)) : "",
+                         Role::dim);
             painter.gap();
         }
         if (columns.hasChange) {
             const auto change = changeOf(entry, place, state.choice);
-            painter.figure(sizeWidth + 1, !change ? "" : *change == 0 ? "=" : signedSize(*change),
+            painter.figure(sizeWidth + 1,
+                           !change        ? ""
+                           : *change == 0 ? "="
+                                          : signedSize(*change),
                            !change || *change == 0 ? Role::dim
                            : *change > 0           ? Role::warning
                                                    : Role::good);

@@ -45,7 +45,8 @@ void drawMap(const Pane& pane) {
     const int height = pane.area.height * 2;
     if (width <= 0 || height <= 0)
         return;
-    std::vector<Role> points(static_cast<std::size_t>(width) * static_cast<std::size_t>(height), Role::ground);
+    std::vector<Role> points(static_cast<std::size_t>(width) * static_cast<std::size_t>(height),
+                             Role::ground);
     const auto at = [&](int column, int row) -> Role& {
         return points[static_cast<std::size_t>(row) * static_cast<std::size_t>(width) +
                       static_cast<std::size_t>(column)];
@@ -88,9 +89,9 @@ void drawMap(const Pane& pane) {
                               [&](Style style) { return style.selected(isSelected).marked(isMarked); });
         if (room < 3 || place.bottom / 2 <= row)
             continue;
-        const std::string name = tile.node != nullptr
-                                     ? std::string(tile.node->displayName()) + (tile.node->isDirectory() ? "/" : "")
-                                     : std::to_string(tile.aggregatedCount) + " small";
+        const std::string name = tile.node != nullptr ? std::string(tile.node->displayName()) +
+                                                            (tile.node->isDirectory() ? "/" : "")
+                                                      : std::to_string(tile.aggregatedCount) + " small";
         const Style style{.role = Role::text,
                           .fill = at(place.left, row * 2),
                           .isSelected = isSelected,
@@ -99,7 +100,8 @@ void drawMap(const Pane& pane) {
         const auto line = [&](int below, std::string_view text) {
             // On one colour throughout, so that it can be read.
             pane.grid.fill({pane.area.column + place.left, pane.area.row + row + below, room, 1}, style);
-            pane.grid.putFitted(pane.area.column + place.left, pane.area.row + row + below, room, text, style);
+            pane.grid.putFitted(pane.area.column + place.left, pane.area.row + row + below, room, text,
+                                style);
         };
         line(0, name);
         if (place.bottom / 2 - row > 2)

@@ -33,8 +33,8 @@ void RowPainter::text(int width, std::string_view text, Role role, Side side, Cu
 void RowPainter::bar(int width, double share, Role role, bool isFine) {
     const int taken = std::clamp(width, 0, room());
     if (taken > 0)
-        grid_.bar(column_, row_, taken, std::clamp(share, 0.0, 1.0), style_.as(role), style_.as(Role::barTrack),
-                  isFine);
+        grid_.bar(column_, row_, taken, std::clamp(share, 0.0, 1.0), style_.as(role),
+                  style_.as(Role::barTrack), isFine);
     column_ += taken;
 }
 

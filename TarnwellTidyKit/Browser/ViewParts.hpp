@@ -63,7 +63,8 @@ bool drawWaiting(const Pane& pane, const Loaded<Value>& loaded, std::string_view
     else if (loaded.isLoading())
         drawNote(pane, waiting);
     else
-        drawNote(pane, pane.state.isScanning() ? "This comes when the scan is done." : "Nothing is known here yet.");
+        drawNote(pane, pane.state.isScanning() ? "This comes when the scan is done."
+                                               : "Nothing is known here yet.");
     return true;
 }
 

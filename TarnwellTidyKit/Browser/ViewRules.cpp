@@ -37,11 +37,15 @@ void drawRules(const Pane& pane) {
             std::ranges::find(found.matches, rule.id, [](const RuleMatch& each) { return each.rule.id; });
         const bool hasMatch = match != found.matches.end();
         painter.gap(2);
-        painter.figure(sizeWidth, hasMatch ? shortSize(match->totalSize) : pane.isUnicode ? "–" : "-",
+        painter.figure(sizeWidth,
+                       hasMatch         ? shortSize(match->totalSize)
+                       : pane.isUnicode ? "–"
+                                        : "-",
                        hasMatch ? Role::text : Role::dim);
         painter.gap();
         if (hasCount) {
-            painter.figure(countWidth, hasMatch ? countedText(match->itemCount, "item", "items") : "", Role::dim);
+            painter.figure(countWidth, hasMatch ? countedText(match->itemCount, "item", "items") : "",
+                           Role::dim);
             painter.gap();
         }
         painter.text(stateWidth, rule.isEnabled ? "on" : "off", rule.isEnabled ? Role::good : Role::dim);

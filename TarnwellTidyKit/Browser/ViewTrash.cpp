@@ -18,7 +18,8 @@ void drawTrash(const Pane& pane) {
         painter.gap();
         std::string head = "From where";
         if (!listing.unanswered.empty())
-            head += "   (" + countedText(static_cast<std::int64_t>(listing.unanswered.size()), "volume", "volumes") +
+            head += "   (" +
+                    countedText(static_cast<std::int64_t>(listing.unanswered.size()), "volume", "volumes") +
                     " did not answer)";
         painter.rest(head, Role::dim);
     }
@@ -35,7 +36,8 @@ void drawTrash(const Pane& pane) {
             painter.rest(shortPath(state, item.original->native()) + (item.isFolder ? "/" : ""),
                          item.isFolder ? Role::link : Role::text, Cut::start);
         else
-            painter.rest(item.location.filename().native() + "   (nobody noted from where)", Role::dim, Cut::middle);
+            painter.rest(item.location.filename().native() + "   (nobody noted from where)", Role::dim,
+                         Cut::middle);
     });
 }
 

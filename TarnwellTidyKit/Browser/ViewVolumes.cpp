@@ -45,7 +45,10 @@ void drawVolumes(const Pane& pane) {
         painter.text(nameWidth, volume.name, Role::link);
         painter.gap();
         if (barWidth >= 6) {
-            painter.bar(barWidth, used, used > 0.9 ? Role::danger : used > 0.75 ? Role::warning : Role::bar,
+            painter.bar(barWidth, used,
+                        used > 0.9    ? Role::danger
+                        : used > 0.75 ? Role::warning
+                                      : Role::bar,
                         pane.isUnicode);
             painter.gap();
         }

@@ -11,7 +11,8 @@
 
 namespace tarnwell {
 
-WorkQueue::WorkQueue(Work work, std::function<void()> wake) : work_(std::move(work)), wake_(std::move(wake)) {}
+WorkQueue::WorkQueue(Work work, std::function<void()> wake)
+    : work_(std::move(work)), wake_(std::move(wake)) {}
 
 WorkQueue::~WorkQueue() {
     {

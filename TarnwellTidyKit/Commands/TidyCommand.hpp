@@ -47,11 +47,10 @@ struct TidyVersion {
     bool operator==(const TidyVersion&) const = default;
 };
 
-using TidyCommand =
-    std::variant<TidyHelp, TidyVersion, TidyWords, BrowseRequest, ReportRequest, FindRequest, FreesRequest,
-                 DuplicatesRequest, FindingsRequest, ChangesRequest, VolumesRequest, CleanRequest, TrashRequest,
-                 EvictRequest, UninstallRequest, RulesRequest, SettingsRequest, DrawRequest, HistoryRequest,
-                 ScheduleRequest>;
+using TidyCommand = std::variant<TidyHelp, TidyVersion, TidyWords, BrowseRequest, ReportRequest, FindRequest,
+                                 FreesRequest, DuplicatesRequest, FindingsRequest, ChangesRequest,
+                                 VolumesRequest, CleanRequest, TrashRequest, EvictRequest, UninstallRequest,
+                                 RulesRequest, SettingsRequest, DrawRequest, HistoryRequest, ScheduleRequest>;
 
 /// What every command is called and takes, in the order of the help.
 std::span<const TidyCommandSpec* const> tidyCommandSpecs();

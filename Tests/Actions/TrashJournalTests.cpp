@@ -40,8 +40,12 @@ TEST(TrashJournal, TellsWhatWasMovedToWhomeverAsks) {
     EXPECT_TRUE(journal.entries().empty());
     EXPECT_FALSE(fs::exists(folder / "support")) << "asking makes nothing";
     moveAll(journal, folder, {"a\tb\n%", "two"});
-    { (void)journal.plan({folder / "missing"}); }
-    { (void)journal.plan({folder.makeFile("from/never moved")}); }
+    {
+        (void)journal.plan({folder / "missing"});
+    }
+    {
+        (void)journal.plan({folder.makeFile("from/never moved")});
+    }
 
     const auto entries = TrashJournal(file).entries();
     ASSERT_EQ(entries.size(), 3u);

@@ -156,7 +156,9 @@ TEST_F(TrashRestorerTests, WhatIsNotTheItemStays) {
 
 TEST_F(TrashRestorerTests, AMoveCutShortIsFoundByItsIdentity) {
     const fs::path item = folder.writeFile("cut/short", "x");
-    { (void)service.journal.plan({item}); } // and then the process was killed
+    {
+        (void)service.journal.plan({item});
+    } // and then the process was killed
     fs::rename(item, trash / "some other name");
     const TrashListing listing = restorer.list().get();
     ASSERT_EQ(listing.items.size(), 1u);

@@ -117,14 +117,16 @@ struct Model : Scene {
 TEST(BrowserModelTests, anyKeys) {
     const bool isThorough = std::getenv("TARNWELL_THOROUGH") != nullptr;
     std::mt19937 random(7);
-    const std::vector<KeyPress> keys = MemoryScreen::keys(
-        "jjjkkhllnsCMSIteaczmyi/fr[]w vAUduDEBXoRpgVxe?G<Up><Down><Left><Right><Enter><Enter><BS><Esc><Tab><Tab>"
-        "<S-Tab><PageUp><PageDown><Home><End><Del><C-u>yndelete<Enter>empty<Enter>");
+    const std::vector<KeyPress> keys =
+        MemoryScreen::keys("jjjkkhllnsCMSIteaczmyi/fr[]w "
+                           "vAUduDEBXoRpgVxe?G<Up><Down><Left><Right><Enter><Enter><BS><Esc><Tab><Tab>"
+                           "<S-Tab><PageUp><PageDown><Home><End><Del><C-u>yndelete<Enter>empty<Enter>");
     for (int round = 0; round < (isThorough ? 60 : 6); ++round) {
         Model model;
         for (int number = 0; number < 60; ++number)
             model.home.makeFile("files/" + std::string(1, static_cast<char>('a' + number % 5)) +
-                                    (number % 3 == 0 ? "/deeper" : "") + "/f\xC3\xA9\x1B" + std::to_string(number),
+                                    (number % 3 == 0 ? "/deeper" : "") + "/f\xC3\xA9\x1B" +
+                                    std::to_string(number),
                                 static_cast<std::uint64_t>(random() % 5000));
         model.home.makeFile("files/a/one", 1'200'000);
         model.home.makeFile("files/b/one", 1'200'000);
@@ -140,8 +142,8 @@ TEST(BrowserModelTests, anyKeys) {
             const GridSize size{static_cast<int>(random() % 150), static_cast<int>(random() % 40)};
             fitTo(model.state, size);
             (void)drawn(model.state, size, random() % 2 == 0);
-            if (const auto click = whatIsAt(model.state, size,
-                                            {static_cast<int>(random() % 150), static_cast<int>(random() % 40)});
+            if (const auto click = whatIsAt(
+                    model.state, size, {static_cast<int>(random() % 150), static_cast<int>(random() % 40)});
                 click && random() % 10 == 0)
                 update(model.state, *click);
             ASSERT_NO_FATAL_FAILURE(model.expectWhole()) << "after " << press << " keys of round " << round;

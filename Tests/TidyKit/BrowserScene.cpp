@@ -46,7 +46,8 @@ std::string BrowserScene::screenAfter(std::string_view keys) {
     clipboard = screen.clipboard();
     static const std::regex dates("[0-9]{4}-[0-9]{2}-[0-9]{2}");
     static const std::regex moments("(Modified {4}|Opened {6})([^ ].*)");
-    return std::regex_replace(std::regex_replace(screen.dump(), dates, "2024-05-01"), moments, "$1May 1, 2024");
+    return std::regex_replace(std::regex_replace(screen.dump(), dates, "2024-05-01"), moments,
+                              "$1May 1, 2024");
 }
 
 void BrowserScene::expectScreen(const std::string& name, std::string_view keys) {
@@ -57,7 +58,8 @@ void BrowserScene::expectScreen(const std::string& name, std::string_view keys) 
         return;
     }
     std::error_code error;
-    EXPECT_EQ(shown, fs::exists(file, error) ? readFile(file) : std::string("no record: ") + file.string()) << name;
+    EXPECT_EQ(shown, fs::exists(file, error) ? readFile(file) : std::string("no record: ") + file.string())
+        << name;
 }
 
 } // namespace tarnwell::test

@@ -24,8 +24,8 @@ public:
     /// Types the keys, each when all that the one before asked for is done, and leaves. What was on the
     /// screen last, as text.
     std::string screenAfter(std::string_view keys);
-    /// Whether the screen looks as it was recorded in Browser/<name>.txt. With TARNWELL_RENEW_SCREENS set, the
-    /// record is written anew.
+    /// Whether the screen looks as it was recorded in Browser/<name>.txt. With TARNWELL_RENEW_SCREENS set,
+    /// the record is written anew.
     void expectScreen(const std::string& name, std::string_view keys);
 
     /// What was copied last, and the exit status.

@@ -1,11 +1,10 @@
-#include "Tests/TidyKit/BrowserScene.hpp"
-
 #include "TarnwellCore/Settings/AppSettings.hpp"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "Tests/TidyKit/BrowserScene.hpp"
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <utility>
@@ -31,10 +30,11 @@ struct PaperScene : BrowserScene {
                                          {".hidden", 10'000},
                                          {"notes.txt", 1200}})
             home.makeFile(std::string("files/") + file, static_cast<std::uint64_t>(size));
-        const timespec day[2] = {{.tv_sec = 1'714'550'000, .tv_nsec = 0}, {.tv_sec = 1'714'550'000, .tv_nsec = 0}};
-        for (const char* item : {"Films/holiday.mp4", "Films/wedding.mov", "Papers/report.pdf", "Papers/old/draft.pdf",
-                                 "Papers/old/draft copy.pdf", "archive.zip", ".hidden", "notes.txt", "Films", "Papers/old",
-                                 "Papers", ""})
+        const timespec day[2] = {{.tv_sec = 1'714'550'000, .tv_nsec = 0},
+                                 {.tv_sec = 1'714'550'000, .tv_nsec = 0}};
+        for (const char* item : {"Films/holiday.mp4", "Films/wedding.mov", "Papers/report.pdf",
+                                 "Papers/old/draft.pdf", "Papers/old/draft copy.pdf", "archive.zip",
+                                 ".hidden", "notes.txt", "Films", "Papers/old", "Papers", ""})
             EXPECT_EQ(::utimensat(AT_FDCWD, path(std::string("files/") + item).c_str(), day, 0), 0);
     }
     bool has(std::string_view file) const { return fs::exists(home / "files" / file); }
@@ -141,7 +141,8 @@ TEST(BrowserTests, protectedPlacesAndAncestors) {
     scene.services.home = [home] { return home; };
     EXPECT_THAT(scene.screenAfter(" "), HasSubstr("cannot be marked: It is the home folder."));
     EXPECT_THAT(scene.screenAfter("d"), HasSubstr("stays"));
-    EXPECT_THAT(scene.screenAfter("AGk"), HasSubstr("4 marked")) << "all but the home, and without what is hidden or not";
+    EXPECT_THAT(scene.screenAfter("AGk"), HasSubstr("4 marked"))
+        << "all but the home, and without what is hidden or not";
     // Marked below, then the folder: one item.
     EXPECT_THAT(scene.screenAfter("jjl h "), HasSubstr("1 marked"));
     EXPECT_THAT(scene.screenAfter("jj kl "), HasSubstr("A folder above it is marked."));

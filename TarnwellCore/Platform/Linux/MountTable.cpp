@@ -186,4 +186,9 @@ const MountEntry* mountHolding(const std::vector<MountEntry>& mounts, std::strin
     return innermost;
 }
 
+const MountEntry* mountAt(const std::vector<MountEntry>& mounts, std::string_view path) {
+    const auto found = std::ranges::find(mounts, path, &MountEntry::path);
+    return found != mounts.end() ? &*found : nullptr;
+}
+
 } // namespace tarnwell

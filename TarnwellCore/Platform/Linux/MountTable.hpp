@@ -43,4 +43,7 @@ bool isNetworkMount(std::string_view type, std::string_view source);
 /// The innermost mount that holds this path, which is absolute and free of links; null without any.
 const MountEntry* mountHolding(const std::vector<MountEntry>& mounts, std::string_view path);
 
+/// What is mounted at exactly this path; null when nothing is.
+const MountEntry* mountAt(const std::vector<MountEntry>& mounts, std::string_view path);
+
 } // namespace tarnwell

@@ -38,11 +38,6 @@ std::optional<std::int64_t> usedBytes(const std::string& path) {
     return static_cast<std::int64_t>(bytes);
 }
 
-const MountEntry* mountAt(const std::vector<MountEntry>& mounts, const std::string& path) {
-    const auto found = std::ranges::find(mounts, path, &MountEntry::path);
-    return found != mounts.end() ? &*found : nullptr;
-}
-
 } // namespace
 
 std::optional<VolumeUsage> volumeUsage(const std::string& path) {

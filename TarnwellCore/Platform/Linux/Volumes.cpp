@@ -151,11 +151,6 @@ std::optional<VolumeProperties> readProperties(const MountEntry& mount, const De
     return properties;
 }
 
-const MountEntry* mountAt(const std::vector<MountEntry>& mounts, const std::string& path) {
-    const auto found = std::ranges::find(mounts, path, &MountEntry::path);
-    return found != mounts.end() ? &*found : nullptr;
-}
-
 /// The path, absolute and free of links; nothing when there is no such item.
 std::optional<std::string> resolvedPath(const std::vector<MountEntry>& mounts, const std::string& path) {
     const auto resolve = [path]() -> std::optional<std::string> {
