@@ -61,6 +61,10 @@ bool BtrfsExtents::read(int file, std::uint64_t inode, std::vector<Extent>& exte
                 return true;
             next = header.offset + 1;
         }
+        // Where another item would have had room there is none. The large ones, with the data inside, stand
+        // alone.
+        if (bufferSize - offset >= sizeof(btrfs_ioctl_search_header) + sizeof(btrfs_file_extent_item))
+            return true;
     }
 }
 
