@@ -12,28 +12,29 @@ namespace {
 
 class Builder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Builder> {
 public:
-    bool Null() { return put({}); }
-    bool Bool(bool value) { return put(JSONValue(std::in_place_type<bool>, value)); }
+    bool Null() {
+        place();
+        return true;
+    }
+    bool Bool(bool value) { return set(value); }
     bool Int(int value) { return Int64(value); }
     bool Uint(unsigned value) { return Int64(value); }
     bool Uint64(std::uint64_t value) {
         return std::in_range<std::int64_t>(value) && Int64(static_cast<std::int64_t>(value));
     }
-    bool Int64(std::int64_t value) { return put(JSONValue(std::in_place_type<std::int64_t>, value)); }
-    bool Double(double value) { return put(JSONValue(std::in_place_type<double>, value)); }
-    bool String(const char* text, rapidjson::SizeType length, bool) {
-        return put(JSONValue(std::in_place_type<std::string>, std::string(text, length)));
-    }
+    bool Int64(std::int64_t value) { return set(value); }
+    bool Double(double value) { return set(value); }
+    bool String(const char* text, rapidjson::SizeType length, bool) { return set(std::string(text, length)); }
     bool Key(const char* text, rapidjson::SizeType length, bool) {
         open_.back().GetObject().emplace_back(std::string(text, length), JSONValue());
         return true;
     }
     bool StartObject() {
-        open_.emplace_back(std::in_place_type<JSONValue::Object>, JSONValue::Object());
+        open_.emplace_back().set(JSONValue::Object());
         return true;
     }
     bool StartArray() {
-        open_.emplace_back(std::in_place_type<JSONValue::Array>, JSONValue::Array());
+        open_.emplace_back().set(JSONValue::Array());
         return true;
     }
     bool EndObject(rapidjson::SizeType) { return end(); }
@@ -42,19 +43,23 @@ public:
     JSONValue& root() { return root_; }
 
 private:
+    template <class Content>
+    bool set(Content content) {
+        place().set(std::move(content));
+        return true;
+    }
     bool end() {
         JSONValue value = std::move(open_.back());
         open_.pop_back();
-        return put(std::move(value));
-    }
-    bool put(JSONValue value) {
-        if (open_.empty())
-            root_ = std::move(value);
-        else if (open_.back().IsArray())
-            open_.back().GetArray().push_back(std::move(value));
-        else
-            open_.back().GetObject().back().second = std::move(value);
+        place() = std::move(value);
         return true;
+    }
+    /// Where the next value goes.
+    JSONValue& place() {
+        if (open_.empty())
+            return root_;
+        return open_.back().IsArray() ? open_.back().GetArray().emplace_back()
+                                      : open_.back().GetObject().back().second;
     }
 
     std::vector<JSONValue> open_; // arrays and objects that have not come to their end, the outermost first

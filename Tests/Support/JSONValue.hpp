@@ -25,8 +25,9 @@ public:
 
     JSONValue() = default; // null
     template <class Content>
-    explicit JSONValue(std::in_place_type_t<Content> /*type*/, Content content)
-        : content_(std::move(content)) {}
+    void set(Content content) {
+        content_.template emplace<Content>(std::move(content));
+    }
 
     bool IsNull() const { return std::holds_alternative<std::monostate>(content_); }
     bool IsString() const { return std::holds_alternative<std::string>(content_); }
