@@ -132,12 +132,12 @@ bool isLeftOver(int folder, const char* name, std::int64_t now) {
 /// The first time that this process comes to a folder, it tidies it.
 void tidyOnce(int folder, const CloneCalls& calls) noexcept {
     constexpr std::size_t mostFolders = 10'000;
-    static std::mutex mutex;
-    static std::set<std::pair<dev_t, ino_t>> seen; // guarded by mutex
     struct stat status = {};
     if (::fstat(folder, &status) != 0)
         return;
     try {
+        static std::mutex mutex;
+        static std::set<std::pair<dev_t, ino_t>> seen; // guarded by mutex
         const std::lock_guard guard(mutex);
         if (seen.size() >= mostFolders || !seen.emplace(status.st_dev, status.st_ino).second)
             return;

@@ -90,9 +90,8 @@ DirectoryCalls callsWithRefusals() {
 /// Changes a folder, and nothing else but the links to files elsewhere.
 class Changes {
 public:
-    Changes(fs::path root, fs::path folder, std::uint64_t seed) : root_(std::move(root)), random_(seed) {
-        folders_ = {std::move(folder)};
-    }
+    Changes(fs::path root, fs::path folder, std::uint64_t seed)
+        : root_(std::move(root)), folders_{std::move(folder)}, random_(seed) {}
 
     void make(int count) {
         while (count-- > 0)
@@ -170,8 +169,8 @@ private:
     }
 
     const fs::path root_;
-    std::mt19937_64 random_;
     std::vector<fs::path> folders_;
+    std::mt19937_64 random_;
     std::set<fs::path> newLinks_;
 };
 

@@ -139,7 +139,7 @@ std::string PseudoTerminal::read(std::chrono::milliseconds time, std::size_t mos
 }
 
 bool PseudoTerminal::expect(std::string_view text) {
-    const auto end = std::chrono::steady_clock::now() + 10s;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     for (;;) {
         if (const std::size_t at = unseen_.find(text); at != std::string::npos) {
             unseen_.erase(0, at + text.size());
@@ -158,7 +158,7 @@ termios PseudoTerminal::modes() const {
 }
 
 int PseudoTerminal::wait(bool untilStopped) {
-    const auto end = std::chrono::steady_clock::now() + 10s;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     for (int status = 0; std::chrono::steady_clock::now() < end;) {
         if (::waitpid(child_, &status, WNOHANG | (untilStopped ? WUNTRACED : 0)) == child_) {
             if (!WIFSTOPPED(status))

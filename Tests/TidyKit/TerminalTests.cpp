@@ -218,7 +218,7 @@ TEST(Terminal, IsNotWaitedForWhenItSaysNothing) {
     const auto begin = std::chrono::steady_clock::now();
     PseudoTerminal terminal({.answers = false}, [] { return echo(); });
     ASSERT_TRUE(terminal.expect("rows"));
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
     EXPECT_EQ(terminal.everything().find("\x1B[5n"), std::string::npos);
     terminal.type("q");
     EXPECT_EQ(terminal.wait(), 0);

@@ -10,7 +10,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <set>
+#include <thread>
 
 namespace fs = std::filesystem;
 
@@ -81,8 +83,10 @@ TEST(RunningPrograms, AreFoundByTheFileTheyWereStartedFrom) {
             ::_exit(1);
         }
         std::vector<RunningProgram> found;
-        for (int attempt = 0; found.empty() && attempt < 500; ++attempt, ::usleep(10'000))
+        for (int attempt = 0; found.empty() && attempt < 500; ++attempt) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
             found = programsRunningFrom(program.parent_path());
+        }
         EXPECT_THAT(found, testing::ElementsAre(RunningProgram{child, program}));
         EXPECT_TRUE(programsRunningFrom(folder / "ap").empty());
         ::kill(-child, SIGKILL);

@@ -119,10 +119,9 @@ int copyLooks(int from, int folder, const char* name) {
     const int to = ::openat(folder, name, O_RDWR | O_CLOEXEC);
     if (to < 0)
         return -1;
-    const struct timespec times[2] = {{}, {}};
     bool isDone = ::fstat(from, &status) == 0 && ::fchmod(to, status.st_mode & 07777) == 0;
     const struct timespec own[2] = {status.st_atim, status.st_mtim};
-    isDone = isDone && ::futimens(to, isDone ? own : times) == 0;
+    isDone = isDone && ::futimens(to, own) == 0;
     ::close(to);
     return isDone ? 0 : -1;
 }
