@@ -21,7 +21,7 @@ namespace {
 /// A folder as people have them, with a home of its own around it.
 struct PaperScene : BrowserScene {
     PaperScene() {
-        for (const auto& [file, size] : {std::pair{"Films/holiday.mp4", 4'200'000},
+        for (const auto& [file, bytes] : {std::pair{"Films/holiday.mp4", 4'200'000},
                                          {"Films/wedding.mov", 1'300'000},
                                          {"Papers/report.pdf", 640'000},
                                          {"Papers/old/draft.pdf", 620'000},
@@ -29,7 +29,7 @@ struct PaperScene : BrowserScene {
                                          {"archive.zip", 2'500'000},
                                          {".hidden", 10'000},
                                          {"notes.txt", 1200}})
-            home.makeFile(std::string("files/") + file, static_cast<std::uint64_t>(size));
+            home.makeFile(std::string("files/") + file, static_cast<std::uint64_t>(bytes));
         const timespec day[2] = {{.tv_sec = 1'714'550'000, .tv_nsec = 0},
                                  {.tv_sec = 1'714'550'000, .tv_nsec = 0}};
         for (const char* item : {"Films/holiday.mp4", "Films/wedding.mov", "Papers/report.pdf",
