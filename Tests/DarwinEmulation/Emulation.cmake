@@ -6,10 +6,10 @@ set(emulation "${PROJECT_SOURCE_DIR}/Tests/DarwinEmulation")
 # Makes of the variable, the library's list for Linux, one for such a build.
 function(tarnwell_emulate_darwin variable)
   file(GLOB darwin_sources CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/TarnwellCore/Platform/Darwin/*.cpp")
-  # What they call is not emulated: clones, digests, reading without the cache, moving items, how much is used. Notes of
-  # the Trash stay with the Trash, which is Linux's.
+  # What they call is not emulated: clones, digests, reading without the cache, moving items, how much is used, which
+  # programs run. Notes of the Trash stay with the Trash, which is Linux's.
   list(FILTER darwin_sources EXCLUDE REGEX
-    "/(BlockLayout|ContentReading|ExtentSharing|ItemMoving|MeasuredFile|SHA256|TrashNotes|VolumeUsage)\\.cpp$")
+    "/(BlockLayout|ContentReading|ExtentSharing|ItemMoving|MeasuredFile|OwnProgram|RunningPrograms|SHA256|TrashNotes|VolumeUsage)\\.cpp$")
   file(GLOB emulation_sources CONFIGURE_DEPENDS "${emulation}/*.cpp")
   set(list ${${variable}})
   foreach(source IN LISTS darwin_sources)

@@ -19,6 +19,7 @@
 // <sys/stat.h>. The flags travel in a member that Linux leaves unused.
 #define st_mtimespec st_mtim
 #define st_atimespec st_atim
+#define st_ctimespec st_ctim
 #define st_flags __glibc_reserved[0]
 #define UF_SETTABLE 0x0000ffffU
 #define UF_HIDDEN 0x00008000U
