@@ -18,7 +18,7 @@ constexpr bool isLetterOrDigit(char character) {
 }
 
 bool startsWithName(std::string_view text, std::string_view start) {
-    return text.size() >= start.size() && isSameName(text.substr(0, start.size()), start);
+    return text.size() >= start.size() && equalsIgnoringCase(text.substr(0, start.size()), start);
 }
 
 std::size_t componentCount(std::string_view identifier) {
@@ -72,7 +72,7 @@ constexpr auto securityProducts = std::to_array<SecurityProduct>({
 
 } // namespace
 
-bool isSameName(std::string_view a, std::string_view b) {
+bool equalsIgnoringCase(std::string_view a, std::string_view b) {
     return std::ranges::equal(a, b, {}, lowered, lowered);
 }
 
@@ -105,11 +105,11 @@ std::string_view makerPrefix(std::string_view identifier) {
     const std::size_t second = identifier.find('.') + 1;
     std::size_t end = identifier.find('.', second);
     const auto isSecond = [&](std::string_view host) {
-        return isSameName(identifier.substr(second, end - second), host);
+        return equalsIgnoringCase(identifier.substr(second, end - second), host);
     };
     if (std::ranges::any_of(hosts, isSecond))
         end = identifier.find('.', end + 1);
-    if (end == std::string_view::npos || isSameName(identifier.substr(0, end), "com.apple"))
+    if (end == std::string_view::npos || equalsIgnoringCase(identifier.substr(0, end), "com.apple"))
         return {};
     return identifier.substr(0, end);
 }

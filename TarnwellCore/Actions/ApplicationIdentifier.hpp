@@ -36,7 +36,7 @@ std::string_view lastComponent(std::string_view identifier);
 std::string_view withoutGroupPrefix(std::string_view name);
 
 /// Whether both are the same but for the case of ASCII letters.
-bool isSameName(std::string_view a, std::string_view b);
+bool equalsIgnoringCase(std::string_view a, std::string_view b);
 
 /// The maker of a security product that this identifier belongs to; empty for any other. Such products guard
 /// themselves, and leave a machine without network or worse when they are taken apart by hand: their own

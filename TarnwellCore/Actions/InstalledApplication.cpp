@@ -25,7 +25,7 @@ bool isFolder(const fs::path& path) {
 }
 
 bool isBundleName(const fs::path& path) {
-    return isSameName(path.extension().native(), ".app") && path.stem() != path.filename();
+    return equalsIgnoringCase(path.extension().native(), ".app") && path.stem() != path.filename();
 }
 
 void addName(std::vector<std::string>& names, const std::string& name) {

@@ -48,7 +48,7 @@ std::string_view stemOf(std::string_view name, std::string_view ends) {
     while (!ends.empty()) {
         const std::string_view end = ends.substr(0, ends.find('|'));
         ends.remove_prefix(std::min(end.size() + 1, ends.size()));
-        if (name.size() > end.size() && isSameName(name.substr(name.size() - end.size()), end))
+        if (name.size() > end.size() && equalsIgnoringCase(name.substr(name.size() - end.size()), end))
             cut = std::max(cut, end.size());
     }
     name.remove_suffix(cut);
@@ -121,7 +121,8 @@ private:
     }
 
     void lookAt(const fs::path& path, const std::string& name, const LeftoverPlace& place) {
-        if (place.hasNames && isSameName(name, makerName(application_.identifier)) && isRealFolder(path))
+        if (place.hasNames && equalsIgnoringCase(name, makerName(application_.identifier)) &&
+            isRealFolder(path))
             for (const std::string& inner : entryNames(path))
                 if (isNameInMakersFolder(inner))
                     add(path / inner, place.safety, {LeftoverReason::makersFolder});
@@ -172,7 +173,7 @@ private:
         for (const InstalledApplication& other : others_) {
             if (matchIdentifier(name, other.identifier) == IdentifierMatch::none)
                 continue;
-            if (isSameName(other.identifier, identifier))
+            if (equalsIgnoringCase(other.identifier, identifier))
                 match.doubt = LeftoverDoubt::otherCopy;
             else if (other.identifier.size() > identifier.size())
                 return std::nullopt;
@@ -210,7 +211,7 @@ private:
 
     static bool isOfMaker(std::string_view identifier, std::string_view maker) {
         return !maker.empty() && identifier.size() >= maker.size() &&
-               isSameName(identifier.substr(0, maker.size()), maker) &&
+               equalsIgnoringCase(identifier.substr(0, maker.size()), maker) &&
                (identifier.size() == maker.size() || identifier[maker.size()] == '.');
     }
 
@@ -254,11 +255,12 @@ private:
 
     static bool hasName(const InstalledApplication& application, std::string_view text) {
         return std::ranges::any_of(application.names,
-                                   [&](const std::string& name) { return isSameName(name, text); });
+                                   [&](const std::string& name) { return equalsIgnoringCase(name, text); });
     }
 
     bool isNameInMakersFolder(std::string_view name) const {
-        return hasName(application_, name) || isSameName(name, lastComponent(application_.identifier)) ||
+        return hasName(application_, name) ||
+               equalsIgnoringCase(name, lastComponent(application_.identifier)) ||
                identifierMatch(name).has_value();
     }
 
@@ -274,7 +276,7 @@ private:
         if (isByName && match.doubt == LeftoverDoubt::none)
             for (const InstalledApplication& other : others_)
                 if (hasName(other, path.filename().native())) {
-                    match.doubt = isSameName(other.identifier, application_.identifier)
+                    match.doubt = equalsIgnoringCase(other.identifier, application_.identifier)
                                       ? LeftoverDoubt::otherCopy
                                       : LeftoverDoubt::otherApplication;
                     match.otherName = other.name();

@@ -49,7 +49,8 @@ public:
             const fs::path folder = optional_ / *program.lexically_relative(optional_).begin();
             if (fs::is_directory(fs::symlink_status(folder, error)))
                 application = {.kind = InstalledApplication::Kind::folder, .location = folder};
-        } else if (isWithin(program, home_) && isSameName(program.extension().native(), ".AppImage") &&
+        } else if (isWithin(program, home_) &&
+                   equalsIgnoringCase(program.extension().native(), ".AppImage") &&
                    fs::is_regular_file(status)) {
             application = {.kind = InstalledApplication::Kind::appImage, .location = program};
         }
@@ -270,12 +271,13 @@ std::future<std::vector<TrashOutcome>> Uninstaller::carryOut(UninstallPlan plan,
 std::vector<InstalledApplication> applicationsCalled(std::string_view word,
                                                      const std::vector<InstalledApplication>& applications) {
     std::vector<InstalledApplication> called;
-    std::ranges::copy_if(
-        applications, std::back_inserter(called), [&](const InstalledApplication& application) {
-            return isSameName(application.identifier, word) ||
-                   std::ranges::any_of(application.names,
-                                       [&](const std::string& name) { return isSameName(name, word); });
-        });
+    std::ranges::copy_if(applications, std::back_inserter(called),
+                         [&](const InstalledApplication& application) {
+                             return equalsIgnoringCase(application.identifier, word) ||
+                                    std::ranges::any_of(application.names, [&](const std::string& name) {
+                                        return equalsIgnoringCase(name, word);
+                                    });
+                         });
     return called;
 }
 

@@ -11,6 +11,7 @@ function(tarnwell_emulate_darwin variable)
   list(FILTER darwin_sources EXCLUDE REGEX
     "/(BlockLayout|ContentReading|ExtentSharing|ItemMoving|MeasuredFile|OwnProgram|RunningPrograms|SHA256|TrashNotes|VolumeUsage)\\.cpp$")
   file(GLOB emulation_sources CONFIGURE_DEPENDS "${emulation}/*.cpp")
+  set_property(SOURCE ${emulation_sources} PROPERTY SKIP_UNITY_BUILD_INCLUSION ON)
   set(list ${${variable}})
   foreach(source IN LISTS darwin_sources)
     string(REPLACE "/Platform/Darwin/" "/Platform/Linux/" counterpart "${source}")
