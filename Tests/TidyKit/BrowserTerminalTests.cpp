@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <thread>
 
@@ -65,7 +66,8 @@ public:
         std::string text;
         for (int attempt = 0; attempt < 200 && text.empty(); ++attempt) {
             std::this_thread::sleep_for(50ms);
-            text = outputOf("cat " + file + " 2>/dev/null");
+            if (std::filesystem::exists(file))
+                text = outputOf("cat " + file);
         }
         EXPECT_FALSE(text.empty()) << screen();
         return text;
