@@ -1,7 +1,7 @@
 #pragma once
 
-// Where applications leave things, in the Library folders of a user and of a machine, and in the folders that
-// the XDG base directory specification names.
+// Where applications leave things: in the Library folders of a user and of a machine, and in the XDG base directories
+// of freedesktop.org.
 
 #include "TarnwellCore/Analysis/CleanupSafety.hpp"
 
@@ -36,7 +36,7 @@ struct LeftoverPlace {
     std::filesystem::path folder() const { return base / relativePath; }
 };
 
-/// The user's folders by the XDG base directory specification; absolute.
+/// The user's folders as freedesktop.org's XDG base directories have them; absolute.
 struct BaseFolders {
     std::filesystem::path configuration;
     std::filesystem::path cache;

@@ -1,7 +1,7 @@
 #pragma once
 
 // The note that desktops leave beside each trashed item, "info/NAME.trashinfo", in the format of the
-// freedesktop.org Trash specification: a heading "[Trash Info]", a line "Path=" with escapes as in URLs, a
+// Trash of freedesktop.org: a heading "[Trash Info]", a line "Path=" with escapes as in URLs, a
 // line "DeletionDate=".
 
 #include "TarnwellCore/Platform/Date.hpp"

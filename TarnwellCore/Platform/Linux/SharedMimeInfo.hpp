@@ -1,8 +1,8 @@
 #pragma once
 
 // The desktop's database of file types, shared-mime-info, read from its text files: `globs2` (which patterns
-// mean which type), `subclasses`, `aliases` and `generic-icons`. Their formats are those of the "Shared
-// MIME-info Database" specification of freedesktop.org.
+// mean which type), `subclasses`, `aliases` and `generic-icons`. Their formats are those of freedesktop.org's
+// "Shared MIME-info Database".
 //
 // The desktop's own library maps `mime.cache` instead, and follows the offsets in it. The user's data folder
 // may hold such a file, too: one that is cut short, even while it is mapped, ends the process. Nothing here
