@@ -76,8 +76,9 @@ std::expected<std::int64_t, SharingFault> shareRange(int first, int further, std
     // The request ends in a flexible array: the only target follows it in memory.
     alignas(struct file_dedupe_range)
         std::byte bytes[sizeof(struct file_dedupe_range) + sizeof(struct file_dedupe_range_info)] = {};
-    auto* const request = new (bytes) file_dedupe_range{};
-    auto* const target = new (bytes + sizeof(struct file_dedupe_range)) file_dedupe_range_info{};
+    auto* const request = std::launder(reinterpret_cast<file_dedupe_range*>(bytes));
+    auto* const target =
+        std::launder(reinterpret_cast<file_dedupe_range_info*>(bytes + sizeof(struct file_dedupe_range)));
     request->src_offset = static_cast<std::uint64_t>(offset);
     request->src_length = static_cast<std::uint64_t>(length);
     request->dest_count = 1;
