@@ -1,32 +1,43 @@
 #include "TarnwellCore/Layout/RemovalTracker.hpp"
 
-#include <algorithm>
+#include "TarnwellCore/Classification/PathUtil.hpp"
+#include "TarnwellCore/Platform/NameForms.hpp"
+
+#include <unordered_map>
 #include <utility>
+#include <vector>
 
 namespace tarnwell {
 
 namespace {
 
-/// Takes the first name off a path; empty at its end.
-std::string_view takeName(std::string_view& path) {
-    path.remove_prefix(std::min(path.find_first_not_of('/'), path.size()));
-    const std::string_view name = path.substr(0, path.find('/'));
-    path.remove_prefix(name.size());
-    return name;
-}
+/// Finds many paths, most of them in few folders: the children of each folder are gone through once.
+class NodeLookup {
+public:
+    explicit NodeLookup(const RemovalTracker& tracker) : tracker_(tracker) {}
 
-/// What is left of the path below the folder; false when it does not lie there.
-bool takeFolder(std::string_view& path, std::string_view folder) {
-    if (!path.starts_with('/') || !folder.starts_with('/'))
-        return false;
-    while (true) {
-        const std::string_view name = takeName(folder);
-        if (name.empty())
-            return true;
-        if (takeName(path) != name)
-            return false;
+    const FileNode* nodeAt(std::string_view path) {
+        const std::string_view name = PathUtil::lastComponent(path);
+        const auto start = static_cast<std::size_t>(name.data() - path.data());
+        const std::string_view folder = path.substr(0, start);
+        if (folder.empty())
+            return tracker_.nodeAt(path);
+        const auto [children, isNew] = folders_.try_emplace(folder);
+        if (isNew)
+            if (const FileNode* const node = tracker_.nodeAt(folder))
+                for (const FileNode* child : node->children())
+                    children->second.emplace(child->name(), child);
+        if (const auto found = children->second.find(name); found != children->second.end())
+            return found->second;
+        // The root, whose folder is not in the tree, or another form of a name.
+        return children->second.empty() || mayHaveOtherForms(name) ? tracker_.nodeAt(path) : nullptr;
     }
-}
+
+private:
+    using Children = std::unordered_map<std::string_view, const FileNode*>;
+    const RemovalTracker& tracker_;
+    std::unordered_map<std::string_view, Children> folders_;
+};
 
 } // namespace
 
@@ -34,26 +45,20 @@ RemovalTracker::RemovalTracker(std::shared_ptr<const FileNode> root)
     : root_(std::move(root)), current_(std::make_shared<RemovedNodes>()) {}
 
 const FileNode* RemovalTracker::nodeAt(std::string_view path) const {
-    if (!root_ || !takeFolder(path, root_->name()))
-        return nullptr;
-    const FileNode* node = root_.get();
-    for (std::string_view name = takeName(path); !name.empty(); name = takeName(path)) {
-        const auto children = node->children();
-        const auto child = std::ranges::find(children, name, &FileNode::name);
-        if (child == children.end())
-            return nullptr;
-        node = *child;
-    }
-    return node;
+    return root_ && path.starts_with('/') ? root_->node(path) : nullptr;
 }
 
 template <class Change>
 std::size_t RemovalTracker::change(std::span<const std::string> paths, Change change) {
+    std::vector<const FileNode*> nodes; // the tree does not change: nobody waits while it is searched
+    NodeLookup lookup(*this);
+    for (const std::string& path : paths)
+        if (const FileNode* const node = paths.size() == 1 ? nodeAt(path) : lookup.nodeAt(path))
+            nodes.push_back(node);
     const std::lock_guard guard(mutex_);
     const auto changed = std::make_shared<RemovedNodes>(*current_);
-    for (const std::string& path : paths)
-        if (const FileNode* const node = nodeAt(path))
-            change(*changed, *node);
+    for (const FileNode* const node : nodes)
+        change(*changed, *node);
     const std::size_t before = current_->count();
     const std::size_t after = changed->count();
     if (before != after)

@@ -31,8 +31,8 @@ public:
     /// The set as it is now; it never changes, so viewers may lay out with it for as long as they like.
     std::shared_ptr<const RemovedNodes> current() const;
 
-    /// The node at a full path of the tree; null when there is none. Trailing and doubled "/" do not matter;
-    /// otherwise names are compared byte by byte, and links are not resolved.
+    /// The node at a full path of the tree; null when there is none. Trailing and doubled "/" do not matter,
+    /// names are compared as by `FileNode::node`, and links are not resolved.
     const FileNode* nodeAt(std::string_view path) const;
 
 private:

@@ -10,14 +10,13 @@
 //     \x00 … \x1F, \x7F     the other control characters of ASCII
 //     \x80 … \xFF           each byte that is no part of a UTF-8 character
 //     \u{80} … \u{9F}       the further control characters
-//     \u{202E} …            what turns the order of text round (also U+061C, U+200E, U+200F, U+202A to
-//     U+202E,
-//                           U+2066 to U+2069) or ends its line (U+2028, U+2029), and what cannot be seen:
-//                           U+00AD, U+180E, U+200B, U+2060 to U+206F, U+FEFF, U+FFF9 to U+FFFB, format
-//                           characters of shorthand and music, and all from U+E0000 to U+E0FFF
-//     \u{200C} \u{200D}     joiners, unless between two visible characters beyond the Latin letters: Persian,
-//     Indic
-//                           scripts and emoji are written with them
+//     \u{202E} …            what turns the order of text round (also U+061C, U+200E, U+200F,
+//                           U+202A to U+202E, U+2066 to U+2069) or ends its line (U+2028, U+2029),
+//                           and what cannot be seen: U+00AD, U+180E, U+200B, U+2060 to U+206F, U+FEFF,
+//                           U+FFF9 to U+FFFB, format characters of shorthand and music, and all from
+//                           U+E0000 to U+E0FFF
+//     \u{200C} \u{200D}     joiners, unless between two visible characters beyond the Latin letters:
+//                           Persian, Indic scripts and emoji are written with them
 //     \u{FE00} … \u{FE0F}   variation selectors, unless behind a character that may have one
 //
 // Everything else stays as it is, backslashes too: the text is for reading, not for reading back. It is valid
