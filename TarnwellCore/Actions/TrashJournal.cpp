@@ -1,5 +1,6 @@
 #include "TarnwellCore/Actions/TrashJournal.hpp"
 
+#include "TarnwellCore/Classification/PathUtil.hpp"
 #include "TarnwellCore/Platform/DurableFile.hpp"
 #include "TarnwellCore/Platform/FileLock.hpp"
 #include "TarnwellCore/Platform/TrashInfo.hpp"
@@ -13,7 +14,9 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <map>
+#include <ranges>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -142,6 +145,8 @@ public:
             const auto planned = entries_.find({*set, *number});
             if (planned == entries_.end())
                 return;
+            // A set may take long: what lies in the Trash came there now, not when all of it was planned.
+            planned->second.second.when = dateFromReferenceSeconds(static_cast<double>(*time) / 1000);
             planned->second.second.location = *std::move(path);
             planned->second.second.identity = *identity;
         }
@@ -201,14 +206,24 @@ public:
             fail(errno, "Could not write ", journal_.file_);
     }
 
-    void replace(const std::vector<TrashJournalEntry>& entries) {
-        std::string text;
-        for (const TrashJournalEntry& entry : entries) {
-            text += line("plan", entry.set, entry.number, entry.when, entry.identity, entry.original);
+    /// Keeps of these entries the newest that fit into so many bytes.
+    void replace(const std::vector<TrashJournalEntry>& entries, std::size_t mostBytes = SIZE_MAX) {
+        std::vector<std::string> lines;
+        std::size_t size = 0;
+        for (const TrashJournalEntry& entry : std::views::reverse(entries)) {
+            std::string text =
+                line("plan", entry.set, entry.number, entry.when, entry.identity, entry.original);
             if (entry.location)
                 text += line("moved", entry.set, entry.number, entry.when, entry.identity, *entry.location);
+            size += text.size();
+            if (size > mostBytes)
+                break;
+            lines.push_back(std::move(text));
         }
-        replaceFileDurably(journal_.file_, text, journal_.calls_);
+        std::string whole;
+        for (const std::string& each : std::views::reverse(lines))
+            whole += each;
+        replaceFileDurably(journal_.file_, whole, journal_.calls_);
     }
 
     std::uintmax_t size() const {
@@ -273,12 +288,9 @@ TrashJournal::Set TrashJournal::plan(const std::vector<fs::path>& items) const n
         std::string lines;
         set.isPlanned_.resize(items.size());
         for (std::size_t number = 0; number < items.size(); ++number) {
-            std::string path = items[number].native();
-            while (path.size() > 1 && path.ends_with('/'))
-                path.pop_back();
-            const fs::path item(path);
+            const fs::path item(PathUtil::withoutTrailingSlashes(items[number].native()));
             const auto identity = itemIdentity(AT_FDCWD, item.c_str());
-            if (!identity || path.find('\0') != std::string::npos)
+            if (!identity || item.native().find('\0') != std::string::npos)
                 continue;
             const fs::path folder = item.has_parent_path() ? item.parent_path() : fs::path(".");
             const fs::path original = fs::path(resolveLinks(folder)) / item.filename();
@@ -294,7 +306,7 @@ TrashJournal::Set TrashJournal::plan(const std::vector<fs::path>& items) const n
             std::vector<TrashJournalEntry> entries = locked.read();
             if (entries.size() > mostEntries)
                 entries.erase(entries.begin(), entries.end() - mostEntries);
-            locked.replace(entries);
+            locked.replace(entries, largestFile / 2); // not at the limit again with the next set
         }
         locked.append(lines, true);
         set.journal_ = this;

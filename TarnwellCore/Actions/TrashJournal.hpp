@@ -6,9 +6,12 @@
 // The file is text, a record a line, fields between tabs. Paths and other bytes are escaped as in URLs, so
 // that a line is ASCII without blanks; times are whole milliseconds since 2001-01-01 00:00:00 UTC:
 //
-//     plan   SET  NUMBER  TIME  IDENTITY  FROM     before an item is moved: NUMBER counts the items of the
-//     set moved  SET  NUMBER  TIME  IDENTITY  TO       once it is in the Trash gone   SET  NUMBER once it is
-//     there no longer
+//     plan   SET  NUMBER  TIME  IDENTITY  FROM
+//     moved  SET  NUMBER  TIME  IDENTITY  TO
+//     gone   SET  NUMBER
+//
+// "plan" stands before an item is moved (NUMBER counts the items of the set), "moved" once it is in the
+// Trash, "gone" once it is there no longer.
 //
 // SET is a UUID; IDENTITY is DEVICE:INODE:TYPE:BIRTH in decimals, BIRTH in nanoseconds since 1970 or "-". A
 // line that is none of these is passed over, and so is what a crash has cut short. The plans of a set are on
@@ -37,6 +40,7 @@ struct TrashJournalEntry {
     /// What was moved in one go has one set; numbers are those of its items, in the order of moving.
     UUID set;
     std::size_t number = 0;
+    /// When it came to its location; of one without, when that was planned.
     Date when = {};
     /// Absolute; the folder's links as they were resolved at the time.
     std::filesystem::path original;
@@ -51,7 +55,8 @@ struct TrashJournalEntry {
 /// it before and after a move never keeps the move from being made: such functions do their best.
 class TrashJournal {
 public:
-    /// What the file may grow to before it is written anew, and how many entries it keeps then, the newest.
+    /// What the file may grow to before it is written anew, and how many entries it keeps then: the newest,
+    /// of at most half that size.
     static constexpr std::size_t largestFile = std::size_t{4} << 20;
     static constexpr std::size_t mostEntries = 10'000;
 

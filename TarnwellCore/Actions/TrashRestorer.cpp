@@ -140,19 +140,29 @@ Origin originOf(const TrashJournalEntry& entry) {
     return {.base = "/", .below = entry.original.relative_path(), .trashedAt = entry.when, .entry = &entry};
 }
 
+/// By the desktop's hand another item may have come to this place since, or the same from elsewhere. A note
+/// has local time without a zone, so that its time alone proves nothing.
+bool isOfLaterMove(const NotedOrigin& note, const TrashJournalEntry& entry, bool isSameItem) {
+    if (!note.trashedAt ||
+        referenceSeconds(*note.trashedAt) <= referenceSeconds(entry.when) + noteExactness)
+        return false;
+    if (!isSameItem)
+        return true;
+    const fs::path path = (note.base / note.relativePath).lexically_normal();
+    return path != entry.original &&
+           fs::path(resolveLinks(path.parent_path())) / path.filename() != entry.original;
+}
+
 /// What is known of an item that lies there now, or why it is not to be restored.
 std::expected<Origin, RestoreRefusal> originOf(const fs::path& location, const ItemIdentity& identity,
                                                const Knowledge& knowledge) {
     const TrashJournalEntry* const entry = knowledge.entryAt(location);
     const auto note = notedOrigin(location);
-    // By the desktop's hand another item may have come to this place since, or the same from elsewhere.
-    const bool isNotedLater =
-        note && note->trashedAt && entry != nullptr &&
-        referenceSeconds(*note->trashedAt) > referenceSeconds(entry->when) + noteExactness;
-    if (entry != nullptr && !isNotedLater) {
-        if (!entry->identity.mayBe(identity))
-            return std::unexpected(RestoreRefusal::changed);
-        return originOf(*entry);
+    if (entry != nullptr) {
+        const bool isSame = entry->identity.mayBe(identity);
+        if (!note || !isOfLaterMove(*note, *entry, isSame))
+            return isSame ? std::expected<Origin, RestoreRefusal>(originOf(*entry))
+                          : std::unexpected(RestoreRefusal::changed);
     }
     std::optional<Origin> noted;
     if (note)
@@ -292,14 +302,27 @@ void addItem(TrashListing& listing, const fs::path& location, const Knowledge& k
     listing.items.push_back(std::move(item));
 }
 
-bool isListedBefore(const TrashedItem& left, const TrashedItem& right) {
-    if (left.set && left.set == right.set)
-        return left.number > right.number;
-    if (left.trashedAt != right.trashedAt)
-        return left.trashedAt > right.trashedAt; // a date before none
-    if (left.set != right.set)
-        return left.set > right.set;
-    return left.location.native() < right.location.native();
+/// The latest first. A set stands together, at the date of its latest item: clocks may have been put back
+/// while it was moved.
+void sortByDate(std::vector<TrashedItem>& items) {
+    std::map<UUID, std::optional<Date>> datesOfSets;
+    for (const TrashedItem& item : items)
+        if (item.set) {
+            std::optional<Date>& latest = datesOfSets[*item.set];
+            latest = std::max(latest, item.trashedAt);
+        }
+    const auto dateOf = [&](const TrashedItem& item) {
+        return item.set ? datesOfSets.at(*item.set) : item.trashedAt;
+    };
+    std::ranges::sort(items, [&](const TrashedItem& left, const TrashedItem& right) {
+        if (dateOf(left) != dateOf(right))
+            return dateOf(left) > dateOf(right); // a date before none
+        if (left.set != right.set)
+            return left.set > right.set;
+        if (left.number != right.number)
+            return left.number > right.number;
+        return left.location.native() < right.location.native();
+    });
 }
 
 std::vector<fs::path> liveTrashFolders(const fs::path& home) {
@@ -352,7 +375,7 @@ std::future<TrashListing> TrashRestorer::list(CancellationToken token) const {
                 addItem(listing, *entry.location, knowledge);
         }
         restorer.journal_.forget(left);
-        std::ranges::sort(listing.items, isListedBefore);
+        sortByDate(listing.items);
         return listing;
     });
 }

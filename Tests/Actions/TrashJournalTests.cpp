@@ -86,14 +86,22 @@ TEST(TrashJournal, IsBounded) {
     const TrashJournal journal(folder / "journal.txt");
     moveAll(journal, folder, {"one"});
     const std::string lines = test::readFile(folder / "journal.txt");
-    {
+    const auto grow = [&](auto piece) {
         std::ofstream file(folder / "journal.txt", std::ios::app);
         while (static_cast<std::size_t>(file.tellp()) < TrashJournal::largestFile)
-            file << lines;
-    }
+            file << piece();
+    };
+    grow([&] { return lines; });
     moveAll(journal, folder, {"two"});
     EXPECT_EQ(journal.entries().size(), 2u);
     EXPECT_LT(fs::file_size(folder / "journal.txt"), 10'000u);
+
+    grow([] {
+        return "plan\t" + UUID::random().text() + "\t0\t2\t3:4:1:-\t/" + std::string(4000, 'x') + "\n";
+    });
+    moveAll(journal, folder, {"three"});
+    EXPECT_LT(fs::file_size(folder / "journal.txt"), TrashJournal::largestFile * 5 / 8);
+    EXPECT_EQ(journal.entries().back().original, folder / "from/three");
 }
 
 TEST(TrashJournal, NothingKeepsAMoveFromBeingMade) {

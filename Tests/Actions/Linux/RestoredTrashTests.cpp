@@ -5,10 +5,14 @@
 
 #include "Tests/Support/TemporaryFolder.hpp"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <ctime>
 
 namespace fs = std::filesystem;
 
@@ -34,10 +38,11 @@ struct Place {
     fs::path volumeTrash() const { return folder / ("volume/.Trash-" + std::to_string(::getuid())); }
 
     /// Puts an item with its note into a Trash.
-    fs::path put(const fs::path& trash, const std::string& name, const std::string& path) const {
+    fs::path put(const fs::path& trash, const std::string& name, const std::string& path,
+                 const std::string& date = "2024-01-02T03:04:05") const {
         const fs::path inside = trash.lexically_relative(folder.path());
         folder.writeFile((inside / "info" / (name + ".trashinfo")).native(),
-                         "[Trash Info]\nPath=" + path + "\nDeletionDate=2024-01-02T03:04:05\n");
+                         "[Trash Info]\nPath=" + path + "\nDeletionDate=" + date + "\n");
         return folder.writeFile((inside / "files" / name).native(), name);
     }
 };
@@ -55,6 +60,58 @@ TEST(RestoredTrash, WhatTheDesktopNotedGoesBack) {
     EXPECT_TRUE(fs::is_empty(home / "info"));
     EXPECT_TRUE(fs::is_empty(place.volumeTrash() / "info"));
     EXPECT_TRUE(place.restorer.list().get().items.empty());
+}
+
+/// Whether the journal or the note tells of what lies there: sets take long, notes have no time zone.
+TEST(RestoredTrash, AnItemStaysWithItsSetUnlessItWasMovedAgain) {
+    const Place place;
+    fs::create_directory_symlink(".", place.folder / "link");
+    const std::string root = place.folder.path().native();
+    const struct {
+        const char* name;
+        std::string notedPath; // the journal has "<root>/<name>"
+        std::string notedDate; // the journal has 60 s for the plan, 120 s for the move, in 2024
+        bool isSame;
+        bool hasSet;
+        std::string original = {};
+    } rows[] = {
+        {"slow", root + "/slow", "2024-01-01T00:02:00", true, true, root + "/slow"},
+        {"zone", root + "/zone", "2024-01-01T05:02:00", true, true, root + "/zone"},
+        {"linked", root + "/link/linked", "2024-01-01T05:02:00", true, true, root + "/linked"},
+        {"again", root + "/elsewhere", "2024-01-01T05:02:00", true, false, root + "/elsewhere"},
+        {"other", root + "/other", "2024-01-01T05:02:00", false, false, root + "/other"},
+        {"changed", root + "/changed", "2024-01-01T00:02:00", false, false},
+    };
+    std::string journal;
+    std::tm first = {};
+    first.tm_mday = 1;
+    first.tm_year = 124;
+    first.tm_isdst = -1;
+    const auto milliseconds = [start = std::mktime(&first)](int seconds) {
+        return std::to_string((start - 978'307'200 + seconds) * 1000);
+    };
+    for (const auto& row : rows) {
+        const fs::path item = place.put(place.folder / "home/Trash", row.name, row.notedPath, row.notedDate);
+        const auto identity = itemIdentity(AT_FDCWD, item.c_str());
+        const std::string middle =
+            ":" + std::to_string(identity->inode + (row.isSame ? 0 : 1)) + ":" +
+            std::to_string(static_cast<std::uint32_t>(identity->type)) + ":-\t" + root + "/";
+        const std::string set = "\t" + UUID::random().text() + "\t0\t";
+        const std::string device = "\t" + std::to_string(identity->device);
+        journal.append("plan" + set + milliseconds(60) + device + middle + row.name + "\n");
+        journal.append("moved" + set + milliseconds(120) + device + middle + "home/Trash/files/" + row.name +
+                       "\n");
+    }
+    place.folder.writeFile("journal.txt", journal);
+    const auto items = place.restorer.list().get().items;
+    ASSERT_EQ(items.size(), std::size(rows));
+    for (const auto& row : rows) {
+        const auto item = std::ranges::find(items, place.folder / "home/Trash/files" / row.name,
+                                            &TrashedItem::location);
+        ASSERT_NE(item, items.end());
+        EXPECT_EQ(item->set.has_value(), row.hasSet) << row.name;
+        EXPECT_EQ(item->original.value_or("").native(), row.original) << row.name;
+    }
 }
 
 /// A disk that a stranger has prepared.
