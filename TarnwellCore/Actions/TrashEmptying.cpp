@@ -10,11 +10,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cmath>
 #include <cstdint>
+#include <ctime>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <unordered_set>
 
 namespace fs = std::filesystem;
 
@@ -44,29 +47,46 @@ private:
     const int number_;
 };
 
-/// What "info" beside an open folder "files" notes of an item goes once the item is gone, so that what is
-/// left can still be put back. Found from the folder itself, whatever its path leads to by now.
-void removeNotes(int files) {
-    constexpr std::string_view ending = ".trashinfo";
-    const OpenFolder notes(::openat(files, "../info", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!notes.isUsers())
-        return;
-    const int copy = ::openat(notes.number(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); // a stream closes it
+template <class Body>
+void forEachName(int folder, Body body) {
+    const int copy = ::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); // a stream closes it
     const std::unique_ptr<DIR, int (*)(DIR*)> stream(copy < 0 ? nullptr : ::fdopendir(copy), ::closedir);
     if (!stream) {
         if (copy >= 0)
             ::close(copy);
         return;
     }
-    while (const dirent* entry = ::readdir(stream.get())) {
-        const std::string_view name = entry->d_name;
+    while (const dirent* entry = ::readdir(stream.get()))
+        body(entry->d_name);
+}
+
+/// A desktop writes the note first, and moves the item then.
+bool mayBeOnItsWay(const struct stat& note) {
+    constexpr double patience = 60; // seconds
+    return std::abs(std::difftime(std::time(nullptr), note.st_mtime)) < patience;
+}
+
+/// What "info" beside an open folder "files" notes of an item goes once the item, one of those that were
+/// there, is gone, so that what is left can still be put back. Found from the folder itself, whatever its
+/// path leads to by now.
+void removeNotes(int files, const std::unordered_set<std::string>& wereThere) {
+    constexpr std::string_view ending = ".trashinfo";
+    const OpenFolder notes(::openat(files, "../info", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!notes.isUsers())
+        return;
+    forEachName(notes.number(), [&](const char* noteName) {
+        const std::string_view name = noteName;
         if (!name.ends_with(ending))
-            continue;
+            return;
         const std::string item(name.substr(0, name.size() - ending.size()));
         struct stat status = {};
-        if (::fstatat(files, item.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT)
-            (void)::unlinkat(notes.number(), entry->d_name, 0); // without its item it only takes room
-    }
+        if (::fstatat(files, item.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 || errno != ENOENT)
+            return;
+        if (wereThere.contains(item) ||
+            (::fstatat(notes.number(), noteName, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+             !mayBeOnItsWay(status)))
+            (void)::unlinkat(notes.number(), noteName, 0); // without its item it only takes room
+    });
 }
 
 /// Whether a folder that could not be opened is none, or not the user's.
@@ -96,9 +116,13 @@ EmptyTrashOutcome emptyTrashFolders(const std::vector<fs::path>& folders, const 
             }
             continue;
         }
+        const bool hasNotes = folder.filename() == "files";
+        std::unordered_set<std::string> wereThere;
+        if (hasNotes)
+            forEachName(opened.number(), [&](const char* name) { wereThere.emplace(name); });
         const RemovalResult result = PermanentRemoval::removeContents(opened.number(), folder, token);
-        if (folder.filename() == "files")
-            removeNotes(opened.number());
+        if (hasNotes)
+            removeNotes(opened.number(), wereThere);
         if (result.wasCancelled)
             return EmptyTrashFailed{"It was called off; " + std::to_string(result.removedCount) +
                                     " files and folders are gone."};

@@ -73,11 +73,16 @@ TEST(TrashEmptying, NotesGoWithTheirItemsOnly) {
     folder.makeFile("Trash/info/a.trashinfo", 10);
     folder.makeFile("Trash/info/b.trashinfo", 10);
     folder.makeFile("Trash/info/other", 10);
+    folder.makeFile("Trash/info/coming.trashinfo", 10); // its item follows
+    const fs::path lost = folder.makeFile("Trash/info/lost.trashinfo", 10);
+    fs::last_write_time(lost, fs::last_write_time(lost) - std::chrono::hours(1));
     folder.makeFile("plain/info/c.trashinfo", 10);
     const std::vector<fs::path> folders = {folder / "Trash/files/", folder / "missing", folder / "plain"};
     EXPECT_EQ(emptyTrashFolders(folders), EmptyTrashOutcome(EmptyTrashEmptied{}));
     EXPECT_TRUE(fs::is_empty(folder / "Trash/files"));
     EXPECT_FALSE(fs::exists(folder / "Trash/info/a.trashinfo"));
+    EXPECT_FALSE(fs::exists(lost));
+    EXPECT_TRUE(fs::exists(folder / "Trash/info/coming.trashinfo"));
     EXPECT_TRUE(fs::exists(folder / "Trash/info/other"));
     EXPECT_TRUE(fs::is_empty(folder / "plain"));
 }
