@@ -38,12 +38,14 @@ std::optional<fs::path> moveToPlatformTrash(const fs::path& url) {
     return *std::move(landed);
 }
 
-/// Moves the item that the outcome is for and completes the outcome.
-void moveOne(const TrashService& service, TrashOutcome& outcome) noexcept {
+/// Moves the item and completes its outcome.
+void moveOne(const TrashService& service, const fs::path& item, TrashOutcome& outcome) noexcept {
     // Short enough to need no memory, as there may be none.
     constexpr const char* outOfMemory = "Out of memory.";
     try {
-        outcome.trashedTo = service.trashItem(outcome.source);
+        if (outcome.source.empty())
+            outcome.source = item; // an earlier call gave it away
+        outcome.trashedTo = service.trashItem(item);
     } catch (const std::bad_alloc&) {
         outcome.failure = outOfMemory;
     } catch (const std::exception& error) {
@@ -92,7 +94,7 @@ struct TrashMoves::State {
         TrashOutcome& outcome = outcomes[number];
         outcome.trashedTo.reset(); // of an item that was moved before
         outcome.failure.reset();
-        moveOne(service, outcome);
+        moveOne(service, items[number], outcome);
         if (outcome.trashedTo)
             set->noteMoved(number, *outcome.trashedTo);
     }

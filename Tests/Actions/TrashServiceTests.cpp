@@ -48,6 +48,9 @@ TEST(TrashServiceTests, ABatchGivesOneOutcomeEachInOrderAndNeverThrows) {
 
     EXPECT_TRUE(service.moveToTrash(std::vector<fs::path>()).get().empty());
     EXPECT_EQ(service.moveToTrash("/refused").get(), outcomes[1]);
+    TrashMoves moves = service.planMoves({"/a"});
+    for (int time = 0; time < 2; ++time)
+        EXPECT_EQ(moves.move(0), outcomes[0]);
 
     service.trashItem = nullptr;
     EXPECT_FALSE(service.moveToTrash("/a").get().succeeded());
