@@ -68,7 +68,7 @@ class Search {
 public:
     Search(const InstalledApplication& application, const std::vector<InstalledApplication>& others,
            const fs::path& home)
-        : application_(application), others_(others) {
+        : application_(application), others_(others), home_(home) {
         if (const auto status = statusOf(home))
             user_ = status->st_uid;
     }
@@ -110,8 +110,11 @@ private:
 
     /// A link on the way that somebody else made may lead anywhere.
     bool isReachedByTrustedLinks(const LeftoverPlace& place) const {
-        fs::path path = place.base;
-        for (const fs::path& component : place.relativePath) {
+        // The way to the home is as its owner has it; other folders may lie anywhere.
+        const bool isAtHome = place.base == home_;
+        fs::path path = isAtHome ? place.base : place.base.root_path();
+        for (const fs::path& component :
+             isAtHome ? place.relativePath : place.base.relative_path() / place.relativePath) {
             path /= component;
             const auto status = statusOf(path);
             if (!status || (S_ISLNK(status->st_mode) && status->st_uid != 0 && status->st_uid != user_))
@@ -296,6 +299,7 @@ private:
 
     const InstalledApplication& application_;
     const std::vector<InstalledApplication>& others_;
+    const fs::path& home_;
     uid_t user_ = ::geteuid();
     Leftovers found_;
     std::error_code error_;

@@ -3,6 +3,7 @@
 #include "TarnwellCore/Actions/ApplicationIdentifier.hpp"
 #include "TarnwellCore/Actions/LeftoverSearch.hpp"
 #include "TarnwellCore/Analysis/HomeFolder.hpp"
+#include "TarnwellCore/Classification/PathUtil.hpp"
 #include "TarnwellCore/Platform/BackgroundTask.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Scanning/DiskScanner.hpp"
@@ -25,35 +26,19 @@ using Kind = UninstallRefusal::Kind;
 /// What came with a system lies here, below its root.
 constexpr const char* systemsOwn = "System";
 
-fs::path withoutTrailingSlashes(const fs::path& path) {
-    std::string text = path.native();
-    while (text.size() > 1 && text.ends_with('/'))
-        text.pop_back();
-    return text;
-}
-
 /// What is installed for one user by hand, from the program that an entry starts.
 class UserApplications {
 public:
     explicit UserApplications(const fs::path& home, const BaseFolders& folders)
         : home_(resolveLinks(home)),
-          optional_(home_ / ".local/opt"),
+          optional_(resolveLinks(home_ / ".local/opt")),
           entries_(menuEntriesIn(folders.data / "applications")) {}
 
-    /// Nothing for a program that something else has installed.
+    /// Nothing for a program that something else has installed. It may be started through a link.
     std::optional<InstalledApplication> of(const fs::path& program) const {
-        std::optional<InstalledApplication> application;
-        std::error_code error;
-        const fs::file_status status = fs::symlink_status(program, error);
-        if (isWithin(program, optional_) && program != optional_) {
-            const fs::path folder = optional_ / *program.lexically_relative(optional_).begin();
-            if (fs::is_directory(fs::symlink_status(folder, error)))
-                application = {.kind = InstalledApplication::Kind::folder, .location = folder};
-        } else if (isWithin(program, home_) &&
-                   equalsIgnoringCase(program.extension().native(), ".AppImage") &&
-                   fs::is_regular_file(status)) {
-            application = {.kind = InstalledApplication::Kind::appImage, .location = program};
-        }
+        std::optional<InstalledApplication> application = directlyOf(program);
+        if (!application)
+            application = directlyOf(resolveLinks(program));
         if (application)
             describe(*application);
         return application;
@@ -70,10 +55,26 @@ public:
     }
 
 private:
+    std::optional<InstalledApplication> directlyOf(const fs::path& program) const {
+        std::error_code error;
+        if (isWithin(program, optional_) && program != optional_ && !isWithin(home_, optional_)) {
+            const fs::path folder = optional_ / *program.lexically_relative(optional_).begin();
+            if (fs::is_directory(fs::symlink_status(folder, error)))
+                return InstalledApplication{.kind = InstalledApplication::Kind::folder, .location = folder};
+        } else if (isWithin(program, home_) &&
+                   equalsIgnoringCase(program.extension().native(), ".AppImage") &&
+                   fs::is_regular_file(fs::symlink_status(program, error))) {
+            return InstalledApplication{.kind = InstalledApplication::Kind::appImage,
+                                        .location = program};
+        }
+        return std::nullopt;
+    }
+
     /// By the entries that start something of it; of several identifiers, the first usable one.
     void describe(InstalledApplication& application) const {
         for (const MenuEntry& entry : entries_)
-            if (isWithin(entry.program, application.location)) {
+            if (isWithin(entry.program, application.location) ||
+                isWithin(resolveLinks(entry.program), application.location)) {
                 if (!isUsableIdentifier(application.identifier))
                     application.identifier = entry.identifier();
                 if (!entry.name.empty())
@@ -113,7 +114,7 @@ public:
         : uninstaller_(uninstaller), token_(token) {}
 
     UninstallPlan run(const fs::path& given) {
-        const fs::path path = withoutTrailingSlashes(given);
+        const fs::path path(PathUtil::withoutTrailingSlashes(given.native()));
         plan_.refusal = recognise(path);
         if (!plan_.application || plan_.refusal)
             return std::move(plan_);
@@ -139,8 +140,11 @@ private:
             return std::nullopt;
         const UserApplications users(uninstaller_.home(), uninstaller_.baseFolders);
         const auto entry = menuEntry(path);
-        plan_.application =
-            users.of(entry ? entry->program : fs::path(resolveLinks(path.parent_path())) / path.filename());
+        const fs::path item = fs::path(resolveLinks(path.parent_path())) / path.filename();
+        plan_.application = users.of(entry ? entry->program : item);
+        // A file somewhere in an application does not stand for all of it.
+        if (plan_.application && !entry && plan_.application->location != item)
+            plan_.application.reset();
         if (plan_.application)
             return std::nullopt;
         return UninstallRefusal{entry ? Kind::notOfUser : Kind::notApplication};

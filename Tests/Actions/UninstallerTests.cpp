@@ -176,6 +176,13 @@ TEST_F(UninstallerTests, WhatOthersMayUseIsDoubtful) {
     const UninstallPlan led = plan(brief);
     EXPECT_TRUE(leftovers(led).empty());
     EXPECT_THAT(led.unreadable, testing::ElementsAre(root / "Users/ann/Library/Caches"));
+    // Nor where folders are that the user has elsewhere.
+    uninstaller.baseFolders.cache = root / "shared/cache";
+    root.makeFile("stranger's/short.name/x", 10);
+    fs::create_directory_symlink("../stranger's", root.makeFolder("shared") / "cache");
+    EXPECT_EQ(leftovers(plan(brief)).size(), 1u);
+    ASSERT_EQ(::lchown((root / "shared/cache").c_str(), 12345, 12345), 0);
+    EXPECT_TRUE(leftovers(plan(brief)).empty());
 }
 
 TEST_F(UninstallerTests, IdentifiersThatAreNoneMatchNothing) {

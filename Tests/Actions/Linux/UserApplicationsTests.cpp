@@ -66,6 +66,19 @@ TEST(UserApplications, AppImagesAndFoldersAreKnownByTheirEntries) {
     EXPECT_EQ(installed.size(), 2u);
     EXPECT_EQ(applicationsCalled("the tool", installed).size(), 1u);
     EXPECT_EQ(applicationsCalled("org.example.draw", installed).size(), 1u);
+    EXPECT_EQ(uninstaller.plan(program).get().refusal,
+              UninstallRefusal{UninstallRefusal::Kind::notApplication})
+        << "a file in it is not all of it";
+
+    // The folder elsewhere, the program started through a link to it.
+    fs::rename(home / ".local/opt", home / "disk");
+    fs::create_directory_symlink(home / "disk", home / ".local/opt");
+    home.writeFile(menu + "tool.desktop", entry("The Tool", home / ".local/bin/tool"));
+    const UninstallPlan linked = uninstaller.plan(home / (menu + "tool.desktop")).get();
+    EXPECT_EQ(linked.refusal, std::nullopt);
+    EXPECT_EQ(linked.application.value().location, home / "disk/tool");
+    EXPECT_EQ(linked.application->name(), "The Tool");
+    EXPECT_EQ(linked.items.size(), 3u);
 }
 
 TEST(RunningPrograms, AreFoundByTheFileTheyWereStartedFrom) {
