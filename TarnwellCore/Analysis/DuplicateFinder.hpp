@@ -12,7 +12,7 @@
 //
 // The files of a device are read in the order of their inodes, which on most file systems is near the order
 // on the disk, by as many threads as there are processors. See ContentReading.hpp for what that leaves of
-// other programs' cache. Memory: less than 200 bytes a candidate, and two buffers of a mebibyte for each
+// other programs' cache. Memory: some 260 bytes a candidate at most, and two buffers of a mebibyte for each
 // thread, however large the files are.
 
 #include "TarnwellCore/Analysis/DuplicateOptions.hpp"

@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 
 namespace tarnwell {
 
@@ -77,7 +78,10 @@ public:
           isWhole_(isWhole),
           selectedNames_(index.names().size()),
           selectedLinks_(index.bodies().size()),
-          fates_(index.bodies().size(), Fate::stays) {}
+          fates_(index.bodies().size(), Fate::stays),
+          told_(index.bodies().size()) {}
+
+    static_assert(texts.size() <= 8, "a bit for each reason");
 
     FreedBytes run(std::span<const FileNode* const> nodes) {
         for (const FileNode* node : outermost(nodes))
@@ -102,6 +106,14 @@ private:
         reason.bytes += bytes;
         reason.count += count;
         return reason;
+    }
+
+    /// Counts a file once for a reason, however many of its blocks it is the reason for.
+    void noteBody(FreedSpaceReason kind, std::uint32_t body) {
+        const auto bit = static_cast<std::uint8_t>(1u << static_cast<unsigned>(kind));
+        if ((told_[body] & bit) == 0)
+            note(kind, 0);
+        told_[body] |= bit;
     }
 
     void free(std::int64_t bytes) {
@@ -138,10 +150,10 @@ private:
             note(FreedSpaceReason::unseen, 0);
             return;
         }
-        const std::int64_t sure = std::min(folder.reclaimableSize, folder.allocatedSize);
-        freed_.atLeast -= folder.allocatedSize - sure;
-        if (folder.allocatedSize > sure)
-            note(FreedSpaceReason::onlySums, folder.allocatedSize - sure);
+        // Also what each of its files would free alone is no promise: other links may lie elsewhere.
+        freed_.atLeast -= folder.allocatedSize;
+        if (folder.allocatedSize > 0)
+            note(FreedSpaceReason::onlySums, folder.allocatedSize);
     }
 
     void settle(std::uint32_t number) {
@@ -164,8 +176,10 @@ private:
             note(FreedSpaceReason::storedOtherwise, body.exclusive);
         else
             freed_.atLeast += body.exclusive;
-        if (hasAllLinks && body.sharedSomewhere > 0)
-            note(FreedSpaceReason::sharersUnknown, body.sharedSomewhere);
+        if (hasAllLinks && body.sharedSomewhere > 0) {
+            note(FreedSpaceReason::sharersUnknown, body.sharedSomewhere, 0);
+            noteBody(FreedSpaceReason::sharersUnknown, number);
+        }
     }
 
     void sweepIslands() {
@@ -211,13 +225,15 @@ private:
             sureGoers += fate == Fate::goes ? step : 0;
             partUsers += (index_.bodies()[edge.body].traits & HeldSpace::wholeExtents) == 0 ? step : 0;
         }
-        std::int64_t bodies = 0;
-        for (const SharingIndex::Edge& edge : edges)
-            bodies += !edge.isEnd && fates_[edge.body] != Fate::stays ? 1 : 0;
-        if (blocked > 0)
-            note(FreedSpaceReason::sharedElsewhere, blocked, bodies);
-        if (unsure > 0)
-            note(FreedSpaceReason::sharersUnknown, unsure, bodies);
+        for (const auto& [kind, bytes] : {std::pair(FreedSpaceReason::sharedElsewhere, blocked),
+                                          std::pair(FreedSpaceReason::sharersUnknown, unsure)}) {
+            if (bytes == 0)
+                continue;
+            note(kind, bytes, 0);
+            for (const SharingIndex::Edge& edge : edges)
+                if (!edge.isEnd && fates_[edge.body] != Fate::stays)
+                    noteBody(kind, edge.body);
+        }
     }
 
     void settleCloneGroups() {
@@ -233,6 +249,12 @@ private:
             ++counts[group].goers;
             counts[group].sureGoers += fates_[number] == Fate::goes ? 1 : 0;
         }
+        // A clone that was changed has no identifier in common with the others any more, and yet uses blocks
+        // of theirs.
+        const bool mayHaveChangedClones =
+            !isWhole_ || !std::ranges::all_of(index_.changedClones(), [this](std::uint32_t body) {
+                return fates_[body] == Fate::goes;
+            });
         for (const auto& [number, count] : counts) {
             const SharingIndex::CloneGroup& group = index_.cloneGroups()[number];
             if (count.goers < group.known) {
@@ -240,7 +262,7 @@ private:
                 continue;
             }
             freed_.atMost += group.length;
-            if (count.sureGoers >= group.references)
+            if (count.sureGoers >= group.references && !mayHaveChangedClones)
                 freed_.atLeast += group.length;
             else
                 note(FreedSpaceReason::sharersUnknown, group.length, count.goers);
@@ -252,6 +274,7 @@ private:
     std::vector<bool> selectedNames_;
     std::vector<std::uint32_t> selectedLinks_; // by body
     std::vector<Fate> fates_;                  // by body
+    std::vector<std::uint8_t> told_;           // by body: for which reasons it has been counted, as bits
     std::vector<std::uint32_t> touched_;
     std::array<FreedBytes::Reason, texts.size()> reasons_ = {};
     FreedBytes freed_;

@@ -80,7 +80,8 @@ public:
     using HoldsAll = std::function<bool(const std::string& path)>;
 
     /// Holds the tree. A scan without one (`ScanResult::root` null) has no answers: std::invalid_argument.
-    /// Its options must have had `keepsSharing`; without, files that share blocks are reckoned each alone.
+    /// Of one whose options had not `keepsSharing` every file is reckoned alone: links of one file are not
+    /// known for that, and `atLeast` promises too much of them.
     explicit FreedSpace(const ScanResult& scan);
     FreedSpace(const ScanResult& scan, const HoldsAll& holdsAll);
     ~FreedSpace();

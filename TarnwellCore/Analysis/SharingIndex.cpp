@@ -13,6 +13,13 @@ std::int64_t floored(std::int64_t bytes) {
     return std::max<std::int64_t>(bytes, 0);
 }
 
+/// Of these files a part, or all, is somebody else's too: a clone's or, without a word of clones, a
+/// snapshot's.
+bool holdsSharedBlocks(const FileNode& node) {
+    return node.sharesBlocksWithClones() ||
+           (node.reportsPrivateSize && node.privateSize() < node.allocatedSize);
+}
+
 } // namespace
 
 SharingIndex::SharingIndex(const FileNode& root) {
@@ -75,7 +82,7 @@ void SharingIndex::addFile(const FileNode& node) {
         addName(node, none);
     } else if (node.flags.contains(FileNodeFlags::dataless)) {
         addName(node, none);
-    } else if (node.keepsSharing() || node.sharesBlocksWithClones()) {
+    } else if (node.keepsSharing() || holdsSharedBlocks(node)) {
         addName(node, bodyOf(node));
     } else if (node.allocatedSize > 0 && !node.reportsPrivateSize && !node.isSymlink()) {
         hasUnseen_ = true; // of the file's blocks, so a sharer of others' may be overlooked
@@ -106,8 +113,11 @@ void SharingIndex::fill(Body& body, std::uint32_t index, const FileNode& node, c
     body.traits = kept.traits;
     body.firstExtent = static_cast<std::uint32_t>(placedEdges_.size() / 2);
     if (!kept.hasHeld) {
-        body.exclusive = node.sharesBlocksWithClones() ? floored(node.privateSize()) : body.allocated;
+        body.exclusive =
+            holdsSharedBlocks(node) ? std::min(floored(node.privateSize()), body.allocated) : body.allocated;
         body.sharedSomewhere = floored(body.allocated - body.exclusive);
+        if (body.sharedSomewhere > 0)
+            changedClones_.push_back(index);
         return;
     }
     if ((kept.traits & HeldSpace::cloneGroup) != 0) {

@@ -70,6 +70,8 @@ public:
     std::span<const Name> names() const { return names_; }
     std::span<const Body> bodies() const { return bodies_; }
     std::span<const CloneGroup> cloneGroups() const { return cloneGroups_; }
+    /// Files that share some of their blocks without a word on with whom.
+    std::span<const std::uint32_t> changedClones() const { return changedClones_; }
     /// Runs that overlap belong to one island; islands share nothing.
     std::span<const std::uint32_t> islandsOf(const Body& body) const {
         return std::span(islandOfExtent_).subspan(body.firstExtent, body.extentCount);
@@ -109,6 +111,7 @@ private:
     std::vector<std::uint32_t> islandOfExtent_;
     std::vector<Range> islands_;
     std::vector<CloneGroup> cloneGroups_;
+    std::vector<std::uint32_t> changedClones_;
     std::map<std::pair<std::uint32_t, std::uint64_t>, std::uint32_t> groupOfIdentifier_;
     bool hasUnseen_ = false;
 };

@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::array<std::string_view, ledgerEntryCount> texts = {
     "files that were scanned",
-    "blocks that several of them share",
+    "blocks that several of them share, and what compression saves",
     "blocks of folders",
     "what could not be read",
     "what was left out",
@@ -37,8 +37,11 @@ struct Findings {
     std::vector<const FileNode*> excluded;
     std::vector<const FileNode*> mounted;
     std::int64_t unreadableEntries = 0;
-    /// Of the files below what is mounted.
+    /// Of those that are mounted, what lies on other file systems and was measured all the same.
+    std::vector<const FileNode*> foreign;
     std::int64_t foreignBytes = 0;
+    std::int64_t foreignFiles = 0;
+    std::int64_t foreignFolders = 0; // themselves included
 };
 
 Findings walk(const FileNode& root, const std::function<bool(const FileNode&)>& isForeign) {
@@ -53,7 +56,10 @@ Findings walk(const FileNode& root, const std::function<bool(const FileNode&)>& 
         findings.mounted.push_back(&node);
         if (!isForeign(node))
             return true;
+        findings.foreign.push_back(&node);
         addChecked(findings.foreignBytes, node.allocatedSize);
+        findings.foreignFiles += node.fileCount();
+        findings.foreignFolders += node.directoryCount() + std::int64_t{1};
         return false;
     });
     return findings;
@@ -115,11 +121,11 @@ public:
 
         line(LedgerEntry::measured).bytes =
             std::max<std::int64_t>(0, checkedSubtract(root_.allocatedSize, findings.foreignBytes));
-        line(LedgerEntry::measured).count = root_.fileCount();
+        line(LedgerEntry::measured).count = root_.fileCount() - findings.foreignFiles;
         line(LedgerEntry::sharedTwice).isSubtracted = true;
-        line(LedgerEntry::sharedTwice).bytes = sharedTwice();
+        line(LedgerEntry::sharedTwice).bytes = sharedTwice(findings);
         line(LedgerEntry::folders).bytes = scan_.folderBytes;
-        line(LedgerEntry::folders).count = root_.directoryCount() + std::int64_t{1};
+        line(LedgerEntry::folders).count = root_.directoryCount() + std::int64_t{1} - findings.foreignFolders;
         fillUnreadable();
         fillExcluded(findings.excluded, volumePath);
         fillMounted(findings.mounted, isForeign);
@@ -139,12 +145,14 @@ public:
 private:
     LedgerLine& line(LedgerEntry entry) { return lines_[static_cast<std::size_t>(entry)]; }
 
-    std::optional<std::int64_t> sharedTwice() const {
+    std::optional<std::int64_t> sharedTwice(const Findings& findings) const {
         if (!scan_.options.keepsSharing)
             return std::nullopt;
         const FileNode* const all = &root_;
-        const FreedBytes held = FreedSpace(scan_).of({&all, 1});
-        return std::max<std::int64_t>(0, root_.allocatedSize - held.atMost);
+        const FreedSpace freed(scan_);
+        // Different file systems share nothing.
+        const std::int64_t elsewhere = findings.foreignBytes - freed.of(findings.foreign).atMost;
+        return std::max<std::int64_t>(0, root_.allocatedSize - freed.of({&all, 1}).atMost - elsewhere);
     }
 
     void fillUnreadable() {

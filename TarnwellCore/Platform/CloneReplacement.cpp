@@ -107,8 +107,11 @@ bool isTemporaryName(std::string_view name) {
     return name.starts_with(temporaryNameStart) && UUID::parse(name.substr(temporaryNameStart.size()));
 }
 
+/// What a file and its clone have in common.
+using Likeness = std::pair<std::int64_t, std::int64_t>; // length, time of modification
+
 /// Whether a killed process has left it, and nothing is lost with it.
-bool isLeftOver(int folder, const char* name, std::int64_t now) {
+bool isLeftOver(int folder, const char* name, std::int64_t now, const std::set<Likeness>& others) {
     constexpr std::int64_t longestSharing = 86'400; // seconds
     struct stat status = {};
     // To open a device may do something.
@@ -124,6 +127,7 @@ bool isLeftOver(int folder, const char* name, std::int64_t now) {
     const bool isLeft = isOwn && found && found->kind == VnodeType::regular && status.st_nlink == 1 &&
                         status.st_ctime < now - longestSharing &&
                         found->version.modified < found->version.changed &&
+                        others.contains({found->version.size, found->version.modified}) &&
                         (::flock(file, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK);
     ::close(file);
     return isLeft;
@@ -159,16 +163,26 @@ void removeSharingLeftovers(int folder, std::int64_t now, const CloneCalls& call
     }
     // Names are gathered first: what is removed while a folder is read may hide what comes after it.
     std::vector<std::string> names;
+    // What was written into an old file that its clone took the place of is nowhere else.
+    std::set<Likeness> others;
     try {
         while (const dirent* entry = ::readdir(listing))
             if (isTemporaryName(entry->d_name))
                 names.emplace_back(entry->d_name);
+        if (!names.empty())
+            ::rewinddir(listing);
+        while (const dirent* entry = names.empty() ? nullptr : ::readdir(listing)) {
+            if (isTemporaryName(entry->d_name))
+                continue;
+            if (const auto found = measureFile(folder, entry->d_name))
+                others.emplace(found->version.size, found->version.modified);
+        }
     } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
         // Without memory, the next time.
     }
     ::closedir(listing);
     for (const std::string& name : names)
-        if (isLeftOver(folder, name.c_str(), now))
+        if (isLeftOver(folder, name.c_str(), now, others))
             calls.remove(folder, name.c_str());
 }
 

@@ -39,7 +39,8 @@ struct CloneCalls {
 
 inline constexpr std::string_view temporaryNameStart = ".tarnwell-sharing-";
 
-/// Removes what killed processes have left in an open folder. `now` in seconds since 1970. Does its best.
+/// Removes what killed processes have left in an open folder, where another file has the same contents by its
+/// length and time of modification. `now` in seconds since 1970. Does its best.
 void removeSharingLeftovers(int folder, std::int64_t now, const CloneCalls& calls) noexcept;
 
 /// As `shareExtents`; `bytesToFree` is what it gives back in the end.

@@ -23,13 +23,4 @@ struct RunningProgram {
 /// told.
 std::vector<RunningProgram> programsRunningFrom(const std::filesystem::path& place);
 
-namespace RunningProgramsDetail {
-
-/// Whether the path is the place or lies in it, compared as bytes.
-inline bool isIn(std::string_view path, std::string_view place) {
-    return path.starts_with(place) && (path.size() == place.size() || path[place.size()] == '/');
-}
-
-} // namespace RunningProgramsDetail
-
 } // namespace tarnwell

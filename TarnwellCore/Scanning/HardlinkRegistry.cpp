@@ -1,6 +1,7 @@
 #include "TarnwellCore/Scanning/HardlinkRegistry.hpp"
 
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
+#include "TarnwellCore/Scanning/PathStep.hpp"
 #include "TarnwellCore/Scanning/TreeAggregation.hpp"
 
 #include <algorithm>
@@ -29,19 +30,12 @@ bool precedesByPath(const FileNode& a, const FileNode& b) {
         left = left->parent();
         right = right->parent();
     }
-    // The two names decide, each with what follows it in the path: a "/", or nothing in the node's own name.
-    constexpr int nothing = -1;
-    const auto byteAt = [](const FileNode& place, const FileNode& node, std::size_t index) {
-        if (index < place.name().size())
-            return static_cast<int>(static_cast<unsigned char>(place.name()[index]));
-        return &place == &node ? nothing : int{'/'};
-    };
-    const auto [leftEnd, rightEnd] = std::ranges::mismatch(left->name(), right->name());
-    const auto index = static_cast<std::size_t>(leftEnd - left->name().begin());
-    const int leftByte = byteAt(*left, a, index);
-    const int rightByte = byteAt(*right, b, index);
+    const PathStep leftStep{left->name(), left == &a};
+    const PathStep rightStep{right->name(), right == &b};
+    if (leftStep < rightStep || rightStep < leftStep)
+        return leftStep < rightStep;
     // Two folders of one name can only be one that was replaced while its parent was read.
-    return leftByte != rightByte ? leftByte < rightByte : a.path() < b.path();
+    return a.path() < b.path();
 }
 
 std::string pathOf(const HardlinkRegistry::CollapsedLink& link) {

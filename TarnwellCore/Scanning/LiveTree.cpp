@@ -237,6 +237,7 @@ struct LiveTree::State {
     std::optional<LivePage> look(const FileNode* node);
     std::optional<LivePage> finalPage(const FileNode& node) const;
     void enter(LiveState next);
+    void forget();
 };
 
 /// Stops in between when the scan wants its nodes back.
@@ -309,9 +310,6 @@ std::optional<LivePage> LiveTree::State::look(const FileNode* node) {
     if (place && (files = filesAt(*place)) == nullptr)
         phaseChanged.wait(guard, [&] { return phase != LiveState::settling; });
     if (phase == LiveState::finished) {
-        mirror = {};
-        fileLists.clear();
-        taken = {};
         guard.unlock();
         return finalPage(node == nullptr ? *root : *node);
     }
@@ -335,6 +333,15 @@ void LiveTree::State::enter(LiveState next) {
         isSettlingDue = next == LiveState::settling;
     }
     phaseChanged.notify_all();
+}
+
+/// The result tells everything from now on.
+void LiveTree::State::forget() {
+    const std::lock_guard guard(mutex);
+    mirror = {};
+    fileLists = {};
+    taken = {};
+    inboxLock.withLock([&] { inbox = {}; });
 }
 
 LiveTree::LiveTree() : state_(std::make_unique<State>()) {}
@@ -377,6 +384,7 @@ void LiveTree::beginSettling() {
 
 void LiveTree::finish() {
     state_->enter(LiveState::finished);
+    state_->forget();
 }
 
 void LiveTree::abandon() noexcept {

@@ -10,7 +10,8 @@
 //         show(*page);
 //
 // What is promised of the pages of one folder, in the order in which they were asked for:
-//   - no figure becomes smaller and nothing that was listed goes, up to and including the finished tree;
+//   - no figure but `linked` becomes smaller, and nothing that was listed goes, up to and including the
+//     finished tree;
 //   - the nodes are those of the result, and live as long as the page, the LiveTree or the result does;
 //   - once `state` is `finished`, figures, marks and order are those of the result.
 // Bytes of files with several links are in `linked` until the end: which link carries them is only known when
@@ -62,7 +63,7 @@ struct LiveFolder {
     /// So was everything below it.
     bool isComplete = false;
 
-    /// What to show until the end: with what may still go elsewhere.
+    /// What to show until the end: with what may still go elsewhere, so that it may become smaller then.
     std::int64_t sizeFor(SizeMode mode) const;
 };
 

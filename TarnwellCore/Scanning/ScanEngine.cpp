@@ -148,6 +148,19 @@ ScanResult ScanEngine::run() {
     }
 }
 
+ScanContext ScanEngine::contextFor(TreeArena* arena, std::int32_t rootDeviceID, std::atomic<int>& rootError) {
+    return {.options = options_,
+            .calls = calls_,
+            .arena = arena,
+            .cancelFlag = cancelFlag_,
+            .descriptors = DescriptorBudget::shared(),
+            .hardlinks = hardlinks_,
+            .queue = queue_,
+            .rootError = rootError,
+            .rootDeviceID = rootDeviceID,
+            .live = live_.get()};
+}
+
 ScanResult ScanEngine::read() {
     const auto start = std::chrono::steady_clock::now();
     const NoFetching noFetching;
@@ -178,16 +191,7 @@ ScanResult ScanEngine::read() {
         queue_.push(std::move(rootItem));
 
     std::atomic<int> rootError = 0;
-    const ScanContext context{.options = options_,
-                              .calls = calls_,
-                              .arena = arena.get(),
-                              .cancelFlag = cancelFlag_,
-                              .descriptors = DescriptorBudget::shared(),
-                              .hardlinks = hardlinks_,
-                              .queue = queue_,
-                              .rootError = rootError,
-                              .rootDeviceID = rootEntry.deviceID,
-                              .live = live_.get()};
+    const ScanContext context = contextFor(arena.get(), rootEntry.deviceID, rootError);
     const Workers count = workers();
     work(context, count);
 
@@ -228,15 +232,7 @@ std::optional<ScanResult> ScanEngine::rescan(const ScanResult& old, const FileNo
     const auto arena = std::make_shared<TreeArena>();
     TreeGraft graft(old, folder, *arena, hardlinks_);
     std::atomic<int> rootError = 0;
-    const ScanContext context{.options = options_,
-                              .calls = calls_,
-                              .arena = arena.get(),
-                              .cancelFlag = cancelFlag_,
-                              .descriptors = DescriptorBudget::shared(),
-                              .hardlinks = hardlinks_,
-                              .queue = queue_,
-                              .rootError = rootError,
-                              .rootDeviceID = rootEntry.deviceID};
+    const ScanContext context = contextFor(arena.get(), rootEntry.deviceID, rootError);
     // The way down to the folder that holds the one, as a scan goes it.
     item.inheritedCategory = FileClassifier::componentCategory(PathUtil::lastComponent(rootPath_));
     item.exclusions = exclusions_.rootLevel();

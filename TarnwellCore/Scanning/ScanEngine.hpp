@@ -9,7 +9,9 @@
 #include "TarnwellCore/Scanning/ScanQueue.hpp"
 #include "TarnwellCore/Scanning/ScanResult.hpp"
 
+#include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,6 +22,7 @@ namespace tarnwell {
 struct DirectoryCalls;
 class LiveTree;
 struct ScanContext;
+class TreeArena;
 
 /// One scan. `run` is called once; `cancel` and `progress` may be called from any thread while it runs.
 class ScanEngine {
@@ -54,6 +57,7 @@ public:
 
 private:
     struct Workers;
+    ScanContext contextFor(TreeArena* arena, std::int32_t rootDeviceID, std::atomic<int>& rootError);
     ScanResult read();
     void work(const ScanContext& context, const Workers& workers);
     Workers workers() const;

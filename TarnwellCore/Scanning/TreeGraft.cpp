@@ -1,5 +1,6 @@
 #include "TarnwellCore/Scanning/TreeGraft.hpp"
 
+#include "TarnwellCore/Platform/PathNesting.hpp"
 #include "TarnwellCore/Scanning/FolderPaths.hpp"
 #include "TarnwellCore/Scanning/NodeSorter.hpp"
 #include "TarnwellCore/Scanning/TreeAggregation.hpp"
@@ -11,10 +12,6 @@
 namespace tarnwell {
 
 namespace {
-
-bool isAtOrBelow(std::string_view path, std::string_view folder) {
-    return path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/');
-}
 
 INodeKey keyOf(const FileLinks& links) {
     return {links.device, links.inode};

@@ -42,9 +42,10 @@ public:
     const std::filesystem::path& file() const { return file_; }
 
     /// Adds a scan and drops the oldest beyond the capacity; returns when that would survive a loss of power.
-    /// A file that is no history is kept as "<file>.damaged" before a new one takes its place; one that
-    /// cannot be read now is not touched, and the call throws. Whatever it throws, the file is as it was.
-    /// Throws std::range_error for a date outside the years 1 to 9999.
+    /// A file that is no history, or that this user may not read, is kept as "<file>.damaged" before a new
+    /// one takes its place; one that cannot be read for another reason is not touched, and the call throws.
+    /// Whatever it throws, the file is as it was. Throws std::range_error for a date outside the years 1 to
+    /// 9999.
     void note(const ScanRecord& record) const;
 
     /// Every scan, newest first; of the same second the one that was noted last. What is damaged holds none.

@@ -12,7 +12,7 @@ namespace {
 /// A tree of every kind of file that folder sums cannot be trusted for. All files have 100 allocated bytes.
 class Tree {
 public:
-    Tree() {
+    explicit Tree(bool hasUnseen = true) {
         SharingAttributes linked{.links = {.inode = 7, .device = 1, .count = 2}};
         add(*a_, "link", {.sharing = &linked});
         add(*b_, "link", {.flags = FileNodeFlags::hardlinkDuplicate, .sharing = &linked});
@@ -43,7 +43,19 @@ public:
         add(*d_, "unknown sharers",
             {.privateSize = 30, .reportsPrivateSize = true, .extFlags = mayShareBlocksFlag});
         add(*d_, "plain", {});
-        builder_.addFolder(*d_, "closed", {.flags = FileNodeFlags::inaccessible});
+        if (hasUnseen)
+            builder_.addFolder(*d_, "closed", {.flags = FileNodeFlags::inaccessible});
+        add(*e_, "held by a snapshot", {.privateSize = 20, .reportsPrivateSize = true});
+        FileNode& package = builder_.addFolder(*e_, "Package.app", {.flags = FileNodeFlags::collapsed});
+        package.size = package.allocatedSize = package.reclaimableSize =
+            500; // of which other links may lie outside
+        for (FileNode* folder : {e_, f_}) {
+            const HeldSpace pieces{.traits = HeldSpace::wholeExtents,
+                                   .fileSystem = 3,
+                                   .extents = {{5000, 10}, {6000, 10}, {7000, 10}}};
+            const SharingAttributes shared{.held = &pieces};
+            add(*folder, "in pieces", {.sharing = &shared});
+        }
         scan_.root = builder_.finish();
     }
 
@@ -66,6 +78,8 @@ private:
     FileNode* b_ = &builder_.addFolder(builder_.root(), "b");
     FileNode* c_ = &builder_.addFolder(builder_.root(), "c");
     FileNode* d_ = &builder_.addFolder(builder_.root(), "d");
+    FileNode* e_ = &builder_.addFolder(builder_.root(), "e");
+    FileNode* f_ = &builder_.addFolder(builder_.root(), "f");
     ScanResult scan_;
 };
 
@@ -90,7 +104,10 @@ TEST(FreedSpace, TellsWhatGoesTogetherAndWhyNotMore) {
         {{"a", "a/clone"}, 40, 140, {linksElsewhere, linksOutside, sharedElsewhere}},
         {{"a", "b"}, 100 + 80 + 40, 100 + 100 + 80 + 60 + 100, {linksOutside, sharersUnknown}},
         {{"c/twin"}, 10, 10, {sharedElsewhere}},
-        {{"c"}, 110, 110, {}},
+        // A third that was changed since may lie anywhere.
+        {{"c"}, 20, 110, {sharersUnknown}},
+        {{"e/held by a snapshot"}, 20, 100, {sharersUnknown}},
+        {{"e/Package.app"}, 0, 500, {onlySums}},
         {{"d"}, 30 + 100, 100 + 100 + 100, {sharersUnknown, storedOtherwise, placeholder, unseen}},
     };
     const Tree tree;
@@ -106,6 +123,8 @@ TEST(FreedSpace, TellsWhatGoesTogetherAndWhyNotMore) {
         }
         EXPECT_EQ(reasons, each.reasons);
     }
+    // One file, whatever it shares is in how many pieces.
+    EXPECT_EQ(tree.of({"e/in pieces"}, true).reasons.at(0).count, 1);
     const FreedBytes linked = tree.of({"a/link"}, true);
     ASSERT_EQ(linked.reasons.at(0).elsewhere.size(), 1u);
     EXPECT_EQ(linked.reasons[0].elsewhere[0]->path(), "/r/b/link");

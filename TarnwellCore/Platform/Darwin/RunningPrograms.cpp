@@ -1,5 +1,7 @@
 #include "TarnwellCore/Platform/RunningPrograms.hpp"
 
+#include "TarnwellCore/Platform/PathNesting.hpp"
+
 #include <libproc.h>
 #include <unistd.h>
 
@@ -9,8 +11,6 @@
 namespace fs = std::filesystem;
 
 namespace tarnwell {
-
-using RunningProgramsDetail::isIn;
 
 namespace {
 
@@ -40,7 +40,7 @@ std::vector<RunningProgram> programsRunningFrom(const fs::path& place) {
         if (length <= 0)
             continue;
         const std::string_view file(path.data(), static_cast<std::size_t>(length));
-        if (isIn(file, place.native()))
+        if (isAtOrBelow(file, place.native()))
             programs.push_back({process, fs::path(file)});
     }
     return programs;

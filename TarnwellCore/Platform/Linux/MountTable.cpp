@@ -1,5 +1,7 @@
 #include "TarnwellCore/Platform/Linux/MountTable.hpp"
 
+#include "TarnwellCore/Platform/PathNesting.hpp"
+
 #include <fcntl.h>
 #include <gio/gunixmounts.h>
 #include <sys/stat.h>
@@ -81,11 +83,6 @@ bool hasOption(std::string_view options, std::string_view wanted) {
         start = end + 1;
     }
     return false;
-}
-
-bool isAtOrBelow(std::string_view path, std::string_view folder) {
-    return folder == "/" ||
-           (path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/'));
 }
 
 /// A device may be mounted in several places, as a whole or in part; they share one free space. The root

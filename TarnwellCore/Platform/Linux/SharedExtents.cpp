@@ -37,11 +37,13 @@ struct SharedExtents::Sums {
     bool isTooLarge = false;
     bool isEncoded = false;
     bool isInline = false;
+    bool hasNoPlace = false; // yet: written, but not to the disk
 
     void add(const struct fiemap_extent& extent) {
         isTooLarge = __builtin_add_overflow(total, extent.fe_length, &total) || isTooLarge;
         isEncoded |= (extent.fe_flags & FIEMAP_EXTENT_ENCODED) != 0;
         isInline |= (extent.fe_flags & FIEMAP_EXTENT_DATA_INLINE) != 0;
+        hasNoPlace |= (extent.fe_flags & FIEMAP_EXTENT_UNKNOWN) != 0; // of delayed allocation, too
         shared += isShared(extent) ? extent.fe_length : 0;
     }
     static bool isShared(const struct fiemap_extent& extent) {
@@ -114,7 +116,7 @@ void SharedExtents::keep(int file, bool isBtrfs, const Sums& sums, RawDirectoryE
     held.extents.clear();
     if (sums.isInline) {
         held.traits = HeldSpace::inlineData;
-    } else if (isBtrfs && keepWholeExtents(file, entry, held)) {
+    } else if (isBtrfs && !sums.hasNoPlace && keepWholeExtents(file, entry, held)) {
         if (held.extents.empty() && held.exclusive == entry.allocatedSize)
             return; // as everywhere else
     } else {

@@ -301,6 +301,10 @@ TEST(SharingLeftovers, OnlyWhatNobodyNeedsIsRemoved) {
         ::utimensat(AT_FDCWD, (folder / file).c_str(), longAgo, 0);
     }
     folder.writeFile(name("04"), "written by somebody who still had it open");
+    // Written to between the exchange and the end: nothing else has these contents.
+    folder.writeFile(name("08"), "text");
+    const timespec later[2] = {{1'000'001, 0}, {1'000'001, 0}};
+    ::utimensat(AT_FDCWD, (folder / name("08")).c_str(), later, 0);
     folder.makeFolder(name("05"));
     fs::create_symlink("other", folder / name("06"));
     ASSERT_EQ(::mkfifo((folder / name("07")).c_str(), 0600), 0);

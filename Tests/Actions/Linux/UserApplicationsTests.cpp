@@ -85,7 +85,7 @@ TEST(RunningPrograms, AreFoundByTheFileTheyWereStartedFrom) {
     const test::TemporaryFolder folder;
     fs::create_directories(folder / "app");
     fs::copy_file("/bin/sleep", folder / "app/sleeper");
-    const fs::path script = folder.writeFile("script/run", "#!/bin/sh\nsleep 60 &\nwait\n");
+    const fs::path script = folder.writeFile("script/run", "#!/bin/sh -e\nsleep 60 &\nwait\n");
     fs::permissions(script, fs::perms(0755));
     for (const fs::path& program : {folder / "app/sleeper", script}) {
         EXPECT_TRUE(programsRunningFrom(program.parent_path()).empty());
