@@ -15,6 +15,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -67,6 +68,8 @@ struct Find {
 };
 struct Findings {
     std::shared_ptr<const BrowserTree> tree;
+    /// Empty: those of the settings.
+    std::optional<std::vector<CleanupRule>> rules;
 };
 struct Rules {
     std::shared_ptr<const BrowserTree> tree;

@@ -20,11 +20,6 @@ inline std::string_view parentPath(std::string_view path) {
     return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
 }
 
-inline std::string_view lastComponent(std::string_view path) {
-    const auto slash = path.rfind('/');
-    return slash == std::string_view::npos ? path : path.substr(slash + 1);
-}
-
 /// What of a full path is left below a root; nothing of the root itself. The path lies at or below the root.
 inline std::string_view relativePath(std::string_view path, std::string_view root) {
     if (path.size() <= root.size())

@@ -8,6 +8,7 @@
 #include "TarnwellTidyKit/Browser/BrowserJob.hpp"
 #include "TarnwellTidyKit/Browser/BrowserView.hpp"
 #include "TarnwellTidyKit/Browser/Marks.hpp"
+#include "TarnwellTidyKit/Screen/Event.hpp"
 
 #include <array>
 #include <cstddef>
@@ -169,6 +170,9 @@ struct BrowserState {
     std::string foundText;
     Loaded<std::vector<SpaceSaverFinding>> findings;
     Loaded<RulesFound> rules;
+    /// The rules as they were seen or edited last; what was edited may still have to be stored.
+    std::vector<CleanupRule> ruleList;
+    bool areRulesEdited = false;
     /// What a rule that is being edited matches.
     Loaded<RulesFound> tried;
     Loaded<std::shared_ptr<const DuplicateResult>> duplicates;
@@ -199,6 +203,8 @@ struct BrowserState {
     std::vector<std::uint64_t> cancellations;
     std::vector<ScreenWish> wishes;
     bool isDone = false;
+    /// Keys that wait for an order, and those that were typed behind them.
+    std::vector<KeyPress> held;
 
     // --- What does not change -------------------------------------------------------------------------
 

@@ -40,14 +40,14 @@ void Removals::note(const FileNode& node) {
         return;
     change(node, 1);
     nodes_.insert(node);
-    all_.push_back(&node);
+    all_.insert(&node);
 }
 
 void Removals::restore(const FileNode& node) {
     if (!nodes_.contains(node))
         return;
     nodes_.erase(node);
-    std::erase(all_, &node);
+    all_.erase(&node);
     change(node, -1);
 }
 

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace tarnwell {
@@ -33,8 +34,7 @@ public:
     bool isGoneWithItsFolders(const FileNode& node) const { return nodes_.containsNodeOrAncestor(node); }
     bool isEmpty() const { return nodes_.isEmpty(); }
     const RemovedNodes& nodes() const { return nodes_; }
-    /// In the order in which they went.
-    const std::vector<const FileNode*>& all() const { return all_; }
+    const std::unordered_set<const FileNode*>& all() const { return all_; }
     /// What a node has lost from inside.
     Sums lossOf(const FileNode& node) const;
     /// What a node still has.
@@ -44,7 +44,7 @@ private:
     void change(const FileNode& node, int sign);
 
     RemovedNodes nodes_;
-    std::vector<const FileNode*> all_;
+    std::unordered_set<const FileNode*> all_;
     std::unordered_map<const FileNode*, Sums> losses_; // of folders above what went
 };
 

@@ -7,9 +7,7 @@ namespace tarnwell {
 
 namespace {
 
-std::string inQuotes(std::string_view word) {
-    if (!word.empty() && word.find_first_of(" \"'\\") == std::string_view::npos)
-        return std::string(word);
+std::string quoted(std::string_view word) {
     std::string text = "\"";
     for (const char character : word) {
         if (character == '"' || character == '\\')
@@ -19,10 +17,26 @@ std::string inQuotes(std::string_view word) {
     return text + '"';
 }
 
-} // namespace
+std::string inQuotes(std::string_view word) {
+    const bool isPlain = !word.empty() && word.find_first_of(" \"'\\") == std::string_view::npos;
+    return isPlain ? std::string(word) : quoted(word);
+}
 
-std::vector<std::string> typedWords(std::string_view text) {
-    std::vector<std::string> words;
+/// A name as it is, where its words mean nothing else.
+std::string nameText(std::string_view name) {
+    const bool isPlain =
+        name.find_first_of("\"'\\") == std::string_view::npos && name.find("--") == std::string_view::npos &&
+        name.find("  ") == std::string_view::npos && !name.starts_with(' ') && !name.ends_with(' ');
+    return isPlain ? std::string(name) : quoted(name);
+}
+
+struct Word {
+    std::string text;
+    bool isQuoted = false; // from its beginning
+};
+
+std::vector<Word> wordsOf(std::string_view text) {
+    std::vector<Word> words;
     bool isInWord = false;
     char quote = 0;
     for (std::size_t place = 0; place < text.size(); ++place) {
@@ -40,12 +54,22 @@ std::vector<std::string> typedWords(std::string_view text) {
         }
         if (quote == 0 && (character == '"' || character == '\'')) {
             quote = character;
+            words.back().isQuoted = words.back().isQuoted || words.back().text.empty();
             continue;
         }
         if (character == '\\' && quote != '\'' && place + 1 < text.size())
             character = text[++place];
-        words.back() += character;
+        words.back().text += character;
     }
+    return words;
+}
+
+} // namespace
+
+std::vector<std::string> typedWords(std::string_view text) {
+    std::vector<std::string> words;
+    for (Word& word : wordsOf(text))
+        words.push_back(std::move(word.text));
     return words;
 }
 
@@ -71,21 +95,26 @@ CleanupRule typedRule(std::string_view text) {
     std::vector<std::string> words{"add"};
     std::string name;
     std::vector<std::string> options;
-    for (const std::string& word : typedWords(text)) {
-        if (options.empty() && !word.starts_with("--"))
-            name += (name.empty() ? "" : " ") + word;
+    for (const Word& word : wordsOf(text)) {
+        if (options.empty() && (word.isQuoted || !word.text.starts_with("--")))
+            name += (name.empty() ? "" : " ") + word.text;
         else
-            options.push_back(word);
+            options.push_back(word.text);
     }
     if (name.empty())
         throw TidyUsageError("Begin with the rule's name.");
-    words.push_back(name);
-    words.insert(words.end(), options.begin(), options.end());
+    if (!name.starts_with('-')) {
+        words.push_back(name);
+        words.insert(words.end(), options.begin(), options.end());
+    } else {
+        words.insert(words.end(), options.begin(), options.end());
+        words.insert(words.end(), {"--", name});
+    }
     return *RulesRequest::read(TidyArguments::read(RulesRequest::spec, words)).rule;
 }
 
 std::string ruleText(const CleanupRule& rule) {
-    std::string text = rule.name.starts_with('-') ? inQuotes(rule.name) : rule.name;
+    std::string text = nameText(rule.name);
     const auto add = [&](std::string_view option, const std::string& value) {
         text += " " + std::string(option) + " " + inQuotes(value);
     };

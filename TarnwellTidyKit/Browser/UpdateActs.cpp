@@ -1,3 +1,4 @@
+#include "TarnwellTidyKit/Browser/TypedText.hpp"
 #include "TarnwellTidyKit/Browser/UpdateParts.hpp"
 #include "TarnwellTidyKit/Commands/FindingsCommand.hpp"
 #include "TarnwellTidyKit/Commands/TidyText.hpp"
@@ -178,13 +179,17 @@ void markRows(BrowserState& state, std::size_t begin, std::size_t end) {
 
 } // namespace
 
-void rulesChanged(BrowserState& state) {
-    ask(state, BrowserJobs::StoreRules{state.rules.value->rules});
-    const auto subject = state.rules.subject;
+void setRules(BrowserState& state, std::vector<CleanupRule> rules) {
+    state.ruleList = std::move(rules);
+    state.areRulesEdited = true;
+    if (!state.rules.value)
+        state.rules.value.emplace();
+    state.rules.value->rules = state.ruleList;
+    state.rules.subject = state.tree.get();
+    ask(state, BrowserJobs::StoreRules{state.ruleList});
     callOff(state, state.rules.awaited);
-    state.rules.subject = subject;
     if (state.tree != nullptr)
-        state.rules.awaited = ask(state, BrowserJobs::Rules{state.tree, state.rules.value->rules});
+        state.rules.awaited = ask(state, BrowserJobs::Rules{state.tree, state.ruleList});
 }
 
 void marksChanged(BrowserState& state) {
@@ -272,16 +277,21 @@ bool runAct(BrowserState& state, BrowserCommand command) {
         openRule(state, std::nullopt);
         return true;
     case toggleRule: {
-        CleanupRule& rule = state.rules.value->rules[state.cursor().row];
-        rule.isEnabled = !rule.isEnabled;
-        rulesChanged(state);
+        std::vector<CleanupRule> rules = state.rules.value->rules;
+        rules[state.cursor().row].isEnabled = !rules[state.cursor().row].isEnabled;
+        setRules(state, std::move(rules));
         return true;
     }
-    case dropRule:
-        state.rules.value->rules.erase(state.rules.value->rules.begin() +
-                                       static_cast<std::ptrdiff_t>(state.cursor().row));
-        rulesChanged(state);
+    case dropRule: {
+        std::vector<CleanupRule> rules = state.rules.value->rules;
+        const auto dropped = rules.begin() + static_cast<std::ptrdiff_t>(state.cursor().row);
+        BrowserQuestion question{
+            .title = "Drop the rule " + dropped->name + "?", .lines = {ruleText(*dropped)}, .job = {}};
+        rules.erase(dropped);
+        question.job = BrowserJobs::StoreRules{std::move(rules)};
+        state.question = std::move(question);
         return true;
+    }
     default:
         return false;
     }

@@ -1,5 +1,6 @@
 #include "TarnwellTidyKit/Browser/BrowserPaths.hpp"
 #include "TarnwellTidyKit/Browser/BrowserUpdate.hpp"
+#include "TarnwellTidyKit/Browser/NodeFinder.hpp"
 #include "TarnwellTidyKit/Browser/UpdateParts.hpp"
 #include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
 #include "TarnwellTidyKit/Commands/TidyText.hpp"
@@ -14,11 +15,9 @@ namespace {
 using namespace BrowserParts;
 
 /// The node of the new tree for one of another.
-const FileNode* counterpart(const BrowserState& state, const FileNode& node, const FileNode& root) {
-    if (&node.root() == &root)
-        return &node;
-    const std::string place = placeOf(state, &node);
-    return place.empty() ? &root : root.node(place);
+const FileNode* counterpart(const BrowserState& state, const FileNode& node, NodeFinder& finder,
+                            const FileNode& root) {
+    return &node.root() == &root ? &node : finder.find(placeOf(state, &node));
 }
 
 struct Taking {
@@ -49,11 +48,12 @@ struct Taking {
         const FileNode& root = event.tree->root();
         // The same place in the new tree, the same item, the same marks.
         std::string place = state.folder != nullptr ? placeOf(state, state.folder) : state.wantedPlace;
+        NodeFinder finder(root);
         const FileNode* entry =
-            state.selectedNode != nullptr ? counterpart(state, *state.selectedNode, root) : nullptr;
+            state.selectedNode != nullptr ? counterpart(state, *state.selectedNode, finder, root) : nullptr;
         std::vector<const FileNode*> marked;
         for (const FileNode* node : state.marks.nodes())
-            if (const FileNode* other = counterpart(state, *node, root))
+            if (const FileNode* other = counterpart(state, *node, finder, root))
                 marked.push_back(other);
         const bool isMoved = state.cursors[static_cast<std::size_t>(BrowserView::list)].isMoved;
         forgetFindings(state);
@@ -110,8 +110,10 @@ struct Taking {
         take(state.findings, event.id, std::move(event.findings));
     }
     void operator()(BrowserEvents::Rules& event) const {
-        if (take(state.rules, event.id, event.found))
+        if (take(state.rules, event.id, event.found)) {
+            state.ruleList = event.found.rules;
             return;
+        }
         if (!take(state.tried, event.id, std::move(event.found)) || !state.prompt)
             return;
         const std::vector<RuleMatch>& matches = state.tried.value->matches;
@@ -186,6 +188,7 @@ struct Taking {
             state.changes.forget();
             state.snapshotNumber = 0;
         }
+        callOff(state, state.history.awaited);
         state.history.forget();
         refreshView(state);
     }
@@ -196,31 +199,43 @@ struct Taking {
             return;
         bool isUnknown = false; // back from before this scan
         auto removals = std::make_shared<Removals>(*state.removals);
+        NodeFinder finder(state.tree->root());
         const FileNode* nextEntry = nullptr;
         for (const std::string& path : event.gone)
-            if (const FileNode* node = state.tree->root().node(path)) {
+            if (const FileNode* node = finder.find(path))
                 removals->note(*node);
-                state.marks.remove(*node);
-            }
         for (const std::string& path : event.back)
-            if (const FileNode* node = state.tree->root().node(path)) {
+            if (const FileNode* node = finder.find(path)) {
                 removals->restore(*node);
                 nextEntry = node->parent() == state.folder ? node : nextEntry;
             } else if (liesIn(path, state.rootPath)) {
                 isUnknown = true;
             }
         state.removals = std::move(removals);
-        while (state.folder->parent() != nullptr && state.removals->isGoneWithItsFolders(*state.folder))
+        RemovedNodesQuery gone(state.removals->nodes());
+        const auto isGone = [&](const FileNode* node) { return gone.containsNodeOrAncestor(*node); };
+        for (const FileNode* node : state.marks.nodes())
+            if (isGone(node)) // perhaps because a folder above it went
+                state.marks.remove(*node);
+        const FileNode* const shown = state.folder;
+        while (state.folder->parent() != nullptr && isGone(state.folder))
             state.folder = state.folder->parent();
+        if (state.folder != shown) {
+            // Rows of another folder would be numbers of nothing.
+            state.order = nullptr;
+            state.selectedNode = nullptr;
+            state.cursors[static_cast<std::size_t>(BrowserView::list)] = {};
+            state.choice.filter.clear();
+        }
         state.map.subject = nullptr;
         state.figures.subject = nullptr;
-        const auto isGone = [&](const FileNode* node) { return state.removals->isGoneWithItsFolders(*node); };
         if (state.found.value)
             std::erase_if(state.found.value->nodes, isGone);
         std::erase_if(state.duplicateRows, [&](const DuplicateRow& row) {
             return row.member != DuplicateRow::none &&
                    isGone((*state.duplicates.value)->groups[row.group].members[row.member].node);
         });
+        callOff(state, state.findings.awaited);
         state.findings.forget();
         state.wantedEntry = nextEntry;
         relist(state);
@@ -287,6 +302,7 @@ void update(BrowserState& state, BrowserEvent event) {
         std::erase_if(state.running, [&](const RunningJob& job) { return job.id == idOf(event); });
     std::visit(Taking{state}, event);
     settle(state);
+    takeHeldKeys(state);
 }
 
 } // namespace tarnwell

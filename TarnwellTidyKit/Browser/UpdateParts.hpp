@@ -24,6 +24,8 @@ void visit(BrowserState& state, const FileNode* folder, const FileNode* entry);
 /// Looks at the folder again, and puts its rows in order.
 void relist(BrowserState& state);
 void takeOrder(BrowserState& state, std::shared_ptr<const Ordering> order);
+/// Takes the keys that have waited for an order, if none is awaited any more.
+void takeHeldKeys(BrowserState& state);
 void showView(BrowserState& state, BrowserView view);
 /// Asks for what the view needs and has not got.
 void refreshView(BrowserState& state);
@@ -43,8 +45,8 @@ void moveTo(BrowserState& state, std::size_t row);
 bool runAct(BrowserState& state, BrowserCommand command);
 void markToggled(BrowserState& state);
 void marksChanged(BrowserState& state);
-/// Stores the rules that are shown, and looks what they match.
-void rulesChanged(BrowserState& state);
+/// Shows and stores the rules, and looks what they match.
+void setRules(BrowserState& state, std::vector<CleanupRule> rules);
 
 // --- UpdatePrompts.cpp ------------------------------------------------------------------------------------
 

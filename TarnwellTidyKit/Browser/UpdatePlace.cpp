@@ -25,6 +25,11 @@ void load(BrowserState& state, Loaded<Value>& loaded, const void* subject, Job j
     loaded.awaited = ask(state, std::move(job));
 }
 
+/// Those of the settings may be older: they are stored when what was begun before is done.
+std::optional<std::vector<CleanupRule>> editedRules(const BrowserState& state) {
+    return state.areRulesEdited ? std::optional(state.ruleList) : std::nullopt;
+}
+
 } // namespace
 
 std::uint64_t ask(BrowserState& state, BrowserJob job) {
@@ -116,6 +121,7 @@ void relist(BrowserState& state) {
         state.folder = state.entries->folder().node;
     const std::string place = state.choice.earlier ? placeOf(state, state.folder) : std::string();
     callOff(state, state.orderAwaited);
+    state.rangeStart.reset(); // a row, which will be another's
     if (state.entries->count() <= (state.tree != nullptr ? largestQuickFolder : largestLiveFolder)) {
         takeOrder(state, std::make_shared<Ordering>(ordered(*state.entries, state.choice, place)));
         return;
@@ -210,10 +216,10 @@ void refreshView(BrowserState& state) {
              Changes{state.tree, state.choice.mode, state.snapshotNumber});
         break;
     case BrowserView::findings:
-        load(state, state.findings, state.tree.get(), Findings{state.tree});
+        load(state, state.findings, state.tree.get(), Findings{state.tree, editedRules(state)});
         break;
     case BrowserView::rules:
-        load(state, state.rules, state.tree.get(), Rules{state.tree, std::nullopt});
+        load(state, state.rules, state.tree.get(), Rules{state.tree, editedRules(state)});
         break;
     default:
         break;
@@ -243,6 +249,19 @@ namespace tarnwell {
 
 using namespace BrowserParts;
 
+namespace {
+
+/// Whether the key acts on rows as they will be: what was typed ahead behind a filter means what it leaves.
+bool needsOrder(const BrowserState& state, const KeyPress& press) {
+    if (state.orderAwaited == 0 || state.view != BrowserView::list || state.prompt || state.question ||
+        state.showsHelp)
+        return false;
+    const BrowserCommand command = commandOf(press, state);
+    return command == BrowserCommand::markAll || command == BrowserCommand::range;
+}
+
+} // namespace
+
 void begin(BrowserState& state, const std::string& folder) {
     if (folder.empty()) {
         showView(state, BrowserView::volumes);
@@ -267,6 +286,9 @@ void setRoom(BrowserState& state, std::size_t rowsSeen, double mapWidth, double 
 }
 
 void quit(BrowserState& state) {
+    state.isDone = true;
+    if (state.isReadOnly) // the settings are something, too
+        return;
     BrowserMemory memory{.folder = state.rootPath.empty() ? state.lastFolder : folderPath(state),
                          .view = state.view,
                          .sort = state.choice.sort,
@@ -274,10 +296,19 @@ void quit(BrowserState& state) {
                          .showsHidden = state.choice.showsHidden,
                          .columns = state.columns};
     ask(state, BrowserJobs::Remember{std::move(memory)});
-    state.isDone = true;
 }
 
 void update(BrowserState& state, const KeyPress& press) {
+    if (!state.held.empty() && press.key == Key::escape) {
+        state.held.clear();
+        say(state, "Called off.");
+        return;
+    }
+    if (!state.held.empty() || needsOrder(state, press)) {
+        state.held.push_back(press);
+        say(state, "Waiting for the order of the list …");
+        return;
+    }
     state.message.clear();
     if (state.prompt) {
         typeInto(state, press);
@@ -296,6 +327,13 @@ void update(BrowserState& state, const KeyPress& press) {
         run(state, commandOf(press, state));
     }
     settle(state);
+}
+
+void BrowserParts::takeHeldKeys(BrowserState& state) {
+    if (state.orderAwaited != 0 || state.held.empty())
+        return;
+    for (const KeyPress& press : std::exchange(state.held, {}))
+        update(state, press);
 }
 
 void update(BrowserState& state, const Pasted& pasted) {

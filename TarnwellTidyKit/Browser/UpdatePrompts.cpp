@@ -65,6 +65,9 @@ void textChanged(BrowserState& state) {
 
 void acceptRule(BrowserState& state, const BrowserPrompt& prompt) {
     CleanupRule rule = typedRule(prompt.text);
+    // A scan that ended meanwhile has made the view forget what it showed.
+    if (!state.rules.value)
+        state.rules.value = RulesFound{.rules = state.ruleList, .matches = {}};
     std::vector<CleanupRule>& rules = state.rules.value->rules;
     if (prompt.rule && *prompt.rule < rules.size()) {
         rule.id = rules[*prompt.rule].id;
@@ -77,7 +80,7 @@ void acceptRule(BrowserState& state, const BrowserPrompt& prompt) {
     }
     callOff(state, state.tried.awaited);
     state.tried.forget();
-    rulesChanged(state);
+    setRules(state, rules);
 }
 
 void acceptFind(BrowserState& state, const BrowserPrompt& prompt) {
@@ -257,7 +260,9 @@ void answer(BrowserState& state, const KeyPress& press) {
         return;
     BrowserQuestion question = *std::move(state.question);
     state.question.reset();
-    if (isYes)
+    if (const auto* store = std::get_if<BrowserJobs::StoreRules>(&question.job); isYes && store != nullptr)
+        setRules(state, store->rules);
+    else if (isYes)
         ask(state, std::move(question.job));
     else
         say(state, "Nothing was done.");

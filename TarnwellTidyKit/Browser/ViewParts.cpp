@@ -107,7 +107,12 @@ double shareOf(std::int64_t part, std::int64_t whole) {
 }
 
 std::string pathBelow(const BrowserState& state, const FileNode& node) {
-    return std::string(relativePath(node.path(), folderPath(state)));
+    const FileNode* above = node.parent();
+    while (above != nullptr && above != state.folder)
+        above = above->parent();
+    // What was found elsewhere is named in full: people delete by what they read here.
+    return above == nullptr ? shortPath(state, node.path())
+                            : std::string(relativePath(node.path(), above->path()));
 }
 
 EntryMark markOf(const BrowserEntry& entry) {

@@ -77,6 +77,7 @@ std::string signedSize(std::int64_t bytes);
 std::string shareText(double share);
 std::string_view modeName(SizeMode mode);
 double shareOf(std::int64_t part, std::int64_t whole);
+/// What a person reads of a node: its path below the folder that is shown, in full for what lies elsewhere.
 std::string pathBelow(const BrowserState& state, const FileNode& node);
 
 /// The mark before a name, and what it means; blank for a plain file.

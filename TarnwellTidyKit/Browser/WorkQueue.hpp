@@ -28,7 +28,7 @@ public:
 
     /// `wake` is called, from any thread, whenever there are events for who had none.
     WorkQueue(Work work, std::function<void()> wake);
-    /// Calls all jobs off, and waits for them.
+    /// Drops what has not begun, calls off what only looks, and waits for what was begun.
     ~WorkQueue();
     WorkQueue(const WorkQueue&) = delete;
     WorkQueue& operator=(const WorkQueue&) = delete;

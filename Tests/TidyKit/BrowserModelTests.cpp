@@ -1,7 +1,9 @@
+#include "TarnwellCore/Settings/AppSettings.hpp"
 #include "TarnwellTidyKit/Browser/BrowserUpdate.hpp"
 #include "TarnwellTidyKit/Browser/BrowserViews.hpp"
 #include "TarnwellTidyKit/Browser/JobRunner.hpp"
 #include "TarnwellTidyKit/Browser/TypedText.hpp"
+#include "TarnwellTidyKit/Browser/UpdateParts.hpp"
 #include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
 #include "TarnwellTidyKit/Screen/MemoryScreen.hpp"
 
@@ -9,7 +11,9 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdlib>
+#include <deque>
 #include <random>
 #include <stdexcept>
 
@@ -75,21 +79,40 @@ struct Model : Scene {
         state.removals = std::make_shared<Removals>();
     }
 
-    void work() {
+    std::array<std::deque<BrowserRequest>, browserLaneCount> lanes;
+    std::deque<BrowserEvent> events;
+
+    /// Hands on one event, or does one job of the first lane, from the one named on, that has one.
+    bool answer(std::size_t lane = 0) {
+        for (BrowserRequest& request : std::exchange(state.requests, {}))
+            lanes[static_cast<std::size_t>(laneOf(request.job))].push_back(std::move(request));
+        for (const std::uint64_t id : std::exchange(state.cancellations, {}))
+            for (auto& each : lanes)
+                std::erase_if(each, [id](const BrowserRequest& request) { return request.id == id; });
+        if (!events.empty()) {
+            BrowserEvent event = std::move(events.front());
+            events.pop_front();
+            update(state, std::move(event));
+            return true;
+        }
         const JobRunner runner(services, surroundings, state.isReadOnly, scan);
-        state.cancellations.clear();
-        while (!state.requests.empty()) {
-            const auto requests = std::exchange(state.requests, {});
-            for (const BrowserRequest& request : requests) {
-                std::vector<BrowserEvent> events;
-                try {
-                    runner(request, {}, [&](BrowserEvent event) { events.push_back(std::move(event)); });
-                } catch (const std::exception& error) {
-                    events.push_back(BrowserEvents::Failed{request.id, error.what()});
-                }
-                for (BrowserEvent& event : events)
-                    update(state, std::move(event));
+        for (std::size_t number = 0; number < browserLaneCount; ++number) {
+            auto& waiting = lanes[(lane + number) % browserLaneCount];
+            if (waiting.empty())
+                continue;
+            const BrowserRequest request = std::move(waiting.front());
+            waiting.pop_front();
+            try {
+                runner(request, {}, [&](BrowserEvent event) { events.push_back(std::move(event)); });
+            } catch (const std::exception& error) {
+                events.push_back(BrowserEvents::Failed{request.id, error.what()});
             }
+            return true;
+        }
+        return false;
+    }
+    void work() {
+        while (answer()) {
         }
     }
     void type(std::string_view keys) {
@@ -131,13 +154,18 @@ TEST(BrowserModelTests, anyKeys) {
         model.home.makeFile("files/a/one", 1'200'000);
         model.home.makeFile("files/b/one", 1'200'000);
         model.home.makeFile("files/.hidden", 10);
+        // Now and then more than are put in order between two keys.
+        for (int number = 0; round % 6 == 5 && number < 4100; ++number)
+            model.home.makeFile("files/a/many" + std::to_string(number));
         begin(model.state, model.path("files"));
         model.work();
         for (int press = 0; press < 2500; ++press) {
             const KeyPress& key = keys[random() % keys.size()];
             update(model.state, key);
-            // Answers come late, too.
-            if (random() % 3 != 0)
+            // Any number of answers comes between two keys.
+            for (std::size_t answers = random() % 8; answers > 0 && model.answer(random()); --answers) {
+            }
+            if (random() % 8 == 0)
                 model.work();
             const GridSize size{static_cast<int>(random() % 150), static_cast<int>(random() % 40)};
             fitTo(model.state, size);
@@ -174,8 +202,46 @@ TEST(BrowserModelTests, manyEntries) {
     update(model.state, KeyPress::of("A"));
     EXPECT_EQ(model.state.marks.count(), 6001U);
     model.work();
-    model.type("/lar<Enter>");
-    EXPECT_EQ(rowCount(model.state), 1U);
+    // What was typed ahead means the rows that will be there.
+    model.type("U");
+    for (const KeyPress& press : MemoryScreen::keys("/lar<Enter>AU/<C-u>f1<Enter>A"))
+        update(model.state, press);
+    model.work();
+    EXPECT_EQ(rowCount(model.state), 1111U);
+    EXPECT_EQ(model.state.marks.count(), 1111U);
+}
+
+// Answers that come between two keys.
+TEST(BrowserModelTests, lateAnswers) {
+    Model model;
+    model.home.makeFile("files/in/file", 2'000'000);
+    begin(model.state, model.path("files"));
+    model.work();
+    const auto typeAhead = [&](std::string_view keys) {
+        for (const KeyPress& press : MemoryScreen::keys(keys))
+            update(model.state, press);
+    };
+    // A rule is typed while a scan ends, which makes the view of rules forget what it showed.
+    BrowserParts::showView(model.state, BrowserView::rules);
+    model.work();
+    const std::size_t presets = model.state.rules.value->rules.size();
+    typeAhead("rnBig --larger 1MB");
+    while (model.state.isScanning())
+        ASSERT_TRUE(model.answer(1));
+    typeAhead("<Enter>");
+    model.work();
+    EXPECT_EQ(model.state.rules.value->rules.size(), presets + 1);
+    EXPECT_EQ(AppSettings(model.services.settings()).cleanupRules()->back().name, "Big");
+    // The folder that one has gone into meanwhile goes to the Trash.
+    model.type("<Esc>");
+    for (int number = 0; number < 4100; ++number)
+        model.home.makeFile("files/f" + std::to_string(number), 1);
+    model.type("r");
+    typeAhead("dy<Enter>");
+    ASSERT_EQ(rowCount(model.state), 1U);
+    model.work();
+    EXPECT_EQ(model.state.folder->parent(), nullptr);
+    EXPECT_EQ(rowCount(model.state), 4100U);
 }
 
 TEST(BrowserModelTests, typedLines) {
@@ -195,6 +261,15 @@ TEST(BrowserModelTests, typedLines) {
         again.id = rule.id;
         again.isEnabled = rule.isEnabled;
         EXPECT_EQ(again, rule.normalized()) << ruleText(rule);
+    }
+    for (const char* name :
+         {"Joe's disks", "two  blanks", "back\\slash", "--odd", "a --larger", "\"q\"", "-x"}) {
+        CleanupRule rule;
+        rule.name = name;
+        rule.minimumSize = 5;
+        const CleanupRule again = typedRule(ruleText(rule));
+        EXPECT_EQ(again.name, name);
+        EXPECT_EQ(again.minimumSize, 5) << ruleText(rule);
     }
     EXPECT_ANY_THROW(typedRule("everything"));
 }

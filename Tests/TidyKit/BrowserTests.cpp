@@ -22,13 +22,13 @@ namespace {
 struct PaperScene : BrowserScene {
     PaperScene() {
         for (const auto& [file, bytes] : {std::pair{"Films/holiday.mp4", 4'200'000},
-                                         {"Films/wedding.mov", 1'300'000},
-                                         {"Papers/report.pdf", 640'000},
-                                         {"Papers/old/draft.pdf", 620'000},
-                                         {"Papers/old/draft copy.pdf", 620'000},
-                                         {"archive.zip", 2'500'000},
-                                         {".hidden", 10'000},
-                                         {"notes.txt", 1200}})
+                                          {"Films/wedding.mov", 1'300'000},
+                                          {"Papers/report.pdf", 640'000},
+                                          {"Papers/old/draft.pdf", 620'000},
+                                          {"Papers/old/draft copy.pdf", 620'000},
+                                          {"archive.zip", 2'500'000},
+                                          {".hidden", 10'000},
+                                          {"notes.txt", 1200}})
             home.makeFile(std::string("files/") + file, static_cast<std::uint64_t>(bytes));
         const timespec day[2] = {{.tv_sec = 1'714'550'000, .tv_nsec = 0},
                                  {.tv_sec = 1'714'550'000, .tv_nsec = 0}};
@@ -148,6 +148,9 @@ TEST(BrowserTests, protectedPlacesAndAncestors) {
     EXPECT_THAT(scene.screenAfter("jj kl "), HasSubstr("A folder above it is marked."));
     EXPECT_THAT(scene.screenAfter("fdraft<Enter>A"), HasSubstr("2 marked"));
     EXPECT_THAT(scene.screenAfter("jvjj U"), Not(HasSubstr("marked")));
+    // Gone into one of the hits, the others lie elsewhere.
+    EXPECT_THAT(scene.screenAfter("fpdf<Enter>j<Enter><Tab><Tab><Tab>"),
+                testing::AllOf(HasSubstr("/files/Papers/report.pdf"), HasSubstr("  draft.pdf")));
 }
 
 TEST(BrowserTests, goesOnWhenThingsFail) {

@@ -1,0 +1,50 @@
+#include "TarnwellTidyKit/Browser/NodeFinder.hpp"
+
+#include "TarnwellCore/Platform/NameForms.hpp"
+#include "TarnwellTidyKit/Browser/BrowserPaths.hpp"
+#include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
+
+#include <algorithm>
+
+namespace tarnwell {
+
+const FileNode* NodeFinder::find(std::string_view path) {
+    std::string_view rest = path;
+    if (rest.starts_with('/')) {
+        if (rest.starts_with(rootPath_) &&
+            (rootPath_ == "/" || rest.size() == rootPath_.size() || rest[rootPath_.size()] == '/'))
+            rest = relativePath(rest, rootPath_);
+        else
+            return root_.node(path); // the root may be spelt in another way
+    }
+    const FileNode* node = &root_;
+    while (node != nullptr && !rest.empty()) {
+        const auto slash = std::min(rest.find('/'), rest.size());
+        if (slash > 0)
+            node = child(*node, rest.substr(0, slash));
+        rest.remove_prefix(std::min(slash + 1, rest.size()));
+    }
+    return node;
+}
+
+const FileNode* NodeFinder::child(const FileNode& folder, std::string_view name) {
+    constexpr std::size_t small = 32; // entries
+    if (mayHaveOtherForms(name))
+        return folder.node(name);
+    const auto children = folder.children();
+    // Names that are asked for once are not worth learning.
+    if (children.size() <= small || asked_.insert(&folder).second) {
+        const auto found = std::ranges::find(children, name, &FileNode::name);
+        return found == children.end() ? nullptr : *found;
+    }
+    Names& names = names_[&folder];
+    if (names.empty()) {
+        names.reserve(children.size());
+        for (const FileNode* each : children)
+            names.emplace(each->name(), each);
+    }
+    const auto found = names.find(name);
+    return found == names.end() ? nullptr : found->second;
+}
+
+} // namespace tarnwell
