@@ -1,6 +1,7 @@
 #include "TarnwellCore/Actions/PermanentRemoval.hpp"
 
 #include "TarnwellCore/Classification/PathUtil.hpp"
+#include "TarnwellCore/Platform/OpenDescriptor.hpp"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -16,30 +17,6 @@
 namespace tarnwell {
 
 namespace {
-
-class Descriptor {
-public:
-    explicit Descriptor(int number = -1) : number_(number) {}
-    ~Descriptor() { close(); }
-    Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
-    Descriptor& operator=(Descriptor&& other) noexcept {
-        if (this != &other) {
-            close();
-            number_ = std::exchange(other.number_, -1);
-        }
-        return *this;
-    }
-
-    int number() const { return number_; }
-    bool isOpen() const { return number_ >= 0; }
-
-private:
-    void close() {
-        if (number_ >= 0)
-            ::close(number_);
-    }
-    int number_;
-};
 
 constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
 
@@ -58,13 +35,13 @@ public:
     Removal(std::string path, const CancellationToken& token) : path_(std::move(path)), token_(token) {}
 
     /// What the folder holds.
-    void empty(Descriptor folder) {
+    void empty(OpenDescriptor folder) {
         if (enter(std::move(folder), {}))
             work();
     }
 
     /// One entry of an open folder.
-    void removeOnly(Descriptor folder, const std::string& name) {
+    void removeOnly(OpenDescriptor folder, const std::string& name) {
         struct stat status = {};
         if (::fstat(folder.number(), &status) != 0)
             return fail({}, errno);
@@ -139,17 +116,17 @@ private:
         }
         if (status.st_dev != device_)
             return fail(name, EXDEV); // mounted there
-        Descriptor child(::openat(folder, name.c_str(), folderFlags));
+        OpenDescriptor child(::openat(folder, name.c_str(), folderFlags));
         if (!child.isOpen() && errno == EACCES &&
             ::fchmodat(folder, name.c_str(), 0700, AT_SYMLINK_NOFOLLOW) == 0)
-            child = Descriptor(::openat(folder, name.c_str(), folderFlags));
+            child = OpenDescriptor(::openat(folder, name.c_str(), folderFlags));
         if (!child.isOpen())
             return fail(name, errno);
         (void)enter(std::move(child), name);
     }
 
     /// Makes an open folder the one that is worked in; false when it cannot be read.
-    bool enter(Descriptor folder, const std::string& name) {
+    bool enter(OpenDescriptor folder, const std::string& name) {
         struct stat status = {};
         if (::fstat(folder.number(), &status) != 0) {
             fail(name, errno);
@@ -202,7 +179,7 @@ private:
         levels_.pop_back();
         Level& above = levels_.back();
         above.hasFailures = above.hasFailures || isSpoiled;
-        Descriptor parent(::openat(current_.number(), "..", folderFlags));
+        OpenDescriptor parent(::openat(current_.number(), "..", folderFlags));
         struct stat status = {};
         if (!parent.isOpen() || ::fstat(parent.number(), &status) != 0) {
             fail(name, errno);
@@ -224,7 +201,7 @@ private:
     const CancellationToken& token_;
     RemovalResult result_;
     std::vector<Level> levels_;
-    Descriptor current_;
+    OpenDescriptor current_;
     dev_t device_ = 0;
 };
 
@@ -241,7 +218,7 @@ RemovalResult PermanentRemoval::remove(const std::filesystem::path& item, const 
         return removal.finish();
     }
     // Links in the way to the folder are the user's own words.
-    Descriptor folder(::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    OpenDescriptor folder(::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder.isOpen())
         removal.fail(name, errno);
     else
@@ -252,7 +229,7 @@ RemovalResult PermanentRemoval::remove(const std::filesystem::path& item, const 
 RemovalResult PermanentRemoval::removeContents(const std::filesystem::path& folder,
                                                const CancellationToken& token) {
     Removal removal(folder.native(), token);
-    Descriptor opened(::open(folder.c_str(), folderFlags));
+    OpenDescriptor opened(::open(folder.c_str(), folderFlags));
     if (!opened.isOpen())
         removal.fail({}, errno);
     else
@@ -263,7 +240,7 @@ RemovalResult PermanentRemoval::removeContents(const std::filesystem::path& fold
 RemovalResult PermanentRemoval::removeContents(int openFolder, const std::filesystem::path& path,
                                                const CancellationToken& token) {
     Removal removal(path.native(), token);
-    Descriptor own(::openat(openFolder, ".", folderFlags));
+    OpenDescriptor own(::openat(openFolder, ".", folderFlags));
     if (!own.isOpen())
         removal.fail({}, errno);
     else

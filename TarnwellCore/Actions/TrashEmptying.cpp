@@ -3,6 +3,7 @@
 #include "TarnwellCore/Actions/PermanentRemoval.hpp"
 #include "TarnwellCore/Analysis/TrashFolders.hpp"
 #include "TarnwellCore/Classification/PathUtil.hpp"
+#include "TarnwellCore/Platform/OpenDescriptor.hpp"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -25,27 +26,10 @@ namespace tarnwell {
 
 namespace {
 
-/// A folder that is closed again.
-class OpenFolder {
-public:
-    explicit OpenFolder(int number) : number_(number) {}
-    ~OpenFolder() {
-        if (number_ >= 0)
-            ::close(number_);
-    }
-    OpenFolder(const OpenFolder&) = delete;
-    OpenFolder& operator=(const OpenFolder&) = delete;
-
-    int number() const { return number_; }
-    bool isOpen() const { return number_ >= 0; }
-    bool isUsers() const {
-        struct stat status = {};
-        return isOpen() && ::fstat(number_, &status) == 0 && status.st_uid == ::geteuid();
-    }
-
-private:
-    const int number_;
-};
+bool isUsers(const OpenDescriptor& folder) {
+    struct stat status = {};
+    return folder.isOpen() && ::fstat(folder.number(), &status) == 0 && status.st_uid == ::geteuid();
+}
 
 template <class Body>
 void forEachName(int folder, Body body) {
@@ -71,8 +55,8 @@ bool mayBeOnItsWay(const struct stat& note) {
 /// path leads to by now.
 void removeNotes(int files, const std::unordered_set<std::string>& wereThere) {
     constexpr std::string_view ending = ".trashinfo";
-    const OpenFolder notes(::openat(files, "../info", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!notes.isUsers())
+    const OpenDescriptor notes(::openat(files, "../info", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!isUsers(notes))
         return;
     forEachName(notes.number(), [&](const char* noteName) {
         const std::string_view name = noteName;
@@ -108,7 +92,7 @@ EmptyTrashOutcome emptyTrashFolders(const std::vector<fs::path>& folders, const 
             continue;
         }
         // Others may have put a link in its place since it was listed, or do so now.
-        const OpenFolder opened(TrashFolders::openOwn(folder));
+        const OpenDescriptor opened(TrashFolders::openOwn(folder));
         if (const int error = errno; !opened.isOpen()) {
             if (!isNoTrash(error)) {
                 reasons += " " + folder.native() + ": " + std::generic_category().message(error) + ".";

@@ -11,6 +11,9 @@
 namespace tarnwell {
 
 struct TrashOutcome {
+    /// The failure of an item that was left when moving was called off.
+    static constexpr const char* calledOff = "It was not moved: that was called off.";
+
     /// The item asked for.
     std::filesystem::path source;
     /// Where it now lies; absent when it was not moved, or when the platform did not say where to.

@@ -5,6 +5,7 @@
 #include "TarnwellCore/Platform/BackgroundTask.hpp"
 #include "TarnwellCore/Platform/FolderMaking.hpp"
 #include "TarnwellCore/Platform/FolderOpening.hpp"
+#include "TarnwellCore/Platform/OpenDescriptor.hpp"
 #include "TarnwellCore/Platform/TrashNotes.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Text/Utf8.hpp"
@@ -33,22 +34,6 @@ constexpr std::size_t longestName = 255;
 constexpr double planPatience = 86'400; // seconds
 /// A note tells the second; clocks of the journal and of the note are read one after the other.
 constexpr double noteExactness = 3; // seconds
-
-class Folder {
-public:
-    explicit Folder(int descriptor) : descriptor_(descriptor) {}
-    ~Folder() {
-        if (descriptor_ >= 0)
-            ::close(descriptor_);
-    }
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
-    bool isOpen() const { return descriptor_ >= 0; }
-    int number() const { return descriptor_; }
-
-private:
-    int descriptor_;
-};
 
 /// Where an item goes.
 struct Origin {
@@ -143,8 +128,7 @@ Origin originOf(const TrashJournalEntry& entry) {
 /// By the desktop's hand another item may have come to this place since, or the same from elsewhere. A note
 /// has local time without a zone, so that its time alone proves nothing.
 bool isOfLaterMove(const NotedOrigin& note, const TrashJournalEntry& entry, bool isSameItem) {
-    if (!note.trashedAt ||
-        referenceSeconds(*note.trashedAt) <= referenceSeconds(entry.when) + noteExactness)
+    if (!note.trashedAt || referenceSeconds(*note.trashedAt) <= referenceSeconds(entry.when) + noteExactness)
         return false;
     if (!isSameItem)
         return true;
@@ -215,7 +199,7 @@ public:
             return failed(source, ETIMEDOUT);
         if (!*isThere)
             return refused(source, RestoreRefusal::notThere);
-        const Folder trash(openFolder(location.parent_path().native()));
+        const OpenDescriptor trash(openFolder(location.parent_path().native()));
         if (!trash.isOpen())
             return failed(source, errno);
         const std::string name = location.filename().native();
@@ -249,12 +233,12 @@ private:
         return trashFolders_->contains(resolveLinks(folder));
     }
 
-    RestoreOutcome moveBack(const fs::path& source, const Folder& trash, const std::string& name,
+    RestoreOutcome moveBack(const fs::path& source, const OpenDescriptor& trash, const std::string& name,
                             const ItemIdentity& identity, const Origin& origin) const {
-        const Folder base(openFolder(origin.base.native()));
+        const OpenDescriptor base(openFolder(origin.base.native()));
         if (!base.isOpen())
             return failed(source, errno);
-        const Folder parent(
+        const OpenDescriptor parent(
             openOrMakeFolder(base.number(), origin.below.parent_path().native(), origin.links));
         if (!parent.isOpen())
             return failed(source, errno);

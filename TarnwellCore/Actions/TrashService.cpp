@@ -123,13 +123,12 @@ TrashMoves TrashService::planMoves(std::vector<fs::path> urls) const {
 
 std::future<std::vector<TrashOutcome>> TrashService::moveToTrash(std::vector<fs::path> urls,
                                                                  CancellationToken token) const {
-    static constexpr const char* calledOff = "It was not moved: that was called off.";
     auto state = std::make_shared<TrashMoves::State>(*this, std::move(urls));
     return runInBackground([state = std::move(state), token = std::move(token)] {
         state->plan();
         for (std::size_t number = 0; number < state->outcomes.size(); ++number)
             if (token.isCancelled())
-                state->outcomes[number].failure = calledOff;
+                state->outcomes[number].failure = TrashOutcome::calledOff;
             else
                 state->move(number);
         state->set.reset();

@@ -64,8 +64,7 @@ private:
         } else if (isWithin(program, home_) &&
                    equalsIgnoringCase(program.extension().native(), ".AppImage") &&
                    fs::is_regular_file(fs::symlink_status(program, error))) {
-            return InstalledApplication{.kind = InstalledApplication::Kind::appImage,
-                                        .location = program};
+            return InstalledApplication{.kind = InstalledApplication::Kind::appImage, .location = program};
         }
         return std::nullopt;
     }
@@ -261,7 +260,7 @@ std::future<std::vector<TrashOutcome>> Uninstaller::carryOut(UninstallPlan plan,
         for (std::size_t number = 0; number < outcomes.size(); ++number) {
             const UninstallItem& item = plan.items[number];
             if (!reason && token.isCancelled())
-                reason = "It was not moved: that was called off.";
+                reason = TrashOutcome::calledOff;
             outcomes[number].failure = reason ? reason : reasonNotToMove(item);
             if (!outcomes[number].failure)
                 outcomes[number] = moves->move(number);

@@ -2,6 +2,7 @@
 
 #include "TarnwellCore/Platform/FileCalls.hpp"
 #include "TarnwellCore/Platform/FolderOpening.hpp"
+#include "TarnwellCore/Platform/OpenDescriptor.hpp"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -27,25 +28,6 @@ std::optional<std::string> currentFolder() {
         return std::nullopt;
     return std::string(path.get());
 }
-
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int number = -1) : number_(number) {}
-    FileDescriptor(FileDescriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
-    FileDescriptor& operator=(FileDescriptor&& other) noexcept {
-        std::swap(number_, other.number_);
-        return *this;
-    }
-    ~FileDescriptor() {
-        if (number_ >= 0)
-            ::close(number_);
-    }
-    bool isOpen() const { return number_ >= 0; }
-    int number() const { return number_; }
-
-private:
-    int number_;
-};
 
 /// Resolves a path one component at a time, as realpath does, but of any length: the kernel is asked
 /// relative to a folder along the way (the anchor), so that no text it sees comes near PATH_MAX.
@@ -122,7 +104,7 @@ private:
     void forgetAnchorBelow(std::size_t length) {
         if (anchorLength_ <= length)
             return;
-        anchor_ = FileDescriptor();
+        anchor_ = OpenDescriptor();
         anchorNumber_ = -1;
         anchorLength_ = 0;
     }
@@ -144,7 +126,7 @@ private:
         if (end == std::string::npos || end <= anchorLength_)
             return false;
         const std::string step(fromAnchor(), resolved_.c_str() + end);
-        FileDescriptor next(withoutInterruption(
+        OpenDescriptor next(withoutInterruption(
             [&] { return FolderOpeningDetail::openForTraversal(anchorNumber_, step.c_str()); }));
         if (!next.isOpen())
             return false;
@@ -160,7 +142,7 @@ private:
     std::vector<Text> pending_;
     int linksFollowed_ = 0;
     /// The folder at the first `anchorLength_` bytes of `resolved_`; -1 with length 0 is the root.
-    FileDescriptor anchor_;
+    OpenDescriptor anchor_;
     int anchorNumber_ = -1;
     std::size_t anchorLength_ = 0;
 };

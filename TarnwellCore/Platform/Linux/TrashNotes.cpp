@@ -2,6 +2,7 @@
 
 #include "TarnwellCore/Platform/FileCalls.hpp"
 #include "TarnwellCore/Platform/FolderOpening.hpp"
+#include "TarnwellCore/Platform/OpenDescriptor.hpp"
 #include "TarnwellCore/Platform/TrashInfo.hpp"
 
 #include <fcntl.h>
@@ -23,27 +24,12 @@ namespace {
 /// Four times the longest path that the kernel takes, each byte escaped.
 constexpr std::size_t longestNote = 65'536;
 
-class OpenItem {
-public:
-    explicit OpenItem(int descriptor) : descriptor_(descriptor) {}
-    ~OpenItem() {
-        if (descriptor_ >= 0)
-            ::close(descriptor_);
-    }
-    OpenItem(const OpenItem&) = delete;
-    OpenItem& operator=(const OpenItem&) = delete;
-    int number() const { return descriptor_; }
-
-private:
-    int descriptor_;
-};
-
 /// The folder of the notes of the Trash that this item lies in; not open when the item's folder is none of a
 /// Trash.
 int openNotes(const fs::path& location) {
     if (location.parent_path().filename() != "files")
         return -1;
-    const OpenItem trash(openFolder(location.parent_path().parent_path().native()));
+    const OpenDescriptor trash(openFolder(location.parent_path().parent_path().native()));
     return trash.number() < 0 ? -1 : openSubfolder(trash.number(), "info", nullptr);
 }
 
@@ -52,7 +38,7 @@ std::string noteName(const fs::path& location) {
 }
 
 std::optional<std::string> readNote(int notes, const std::string& name) {
-    const OpenItem note(withoutInterruption([&] {
+    const OpenDescriptor note(withoutInterruption([&] {
         return ::openat(notes, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     }));
     struct stat status = {};
@@ -98,7 +84,7 @@ fs::path volumeOf(const fs::path& trash) {
 } // namespace
 
 std::optional<NotedOrigin> notedOrigin(const fs::path& location) {
-    const OpenItem notes(openNotes(location));
+    const OpenDescriptor notes(openNotes(location));
     const auto text = notes.number() < 0 ? std::nullopt : readNote(notes.number(), noteName(location));
     const auto info = text ? parseTrashInfo(*text) : std::nullopt;
     if (!info || !staysBelow(info->path))
@@ -122,7 +108,7 @@ std::optional<NotedOrigin> notedOrigin(const fs::path& location) {
 
 void removeNote(const fs::path& location) noexcept {
     try {
-        const OpenItem notes(openNotes(location));
+        const OpenDescriptor notes(openNotes(location));
         if (notes.number() >= 0)
             ::unlinkat(notes.number(), noteName(location).c_str(), 0);
     } catch (const std::exception&) { // NOLINT(bugprone-empty-catch)
