@@ -65,15 +65,15 @@ auto valueIn(const Table& table, std::string_view word) {
     return std::ranges::find(table, word, [](const auto& row) { return row.first; })->second;
 }
 
-std::optional<Date> momentOf(const std::string& text, std::string_view option, Date now) {
-    if (text.empty())
+std::optional<Date> momentOf(const std::optional<std::string>& text, std::string_view option, Date now) {
+    if (!text)
         return std::nullopt;
-    const auto moment = momentFromText(text, now);
+    const auto moment = momentFromText(*text, now);
     if (!moment)
         throw TidyUsageError(std::string(option) +
                              " takes an age such as 30d, 6w or 1y, or a date such as 2024-05-01, "
                              "not '" +
-                             harmless(text) + "'.");
+                             harmless(*text) + "'.");
     return moment;
 }
 
@@ -249,9 +249,9 @@ const TidyCommandSpec FindRequest::spec = {
 FindRequest FindRequest::read(const TidyArguments& arguments) {
     FindRequest request{.folder = arguments.onlyOperand(),
                         .conditions = {},
-                        .ages = {.older = arguments.value("--older").value_or(""),
-                                 .newer = arguments.value("--newer").value_or(""),
-                                 .unopened = arguments.value("--unopened").value_or("")},
+                        .ages = {.older = arguments.value("--older"),
+                                 .newer = arguments.value("--newer"),
+                                 .unopened = arguments.value("--unopened")},
                         .top = arguments.count("--top"),
                         .print0 = arguments.has("--print0"),
                         .scan = arguments.scan(),
@@ -302,7 +302,7 @@ TidyResult run(const FindRequest& request, TidyContext& context) {
             throw TidyInterrupted();
         throw;
     }
-    if (!request.output.json && !request.print0)
+    if (!request.output.json)
         result.standardError += context.unreadableText(scan, context.style(request.output));
     context.keep(std::move(scan));
     return result;

@@ -13,9 +13,9 @@ struct FindRequest {
 
     /// Ages are counted back from now, which a command line does not know.
     struct Ages {
-        std::string older = {};
-        std::string newer = {};
-        std::string unopened = {};
+        std::optional<std::string> older = {};
+        std::optional<std::string> newer = {};
+        std::optional<std::string> unopened = {};
 
         bool operator==(const Ages&) const = default;
     };

@@ -347,8 +347,7 @@ ScheduleRequest ScheduleRequest::read(const TidyArguments& arguments) {
     if (!words.empty()) {
         const auto cadence = snapshotCadenceFromRawValue(words.front());
         if (!cadence && words.front() != "run")
-            throw TidyUsageError("schedule takes " + std::string(spec.operands) + ", not '" +
-                                 harmless(words.front()) + "'.");
+            failUnknownVerb(spec, words.front());
         request.verb = cadence ? Verb::set : Verb::run;
         request.cadence = cadence.value_or(SnapshotCadence::off);
         const bool takesFolder = request.cadence != SnapshotCadence::off;

@@ -35,6 +35,11 @@ std::string suggestion(std::string_view typed, std::span<const std::string_view>
     throw TidyUsageError(message);
 }
 
+[[noreturn]] void failWithoutValue(const TidyOptionSpec& option) {
+    throw TidyUsageError(std::string(option.name) + " needs a value: " + std::string(option.name) + " " +
+                         std::string(option.value) + ".");
+}
+
 void expectChoice(const TidyOptionSpec& option, const std::string& value) {
     bool isKnown = option.choices.empty();
     std::string all;
@@ -88,6 +93,19 @@ std::string_view nearestWord(std::string_view typed, std::span<const std::string
         }
     }
     return nearest;
+}
+
+std::string_view nearestOf(std::string_view words, std::string_view typed) {
+    std::vector<std::string_view> all;
+    forEachWord(words, [&](std::string_view word) { all.push_back(word); });
+    return nearestWord(typed, all);
+}
+
+void failUnknownVerb(const TidyCommandSpec& command, const std::string& typed) {
+    std::vector<std::string_view> verbs;
+    forEachWord(command.words, [&](std::string_view verb) { verbs.push_back(verb); });
+    throw TidyUsageError(std::string(command.name) + " takes " + std::string(command.operands) + ", not " +
+                         inQuotes(typed) + "." + suggestion(typed, verbs));
 }
 
 TidyCommandLine TidyCommandLine::split(std::span<const std::string> words) {
@@ -153,16 +171,17 @@ TidyArguments TidyArguments::read(const TidyCommandSpec& command, std::span<cons
         const std::string last = words.empty() ? std::string() : words.back();
         for (const auto& slot : slots)
             if (!slot->spec->isFlag() && last.substr(0, last.find('=')) == slot->spec->name)
-                throw TidyUsageError(std::string(slot->spec->name) +
-                                     " needs a value: " + std::string(slot->spec->name) + " " +
-                                     std::string(slot->spec->value) + ".");
+                failWithoutValue(*slot->spec);
         throw TidyUsageError(harmless(error.what()));
     }
     for (const auto& slot : slots) {
         if (slot->option->count() == 0)
             continue;
-        for (const std::string& value : slot->values)
+        for (const std::string& value : slot->values) {
+            if (value.empty()) // as of a variable that is not set
+                failWithoutValue(*slot->spec);
             expectChoice(*slot->spec, value);
+        }
         arguments.values_.emplace(slot->spec->name, std::move(slot->values));
     }
     bool onlyOperands = false;
