@@ -5,6 +5,7 @@
 #include "TarnwellCore/Text/JSONWriter.hpp"
 #include "TarnwellTidyKit/Commands/SettingsCommand.hpp"
 #include "TarnwellTidyKit/Commands/TidyCategories.hpp"
+#include "TarnwellTidyKit/Commands/TidyOutcomes.hpp"
 #include "TarnwellTidyKit/Commands/TidyQuantities.hpp"
 
 #include <algorithm>
@@ -130,12 +131,18 @@ TidyResult listed(const std::vector<CleanupRule>& rules, const RulesRequest& req
     return {.standardOutput = text};
 }
 
-TidyResult store(const std::vector<CleanupRule>& rules, const RulesRequest& request, TidyContext& context) {
-    if (!request.act.dryRun)
+/// Asks with the rules that a change is about, and makes it.
+TidyResult store(const std::vector<CleanupRule>& rules, const std::vector<std::string>& about,
+                 std::string_view question, const RulesRequest& request, TidyContext& context) {
+    if (!request.act.dryRun) {
+        const auto consent = context.consent(request.act, questionText(question, about));
+        if (consent != TidyContext::Consent::given)
+            return TidyContext::withoutConsent(consent);
         context.act([&] {
             context.settings().setCleanupRules(rules);
             storeSettings(context.settings());
         });
+    }
     TidyResult result = listed(rules, request, context);
     if (request.act.dryRun && !request.output.json)
         result.standardOutput = "The rules would be:\n" + result.standardOutput;
@@ -146,8 +153,9 @@ TidyResult add(const RulesRequest& request, TidyContext& context) {
     std::vector<CleanupRule> rules = storedRules(context);
     CleanupRule rule = *request.rule;
     rule.id = CleanupRule::makeDraft().id;
+    const std::string about = rule.name + ": " + rule.conditionSummary();
     rules.push_back(std::move(rule));
-    return store(rules, request, context);
+    return store(rules, {about}, "Add this rule?", request, context);
 }
 
 TidyResult remove(const RulesRequest& request, TidyContext& context) {
@@ -158,22 +166,19 @@ TidyResult remove(const RulesRequest& request, TidyContext& context) {
         names.push_back(rules[index].name);
         rules.erase(rules.begin() + static_cast<std::ptrdiff_t>(index));
     }
-    if (!request.act.dryRun) {
-        std::string question = "Remove these rules?";
-        for (const std::string& name : names)
-            question.insert(0, "  " + harmless(name) + "\n");
-        const auto consent = context.consent(request.act, question);
-        if (consent != TidyContext::Consent::given)
-            return TidyContext::withoutConsent(consent);
-    }
-    return store(rules, request, context);
+    return store(rules, names, "Remove these rules?", request, context);
 }
 
 TidyResult switchRules(const RulesRequest& request, TidyContext& context, bool isEnabled) {
     std::vector<CleanupRule> rules = storedRules(context);
-    for (const std::string& word : request.rules)
-        rules[indexOf(rules, word)].isEnabled = isEnabled;
-    return store(rules, request, context);
+    std::vector<std::string> names;
+    for (const std::string& word : request.rules) {
+        CleanupRule& rule = rules[indexOf(rules, word)];
+        rule.isEnabled = isEnabled;
+        names.push_back(rule.name);
+    }
+    return store(rules, names, isEnabled ? "Switch these rules on?" : "Switch these rules off?", request,
+                 context);
 }
 
 TidyResult test(const RulesRequest& request, TidyContext& context) {
@@ -289,7 +294,7 @@ RulesRequest RulesRequest::read(const TidyArguments& arguments) {
         request.verb = verb == "remove" ? Verb::remove : verb == "enable" ? Verb::enable : Verb::disable;
         expect(1, SIZE_MAX, "rules, by their IDs or names");
     } else {
-        throw TidyUsageError("rules takes " + std::string(spec.operands) + ", not '" + harmless(verb) + "'.");
+        failUnknownVerb(spec, verb);
     }
     request.rules = std::move(words);
     return request;

@@ -52,9 +52,12 @@ const SettingRow& rowNamed(const std::string& name) {
                          (nearest.empty() ? std::string() : " Did you mean " + std::string(nearest) + "?"));
 }
 
-void expectSettable(const SettingRow& row) {
-    if (row.set == nullptr)
-        throw TidyUsageError(std::string(row.name()) + " is kept by the program itself and cannot be set.");
+/// What the program keeps for itself is its own to change; the rules can only be brought back.
+void expectSettable(const SettingRow& row, Verb verb) {
+    const bool isReset = verb == Verb::reset && row.key == AppSettings::Key::cleanupRules;
+    if (row.set == nullptr && !isReset)
+        throw TidyUsageError(std::string(row.name()) + " is kept by the program itself and cannot be " +
+                             (verb == Verb::set ? "set." : "reset."));
 }
 
 std::string listText(const AppSettings& settings, const TidyStyle& style) {
@@ -107,6 +110,12 @@ TidyResult set(const SettingsRequest& request, TidyContext& context) {
         throw TidyUsageError(std::string(row.name()) + " takes " + std::string(row.range) + ".");
     if (request.act.dryRun)
         return {.standardOutput = std::string(row.name()) + " would be " + harmless(row.text(trial)) + ".\n"};
+    const std::string name(row.name());
+    const auto consent =
+        context.consent(request.act, "Set " + name + " to " + harmless(row.text(trial)) + ", from " +
+                                         harmless(row.text(context.settings())) + "?");
+    if (consent != TidyContext::Consent::given)
+        return TidyContext::withoutConsent(consent);
     context.act([&] {
         row.set(context.settings(), request.values);
         storeSettings(context.settings());
@@ -119,11 +128,14 @@ TidyResult reset(const SettingsRequest& request, TidyContext& context) {
     if (request.act.dryRun)
         return {.standardOutput = row != nullptr ? std::string(row->name()) + " would be as it comes.\n"
                                                  : "All preferences would be as they come.\n"};
-    if (row == nullptr) {
-        const auto consent = context.consent(request.act, "Reset all preferences?");
-        if (consent != TidyContext::Consent::given)
-            return TidyContext::withoutConsent(consent);
-    }
+    std::string question = "Reset all preferences?";
+    if (row != nullptr && row->key == AppSettings::Key::cleanupRules)
+        question = "Remove all rules of your own, and bring back those that it comes with?";
+    else if (row != nullptr)
+        question = "Reset " + std::string(row->name()) + ", which is " +
+                   harmless(row->text(context.settings())) + "?";
+    if (const auto consent = context.consent(request.act, question); consent != TidyContext::Consent::given)
+        return TidyContext::withoutConsent(consent);
     context.act([&] {
         if (row != nullptr)
             context.settings().defaults().remove(AppSettings::rawValue(row->key));
@@ -177,13 +189,12 @@ SettingsRequest SettingsRequest::read(const TidyArguments& arguments) {
         request.verb = Verb::reset;
         expect(0, 1);
     } else {
-        throw TidyUsageError("settings takes " + std::string(spec.operands) + ", not '" + harmless(verb) +
-                             "'.");
+        failUnknownVerb(spec, verb);
     }
     if (!words.empty()) {
         request.key = rowNamed(words.front()).name();
-        if (request.verb == Verb::set)
-            expectSettable(rowNamed(request.key));
+        if (request.verb != Verb::get)
+            expectSettable(rowNamed(request.key), request.verb);
         request.values.assign(words.begin() + 1, words.end());
     }
     return request;
