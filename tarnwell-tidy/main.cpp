@@ -48,14 +48,15 @@ int write(int descriptor, std::string_view text) {
     return 0;
 }
 
-/// What was to be printed has not arrived. A reader that has gone knows, a full disk is said.
+/// What was to be printed has not arrived.
 struct OutputError : std::runtime_error {
     explicit OutputError(int errorNumber)
         : std::runtime_error(std::string("The output could not be written: ") + std::strerror(errorNumber) +
-                             "."),
-          isReaderGone(errorNumber == EPIPE) {}
-    bool isReaderGone;
+                             ".") {}
 };
+
+/// A reader that has gone knows, a full disk is said.
+std::atomic<bool> isReaderGone = false;
 
 /// The line on the terminal behind standard error that tells how far things are.
 class StatusLine {
@@ -212,7 +213,9 @@ TidySurroundings lookAround(StatusLine& status) {
             surroundings.ask = askOnTerminal;
     }
     surroundings.output = [](std::string_view piece) {
-        if (const int error = write(STDOUT_FILENO, piece); error != 0)
+        const int error = write(STDOUT_FILENO, piece);
+        isReaderGone = isReaderGone || error == EPIPE;
+        if (error != 0)
             throw OutputError(error);
     };
     return surroundings;
@@ -234,10 +237,12 @@ int main(int count, char** values) {
     try {
         const std::vector<std::string> arguments(values + std::min(count, 1), values + count);
         result = TidyRunner::run(arguments, TidyServices::live(), surroundings, browserOnTerminal());
+        if (isReaderGone) // the failure of a long listing
+            result.standardError.clear();
         surroundings.output(result.standardOutput);
     } catch (const OutputError& error) {
         isTaken = false;
-        if (!error.isReaderGone)
+        if (!isReaderGone)
             result.standardError += "tarnwell-tidy: " + std::string(error.what()) + "\n";
     } catch (const std::bad_alloc&) {
         write(STDERR_FILENO, "tarnwell-tidy: There is not enough memory.\n");
