@@ -131,7 +131,8 @@ const TidyCommandSpec DrawRequest::spec = {
     .summary = "A picture of a folder, for a browser",
     .details =
         "Writes a page or an image that needs nothing else: what is pointed at says what it is, a click on a "
-        "folder goes into it, colours are categories, light and dark follow the reader's wish, and there is "
+        "folder goes into it (200 folders can be entered, those drawn first), colours are categories, light "
+        "and dark follow the reader's wish, and there is "
         "no script in it. A file that --output names is replaced; the one that is written without it, named "
         "after the folder in the working folder, only if it is such a picture. It is written whole or not at "
         "all, and only its owner may read it.",

@@ -5,6 +5,7 @@
 #include "TarnwellCore/Layout/SunburstLayout.hpp"
 #include "TarnwellCore/Layout/TreemapLayout.hpp"
 #include "TarnwellCore/Scanning/ByteFormatter.hpp"
+#include "TarnwellTidyKit/Commands/TidyText.hpp"
 #include "TarnwellTidyKit/Pictures/PictureColours.hpp"
 #include "TarnwellTidyKit/Pictures/PictureText.hpp"
 
@@ -32,10 +33,6 @@ constexpr double barHeight = 30;
 constexpr double barNamesWidth = 300;
 constexpr double barSizesWidth = 110;
 constexpr std::size_t listLength = 24;
-
-std::string sizeText(std::int64_t bytes) {
-    return ByteFormatter::string(bytes, "0 bytes");
-}
 
 std::string placed(const Rect& rect) {
     return "x=\"" + coordinate(rect.minX()) + "\" y=\"" + coordinate(rect.minY()) + "\" width=\"" +
@@ -158,8 +155,7 @@ TreemapConfiguration Views::configuration(double padding, double minimumArea, do
             .sizeMode = request_.sizeMode};
 }
 
-// --- What all have
-// ------------------------------------------------------------------------------------------
+// --- What all have -----------------------------------------------------------------------------------------
 
 void Views::addText(std::string_view styleClass, double x, double y, std::string_view text,
                     std::string_view more) {
@@ -279,8 +275,7 @@ std::pair<std::string, std::string> Views::paint(const TreemapItem& item) {
     return {classOf(category, 'c'), classOf(category, 't')};
 }
 
-// --- Rectangles
-// ---------------------------------------------------------------------------------------------
+// --- Rectangles --------------------------------------------------------------------------------------------
 
 void Views::addBox(const TreemapItem& item, std::string_view fill) {
     svg_ += "<rect class=\"item " + std::string(fill) + "\" rx=\"2\" " + placed(item.rect) + "><title>" +
@@ -362,8 +357,7 @@ void Views::drawBars(const FileNode& folder, const Rect& area) {
     }
 }
 
-// --- Rings
-// --------------------------------------------------------------------------------------------------
+// --- Rings -------------------------------------------------------------------------------------------------
 
 std::string Views::sectorPath(const SunburstLayout::Disc& disc, const SunburstLayout::Sector& sector) const {
     const auto point = [&](double angle, double radius) {
