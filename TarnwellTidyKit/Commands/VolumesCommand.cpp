@@ -8,6 +8,9 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
+#include <set>
+#include <utility>
 
 namespace tarnwell {
 
@@ -100,7 +103,25 @@ void writeVolume(JSONWriter& json, const VolumeInfo& volume) {
 
 using Alerts = std::vector<DiskSpaceAlertPolicy::Alert>;
 
-std::string linesOf(const SpaceUpdate& update, const Alerts& alerts, const TidyStyle& style) {
+/// The volumes that were there at the last look and are not any more, by path.
+class Departures {
+public:
+    std::vector<std::string> next(const std::vector<VolumeInfo>& volumes) {
+        std::set<std::string> now;
+        for (const VolumeInfo& volume : volumes)
+            now.insert(volume.path);
+        std::vector<std::string> gone;
+        std::ranges::set_difference(seen_, now, std::back_inserter(gone));
+        seen_ = std::move(now);
+        return gone;
+    }
+
+private:
+    std::set<std::string> seen_;
+};
+
+std::string linesOf(const SpaceUpdate& update, const std::vector<std::string>& gone, const Alerts& alerts,
+                    const TidyStyle& style) {
     std::string text;
     const std::string time =
         style.painted(iso8601Text(update.timestamp).value_or("unknown"), TidyRole::quiet);
@@ -116,6 +137,8 @@ std::string linesOf(const SpaceUpdate& update, const Alerts& alerts, const TidyS
                     "  ";
         text += sizeText(volume.availableCapacity) + " free\n";
     }
+    for (const std::string& path : gone)
+        text += time + "  " + harmless(path) + "  " + style.painted("gone", TidyRole::warning) + "\n";
     for (const DiskSpaceAlertPolicy::Alert& alert : alerts)
         text += time + "  " + harmless(alert.volumePath) + "  " +
                 style.painted("low on space: " + sizeText(alert.availableBytes) + " free", TidyRole::danger) +
@@ -124,7 +147,8 @@ std::string linesOf(const SpaceUpdate& update, const Alerts& alerts, const TidyS
 }
 
 /// One line, as a reader takes them one by one.
-std::string documentLine(const SpaceUpdate& update, const Alerts& alerts) {
+std::string documentLine(const SpaceUpdate& update, const std::vector<std::string>& gone,
+                         const Alerts& alerts) {
     const std::string document = tidyDocument(
         [&](JSONWriter& json) {
             json.key("alerts");
@@ -152,6 +176,11 @@ std::string documentLine(const SpaceUpdate& update, const Alerts& alerts) {
                 json.string(path);
                 json.endObject();
             }
+            json.endArray();
+            json.key("gone");
+            json.beginArray();
+            for (const std::string& path : gone)
+                json.string(path);
             json.endArray();
             json.key("time");
             json.string(iso8601Text(update.timestamp).value_or(""));
@@ -185,14 +214,16 @@ TidyResult watch(const VolumesRequest& request, TidyContext& context) {
     const auto stream = monitor->updates();
     const auto registration = context.token().onCancel([stream] { stream.finish(); });
     TidyResult result;
+    Departures departures;
     std::int64_t seen = 0;
     while (!request.updates || seen < *request.updates) {
         const auto update = stream.next();
         if (!update || context.token().isCancelled())
             break;
         const Alerts alerts = policy.evaluate(update->volumes);
+        const std::vector<std::string> gone = departures.next(update->volumes);
         const std::string text =
-            request.output.json ? documentLine(*update, alerts) : linesOf(*update, alerts, style);
+            request.output.json ? documentLine(*update, gone, alerts) : linesOf(*update, gone, alerts, style);
         ++seen;
         if (context.surroundings.output)
             context.surroundings.output(text);
