@@ -121,9 +121,10 @@ void ActingJobs::operator()(const BrowserJobs::Undo&) const {
 void ActingJobs::operator()(const BrowserJobs::Restore& job) const {
     Acted acted{.id = context.id, .title = "Put back"};
     TidyContext commands(context.services, context.surroundings);
-    noteRestored(
-        commands.act([&] { return context.services.restore({job.locations.begin(), job.locations.end()}); }),
-        acted);
+    noteRestored(commands.act([&] {
+        return context.services.restore({job.locations.begin(), job.locations.end()}, commands.token());
+    }),
+                 acted);
     context.post(std::move(acted));
 }
 

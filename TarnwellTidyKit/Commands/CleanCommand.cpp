@@ -201,12 +201,18 @@ CleanRequest CleanRequest::read(const TidyArguments& arguments) {
 TidyResult run(const CleanRequest& request, TidyContext& context) {
     FoundPlaces found = findPlaces(request.place, request.scan, context);
     const std::vector<SpaceSaverFinding> findings = chosen(request, found);
-    if (found.scan)
+    std::optional<std::int64_t> inaccessibleCount;
+    std::string remarks = furtherText(findings);
+    if (found.scan) {
+        inaccessibleCount = found.scan->stats.inaccessibleCount;
+        if (!request.output.json)
+            remarks += context.unreadableText(*found.scan, context.style(request.output));
         context.keep(*std::move(found.scan));
+    }
     const std::vector<TidyOutcome> planned = plan(findings);
     if (request.act.dryRun || planned.empty()) {
-        TidyResult result = plannedResult(context, request.output, planned);
-        result.standardError += furtherText(findings);
+        TidyResult result = plannedResult(context, request.output, planned, inaccessibleCount);
+        result.standardError += remarks;
         return result;
     }
     std::vector<std::string> lines;
@@ -217,14 +223,14 @@ TidyResult run(const CleanRequest& request, TidyContext& context) {
     const auto consent = context.consent(request.act, questionText("Do this?", lines));
     if (consent != TidyContext::Consent::given)
         return TidyContext::withoutConsent(consent);
-    TidyOutcomes outcomes;
+    TidyOutcomes outcomes{.inaccessibleCount = inaccessibleCount};
     TidyTrashSet trash = trashSetOf(findings, found.home, context);
     for (const SpaceSaverFinding& finding : findings)
         std::visit(Clearing{finding, found.home, context, outcomes, trash}, finding.action);
     const bool hasTrashed = std::ranges::any_of(
         outcomes.all, [](const TidyOutcome& outcome) { return outcome.done == "in the Trash"; });
     TidyResult result = outcomes.result(context, request.output, hasTrashed ? trashNote : std::string_view());
-    result.standardError += furtherText(findings);
+    result.standardError += remarks;
     return result;
 }
 

@@ -12,6 +12,7 @@
 #include <array>
 #include <iterator>
 #include <set>
+#include <span>
 #include <utility>
 #include <variant>
 
@@ -25,7 +26,7 @@ using Verb = DuplicatesRequest::Verb;
 
 constexpr TidyOptionSpec options[] = {
     {.name = "--min", .value = "SIZE", .help = "Only files from this size on (as the settings have it)"},
-    {.name = "--top", .value = "N", .help = "List the N groups that waste most"},
+    {.name = "--top", .value = "N", .help = "Only the N groups that waste most"},
     {.name = "--share", .value = "", .help = "Make copies share their blocks; no file goes away"},
     {.name = "--trash-extras",
      .value = "KEEP",
@@ -42,6 +43,13 @@ constexpr std::array<std::pair<std::string_view, DuplicateKeeper>, 4> keepers = 
 struct Found {
     std::vector<ScanResult> scans;
     DuplicateResult duplicates;
+
+    std::int64_t inaccessibleCount() const {
+        std::int64_t count = 0;
+        for (const ScanResult& scan : scans)
+            count += scan.stats.inaccessibleCount;
+        return count;
+    }
 };
 
 Found find(const DuplicatesRequest& request, TidyContext& context) {
@@ -88,16 +96,17 @@ private:
     std::set<std::size_t> cloneSets_;
 };
 
-std::size_t shownCount(const DuplicatesRequest& request, const DuplicateResult& result) {
-    return std::min(result.groups.size(), static_cast<std::size_t>(request.top.value_or(INT64_MAX)));
+/// Those that are listed, or acted on.
+std::span<const DuplicateGroup> shownGroups(const DuplicatesRequest& request, const DuplicateResult& result) {
+    const auto most = static_cast<std::size_t>(request.top.value_or(INT64_MAX));
+    return std::span(result.groups).first(std::min(result.groups.size(), most));
 }
 
 std::string textOf(const DuplicatesRequest& request, const DuplicateResult& result, const TidyStyle& style,
                    TextOutput output) {
     if (result.groups.empty())
         return "There are no duplicates.\n";
-    for (std::size_t index = 0; index < shownCount(request, result); ++index) {
-        const DuplicateGroup& group = result.groups[index];
+    for (const DuplicateGroup& group : shownGroups(request, result)) {
         output.text() += style.painted(sizeText(group.waste) + " wasted", TidyRole::heading) + ", " +
                          countedText(static_cast<std::int64_t>(group.files.size()), "file", "files") +
                          " of " + sizeText(group.size) + "\n";
@@ -115,9 +124,6 @@ std::string textOf(const DuplicatesRequest& request, const DuplicateResult& resu
 
 std::string documentOf(const DuplicatesRequest& request, const Found& found, TextOutput output) {
     const DuplicateResult& result = found.duplicates;
-    ScanStats stats;
-    for (const ScanResult& scan : found.scans)
-        stats.inaccessibleCount += scan.stats.inaccessibleCount;
     return tidyDocument(
         output,
         [&](JSONWriter& json) {
@@ -137,8 +143,7 @@ std::string documentOf(const DuplicatesRequest& request, const Found& found, Tex
             json.integer(static_cast<std::int64_t>(result.groups.size()));
             json.key("groups");
             json.beginArray();
-            for (std::size_t index = 0; index < shownCount(request, result); ++index) {
-                const DuplicateGroup& group = result.groups[index];
+            for (const DuplicateGroup& group : shownGroups(request, result)) {
                 json.beginObject();
                 json.key("members");
                 json.beginArray();
@@ -163,7 +168,8 @@ std::string documentOf(const DuplicatesRequest& request, const Found& found, Tex
                 json.endObject();
             }
             json.endArray();
-            writeUnreadable(json, stats);
+            json.key("inaccessibleCount");
+            json.integer(found.inaccessibleCount());
         },
         [&](JSONWriter& json) {
             json.key("waste");
@@ -227,7 +233,7 @@ struct Extras {
 Extras extrasOf(const DuplicatesRequest& request, const Found& found) {
     Extras extras;
     PathBudget budget;
-    for (const DuplicateGroup& group : found.duplicates.groups) {
+    for (const DuplicateGroup& group : shownGroups(request, found.duplicates)) {
         const std::size_t kept = keptFile(group, request, found);
         const FileNode* keptNode = &group.firstMember(kept);
         const std::size_t set = group.files[kept].cloneSet;
@@ -268,7 +274,8 @@ TidyResult trashExtras(const DuplicatesRequest& request, const Found& found, Tid
             planned.push_back({.source = paths.back(), .done = "to the Trash; stays: " + extra.kept->path()});
     }
     if (request.act.dryRun || extras.empty())
-        return withFurther(plannedResult(context, request.output, planned), furtherCount);
+        return withFurther(plannedResult(context, request.output, planned, found.inaccessibleCount()),
+                           furtherCount);
     const std::string question =
         "Move " + countedText(static_cast<std::int64_t>(extras.size()), "extra copy", "extra copies") +
         " to the Trash? One of each group stays.";
@@ -276,7 +283,7 @@ TidyResult trashExtras(const DuplicatesRequest& request, const Found& found, Tid
     if (consent != TidyContext::Consent::given)
         return TidyContext::withoutConsent(consent);
     TidyTrashSet trash(context, paths, context.services.home());
-    TidyOutcomes outcomes;
+    TidyOutcomes outcomes{.inaccessibleCount = found.inaccessibleCount()};
     std::size_t next = 0;
     outcomes.actOnEach(context, paths, [&](const std::string& path) -> TidyOutcome {
         const Extra& extra = extras[next++];
@@ -316,7 +323,7 @@ TidyResult share(const DuplicatesRequest& request, const Found& found, TidyConte
     std::vector<std::string> paths;
     std::int64_t furtherCount = 0;
     PathBudget budget;
-    for (const DuplicateGroup& group : found.duplicates.groups) {
+    for (const DuplicateGroup& group : shownGroups(request, found.duplicates)) {
         if (group.waste == 0)
             continue;
         SharingRequest sharing = SharingRequest::of(group, budget);
@@ -333,14 +340,15 @@ TidyResult share(const DuplicatesRequest& request, const Found& found, TidyConte
         groups.push_back(std::move(sharing));
     }
     if (request.act.dryRun || paths.empty())
-        return withFurther(plannedResult(context, request.output, planned), furtherCount);
+        return withFurther(plannedResult(context, request.output, planned, found.inaccessibleCount()),
+                           furtherCount);
     const std::string question = "Make " +
                                  countedText(static_cast<std::int64_t>(paths.size()), "copy", "copies") +
                                  " share blocks with the first of each group? No file goes away.";
     const auto consent = context.consent(request.act, questionText(question, paths));
     if (consent != TidyContext::Consent::given)
         return TidyContext::withoutConsent(consent);
-    TidyOutcomes outcomes;
+    TidyOutcomes outcomes{.inaccessibleCount = found.inaccessibleCount()};
     const TidyProgress line(context.surroundings);
     for (const SharingRequest& group : groups) {
         try {

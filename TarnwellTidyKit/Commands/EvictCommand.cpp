@@ -4,6 +4,7 @@
 #include "TarnwellTidyKit/Commands/TidyOutcomes.hpp"
 
 #include <algorithm>
+#include <set>
 
 namespace fs = std::filesystem;
 
@@ -11,10 +12,15 @@ namespace tarnwell {
 
 namespace {
 
-/// The files to act on: those named, and in folders those that have something to free. Adds to `unreadable`
-/// what is said of folders that could not be read.
+/// What could not be read on the way.
+struct Unread {
+    std::string text;
+    std::optional<std::int64_t> count; // absent when no folder was read
+};
+
+/// The files to act on: those named, and in folders those that have something to free.
 std::vector<std::string> filesOf(const EvictRequest& request, const std::vector<SyncedRoot>& roots,
-                                 TidyContext& context, std::string& unreadable) {
+                                 TidyContext& context, Unread& unread) {
     std::vector<std::string> files;
     for (const std::string& typed : request.paths) {
         const fs::path path = typedPath(typed);
@@ -24,12 +30,15 @@ std::vector<std::string> filesOf(const EvictRequest& request, const std::vector<
             continue;
         }
         const ScanResult scan = context.scan(path.native(), {});
-        unreadable += context.unreadableText(scan, context.style(request.output));
+        unread.text += context.unreadableText(scan, context.style(request.output));
+        unread.count = unread.count.value_or(0) + scan.stats.inaccessibleCount;
         const EvictionSummary summary = CloudEviction::evictableSummary(scan, roots);
         std::ranges::transform(summary.items, std::back_inserter(files), &EvictableItem::path);
         if (summary.items.empty())
             files.push_back(path.native()); // is refused, with the reason
     }
+    std::set<std::string> seen; // a folder may have been named beside one that holds it
+    std::erase_if(files, [&](const std::string& file) { return !seen.insert(file).second; });
     return files;
 }
 
@@ -55,18 +64,18 @@ EvictRequest EvictRequest::read(const TidyArguments& arguments) {
 TidyResult run(const EvictRequest& request, TidyContext& context) {
     const std::vector<SyncedRoot> roots =
         context.services.syncedRoots(DiskScanner::normalize(context.services.home()));
-    std::string unreadable;
-    const std::vector<std::string> files = filesOf(request, roots, context, unreadable);
+    Unread unread;
+    const std::vector<std::string> files = filesOf(request, roots, context, unread);
     const auto withUnreadable = [&](TidyResult result) {
         if (!request.output.json)
-            result.standardError += unreadable;
+            result.standardError += unread.text;
         return result;
     };
     if (request.act.dryRun) {
         std::vector<TidyOutcome> planned;
         for (const std::string& file : files)
             planned.push_back({.source = file, .done = "free the local copy"});
-        return withUnreadable(plannedResult(context, request.output, planned));
+        return withUnreadable(plannedResult(context, request.output, planned, unread.count));
     }
     const std::string question = "Free the local copies of " +
                                  countedText(static_cast<std::int64_t>(files.size()), "file", "files") +
@@ -74,7 +83,7 @@ TidyResult run(const EvictRequest& request, TidyContext& context) {
     const auto consent = context.consent(request.act, questionText(question, files));
     if (consent != TidyContext::Consent::given)
         return TidyContext::withoutConsent(consent);
-    TidyOutcomes outcomes;
+    TidyOutcomes outcomes{.inaccessibleCount = unread.count};
     outcomes.actOnEach(context, files,
                        [&](const std::string& file) { return evicted(context, file, roots); });
     return withUnreadable(outcomes.result(context, request.output, {}));

@@ -3,12 +3,11 @@
 #include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
 #include "TarnwellCore/Text/JSONWriter.hpp"
-#include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
+#include "TarnwellTidyKit/Commands/OutermostPaths.hpp"
+#include "TarnwellTidyKit/Commands/TidyProgress.hpp"
 
 #include <algorithm>
 #include <array>
-#include <iterator>
-#include <set>
 #include <utility>
 #include <variant>
 
@@ -106,34 +105,6 @@ void writeFinding(JSONWriter& json, const SpaceSaverFinding& finding) {
     json.endObject();
 }
 
-/// Paths of which none lies in another. In an order that has "/" before every other byte, what lies in a path
-/// follows it at once, and what it lies in is right before it.
-class OutermostPaths {
-public:
-    bool sharesWith(const fs::path& path) const {
-        const auto next = paths_.lower_bound(path);
-        return (next != paths_.end() && liesIn(*next, path)) ||
-               (next != paths_.begin() && liesIn(path, *std::prev(next)));
-    }
-    void insert(const fs::path& path) {
-        auto next = paths_.lower_bound(path);
-        if (next != paths_.begin() && liesIn(path, *std::prev(next)))
-            return;
-        while (next != paths_.end() && liesIn(*next, path))
-            next = paths_.erase(next);
-        paths_.insert(next, path);
-    }
-
-private:
-    struct Order {
-        bool operator()(const fs::path& one, const fs::path& other) const {
-            return std::ranges::lexicographical_compare(one.native(), other.native(), {}, key, key);
-        }
-        static int key(char byte) { return byte == '/' ? -1 : static_cast<unsigned char>(byte); }
-    };
-    std::set<fs::path, Order> paths_;
-};
-
 struct ActionName {
     std::string_view operator()(const SpaceSaverActions::RunCommand&) const { return "runCommand"; }
     std::string_view operator()(const SpaceSaverActions::Trash&) const { return "trash"; }
@@ -196,11 +167,14 @@ FoundPlaces findPlaces(const FindingsPlace& place, const TidyScanChoices& choice
     SpaceSaverProbe::Request request;
     request.now = context.services.now();
     request.rules = context.settings().cleanupRules().value_or(CleanupRule::presets());
+    request.largeFileThreshold = std::max<std::int64_t>(context.settings().largeFileThresholdBytes(), 0);
     if (!place.isQuick) {
         found.scan = context.scan(found.home, choices);
         request.scanResult = found.scan;
         found.home = found.scan->root->url();
     }
+    const TidyProgress line(context.surroundings);
+    line.show("Looking at known places");
     found.findings = context.services.findings(found.home, std::move(request), context.token()).get();
     return found;
 }

@@ -1,7 +1,7 @@
 #include "TarnwellTidyKit/Commands/FreesCommand.hpp"
 
 #include "TarnwellCore/Analysis/FreedSpace.hpp"
-#include "TarnwellCore/Text/HarmlessText.hpp"
+#include "TarnwellCore/Text/DisplayWidth.hpp"
 #include "TarnwellCore/Text/JSONWriter.hpp"
 #include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
 
@@ -63,7 +63,8 @@ std::string textOf(const FreedBytes& freed, const TidyStyle& style) {
                 countedText(reason.count, isUnseen ? "entry" : "file", isUnseen ? "entries" : "files") +
                 ": " + std::string(tarnwell::text(reason.kind)) + "\n";
         for (const FileNode* node : reason.elsewhere)
-            text += "    " + harmless(node->path()) + "\n";
+            text += "    " +
+                    fitted(node->path(), style.columns > 4 ? style.columns - 4 : SIZE_MAX, Cut::start) + "\n";
     }
     return text;
 }

@@ -6,6 +6,7 @@
 #include "TarnwellCore/Text/JSONWriter.hpp"
 #include "TarnwellTidyKit/Commands/ReportFigures.hpp"
 #include "TarnwellTidyKit/Commands/ReportLedger.hpp"
+#include "TarnwellTidyKit/Commands/TidyProgress.hpp"
 
 #include <algorithm>
 #include <array>
@@ -65,6 +66,8 @@ std::string keepInHistory(const Page& page, const TidyContext& context) {
         const ScanRecord record = ScanRecord::of(page.scan, page.volume, context.services.now());
         context.act([&] { context.services.history().note(record); });
         return {};
+    } catch (const TidyInterrupted&) {
+        throw;
     } catch (const std::exception& error) {
         return "tarnwell-tidy: The scan is not in the history: " + harmless(error.what()) + "\n";
     }
@@ -307,12 +310,15 @@ ReportRequest ReportRequest::read(const TidyArguments& arguments) {
 TidyResult run(const ReportRequest& request, TidyContext& context) {
     ScanResult scan = context.scan(request.folder, request.scan);
     const SizeMode mode = context.sizeMode(request.scan);
+    const TidyProgress line(context.surroundings);
+    line.show("Looking where the used bytes of the volume are");
     const Page page{.scan = scan,
                     .figures = ReportFigures::of(*scan.root, mode, static_cast<std::size_t>(request.top),
                                                  context.services.now()),
                     .volume = context.services.volumeContaining(scan.root->path()),
                     .ledger = context.services.ledger(scan, context.token()),
                     .mode = mode};
+    line.clear();
     TidyResult result;
     if (request.output.json)
         result.standardOutput = tidyDocument([&](JSONWriter& json) { writePage(json, page); },

@@ -47,8 +47,15 @@ void writeList(JSONWriter& json, std::string_view key, const std::vector<TidyOut
     json.endArray();
 }
 
-std::string document(std::string_view key, const std::vector<TidyOutcome>& outcomes) {
-    return tidyDocument([&](JSONWriter& json) { writeList(json, key, outcomes); });
+std::string document(std::string_view key, const std::vector<TidyOutcome>& outcomes,
+                     std::optional<std::int64_t> inaccessibleCount) {
+    return tidyDocument([&](JSONWriter& json) {
+        if (inaccessibleCount) {
+            json.key("inaccessibleCount");
+            json.integer(*inaccessibleCount);
+        }
+        writeList(json, key, outcomes);
+    });
 }
 
 std::string lines(const std::vector<TidyOutcome>& outcomes, const TidyStyle& style) {
@@ -86,25 +93,16 @@ bool TidyOutcomes::hasFailures() const {
 
 void TidyOutcomes::actOnEach(const TidyContext& context, const std::vector<std::string>& sources,
                              const std::function<TidyOutcome(const std::string&)>& step) {
-    actOnSome(context, sources, 1,
-              [&](std::span<const std::string> one) { return std::vector<TidyOutcome>{step(one.front())}; });
-}
-
-void TidyOutcomes::actOnSome(
-    const TidyContext& context, const std::vector<std::string>& sources, std::size_t most,
-    const std::function<std::vector<TidyOutcome>(std::span<const std::string>)>& step) {
-    for (std::size_t first = 0; first < sources.size(); first += most) {
-        const auto some = std::span(sources).subspan(first, std::min(most, sources.size() - first));
+    for (const std::string& source : sources) {
         if (!isInterrupted) {
             try {
-                context.act([&] { std::ranges::move(step(some), std::back_inserter(all)); });
+                context.act([&] { all.push_back(step(source)); });
                 continue;
             } catch (const TidyInterrupted&) {
                 isInterrupted = true;
             }
         }
-        for (const std::string& source : some)
-            all.push_back({.source = source, .failure = "It was not touched: interrupted."});
+        all.push_back({.source = source, .failure = "It was not touched: interrupted."});
     }
 }
 
@@ -113,7 +111,7 @@ TidyResult TidyOutcomes::result(const TidyContext& context, const TidyOutputChoi
     TidyResult result;
     result.exitCode = isInterrupted ? TidyResult::interrupted : hasFailures() ? TidyResult::failed : 0;
     if (output.json) {
-        result.standardOutput = document("outcomes", all);
+        result.standardOutput = document("outcomes", all, inaccessibleCount);
         return result;
     }
     std::vector<TidyOutcome> succeeded;
@@ -184,9 +182,10 @@ TidyOutcome emptied(const TidyContext& context, const std::filesystem::path& hom
 }
 
 TidyResult plannedResult(const TidyContext& context, const TidyOutputChoices& output,
-                         const std::vector<TidyOutcome>& planned) {
+                         const std::vector<TidyOutcome>& planned,
+                         std::optional<std::int64_t> inaccessibleCount) {
     if (output.json)
-        return {.standardOutput = document("planned", planned)};
+        return {.standardOutput = document("planned", planned, inaccessibleCount)};
     if (planned.empty())
         return {.standardOutput = "There is nothing to do.\n"};
     return {.standardOutput = "This would be done:\n" + lines(planned, context.style(output))};

@@ -9,7 +9,6 @@
 #include <functional>
 #include <map>
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -36,14 +35,13 @@ struct TidyOutcome {
 struct TidyOutcomes {
     std::vector<TidyOutcome> all = {};
     bool isInterrupted = false;
+    /// How many of the folders that were read for this could not be; absent where none were read.
+    std::optional<std::int64_t> inaccessibleCount = {};
 
     bool hasFailures() const;
     /// Does one indivisible step after the other; the steps behind an interruption fail with that reason.
     void actOnEach(const TidyContext& context, const std::vector<std::string>& sources,
                    const std::function<TidyOutcome(const std::string&)>& step);
-    /// The same for steps that take several sources at once, so many at most.
-    void actOnSome(const TidyContext& context, const std::vector<std::string>& sources, std::size_t most,
-                   const std::function<std::vector<TidyOutcome>(std::span<const std::string>)>& step);
     /// Outcomes as text or document, the exit code that goes with them, and a line for people to end with.
     TidyResult result(const TidyContext& context, const TidyOutputChoices& output,
                       std::string_view closing) const;
@@ -76,7 +74,8 @@ TidyOutcome emptied(const TidyContext& context, const std::filesystem::path& hom
 
 /// What would be done, for --dry-run.
 TidyResult plannedResult(const TidyContext& context, const TidyOutputChoices& output,
-                         const std::vector<TidyOutcome>& planned);
+                         const std::vector<TidyOutcome>& planned,
+                         std::optional<std::int64_t> inaccessibleCount = {});
 /// A question with the first of the items that it is about.
 std::string questionText(std::string_view question, const std::vector<std::string>& items);
 

@@ -114,8 +114,6 @@ const TidyServices& TidyServices::live() {
         .fileVersion = versionOf,
         .snapshotStore = [] { return std::make_unique<SnapshotStore>(); },
         .history = [] { return ScanHistory(); },
-        .moveToTrash =
-            [](const fs::path& item) { return TrashService(homeDirectory()).moveToTrash(item).get(); },
         .moveAllToTrash =
             [](const std::vector<fs::path>& items) {
                 return TrashService(homeDirectory()).moveToTrash(items).get();
@@ -126,8 +124,8 @@ const TidyServices& TidyServices::live() {
             },
         .listTrash = [] { return TrashRestorer(homeDirectory()).list().get(); },
         .restore =
-            [](const std::vector<fs::path>& places) {
-                return TrashRestorer(homeDirectory()).restore(places).get();
+            [](const std::vector<fs::path>& places, const CancellationToken& token) {
+                return TrashRestorer(homeDirectory()).restore(places, token).get();
             },
         .restoreSet = [](const UUID& set) { return TrashRestorer(homeDirectory()).restoreSet(set).get(); },
         .uninstaller = [](const fs::path& home) { return Uninstaller(home); },
@@ -136,7 +134,6 @@ const TidyServices& TidyServices::live() {
             [](SharingRequest request, CancellationToken token) {
                 return BlockSharing().share(std::move(request), nullptr, std::move(token));
             },
-        .trashFolders = SpaceSaverProbe::liveTrashFolders,
         .trashSummary = [](const fs::path& home) { return TrashService(home).summary(DiskScanner()).get(); },
         .emptyTrash = emptyTheTrash,
         .syncedRoots = [](const fs::path& home) { return SyncedRoots::discover(home); },

@@ -82,7 +82,6 @@ struct TidyServices {
     // --- Acting ---------------------------------------------------------------------------------------
 
     /// Moves one item to the Trash. Never throws.
-    std::function<TrashOutcome(const std::filesystem::path&)> moveToTrash;
     /// Moves items to the Trash as one set, which can be restored as one. Never throws.
     std::function<std::vector<TrashOutcome>(const std::vector<std::filesystem::path>&)> moveAllToTrash;
     /// The same for items that are moved one by one. Throws for want of memory only.
@@ -90,7 +89,9 @@ struct TidyServices {
     /// What lies in the Trash, and from where it came. Never throws.
     std::function<TrashListing()> listTrash;
     /// Puts items of the Trash back where they were, by their places there or by their set. Never throw.
-    std::function<std::vector<RestoreOutcome>(const std::vector<std::filesystem::path>&)> restore;
+    std::function<std::vector<RestoreOutcome>(const std::vector<std::filesystem::path>&,
+                                              const CancellationToken&)>
+        restore;
     std::function<std::vector<RestoreOutcome>(const UUID& set)> restoreSet;
     /// For the applications of a home.
     std::function<Uninstaller(const std::filesystem::path& home)> uninstaller;
@@ -98,8 +99,6 @@ struct TidyServices {
     std::function<RemovalResult(const std::filesystem::path&, const CancellationToken&)> removeForGood;
     /// Makes the files of a group share their blocks.
     std::function<std::future<std::vector<SharingOutcome>>(SharingRequest, CancellationToken)> shareBlocks;
-    /// The folders in which a user's trashed items lie.
-    std::function<std::vector<std::filesystem::path>(const std::filesystem::path& home)> trashFolders;
     std::function<TrashSummary(const std::filesystem::path& home)> trashSummary;
     /// Empties the Trash for good: by the system's file browser where there is one that does it. Never
     /// throws.

@@ -6,8 +6,9 @@
 #include "TarnwellCore/Text/HarmlessText.hpp"
 #include "TarnwellCore/Text/ISO8601.hpp"
 #include "TarnwellCore/Text/JSONWriter.hpp"
-#include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
+#include "TarnwellTidyKit/Commands/OutermostPaths.hpp"
 #include "TarnwellTidyKit/Commands/TidyOutcomes.hpp"
+#include "TarnwellTidyKit/Commands/TidyProgress.hpp"
 
 #include <algorithm>
 #include <functional>
@@ -15,7 +16,6 @@
 #include <map>
 #include <optional>
 #include <set>
-#include <span>
 
 namespace fs = std::filesystem;
 
@@ -30,17 +30,29 @@ std::vector<std::string> itemsOf(const std::vector<std::string>& typed) {
     std::vector<fs::path> paths;
     std::ranges::transform(typed, std::back_inserter(paths),
                            [](const std::string& word) { return typedPath(word); });
+    OutermostPaths outermost;
+    for (const fs::path& path : paths)
+        outermost.insert(path);
     std::vector<std::string> items;
-    for (const fs::path& path : paths) {
-        const bool goesAlong = std::ranges::any_of(
-            paths, [&](const fs::path& other) { return other != path && liesIn(path, other); });
-        if (!goesAlong && std::ranges::find(items, path.native()) == items.end())
+    std::set<fs::path> seen;
+    for (const fs::path& path : paths)
+        if (outermost.contains(path) && seen.insert(path).second)
             items.push_back(path.native());
-    }
     return items;
 }
 
+/// A word that is no path here, but nearly one of the command's.
+void expectNoMistypedWord(const std::string& typed) {
+    const std::string_view word = nearestOf(TrashRequest::spec.words, typed);
+    std::error_code error;
+    if (!word.empty() && typed.find('/') == std::string::npos &&
+        !fs::exists(fs::symlink_status(typedPath(typed), error)))
+        throw TidyUsageError("There is no '" + harmless(typed) + "'. Did you mean trash " +
+                             std::string(word) + "?");
+}
+
 TidyResult move(const TrashRequest& request, TidyContext& context) {
+    expectNoMistypedWord(request.paths.front());
     std::vector<std::string> items = itemsOf(request.paths);
     const auto incomplete = SQLiteSidecarFiles::incompleteFamilyPaths({items.begin(), items.end()});
     TidyOutcomes outcomes;
@@ -88,11 +100,13 @@ std::map<std::string, TrashedSize, std::less<>> sizesIn(TidyContext& context, co
     std::set<fs::path> folders;
     for (const TrashedItem& item : listing.items)
         folders.insert(item.location.parent_path());
+    const TidyProgress progress(context.surroundings);
     for (const fs::path& folder : folders) {
         if (!TrashFolders::answers(folder))
             continue;
         try {
-            const ScanResult scan = context.services.scan(folder, {}, nullptr, context.token()).get();
+            const ScanResult scan =
+                context.services.scan(folder, {}, progress.handler(), context.token()).get();
             for (const FileNode* node : scan.root->children())
                 sizes[(folder / node->name()).native()] = {node->size, node->allocatedSize};
         } catch (const ScanError& error) {
@@ -234,22 +248,28 @@ TidyResult restore(const TrashRequest& request, TidyContext& context) {
         if (consent != TidyContext::Consent::given)
             return TidyContext::withoutConsent(consent);
         TidyOutcomes outcomes;
-        // Each call reads the journal; one of this many ends at once for whoever interrupts it.
-        constexpr std::size_t mostAtOnce = 64;
-        outcomes.actOnSome(context, locations, mostAtOnce, [&](std::span<const std::string> some) {
-            std::vector<TidyOutcome> done;
-            std::ranges::transform(context.services.restore({some.begin(), some.end()}),
-                                   std::back_inserter(done), outcomeOfRestored);
-            return done;
+        const TidyProgress line(context.surroundings);
+        line.show("Putting back");
+        context.act([&] { // a set is put back with one look at the journal
+            std::ranges::transform(
+                context.services.restore({locations.begin(), locations.end()}, context.token()),
+                std::back_inserter(outcomes.all), outcomeOfRestored);
         });
+        outcomes.isInterrupted = context.token().isCancelled();
         result = outcomes.result(context, request.output, {});
     }
     result.standardError += unansweredText(listing.unanswered);
     return result;
 }
 
+TrashSummary measured(const TidyContext& context, const fs::path& home) {
+    const TidyProgress line(context.surroundings);
+    line.show("Measuring the Trash");
+    return context.services.trashSummary(home);
+}
+
 TidyResult size(const TrashRequest& request, TidyContext& context) {
-    const TrashSummary summary = context.services.trashSummary(context.services.home());
+    const TrashSummary summary = measured(context, context.services.home());
     const std::string standardError = unansweredText(summary.unanswered);
     if (!request.output.json)
         return {.standardOutput = countedText(summary.itemCount, "item", "items") + ", " +
@@ -276,7 +296,7 @@ TidyResult size(const TrashRequest& request, TidyContext& context) {
 
 TidyResult empty(const TrashRequest& request, TidyContext& context) {
     const fs::path home = context.services.home();
-    const TrashSummary summary = context.services.trashSummary(home);
+    const TrashSummary summary = measured(context, home);
     const std::string what =
         countedText(summary.itemCount, "item", "items") + ", " + sizeText(summary.allocatedSize);
     if (request.act.dryRun)
@@ -301,11 +321,14 @@ TidyResult empty(const TrashRequest& request, TidyContext& context) {
 
 } // namespace
 
+bool isAskedBeforeTrash(TidyContext& context, const TidyActChoices& choices) {
+    return !choices.yes && !(context.surroundings.ask && !context.settings().confirmBeforeTrash());
+}
+
 TidyContext::Consent consentToTrash(TidyContext& context, const TidyActChoices& choices,
                                     const std::string& question) {
-    if (context.surroundings.ask && !context.settings().confirmBeforeTrash())
-        return TidyContext::Consent::given;
-    return context.consent(choices, question);
+    return isAskedBeforeTrash(context, choices) ? context.consent(choices, question)
+                                                : TidyContext::Consent::given;
 }
 
 const TidyCommandSpec TrashRequest::spec = {

@@ -23,6 +23,10 @@ struct TrashRequest {
 
 TidyResult run(const TrashRequest& request, TidyContext& context);
 
+/// Whether a question stands before a move to the Trash: not with --yes, and not on a terminal when the
+/// settings say so.
+bool isAskedBeforeTrash(TidyContext& context, const TidyActChoices& choices);
+
 /// Whether something may go to the Trash: as `TidyContext::consent`, but a terminal is not asked when the
 /// settings say that it need not be.
 TidyContext::Consent consentToTrash(TidyContext& context, const TidyActChoices& choices,

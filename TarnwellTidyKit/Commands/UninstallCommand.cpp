@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 namespace fs = std::filesystem;
 
@@ -218,9 +219,14 @@ TidyResult run(const UninstallRequest& request, TidyContext& context) {
     const std::string question =
         textOf(plan, {}) + unreadableText(whole) + "Move " +
         countedText(static_cast<std::int64_t>(plan.chosen.items.size()), "item", "items") + " to the Trash?";
+    const bool isAsked = isAskedBeforeTrash(context, request.act);
     const auto consent = consentToTrash(context, request.act, question);
     if (consent != TidyContext::Consent::given)
         return TidyContext::withoutConsent(consent);
+    std::string shown =
+        isAsked || request.output.json ? std::string() : textOf(plan, context.style(request.output));
+    if (context.surroundings.output && !shown.empty())
+        context.surroundings.output(std::exchange(shown, {})); // before anything moves
     TidyOutcomes outcomes;
     line.show("Moving to the Trash");
     context.act([&] {
@@ -230,6 +236,7 @@ TidyResult run(const UninstallRequest& request, TidyContext& context) {
     line.clear();
     outcomes.isInterrupted = context.token().isCancelled();
     TidyResult result = outcomes.result(context, request.output, trashNote);
+    result.standardOutput.insert(0, shown);
     if (request.output.json)
         result.standardOutput = documentOf(plan, outcomes);
     else

@@ -121,7 +121,7 @@ TEST(TrashCommand, NothingHappensWithoutConsent) {
     EXPECT_EQ(scene.run(words).exitCode, 1);
     EXPECT_EQ(question, "  " + file.string() + "\nMove 1 item to the Trash?");
     EXPECT_TRUE(fs::exists(file));
-    (void)scene.text({"settings", "set", "confirmBeforeTrash", "no"});
+    (void)scene.text({"settings", "set", "confirmBeforeTrash", "no", "--yes"});
     EXPECT_EQ(scene.run(words).exitCode, 0);
     EXPECT_FALSE(fs::exists(file));
     scene.surroundings.ask = {};
@@ -134,8 +134,8 @@ TEST(TrashCommand, AnInterruptionStopsBetweenTwoItems) {
     Words words = {"trash", "--yes"};
     for (const char* name : {"a", "b", "c"})
         words.push_back(scene.home.makeFile(name).string());
-    const auto move = scene.services.moveToTrash;
-    scene.services.moveToTrash = [&](const fs::path& item) {
+    const auto move = scene.moveToTrash;
+    scene.moveToTrash = [&](const fs::path& item) {
         if (item.filename() == "b")
             scene.surroundings.interruption->interrupt();
         return move(item);
@@ -211,9 +211,11 @@ TEST(TrashCommand, TheLastSetGoesBackWhereItWas) {
         many.push_back(scene.home.makeFile("many/" + std::to_string(count)).string());
     (void)scene.text(many);
     const auto restore = scene.services.restore;
-    scene.services.restore = [&](const std::vector<fs::path>& places) {
+    scene.services.restore = [&](const std::vector<fs::path>& places, const CancellationToken& token) {
+        auto outcomes = restore({places.begin(), places.end() - 1}, {});
         scene.surroundings.interruption->interrupt();
-        return restore(places);
+        std::ranges::move(restore({places.back()}, token), std::back_inserter(outcomes));
+        return outcomes;
     };
     EXPECT_EQ(scene.run({"trash", "restore", "--yes"}).exitCode, 130);
     EXPECT_TRUE(fs::exists(many.back()) && !fs::exists(file)) << "the one moved last is the first";
@@ -281,7 +283,9 @@ TEST(UninstallCommand, ShowsWhatGoesAndMovesItAsOneSet) {
     EXPECT_TRUE(fs::exists(group) && !fs::exists(cache) && !fs::exists(editor));
     (void)scene.text({"trash", "restore", "--yes"});
     EXPECT_TRUE(fs::exists(cache) && fs::exists(editor));
-    (void)scene.text({"uninstall", editor, "--yes", "--keep-leftovers"});
+    EXPECT_THAT(scene.text({"uninstall", editor, "--yes", "--keep-leftovers"}),
+                testing::AllOf(HasSubstr("These stay"), HasSubstr(cache)))
+        << "shown when nobody is asked, too";
     EXPECT_TRUE(fs::exists(cache) && !fs::exists(editor));
 }
 
@@ -341,8 +345,10 @@ TEST(EvictCommand, FoldersStandForTheirFilesAndRefusalsAreFailures) {
     EXPECT_EQ(failures(document),
               (std::map<std::string, std::string>{{file, ""}, {outside, "It is not in a synced folder."}}));
     EXPECT_EQ(document["outcomes"][0]["bytesFreed"].GetInt64(), 12'288);
-    EXPECT_EQ(column(scene.json({"evict", scene.path("Library"), "--dry-run"})["planned"], "source"),
-              Words{file});
+    const auto planned =
+        scene.json({"evict", scene.path("Library"), scene.path("Library/CloudStorage/Dropbox"), "--dry-run"});
+    EXPECT_EQ(column(planned["planned"], "source"), Words{file});
+    EXPECT_EQ(planned["inaccessibleCount"].GetInt64(), 0);
 }
 
 TEST(RulesCommand, RulesAreKeptInTheSettingsAndTried) {
@@ -357,8 +363,8 @@ TEST(RulesCommand, RulesAreKeptInTheSettingsAndTried) {
     EXPECT_EQ(scene.run({"rules", "add", "X", "--older", "12h"}).exitCode, 2);
     EXPECT_EQ(scene.run({"rules", "list", "--larger", "1MB"}).exitCode, 2);
     (void)scene.text({"rules", "add", "Images", "--location", "~/Downloads/", "--extension", ".ISO",
-                      "--category", "ARCHIVES", "--larger", "100kB"});
-    (void)scene.text({"rules", "add", "Old", "--older", "6w"});
+                      "--category", "ARCHIVES", "--larger", "100kB", "--yes"});
+    (void)scene.text({"rules", "add", "Old", "--older", "6w", "--yes"});
     (void)scene.text({"rules", "add", "Never", "--larger", "1EB", "--dry-run"});
     const auto listed = scene.json({"rules", "list"});
     ASSERT_EQ(listed["rules"].Size(), 5u);
@@ -378,11 +384,11 @@ TEST(RulesCommand, RulesAreKeptInTheSettingsAndTried) {
         return found;
     };
     EXPECT_EQ(paths({}), (Words{scene.path("Downloads/big.iso"), scene.path("Downloads/old.txt")}));
-    (void)scene.text({"rules", "disable", "Images", listed["rules"][4]["id"].GetString()});
+    (void)scene.text({"rules", "disable", "Images", listed["rules"][4]["id"].GetString(), "--yes"});
     EXPECT_EQ(paths({}), Words{});
     EXPECT_EQ(paths({"Images"}), Words{scene.path("Downloads/big.iso")}) << "named, also when it is off";
     EXPECT_EQ(scene.run({"rules", "remove", "Images"}).exitCode, 2);
-    (void)scene.text({"rules", "add", "Old", "--older", "9d"});
+    (void)scene.text({"rules", "add", "Old", "--older", "9d", "--yes"});
     EXPECT_THAT(scene.run({"rules", "remove", "Old", "--yes"}).standardError,
                 HasSubstr("name one by its ID"));
     (void)scene.text({"rules", "remove", "Images", "autopilot.preset.dmg-pkg-180d", "--yes"});

@@ -146,10 +146,15 @@ TEST(DuplicatesCommand, GroupsAndExtras) {
         EXPECT_GE(going.size(), 2u) << keep;
     }
     EXPECT_EQ(scene.run(with({"--trash-extras", "oldest"})).exitCode, 2) << "nobody to ask";
+    for (const Words& act : {Words{"--trash-extras", "oldest"}, Words{"--share"}}) {
+        Words few = with({"--top", "0", "--dry-run"});
+        few.insert(few.end(), act.begin(), act.end());
+        EXPECT_EQ(scene.json(few)["planned"].Size(), 0u) << "no more than what is listed";
+    }
 
     // A copy that changes under way stays, and so does every copy of one that is gone.
-    const auto move = scene.services.moveToTrash;
-    scene.services.moveToTrash = [&](const fs::path& item) {
+    const auto move = scene.moveToTrash;
+    scene.moveToTrash = [&](const fs::path& item) {
         if (item.filename() == "copy")
             scene.home.writeFile("second/a", "changed");
         return move(item);
@@ -171,7 +176,7 @@ TEST(Listings, HoldNothingThatATerminalObeys) {
     scene.home.writeFile(name + "/other" + name, std::string(20'000, 'x'));
     scene.home.makeFile(".trash/" + name, 10);
     const std::string folder = scene.path(name);
-    (void)scene.run({"rules", "add", "all" + name, "--larger", "1"});
+    (void)scene.run({"rules", "add", "all" + name, "--larger", "1", "--yes"});
     const std::vector<Words> commands = {
         {"report", folder},
         {"find", folder},
@@ -225,7 +230,7 @@ TEST(Listings, OfADeepChainAreNeverHeldWhole) {
         folder = next;
     }
     ::close(folder);
-    (void)scene.text({"rules", "add", "Images", "--extension", "iso"});
+    (void)scene.text({"rules", "add", "Images", "--extension", "iso", "--yes"});
     const std::string chain = scene.path("chain");
     for (const Words& words : {Words{"duplicates", chain, "--min", "1"},
                                {"rules", "test", chain, "Images", "--json"},

@@ -104,7 +104,7 @@ TEST(ReportCommand, WhatIsChosenIsLeftOutAndTheSettingsHoldOtherwise) {
     scene.home.makeFile("cache/b", 1'000);
     scene.home.makeFile("node_modules/c", 10'000);
     scene.home.makeFile(".hidden", 100'000);
-    (void)scene.text({"settings", "set", "scanExclusions", scene.path("keep")});
+    (void)scene.text({"settings", "set", "scanExclusions", scene.path("keep"), "--yes"});
     const std::string folder = scene.home.path().string();
     const auto size = [&](Words more) {
         more.insert(more.begin(), {"report", folder, "--exclude-name", ".settings.json"});
@@ -114,7 +114,7 @@ TEST(ReportCommand, WhatIsChosenIsLeftOutAndTheSettingsHoldOtherwise) {
     EXPECT_EQ(size({"--no-hidden"}), 11'000);
     EXPECT_EQ(size({"--exclude-name", "node_modules", "--exclude", scene.path("cache")}), 100'000);
     EXPECT_STREQ(scene.json({"report", folder})["sizeMode"].GetString(), "apparent");
-    (void)scene.text({"settings", "set", "sizeMode", "reclaimable"});
+    (void)scene.text({"settings", "set", "sizeMode", "reclaimable", "--yes"});
     EXPECT_STREQ(scene.json({"report", folder})["sizeMode"].GetString(), "reclaimable");
     EXPECT_STREQ(scene.json({"report", folder, "--size-mode", "apparent"})["sizeMode"].GetString(),
                  "apparent");
@@ -198,7 +198,11 @@ TEST(VolumesCommand, ListsAndWatches) {
     scene.services.watchVolumes = [&](double interval) {
         EXPECT_EQ(interval, 0.1);
         return std::make_unique<SpaceMonitor>(interval, SpaceMonitor::AllVolumes{}, true, [&](const auto&) {
-            const std::vector before{volume};
+            std::vector before{volume};
+            if (volume.availableCapacity % 2'000'000'000 != 0) { // a stick that is there every other time
+                before.push_back(volume);
+                before.back().path = "/stick";
+            }
             volume.availableCapacity -= 1'000'000'000;
             return before;
         });
@@ -207,13 +211,16 @@ TEST(VolumesCommand, ListsAndWatches) {
     const std::string text = scene.text(words);
     EXPECT_THAT(text, HasSubstr("/data  low on space: 5 GB free"));
     EXPECT_THAT(text, HasSubstr("/data  -1 GB  4 GB free"));
-    EXPECT_EQ(text.find("low on space"), text.rfind("low on space")) << "once for each dip";
+    EXPECT_THAT(text, HasSubstr("/stick  gone"));
+    EXPECT_EQ(text.find("/data  low on space"), text.rfind("/data  low on space")) << "once for each dip";
     Words document = words;
     document.emplace_back("--json");
+    volume.availableCapacity = 5'000'000'000;
     const std::string lines = scene.text(document);
     EXPECT_EQ(std::ranges::count(lines, '\n'), 2);
-    EXPECT_EQ(test::readDocument(lines.substr(lines.find('\n')))["changes"][0]["delta"].GetInt64(),
-              -1'000'000'000);
+    const auto second = test::readDocument(lines.substr(lines.find('\n')));
+    EXPECT_EQ(second["changes"][0]["delta"].GetInt64(), -1'000'000'000);
+    EXPECT_STREQ(second["gone"][0].GetString(), "/stick");
     scene.surroundings.interruption->interrupt();
     EXPECT_EQ(scene.run({"volumes", "--watch", "--interval", "0.1"}).exitCode, 130);
 }
@@ -240,7 +247,7 @@ TEST(SettingsCommand, ReadsSetsAndResets) {
         {{"snapshotScheduleRoot", "/usr"}, "/usr"},
     };
     for (const auto& [words, shown] : good) {
-        Words set = {"settings", "set"};
+        Words set = {"settings", "set", "--yes"};
         set.insert(set.end(), words.begin(), words.end());
         EXPECT_EQ(scene.text(set), shown + "\n");
         EXPECT_EQ(scene.text({"settings", "get", words.front()}), shown + "\n");
@@ -265,10 +272,22 @@ TEST(SettingsCommand, ReadsSetsAndResets) {
     }
     EXPECT_THAT(scene.text({"settings", "set", "theme", "light", "--dry-run"}),
                 HasSubstr("theme would be light."));
-    EXPECT_EQ(scene.run({"settings", "reset"}).exitCode, 2) << "nobody to ask";
+    (void)scene.text({"rules", "add", "Mine", "--larger", "1GB", "--yes"});
+    const Words unasked[] = {{"settings", "reset"},
+                             {"settings", "reset", "theme"},
+                             {"settings", "reset", "cleanupRules"},
+                             {"settings", "reset", "lastScheduledSnapshotAt", "--yes"},
+                             {"settings", "set", "theme", "light"},
+                             {"rules", "add", "Other", "--larger", "1GB"},
+                             {"rules", "disable", "Mine"},
+                             {"rules", "remove", "Mine"}};
+    for (const Words& words : unasked)
+        EXPECT_EQ(scene.run(words).exitCode, 2) << testing::PrintToString(words);
+    EXPECT_EQ(scene.json({"rules"})["rules"].Size(), 4u);
+    (void)scene.text({"settings", "reset", "cleanupRules", "--yes"});
     EXPECT_EQ(scene.text({"settings", "--json"}), before);
 
-    EXPECT_EQ(scene.text({"settings", "reset", "theme"}), "system\n");
+    EXPECT_EQ(scene.text({"settings", "reset", "theme", "--yes"}), "system\n");
     scene.surroundings.ask = [](const std::string&) { return false; };
     EXPECT_EQ(scene.run({"settings", "reset"}).exitCode, 1);
     EXPECT_EQ(scene.text({"settings", "get", "snapshotCadence"}), "weekly\n");
@@ -279,7 +298,7 @@ TEST(SettingsCommand, ReadsSetsAndResets) {
     // A store that cannot be written is said.
     fs::remove(scene.home / ".settings.json");
     fs::create_directory(scene.home / ".settings.json");
-    const TidyResult unstored = scene.run({"settings", "set", "theme", "dark"});
+    const TidyResult unstored = scene.run({"settings", "set", "theme", "dark", "--yes"});
     EXPECT_EQ(unstored.exitCode, 1);
     EXPECT_THAT(unstored.standardError, HasSubstr("could not be stored"));
 }

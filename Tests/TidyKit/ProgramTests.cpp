@@ -129,14 +129,18 @@ TEST(Program, OutputThatCannotBeWrittenIsAnError) {
     EXPECT_EQ(full.exitCode, 1);
     EXPECT_THAT(full.error, HasSubstr("The output could not be written: No space left on device."));
 #endif
-    const ProgramRun gone = runProgram(home.path(), {"--help"}, [] {
-        int ends[2];
-        (void)!::pipe(ends);
-        ::close(ends[0]);
-        ::dup2(ends[1], 1);
-    });
-    EXPECT_EQ(gone.exitCode, 1);
-    EXPECT_EQ(gone.error, "");
+    for (int number = 0; number < 5'000; ++number) // a listing of several pieces
+        home.makeFile(std::string(240, 'n') + std::to_string(number));
+    for (const Words& words : {Words{"--help"}, Words{"find", home.path().string()}}) {
+        const ProgramRun gone = runProgram(home.path(), words, [] {
+            int ends[2];
+            (void)!::pipe(ends);
+            ::close(ends[0]);
+            ::dup2(ends[1], 1);
+        });
+        EXPECT_EQ(gone.exitCode, 1);
+        EXPECT_EQ(gone.error, "");
+    }
 }
 
 TEST(Program, ATerminalIsAskedAndSeesColours) {

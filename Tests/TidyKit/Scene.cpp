@@ -64,17 +64,17 @@ Scene::Scene() : services(TidyServices::live()) {
         return SystemdUser::plan(snapshotScheduleJob("/opt/tarnwell-tidy", arguments), folder / ".config");
     };
     services.scheduleInstaller.run = [](const ScheduledJobPlan::Command&) { return std::nullopt; };
-    services.moveToTrash = [folder](const fs::path& item) { return moveAside(item, folder / ".trash"); };
+    moveToTrash = [folder](const fs::path& item) { return moveAside(item, folder / ".trash"); };
     const auto restorer = [this, folder] {
         TrashRestorer made(folder, TrashJournal(folder / ".journal"));
-        made.trashFolders = services.trashFolders; // as the test may have replaced it
+        made.trashFolders = trashFolders; // as the test may have replaced it
         return made;
     };
     const auto trashService = [this, folder] {
         TrashService service(folder);
         service.journal = TrashJournal(folder / ".journal");
         service.trashItem = [this](const fs::path& item) { // as the test may have replaced it
-            const TrashOutcome outcome = services.moveToTrash(item);
+            const TrashOutcome outcome = moveToTrash(item);
             return outcome.failure ? throw std::runtime_error(*outcome.failure) : outcome.trashedTo;
         };
         return service;
@@ -93,11 +93,11 @@ Scene::Scene() : services(TidyServices::live()) {
         return made;
     };
     services.listTrash = [restorer] { return restorer().list().get(); };
-    services.restore = [restorer](const std::vector<fs::path>& places) {
-        return restorer().restore(places).get();
+    services.restore = [restorer](const std::vector<fs::path>& places, const CancellationToken& token) {
+        return restorer().restore(places, token).get();
     };
     services.restoreSet = [restorer](const UUID& set) { return restorer().restoreSet(set).get(); };
-    services.trashFolders = [folder](const fs::path&) { return std::vector<fs::path>{folder / ".trash"}; };
+    trashFolders = [folder](const fs::path&) { return std::vector<fs::path>{folder / ".trash"}; };
 }
 
 void Scene::setAge(std::string_view relative, double days) const {

@@ -32,6 +32,9 @@ public:
     TemporaryFolder kept;
     TidyServices services;
     TidySurroundings surroundings;
+    /// What moves one item, and where the Trash is looked for; a test may replace them.
+    std::function<TrashOutcome(const std::filesystem::path&)> moveToTrash;
+    std::function<std::vector<std::filesystem::path>(const std::filesystem::path& home)> trashFolders;
 
     std::string path(std::string_view relative) const { return (home / relative).string(); }
     /// Gives a file an age.
