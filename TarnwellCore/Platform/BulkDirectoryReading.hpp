@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
 
@@ -18,6 +19,9 @@ enum class BulkReadOutcome {
     unsupported, ///< this file system or kernel cannot read in bulk
 };
 
+/// Stands for `DirectoryCalls::readPacked` of the folder at hand, where others may read the same folder.
+using RecordSource = std::function<long(std::span<std::byte>)>;
+
 /// Confined to one thread.
 class BulkDirectoryReading {
 public:
@@ -27,9 +31,11 @@ public:
 
     /// Hands on the entries of an open folder, without "." and "..", all of them unless the consumer wants no
     /// more or the reading fails on the way. `deviceID` is the folder's device. `isAtStart` tells that
-    /// nothing was read from the descriptor yet. The names lie in `buffer`.
+    /// nothing was read from the descriptor yet. The names lie in `buffer`. Records come from `source`, if
+    /// there is one and asking about an entry takes a call besides its record, as on Linux; its entries have
+    /// all been handed on when the next records are asked for.
     BulkReadOutcome read(int folder, std::int32_t deviceID, bool isAtStart, std::span<std::byte> buffer,
-                         EntryBatch& batch);
+                         EntryBatch& batch, const RecordSource* source = nullptr);
 
 private:
     struct State;

@@ -31,12 +31,12 @@ int DirectoryReader::openDirectory(const std::string& path) {
 }
 
 bool DirectoryReader::readEntries(int folder, std::int32_t deviceID, const EntryConsumer& consumer,
-                                  Descriptor state) {
+                                  Descriptor state, const RecordSource* source) {
     batch_.begin(consumer);
     if (unsupportedDevices_.empty() || !unsupportedDevices_.contains(deviceID)) {
         ++bulkAttemptCount_;
-        switch (
-            bulk_.read(folder, deviceID, state == Descriptor::fresh, {buffer_.get(), bufferSize}, batch_)) {
+        switch (bulk_.read(folder, deviceID, state == Descriptor::fresh, {buffer_.get(), bufferSize}, batch_,
+                           source)) {
         case BulkReadOutcome::success:
             return true;
         case BulkReadOutcome::failure:
@@ -52,6 +52,13 @@ bool DirectoryReader::readEntries(int folder, std::int32_t deviceID, const Entry
     }
     ++posixFallbackCount_;
     return readOneByOne(folder);
+}
+
+bool DirectoryReader::helpToRead(int folder, std::int32_t deviceID, const EntryConsumer& consumer,
+                                 const RecordSource& source) {
+    batch_.begin(consumer);
+    return bulk_.read(folder, deviceID, true, {buffer_.get(), bufferSize}, batch_, &source) ==
+           BulkReadOutcome::success;
 }
 
 bool DirectoryReader::readOneByOne(int folder) {

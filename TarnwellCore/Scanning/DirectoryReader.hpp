@@ -44,9 +44,14 @@ public:
 
     /// Hands what the open folder holds, without "." and "..", to `consumer`, some entries at a time.
     /// `deviceID` is the folder's device. False when the folder could not be read, or not to its end, with
-    /// the reason in errno. An entry that cannot be read is handed on with its error code.
+    /// the reason in errno. An entry that cannot be read is handed on with its error code. With `source`,
+    /// records come from there where they are read in bulk, and others may take some of them.
     bool readEntries(int folder, std::int32_t deviceID, const EntryConsumer& consumer,
-                     Descriptor state = Descriptor::used);
+                     Descriptor state = Descriptor::used, const RecordSource* source = nullptr);
+
+    /// Hands on those entries of a folder whose records `source` still gives. False as with `readEntries`.
+    bool helpToRead(int folder, std::int32_t deviceID, const EntryConsumer& consumer,
+                    const RecordSource& source);
 
     /// Whether the consumer has seen any entry of the last folder.
     bool hasHandedOn() const { return batch_.hasHandedOn(); }

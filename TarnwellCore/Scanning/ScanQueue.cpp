@@ -1,6 +1,7 @@
 #include "TarnwellCore/Scanning/ScanQueue.hpp"
 
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
+#include "TarnwellCore/Scanning/SharedFolder.hpp"
 
 #include <algorithm>
 #include <iterator>
@@ -45,6 +46,15 @@ void addStats(ScanStats& total, const ScanStats& part) {
     total.maximumDepth = std::max(total.maximumDepth, part.maximumDepth);
 }
 
+void CollapseDelta::operator+=(const CollapseDelta& other) {
+    addChecked(size, other.size);
+    addChecked(allocated, other.allocated);
+    addChecked(reclaimable, other.reclaimable);
+    files += other.files;
+    directories += other.directories;
+    sharesClones = sharesClones || other.sharesClones;
+}
+
 void ScanTally::clear() {
     stats = {};
     inaccessibleFolders.clear();
@@ -57,18 +67,27 @@ void ScanQueue::push(WorkItem item) {
     queue_.push_back(std::move(item));
 }
 
-bool ScanQueue::take(std::vector<WorkItem>& batch) {
+bool ScanQueue::take(std::vector<WorkItem>& batch, std::shared_ptr<SharedFolder>& shared) {
     batch.clear();
     std::unique_lock guard(mutex_);
-    while (queue_.empty() && busyWorkers_ > 0 && !isStopped()) {
+    while (!hasWork() && busyWorkers_ > 0 && !isStopped()) {
         ++waitingWorkers_;
         noteHunger();
         condition_.wait(guard);
         --waitingWorkers_;
     }
-    if (queue_.empty() || isStopped()) {
+    if (!hasWork() || isStopped()) {
         condition_.notify_all();
         return false;
+    }
+    if (queue_.empty()) {
+        shared = offered_.back();
+        // The next one that comes helps with another.
+        std::ranges::rotate(offered_, offered_.end() - 1);
+        shared->join();
+        ++busyWorkers_;
+        currentFolder_ = shared->item.folder;
+        return true;
     }
     const std::ptrdiff_t count = std::clamp<std::ptrdiff_t>(std::ssize(queue_) / 2, 1, largestBatch);
     const auto first = queue_.end() - count;
@@ -109,6 +128,17 @@ void ScanQueue::add(ScanTally& tally) {
               std::back_inserter(inaccessibleFolders_));
     std::for_each(tally.collapseDeltas.begin(), tally.collapseDeltas.end(), apply);
     tally.clear();
+}
+
+void ScanQueue::offer(std::shared_ptr<SharedFolder> folder) {
+    const std::lock_guard guard(mutex_);
+    offered_.push_back(std::move(folder));
+    condition_.notify_all();
+}
+
+void ScanQueue::withdraw(const SharedFolder& folder) {
+    const std::lock_guard guard(mutex_);
+    std::erase_if(offered_, [&](const auto& each) { return each.get() == &folder; });
 }
 
 void ScanQueue::stop() {

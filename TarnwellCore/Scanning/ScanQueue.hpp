@@ -7,10 +7,13 @@
 // have or sees that another worker waits for some; then it puts those that are left back, together with what
 // it counted. A worker that finds the stack empty waits, because a worker that is still busy may bring more;
 // when the last busy worker brings nothing, the scan is done and all are woken to leave. Others may join at
-// any time, and leave again between two batches. Every wait is on one condition variable, and everything
-// shared is guarded by its mutex.
+// any time, and leave again between two batches. A worker that finds no folder helps with one of those that
+// are offered because they are large (SharedFolder.hpp). Every wait here is on one condition variable, and
+// everything shared is guarded by its mutex.
 //
-//   take    waits for folders; false: nothing will come any more, or the scan was called off
+//   take    waits for folders, or for one to help with; false: nothing will come any more, or the scan was
+//           called off
+//   offer   lets others help with the folder at hand, until it is withdrawn
 //   finish  hands in what a batch left over and counted; wakes one waiter for each folder, or all
 //           of them when there are folders enough or when there is nothing left to wait for
 //   stop    calls the scan off: busy workers end after the folder at hand, waiting ones leave
@@ -25,11 +28,14 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <vector>
 
 namespace tarnwell {
+
+class SharedFolder;
 
 /// A folder that waits to be read.
 struct WorkItem {
@@ -59,6 +65,9 @@ struct CollapseDelta {
     std::int64_t files = 0;
     std::int64_t directories = 0;
     bool sharesClones = false;
+
+    /// Another one for the same node.
+    void operator+=(const CollapseDelta& other);
 };
 
 /// What a worker counted in one batch.
@@ -84,11 +93,15 @@ public:
     /// Takes in what was counted outside of a batch. Empties it.
     void count(ScanTally& tally);
 
-    bool take(std::vector<WorkItem>& batch);
+    /// Of `batch` and `shared` one is filled. A shared folder was joined, and is to be left in any case.
+    bool take(std::vector<WorkItem>& batch, std::shared_ptr<SharedFolder>& shared);
     /// Empties `left` and `tally`. True when there is more to read than workers wait for.
     bool finish(std::vector<WorkItem>& left, ScanTally& tally);
     /// Whether a worker waits and nothing is there for it, as it was a moment ago; takes no lock.
     bool isHungry() const { return isHungry_.load(std::memory_order_relaxed); }
+    void offer(std::shared_ptr<SharedFolder> folder);
+    /// Nobody joins it from now on. By anyone who finds it at its end; any number of times.
+    void withdraw(const SharedFolder& folder);
     void stop();
     bool isStopped() const { return stopped_.isSet(); }
 
@@ -101,12 +114,14 @@ public:
 
 private:
     void add(ScanTally& tally);
+    bool hasWork() const { return !queue_.empty() || !offered_.empty(); }
     void noteHunger() { isHungry_.store(queue_.empty() && waitingWorkers_ > 0, std::memory_order_relaxed); }
 
     mutable std::mutex mutex_;
     std::condition_variable condition_;
     AtomicFlag stopped_;
     std::vector<WorkItem> queue_; // guarded by mutex_, as is all below
+    std::vector<std::shared_ptr<SharedFolder>> offered_;
     std::size_t busyWorkers_ = 0;
     std::size_t waitingWorkers_ = 0;
     std::atomic<bool> isHungry_ = false; // written under the lock

@@ -40,36 +40,58 @@ struct OpenFolder {
     }
 };
 
+/// Others read from the folder's descriptor, and look at its item: neither may go before they are done, also
+/// when memory runs out.
+struct HelpersAwaited {
+    std::shared_ptr<SharedFolder>& folder;
+    ScanQueue& queue;
+
+    ~HelpersAwaited() {
+        if (folder != nullptr) {
+            queue.withdraw(*folder);
+            folder->waitForHelpers();
+        }
+    }
+};
+
 } // namespace
 
 ScanWorker::ScanWorker(const ScanContext& context)
     : context_(context),
       region_(context.buildsTree() ? context.arena->borrowRegion() : TreeArena::Lease()),
       reader_(context.calls, context.buildsTree() && context.options.keepsSharing),
-      consumer_([this](std::span<const RawDirectoryEntry> entries) { return processEntries(entries); }) {}
+      consumer_([this](std::span<const RawDirectoryEntry> entries) { return processEntries(entries); }),
+      records_([this](std::span<std::byte> buffer) { return nextRecords(buffer); }) {}
 
 void ScanWorker::run(const std::function<void()>& addWorker, bool isAdded) {
+    addWorker_ = &addWorker;
+    isAdded_ = isAdded;
     try {
-        while (context_.queue.take(pending_)) {
-            const std::int64_t waitsBefore = waitsOfThisThread();
-            const std::int64_t folders = processBatch();
-            // A folder takes a wait or two that is not in the kernel's caches, and none that is.
-            const bool mostlyWaited = (waitsOfThisThread() - waitsBefore) * 2 > folders;
-            if (context_.live != nullptr) {
-                live_.collapsed = tally_.collapseDeltas;
-                context_.live->handIn(live_);
-            }
-            const bool isMoreToRead = context_.queue.finish(pending_, tally_);
-            if (mostlyWaited && isMoreToRead)
-                addWorker();
-            else if (isAdded && !mostlyWaited)
+        while (context_.queue.take(pending_, shared_))
+            if (!(shared_ != nullptr ? workOnShared() : workOnBatch()))
                 return;
-        }
     } catch (...) {
         // The others would wait for this worker's folders for ever.
         context_.queue.stop();
         throw;
     }
+}
+
+bool ScanWorker::workOnBatch() {
+    const std::int64_t waitsBefore = waitsOfThisThread();
+    const std::int64_t folders = processBatch();
+    // A folder takes a wait or two that is not in the kernel's caches, and none that is.
+    const bool mostlyWaited = (waitsOfThisThread() - waitsBefore) * 2 > folders;
+    if (context_.live != nullptr) {
+        live_.collapsed = tally_.collapseDeltas;
+        context_.live->handIn(live_);
+    }
+    const bool isMoreToRead = context_.queue.finish(pending_, tally_);
+    if (mostlyWaited && isMoreToRead)
+        (*addWorker_)();
+    else if (isAdded_ && !mostlyWaited)
+        return false;
+    return true;
 }
 
 bool ScanWorker::readEntry(WorkItem& item, std::string_view name, FileNode*& found) {
@@ -178,11 +200,16 @@ void ScanWorker::processFolder(WorkItem& item) {
     const std::size_t pendingBefore = pending_.size();
     // What was read of a folder before its reading failed still counts.
     bool isRead = false;
+    const HelpersAwaited helpers{shared_, context_.queue};
+    descriptor_ = folder.descriptor;
     succeedsPatiently([&] {
+        turnCount_ = 0;
         isRead = reader_.readEntries(folder.descriptor, item.deviceID, consumer_,
-                                     DirectoryReader::Descriptor::fresh);
+                                     DirectoryReader::Descriptor::fresh, &records_);
         return isRead || reader_.hasHandedOn(); // nothing may come twice
     });
+    if (shared_ != nullptr)
+        isRead = completeShared(isRead);
     if (!isRead)
         noteInaccessible(item, errno);
     const bool isSettled = item.node != nullptr && collapseTarget_ == nullptr;
@@ -449,12 +476,14 @@ void ScanWorker::settle(FileNode& folder) {
     constexpr std::size_t largestKept = 16384;
     sums_.store(folder, folders_.size());
     sums_ = {};
-    const std::size_t count = files_.count() + folders_.size();
+    const std::size_t count = files_.count() + sharedFiles_.size() + folders_.size();
     if (count == 0)
         return;
     const auto children = region_->makeChildArray(count);
-    std::ranges::copy(folders_, files_.takeInto(children).begin());
+    const auto others = std::ranges::copy(sharedFiles_, files_.takeInto(children).begin()).out;
+    std::ranges::copy(folders_, others);
     folder.setChildren(children);
+    sharedFiles_ = {};
     if (folders_.capacity() > largestKept)
         folders_ = {};
     folders_.clear();

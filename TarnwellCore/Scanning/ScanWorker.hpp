@@ -11,12 +11,14 @@
 #include "TarnwellCore/Scanning/NodeArena.hpp"
 #include "TarnwellCore/Scanning/NodeSorter.hpp"
 #include "TarnwellCore/Scanning/ScanQueue.hpp"
+#include "TarnwellCore/Scanning/SharedFolder.hpp"
 #include "TarnwellCore/Scanning/TreeAggregation.hpp"
 
 #include <array>
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -59,6 +61,8 @@ public:
     bool readEntry(WorkItem& folder, std::string_view name, FileNode*& found);
 
 private:
+    /// False when it should leave.
+    bool workOnBatch();
     /// How many folders it read.
     std::int64_t processBatch();
     void processFolder(WorkItem& item);
@@ -66,6 +70,16 @@ private:
     bool processEntries(std::span<const RawDirectoryEntry> entries);
     template <class Call>
     bool succeedsPatiently(const Call& call) const;
+
+    // Folders that several workers read (ScanWorkerSharing.cpp):
+    long nextRecords(std::span<std::byte> buffer);
+    void noteTurn();
+    bool isLeavingEarly() const;
+    bool workOnShared();
+    void endShared(bool isRead);
+    FolderShare takeShare();
+    bool completeShared(bool isRead);
+
     void noteMountPoint(const WorkItem& item);
     void noteInaccessible(const WorkItem& item, int error);
     void processEntry(const WorkItem& item, const RawDirectoryEntry& entry);
@@ -93,6 +107,9 @@ private:
     DirectoryReader reader_;
     std::array<char, PathUtil::extensionBufferSize> extensionBuffer_;
     const EntryConsumer consumer_;
+    const RecordSource records_;
+    const std::function<void()>* addWorker_ = nullptr; // as `run` got it, as is isAdded_
+    bool isAdded_ = false;
     FileCategoryMemo fileCategories_;
     std::vector<WorkItem> pending_; // a stack
     ScanTally tally_;
@@ -100,7 +117,14 @@ private:
 
     // Of the folder at hand:
     const WorkItem* item_ = nullptr;
-    NodeSorter files_; // the nodes of its entries
+    int descriptor_ = -1;
+    int turnCount_ = 0;                    // that it took at the folder's records
+    std::int64_t waitsAtTurn_ = 0;         // of this thread, when the last one began
+    bool mostlyWaited_ = false;            // for the entries of the one before
+    std::shared_ptr<SharedFolder> shared_; // null as long as it reads alone
+    bool isHelping_ = false;               // with that one, which is not its own
+    std::vector<FileNode*> sharedFiles_;   // of all who read it
+    NodeSorter files_;                     // the nodes of its entries
     std::vector<FileNode*> folders_;
     std::vector<FileNode*> closedFolders_; // those that are not going to be read
     FolderSums sums_;

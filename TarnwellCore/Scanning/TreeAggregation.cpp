@@ -91,6 +91,14 @@ private:
 
 } // namespace
 
+void FolderSums::operator+=(const FolderSums& others) {
+    addChecked(size_, others.size_);
+    addChecked(allocatedSize_, others.allocatedSize_);
+    addChecked(reclaimableSize_, others.reclaimableSize_);
+    addChecked(fileCount_, others.fileCount_);
+    includesSharedCloneBlocks_ = includesSharedCloneBlocks_ || others.includesSharedCloneBlocks_;
+}
+
 void FolderSums::store(FileNode& folder, std::size_t subfolderCount) const {
     folder.size = size_;
     folder.allocatedSize = allocatedSize_;

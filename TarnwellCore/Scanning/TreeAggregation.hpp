@@ -38,6 +38,9 @@ public:
         addChecked(reclaimableSize_, file.reclaimableSize);
     }
 
+    /// Other files of the same folder.
+    void operator+=(const FolderSums& others);
+
     /// Makes them the sums of the folder, which then is settled. Until it is rolled up, its count of folders
     /// is that of those among its children.
     void store(FileNode& folder, std::size_t subfolderCount) const;

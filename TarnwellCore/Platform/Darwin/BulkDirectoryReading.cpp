@@ -90,7 +90,8 @@ BulkDirectoryReading::BulkDirectoryReading(const DirectoryCalls& calls, bool kee
 BulkDirectoryReading::~BulkDirectoryReading() = default;
 
 BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t deviceID, bool,
-                                           std::span<std::byte> buffer, EntryBatch& batch) {
+                                           std::span<std::byte> buffer, EntryBatch& batch,
+                                           const RecordSource*) {
     // The records of a mount point are those of the folder below, and a device in a record may be a volume's
     // where `fstat` names the group of volumes that share a tree. So entries are where their folder is; what
     // is elsewhere shows when it is opened.

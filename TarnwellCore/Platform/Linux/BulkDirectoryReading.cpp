@@ -153,12 +153,15 @@ BulkDirectoryReading::BulkDirectoryReading(const DirectoryCalls& calls, bool kee
 BulkDirectoryReading::~BulkDirectoryReading() = default;
 
 BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t deviceID, bool isAtStart,
-                                           std::span<std::byte> buffer, EntryBatch& batch) {
+                                           std::span<std::byte> buffer, EntryBatch& batch,
+                                           const RecordSource* source) {
     if (!isAtStart)
         ::lseek(folder, 0, SEEK_SET);
     const FileSystemKind kind = state_->fileSystemKinds.of(folder, deviceID);
     for (;;) {
-        const long filled = state_->calls.readPacked(folder, buffer.data(), buffer.size());
+        const long filled = source != nullptr
+                                ? (*source)(buffer)
+                                : state_->calls.readPacked(folder, buffer.data(), buffer.size());
         if (filled == 0)
             return BulkReadOutcome::success;
         if (filled < 0) {

@@ -1,0 +1,127 @@
+// How a worker reads a folder together with others.
+
+#include "TarnwellCore/Platform/WorkerThreads.hpp"
+#include "TarnwellCore/Scanning/ScanWorker.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <iterator>
+#include <memory>
+#include <utility>
+
+namespace tarnwell {
+
+namespace {
+
+/// Bytes of the records that are taken in one turn: some seven hundred names. Few folders hold more, and
+/// nobody waits long for the last turn.
+constexpr std::size_t turnLength = 32768;
+
+/// So often a thread waits in a turn whose entries come from a disk. Waiting for another worker's turn to end
+/// is one or two.
+constexpr std::int64_t fewWaits = 8;
+
+} // namespace
+
+/// The source of records for the reader. What it gave last has been dealt with.
+long ScanWorker::nextRecords(std::span<std::byte> buffer) {
+    if (isLeavingEarly())
+        return 0;
+    buffer = buffer.first(std::min(buffer.size(), turnLength));
+    const long filled = shared_ != nullptr
+                            ? shared_->read(context_.calls, buffer)
+                            : context_.calls.readPacked(descriptor_, buffer.data(), buffer.size());
+    if (filled > 0 && ++turnCount_ > 1)
+        noteTurn();
+    return filled;
+}
+
+/// The folder goes on: it is worth other workers when there are any, or when it has to be waited for.
+void ScanWorker::noteTurn() {
+    const std::int64_t waits = waitsOfThisThread();
+    mostlyWaited_ = turnCount_ > 2 && waits - waitsAtTurn_ > fewWaits;
+    waitsAtTurn_ = waits;
+    const bool isHungry = context_.queue.isHungry();
+    // One of which nothing was handed on may still turn out to be read one by one.
+    if (shared_ == nullptr && (isHungry || mostlyWaited_) && reader_.hasHandedOn()) {
+        shared_ = std::make_shared<SharedFolder>(*item_, descriptor_, collapseTarget_);
+        context_.queue.offer(shared_);
+    }
+    if (shared_ != nullptr && mostlyWaited_ && !isHungry)
+        (*addWorker_)();
+}
+
+/// As `workOnBatch`: one that was added leaves between two turns, too.
+bool ScanWorker::isLeavingEarly() const {
+    return isHelping_ && isAdded_ && turnCount_ > 2 && !mostlyWaited_;
+}
+
+bool ScanWorker::workOnShared() {
+    struct Helping {
+        SharedFolder& folder;
+        ~Helping() { folder.leave(); }
+    };
+    {
+        const Helping helping{*shared_};
+        item_ = &shared_->item;
+        descriptor_ = shared_->descriptor;
+        collapseTarget_ = shared_->collapseTarget;
+        delta_ = {.node = collapseTarget_};
+        turnCount_ = 0;
+        mostlyWaited_ = false;
+        isHelping_ = true;
+        const bool isRead = reader_.helpToRead(descriptor_, item_->deviceID, consumer_, records_);
+        // At its end for one, or called off, is at its end for all.
+        if (!isRead || !isLeavingEarly())
+            endShared(isRead);
+        shared_->handIn(takeShare());
+    }
+    const bool isLeaving = isLeavingEarly();
+    isHelping_ = false;
+    shared_ = nullptr;
+    context_.queue.finish(pending_, tally_);
+    return !isLeaving;
+}
+
+void ScanWorker::endShared(bool isRead) {
+    shared_->end(isRead ? 0 : errno);
+    context_.queue.withdraw(*shared_);
+}
+
+/// What this worker made of its records, but for the folders that are still to be read.
+FolderShare ScanWorker::takeShare() {
+    FolderShare share;
+    share.files.resize(files_.count());
+    files_.takeInto(share.files);
+    share.folders = std::exchange(folders_, {});
+    share.closedFolders = std::exchange(closedFolders_, {});
+    share.sums = std::exchange(sums_, {});
+    share.delta = delta_;
+    if (isHelping_) { // its owner has others besides
+        share.subfolders = std::exchange(pending_, {});
+        share.links = std::exchange(live_.links, {});
+    }
+    return share;
+}
+
+/// Makes the folder what it would be if its owner had read it alone. False when one of those who read it
+/// could not, with the reason in errno.
+bool ScanWorker::completeShared(bool isRead) {
+    endShared(isRead);
+    FolderShare share = takeShare();
+    shared_->collect(share);
+    sharedFiles_ = std::move(share.files);
+    folders_ = std::move(share.folders);
+    closedFolders_ = std::move(share.closedFolders);
+    sums_ = share.sums;
+    delta_ = share.delta;
+    std::ranges::move(share.subfolders, std::back_inserter(pending_));
+    std::ranges::move(share.links, std::back_inserter(live_.links));
+    const int error = shared_->error();
+    shared_ = nullptr;
+    errno = error;
+    return error == 0;
+}
+
+} // namespace tarnwell

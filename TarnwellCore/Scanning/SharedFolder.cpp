@@ -1,0 +1,128 @@
+#include "TarnwellCore/Scanning/SharedFolder.hpp"
+
+#include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
+#include "TarnwellCore/Scanning/NodeSorter.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <iterator>
+#include <utility>
+
+namespace tarnwell {
+
+namespace {
+
+template <class Element>
+void append(std::vector<Element>& elements, std::vector<Element>&& others) {
+    if (elements.empty())
+        elements = std::move(others);
+    else
+        std::ranges::move(others, std::back_inserter(elements));
+}
+
+/// Nodes that follow one another lie all over memory: those that come soon are asked for ahead.
+std::vector<FileNode*> merged(const std::vector<FileNode*>& left, const std::vector<FileNode*>& right) {
+    constexpr std::ptrdiff_t ahead = 12;
+    const auto fetch = [](auto place, auto end) {
+        if (end - place > ahead) {
+            const auto* node = reinterpret_cast<const char*>(place[ahead]);
+            __builtin_prefetch(node);
+            __builtin_prefetch(node + 64);
+        }
+    };
+    std::vector<FileNode*> all;
+    all.reserve(left.size() + right.size());
+    auto first = left.begin();
+    auto second = right.begin();
+    while (first != left.end() && second != right.end()) {
+        auto& next = NodeSorter::precedes(**second, **first) ? second : first;
+        fetch(next, &next == &first ? left.end() : right.end());
+        all.push_back(*next++);
+    }
+    all.insert(all.end(), first, left.end());
+    all.insert(all.end(), second, right.end());
+    return all;
+}
+
+} // namespace
+
+void FolderShare::add(FolderShare&& other) {
+    if (files.empty())
+        files = std::move(other.files);
+    else if (!other.files.empty())
+        files = merged(files, std::exchange(other.files, {}));
+    append(folders, std::move(other.folders));
+    append(closedFolders, std::move(other.closedFolders));
+    append(subfolders, std::move(other.subfolders));
+    append(links, std::move(other.links));
+    sums += other.sums;
+    delta += other.delta;
+}
+
+long SharedFolder::read(const DirectoryCalls& calls, std::span<std::byte> buffer) {
+    const std::lock_guard guard(turns_);
+    if (isAtEnd_)
+        return 0;
+    const long filled = calls.readPacked(descriptor, buffer.data(), buffer.size());
+    isAtEnd_ = filled == 0;
+    return filled;
+}
+
+void SharedFolder::end(int error) {
+    const std::lock_guard guard(turns_);
+    isAtEnd_ = true;
+    if (error_ == 0)
+        error_ = error;
+}
+
+int SharedFolder::error() const {
+    const std::lock_guard guard(turns_);
+    return error_;
+}
+
+void SharedFolder::join() {
+    const std::lock_guard guard(mutex_);
+    ++helperCount_;
+}
+
+void SharedFolder::leave() noexcept {
+    const std::lock_guard guard(mutex_);
+    --helperCount_;
+    changed_.notify_all();
+}
+
+bool SharedFolder::takeShare(FolderShare& share) {
+    if (shares_.empty())
+        return false;
+    share = std::move(shares_.back());
+    shares_.pop_back();
+    return true;
+}
+
+void SharedFolder::handIn(FolderShare share) {
+    for (FolderShare met;; share.add(std::move(met))) {
+        const std::lock_guard guard(mutex_);
+        if (takeShare(met))
+            continue;
+        shares_.push_back(std::move(share));
+        changed_.notify_all();
+        return;
+    }
+}
+
+void SharedFolder::collect(FolderShare& share) {
+    for (FolderShare met;; share.add(std::move(met))) {
+        std::unique_lock guard(mutex_);
+        changed_.wait(guard, [this] { return helperCount_ == 0 || !shares_.empty(); });
+        if (!takeShare(met))
+            return;
+    }
+}
+
+void SharedFolder::waitForHelpers() noexcept {
+    end(0);
+    std::unique_lock guard(mutex_);
+    changed_.wait(guard, [this] { return helperCount_ == 0; });
+}
+
+} // namespace tarnwell
