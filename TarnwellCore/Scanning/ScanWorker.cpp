@@ -483,9 +483,9 @@ void ScanWorker::settle(FileNode& folder) {
     const auto others = std::ranges::copy(sharedFiles_, files_.takeInto(children).begin()).out;
     std::ranges::copy(folders_, others);
     folder.setChildren(children);
-    sharedFiles_ = {};
+    sharedFiles_ = std::vector<FileNode*>();
     if (folders_.capacity() > largestKept)
-        folders_ = {};
+        folders_ = std::vector<FileNode*>();
     folders_.clear();
 }
 
