@@ -12,7 +12,8 @@ set(TarnwellCore_INSIDE
   Layout/ChildWeights Layout/SizeOrder Layout/SliceLayout
   Scanning/DirectoryReader Scanning/ExclusionIndex Scanning/FolderHandle Scanning/FolderPaths
   Scanning/HardlinkRegistry Scanning/LiveBatch Scanning/NodeSorter Scanning/PathMetadata Scanning/PathStep
-  Scanning/ScanEngine Scanning/ScanQueue Scanning/ScanWorker Scanning/TreeAggregation Scanning/TreeGraft
+  Scanning/ScanEngine Scanning/ScanQueue Scanning/ScanWorker Scanning/SharedFolder Scanning/TreeAggregation
+  Scanning/TreeGraft
   Snapshots/EscapedPath Snapshots/SnapshotCoding
   Text/WordScan)
 set(TarnwellCore_CLOSED_ROOMS Platform)
