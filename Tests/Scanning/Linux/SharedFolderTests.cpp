@@ -113,9 +113,9 @@ TEST_F(SharedFolders, AreWhatOneWorkerMakesOfThem) {
     for (int index = 0; index < 300; ++index) {
         folder.makeFile("wide/many-below" + std::to_string(index) + "/file", 3);
         folder.makeFolder("wide/links");
-        std::filesystem::create_hard_link(folder / ("wide/many-below" + std::to_string(index) + "/file"),
-                                          folder / ("wide/links/many" + std::to_string(index % 150 * 2) + "_" +
-                                                    std::to_string(index)));
+        std::filesystem::create_hard_link(
+            folder / ("wide/many-below" + std::to_string(index) + "/file"),
+            folder / ("wide/links/many" + std::to_string(index % 150 * 2) + "_" + std::to_string(index)));
     }
     folder.makeFile("wide/many-not/inside", 99);
     const auto oracle = test::measureFolder(folder.path());
@@ -124,7 +124,8 @@ TEST_F(SharedFolders, AreWhatOneWorkerMakesOfThem) {
     ScanOptions shallow;
     shallow.maximumDepth = 1;
     const ScanOptions variants[] = {{}, excluding, shallow};
-    // Nobody late, everybody late, and every second one, so that owners wait for helpers and helpers for them.
+    // Nobody late, everybody late, and every second one, so that owners wait for helpers and helpers for
+    // them.
     const std::function<int(const char*, int)> delays[] = {
         {},
         [](const char*, int) { return waitALittle(), 0; },
