@@ -1,6 +1,7 @@
 // walk-floor: reads every folder below a path with getdents64 and asks statx once for each entry, on several
 // threads, and keeps nothing but sums. No disk-usage scan that looks at every entry can be faster by much, so
-// it is what the tool is measured against. Links are counted as often as they are met.
+// it is what the tool is measured against. Links are counted as often as they are met. A thread that finds no
+// folder takes turns at the records of a large one that another one reads.
 //
 // With --extents 1 it also opens each file with blocks and asks for its first extents, which is what private
 // sizes cost on a file system whose files may share blocks.
@@ -48,9 +49,22 @@ struct Folder {
     Folder& operator=(const Folder&) = delete;
     ~Folder() { ::close(descriptor); }
 
+    /// The next records; nothing more once it came to an end for anyone.
+    ssize_t read(char* buffer, std::size_t size) {
+        const std::lock_guard lock(turns);
+        if (isAtEnd)
+            return 0;
+        const ssize_t count = ::getdents64(descriptor, buffer, size);
+        isAtEnd = count <= 0;
+        return count;
+    }
+
     const int descriptor;
-    /// One for each queued subfolder and one while it is being read.
+    /// One for each queued subfolder and one for each thread that reads it.
     std::atomic<std::uint32_t> users{1};
+    std::mutex turns;
+    bool isAtEnd = false; // guarded by turns
+    std::atomic<bool> isOffered{false};
 };
 
 void release(Folder* folder) {
@@ -108,13 +122,16 @@ public:
     }
 
 private:
-    static constexpr std::size_t bufferSize = 256 * 1024;
+    static constexpr std::size_t bufferSize = 32 * 1024; // of one turn
     static constexpr std::size_t sharedAtOnce = 16;
 
     void work(Sums& sums) {
         const auto buffer = std::make_unique_for_overwrite<char[]>(bufferSize);
         std::vector<Work> stack;
-        while (takeShared(stack)) {
+        Folder* joined = nullptr;
+        while (takeShared(stack, joined)) {
+            if (joined != nullptr)
+                readRecords(std::exchange(joined, nullptr), buffer.get(), stack, sums);
             while (!stack.empty()) {
                 const Work item = std::move(stack.back());
                 stack.pop_back();
@@ -125,18 +142,23 @@ private:
         }
     }
 
-    /// Waits for work; false when all threads wait, which is the end.
-    bool takeShared(std::vector<Work>& stack) {
+    /// Waits for work, or for a folder to help with; false when all threads wait, which is the end.
+    bool takeShared(std::vector<Work>& stack, Folder*& joined) {
         std::unique_lock lock(mutex_);
         const unsigned idle = idle_.fetch_add(1, std::memory_order_relaxed) + 1;
-        if (idle == threadCount_ && queue_.empty()) {
+        if (idle == threadCount_ && queue_.empty() && offered_.empty()) {
             isDone_ = true;
             changed_.notify_all();
         }
-        changed_.wait(lock, [this] { return isDone_ || !queue_.empty(); });
-        if (queue_.empty())
+        changed_.wait(lock, [this] { return isDone_ || !queue_.empty() || !offered_.empty(); });
+        if (queue_.empty() && offered_.empty())
             return false;
         idle_.fetch_sub(1, std::memory_order_relaxed);
+        if (queue_.empty()) {
+            joined = offered_.back();
+            joined->users.fetch_add(1, std::memory_order_relaxed);
+            return true;
+        }
         const std::size_t count = std::min(sharedAtOnce, (queue_.size() + 1) / 2);
         std::move(queue_.end() - static_cast<std::ptrdiff_t>(count), queue_.end(), std::back_inserter(stack));
         queue_.resize(queue_.size() - count);
@@ -164,17 +186,31 @@ private:
             return;
         }
         auto* folder = new Folder(descriptor);
-        for (;;) {
-            const ssize_t count = ::getdents64(descriptor, buffer, bufferSize);
+        readRecords(folder, buffer, stack, sums);
+    }
+
+    /// Until there are no more for anyone.
+    void readRecords(Folder* folder, char* buffer, std::vector<Work>& stack, Sums& sums) {
+        for (int turn = 1;; ++turn) {
+            const ssize_t count = folder->read(buffer, bufferSize);
             if (count <= 0) {
                 sums.errors += count < 0;
                 break;
+            }
+            if (turn > 1 && idle_.load(std::memory_order_relaxed) > 0 && !folder->isOffered.exchange(true)) {
+                const std::lock_guard lock(mutex_);
+                offered_.push_back(folder);
+                changed_.notify_all();
             }
             for (ssize_t offset = 0; offset < count;) {
                 const auto* entry = reinterpret_cast<const dirent64*>(buffer + offset);
                 offset += entry->d_reclen;
                 readEntry(folder, entry->d_name, stack, sums);
             }
+        }
+        if (folder->isOffered.load()) {
+            const std::lock_guard lock(mutex_);
+            std::erase(offered_, folder);
         }
         release(folder);
     }
@@ -230,6 +266,7 @@ private:
     std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<Work> queue_;       // guarded by mutex_
+    std::vector<Folder*> offered_;  // likewise: large ones that others may help with
     bool isDone_ = false;           // guarded by mutex_
     std::atomic<unsigned> idle_{0}; // written under mutex_; read without it as a hint
 };
