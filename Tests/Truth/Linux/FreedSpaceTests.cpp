@@ -16,6 +16,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <memory>
@@ -223,7 +224,7 @@ class FreedSpaceTruth : public testing::TestWithParam<const char*> {};
 
 TEST_P(FreedSpaceTruth, HoldsForRandomTrees) {
     const bool isBtrfs = std::string(GetParam()) == "btrfs";
-    constexpr unsigned rounds = 2;
+    const unsigned rounds = std::getenv("TARNWELL_THOROUGH") != nullptr ? 12 : 2;
     constexpr unsigned perImage = 25;
     int certain = 0;
     for (unsigned round = 0; round < rounds; ++round) {
