@@ -31,6 +31,7 @@ public:
 
     bool isFull() const { return count_ == entries_.size(); }
     std::size_t count() const { return count_; }
+    std::span<RawDirectoryEntry> entries() { return std::span(entries_).first(count_); }
 
     /// An entry without anything in it, to be filled in place. Not for a full batch.
     RawDirectoryEntry& add() { return entries_[count_++] = RawDirectoryEntry(); }

@@ -158,6 +158,12 @@ BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t deviceID, bo
     if (!isAtStart)
         ::lseek(folder, 0, SEEK_SET);
     const FileSystemKind kind = state_->fileSystemKinds.of(folder, deviceID);
+    const auto handOn = [&] {
+        if (kind.sharesExtents)
+            state_->sharedExtents.measure(folder, deviceID, kind.isBtrfs, batch.entries(),
+                                          state_->keepsHeldSpace ? state_->held.data() : nullptr);
+        return batch.handOn();
+    };
     for (;;) {
         const long filled = source != nullptr
                                 ? (*source)(buffer)
@@ -174,7 +180,7 @@ BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t deviceID, bo
         while (const PackedEntry* next = packed.next()) {
             if (isDotName(next->name))
                 continue;
-            if (batch.isFull() && !batch.handOn())
+            if (batch.isFull() && !handOn())
                 return BulkReadOutcome::success;
             RawDirectoryEntry& entry = batch.add();
             entry.name = {next->name, next->nameLength};
@@ -182,10 +188,6 @@ BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t deviceID, bo
             if (withoutInterruption(
                     [&] { return state_->calls.extendedStatus(folder, next->name, &status); }) == 0) {
                 fill(entry, status);
-                if (kind.sharesExtents && entry.objectType == VnodeType::regular && entry.allocatedSize > 0)
-                    state_->sharedExtents.measure(folder, next->name, kind.isBtrfs, entry,
-                                                  state_->keepsHeldSpace ? &state_->held[batch.count() - 1]
-                                                                         : nullptr);
                 if (kind.mountsOnDemand && entry.objectType == VnodeType::directory &&
                     entry.deviceID == deviceID)
                     entry.finderFlags |= automountFileFlag;
@@ -197,7 +199,7 @@ BulkReadOutcome BulkDirectoryReading::read(int folder, std::int32_t deviceID, bo
                 entry.errorCode = static_cast<std::uint32_t>(errno);
             }
         }
-        if (!batch.handOn())
+        if (!handOn())
             return BulkReadOutcome::success;
         if (packed.isMalformed()) {
             errno = EIO;

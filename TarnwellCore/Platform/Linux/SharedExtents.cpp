@@ -21,6 +21,10 @@ std::int64_t scaled(std::int64_t allocated, std::uint64_t shared, std::uint64_t 
                                      total);
 }
 
+bool hasExtents(const RawDirectoryEntry& entry) {
+    return entry.objectType == VnodeType::regular && entry.allocatedSize > 0;
+}
+
 } // namespace
 
 /// A part of the file that others share, as FIEMAP shows it.
@@ -70,29 +74,35 @@ struct SharedExtents::Sums {
 SharedExtents::SharedExtents(const DirectoryCalls& calls) : calls_(calls) {}
 SharedExtents::~SharedExtents() = default;
 
-std::uint32_t SharedExtents::fileSystemNumber(int file, bool isBtrfs, std::int32_t deviceID) {
-    const auto [known, isNew] = numbers_.try_emplace(deviceID, static_cast<std::uint32_t>(deviceID));
-    if (isNew && isBtrfs)
-        BtrfsExtents::fileSystemNumber(file, known->second);
-    return known->second;
+/// The extents of the file at hand, whole, and which of them the pieces belong to. False when the kernel does
+/// not show them.
+bool SharedExtents::readWholeExtents(int file, const RawDirectoryEntry& entry,
+                                     const BtrfsExtents::File* known) {
+    if (known != nullptr) {
+        const auto extents = btrfs_.extents(*known);
+        wholeExtents_.assign(extents.begin(), extents.end());
+    } else if (!btrfs_.read(file, entry.fileID, wholeExtents_)) {
+        return false;
+    }
+    if (known != nullptr && known->knowsShared)
+        return true;
+    auto piece = sharedPieces_.begin();
+    for (BtrfsExtents::Extent& extent : wholeExtents_) {
+        while (piece != sharedPieces_.end() && piece->logical + piece->length <= extent.logical)
+            ++piece;
+        extent.isShared = piece != sharedPieces_.end() && piece->logical < extent.logical + extent.length;
+    }
+    return true;
 }
 
-/// False when the kernel does not show them, or something else than the pieces belong to, or lengths that fit
-/// no 64 bits.
-bool SharedExtents::keepWholeExtents(int file, const RawDirectoryEntry& entry, HeldSpace& held) {
-    if (!btrfs_.read(file, entry.fileID, wholeExtents_))
-        return false;
+/// False when they are something else than the file's, or of lengths that fit no 64 bits.
+bool SharedExtents::keepWholeExtents(HeldSpace& held) {
     std::uint64_t exclusive = 0;
-    auto piece = sharedPieces_.begin();
     // A file may use several parts of one extent; it lies on the disk once.
     std::vector<SharedExtent>& own = ownExtents_;
     own.clear();
-    for (const BtrfsExtents::Extent& extent : wholeExtents_) {
-        while (piece != sharedPieces_.end() && piece->logical + piece->length <= extent.logical)
-            ++piece;
-        const bool isShared = piece != sharedPieces_.end() && piece->logical < extent.logical + extent.length;
-        (isShared ? held.extents : own).push_back({extent.start, extent.lengthOnDisk});
-    }
+    for (const BtrfsExtents::Extent& extent : wholeExtents_)
+        (extent.isShared ? held.extents : own).push_back({extent.start, extent.lengthOnDisk});
     const auto removeRepeated = [](std::vector<SharedExtent>& extents) {
         std::ranges::sort(extents, {}, &SharedExtent::start);
         const auto repeated = std::ranges::unique(extents);
@@ -110,13 +120,14 @@ bool SharedExtents::keepWholeExtents(int file, const RawDirectoryEntry& entry, H
     return true;
 }
 
-void SharedExtents::keep(int file, bool isBtrfs, const Sums& sums, RawDirectoryEntry& entry,
-                         HeldSpace& held) {
+void SharedExtents::keep(int file, bool isBtrfs, const Sums& sums, RawDirectoryEntry& entry, HeldSpace& held,
+                         const BtrfsExtents::File* known) {
     held.traits = 0;
     held.extents.clear();
     if (sums.isInline) {
         held.traits = HeldSpace::inlineData;
-    } else if (isBtrfs && !sums.hasNoPlace && keepWholeExtents(file, entry, held)) {
+    } else if (isBtrfs && !sums.hasNoPlace && readWholeExtents(file, entry, known) &&
+               keepWholeExtents(held)) {
         if (held.extents.empty() && held.exclusive == entry.allocatedSize)
             return; // as everywhere else
     } else {
@@ -129,12 +140,67 @@ void SharedExtents::keep(int file, bool isBtrfs, const Sums& sums, RawDirectoryE
         if (held.extents.empty() && !sums.isEncoded)
             return;
     }
-    held.fileSystem = fileSystemNumber(file, isBtrfs, entry.deviceID);
+    held.fileSystem =
+        isBtrfs ? btrfs_.fileSystemNumber(file, entry.deviceID) : static_cast<std::uint32_t>(entry.deviceID);
     entry.held = &held;
+}
+
+/// False when nothing was found.
+bool SharedExtents::readTogether(int folder, std::int32_t device,
+                                 std::span<const RawDirectoryEntry> entries) {
+    inodes_.clear();
+    for (const RawDirectoryEntry& entry : entries)
+        // What is mounted on a file lies elsewhere.
+        if (hasExtents(entry) && entry.deviceID == device)
+            inodes_.push_back(entry.fileID);
+    std::ranges::sort(inodes_);
+    const auto repeated = std::ranges::unique(inodes_);
+    inodes_.erase(repeated.begin(), repeated.end());
+    return btrfs_.readTogether(folder, device, inodes_);
+}
+
+/// An entry of which all is known.
+void SharedExtents::measureKnown(int folder, const BtrfsExtents::File& known, RawDirectoryEntry& entry,
+                                 HeldSpace* held) {
+    Sums sums;
+    sums.isInline = known.isInline;
+    sums.isEncoded = known.isEncoded;
+    sums.total = known.length;
+    for (const BtrfsExtents::Extent& extent : btrfs_.extents(known))
+        if (extent.isShared)
+            sums.shared += extent.length; // a part of `total`
+    sharedPieces_.clear();
+    if (sums.store(entry) && held != nullptr)
+        keep(folder, true, sums, entry, *held, &known);
+}
+
+void SharedExtents::measure(int folder, std::int32_t device, bool isBtrfs,
+                            std::span<RawDirectoryEntry> entries, HeldSpace* held) {
+    const bool isTogether = isBtrfs && readTogether(folder, device, entries);
+    for (RawDirectoryEntry& entry : entries) {
+        if (!hasExtents(entry))
+            continue;
+        const BtrfsExtents::File* known =
+            isTogether && entry.deviceID == device ? btrfs_.file(entry.fileID) : nullptr;
+        // Data that is not written yet has no extents.
+        if (known != nullptr && !known->isInline && std::cmp_not_equal(known->length, entry.allocatedSize))
+            known = nullptr;
+        HeldSpace* const own = held == nullptr ? nullptr : held + (&entry - entries.data());
+        if (known != nullptr && known->knowsShared)
+            measureKnown(folder, *known, entry, own);
+        else
+            ask(folder, entry.name.data(), isBtrfs, entry, own, known);
+    }
 }
 
 void SharedExtents::measure(int folder, const char* name, bool isBtrfs, RawDirectoryEntry& entry,
                             HeldSpace* held) {
+    ask(folder, name, isBtrfs, entry, held, nullptr);
+}
+
+/// Asks for the extents of a file that may be known but for who shares them.
+void SharedExtents::ask(int folder, const char* name, bool isBtrfs, RawDirectoryEntry& entry, HeldSpace* held,
+                        const BtrfsExtents::File* known) {
     if (!extents_) // before there is a file to close
         extents_ = std::make_unique<ExtentMap>();
     // Not blocking: should a FIFO have taken the file's place by now, opening it must not wait for a writer.
@@ -157,7 +223,7 @@ void SharedExtents::measure(int folder, const char* name, bool isBtrfs, RawDirec
         });
     // Lengths that fit no 64 bits come to no end, either.
     if ((isComplete || sums.isTooLarge) && sums.store(entry) && held != nullptr)
-        keep(file, isBtrfs, sums, entry, *held);
+        keep(file, isBtrfs, sums, entry, *held, known);
 }
 
 void SharedExtents::measure(int file, ExtentMap& extents, std::uint32_t flags, RawDirectoryEntry& entry) {

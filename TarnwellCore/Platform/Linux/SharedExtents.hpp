@@ -9,7 +9,7 @@
 
 #include <cstdint>
 #include <memory>
-#include <unordered_map>
+#include <span>
 #include <vector>
 
 namespace tarnwell {
@@ -22,10 +22,15 @@ public:
     explicit SharedExtents(const DirectoryCalls& calls);
     ~SharedExtents();
 
-    /// Fills the private size and the sharing bits of a regular file with blocks: one open, and one call
-    /// for every few hundred extents. Leaves the entry as it is when its extents cannot be read; when their
-    /// lengths fit no 64 bits, it could not be read itself. With `held`, that is filled too, and becomes the
-    /// entry's where there is something in it; on btrfs that takes one call more, for those who may.
+    /// Fills the private sizes and the sharing bits of the regular files with blocks among some entries of an
+    /// open folder, whose names end in a NUL. One open and one call for every few hundred extents of a file;
+    /// on btrfs, for those who may, two calls for many files, and that only for those of which they leave it
+    /// open. Leaves an entry as it is when its extents cannot be read; when their lengths fit no 64 bits, it
+    /// could not be read itself. With `held`, one for each entry, that is filled too, and becomes the entry's
+    /// where there is something in it; of the files that are opened on btrfs that may take one call more.
+    void measure(int folder, std::int32_t device, bool isBtrfs, std::span<RawDirectoryEntry> entries,
+                 HeldSpace* held);
+    /// One such file, by itself.
     void measure(int folder, const char* name, bool isBtrfs, RawDirectoryEntry& entry, HeldSpace* held);
 
     /// The private size and the bits alone, of an open file, with flags of FS_IOC_FIEMAP.
@@ -34,17 +39,22 @@ public:
 private:
     struct Piece;
     struct Sums;
-    void keep(int file, bool isBtrfs, const Sums& sums, RawDirectoryEntry& entry, HeldSpace& held);
-    bool keepWholeExtents(int file, const RawDirectoryEntry& entry, HeldSpace& held);
-    std::uint32_t fileSystemNumber(int file, bool isBtrfs, std::int32_t deviceID);
+    bool readTogether(int folder, std::int32_t device, std::span<const RawDirectoryEntry> entries);
+    void measureKnown(int folder, const BtrfsExtents::File& known, RawDirectoryEntry& entry, HeldSpace* held);
+    void ask(int folder, const char* name, bool isBtrfs, RawDirectoryEntry& entry, HeldSpace* held,
+             const BtrfsExtents::File* known);
+    void keep(int file, bool isBtrfs, const Sums& sums, RawDirectoryEntry& entry, HeldSpace& held,
+              const BtrfsExtents::File* known);
+    bool readWholeExtents(int file, const RawDirectoryEntry& entry, const BtrfsExtents::File* known);
+    bool keepWholeExtents(HeldSpace& held);
 
     const DirectoryCalls& calls_;
     std::unique_ptr<ExtentMap> extents_;
     std::vector<Piece> sharedPieces_; // of the file at hand, in its order
     BtrfsExtents btrfs_;
+    std::vector<std::uint64_t> inodes_;
     std::vector<BtrfsExtents::Extent> wholeExtents_;
     std::vector<SharedExtent> ownExtents_;
-    std::unordered_map<std::int32_t, std::uint32_t> numbers_; // by device
 };
 
 } // namespace tarnwell
