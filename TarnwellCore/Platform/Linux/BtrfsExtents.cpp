@@ -19,12 +19,12 @@ constexpr std::uint64_t nearBytes = std::uint64_t{1} << 20;
 // Newer than some headers: whose the space is, which says nothing about its users.
 constexpr std::uint8_t ownerReference = 172;
 
-/// Calls `body` for the runs of ascending numbers that lie near to each other.
-template <class Numbers, class Place, class Body>
-bool forEachRun(const Numbers& numbers, std::uint64_t near, Place place, Body body) {
+/// Calls `body` for the runs of elements each of which is near to the one before.
+template <class Elements, class IsNear, class Body>
+bool forEachRun(const Elements& elements, IsNear isNear, Body body) {
     std::size_t first = 0;
-    for (std::size_t next = 1; next <= numbers.size(); ++next) {
-        if (next < numbers.size() && place(numbers[next]) - place(numbers[next - 1]) <= near)
+    for (std::size_t next = 1; next <= elements.size(); ++next) {
+        if (next < elements.size() && isNear(elements[next - 1], elements[next]))
             continue;
         if (!body(first, next))
             return false;
@@ -145,20 +145,21 @@ bool BtrfsExtents::readTogether(int folder, std::int32_t device, std::span<const
     const BtrfsSubvolumes::Subvolume* const subvolume = subvolumes_.of(folder, device, search_);
     if (subvolume == nullptr)
         return false;
+    // Before it is read who uses the extents, lest some be counted in between.
+    const bool isSettled = subvolume->references->isSettled(folder, search_);
     readItems(folder, inodes);
     if (!readUsers(folder)) {
         files_.clear();
         return false;
     }
-    const bool isSettled = subvolume->references->isSettled(folder, search_);
     for (File& file : files_)
         judge(file, *subvolume, isSettled);
     return !files_.empty();
 }
 
 void BtrfsExtents::readItems(int folder, std::span<const std::uint64_t> inodes) {
-    const auto itself = [](std::uint64_t inode) { return inode; };
-    forEachRun(inodes, nearInodes, itself, [&](std::size_t first, std::size_t end) {
+    const auto areNear = [](std::uint64_t inode, std::uint64_t next) { return next - inode <= nearInodes; };
+    forEachRun(inodes, areNear, [&](std::size_t first, std::size_t end) {
         Collection collection(*this, inodes.subspan(first, end - first));
         const std::size_t fileCount = files_.size();
         const std::size_t extentCount = extents_.size();
@@ -213,15 +214,17 @@ void BtrfsExtents::fill(Users& users, const BtrfsSearch::Item& item) {
 bool BtrfsExtents::readUsers(int folder) {
     users_.clear();
     for (const Extent& extent : extents_)
-        users_.push_back({.start = extent.start});
+        users_.push_back({.start = extent.start, .end = extent.start + extent.lengthOnDisk});
     std::ranges::sort(users_, {}, &Users::start);
     const auto isRepetition = [](Users& first, const Users& next) {
         first.isRepeated |= first.start == next.start;
         return first.start == next.start;
     };
     users_.erase(std::unique(users_.begin(), users_.end(), isRepetition), users_.end());
-    const auto place = [](const Users& users) { return users.start; };
-    return forEachRun(users_, nearBytes, place, [&](std::size_t first, std::size_t end) {
+    const auto areNear = [](const Users& users, const Users& next) {
+        return next.start <= users.end || next.start - users.end <= nearBytes;
+    };
+    return forEachRun(users_, areNear, [&](std::size_t first, std::size_t end) {
         auto wanted = users_.begin() + static_cast<std::ptrdiff_t>(first);
         const auto wantedEnd = users_.begin() + static_cast<std::ptrdiff_t>(end);
         return search_.forEach(

@@ -67,7 +67,8 @@ private:
             oneFile, // in several places
             several, // files
         };
-        std::uint64_t start;
+        std::uint64_t start; // of the extent, on the disk
+        std::uint64_t end;
         Kind kind = Kind::unknown;
         bool isRepeated = false; // among the files that are read together
         /// The file, where there is one and it is named.
