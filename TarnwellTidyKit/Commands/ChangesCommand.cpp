@@ -42,30 +42,14 @@ std::string documentOf(const SnapshotDelta& delta, const std::vector<const Chang
         json.key("causes");
         json.beginArray();
         for (const Change* change : causes) {
-            json.beginObject();
-            json.key("after");
-            json.integer(change->after);
-            json.key("before");
-            json.integer(change->before);
-            json.key("delta");
-            json.integer(change->delta);
-            json.key("kind");
-            json.string(rawValue(change->kind));
-            json.key("path");
-            json.string(change->path);
-            json.endObject();
+            writeCause(json, rawValue(change->kind), change->path, change->before, change->after,
+                       change->delta);
         }
         json.endArray();
         writeUnreadable(json, stats);
         json.key("path");
         json.string(delta.after.rootPath);
-        json.key("since");
-        json.beginObject();
-        json.key("createdAt");
-        json.string(iso8601Text(delta.before.createdAt).value_or(""));
-        json.key("id");
-        json.string(delta.before.id.text());
-        json.endObject();
+        writeSince(json, delta.before.id, delta.before.createdAt);
         json.key("sizeMode");
         json.string(rawValue(mode));
         json.key("total");

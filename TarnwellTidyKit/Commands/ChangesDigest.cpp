@@ -97,6 +97,32 @@ std::string digestText(const SnapshotDigest& digest, const TidyStyle& style) {
     return text;
 }
 
+void writeCause(JSONWriter& json, std::string_view kind, std::string_view path, std::int64_t before,
+                std::int64_t after, std::int64_t change) {
+    json.beginObject();
+    json.key("after");
+    json.integer(after);
+    json.key("before");
+    json.integer(before);
+    json.key("delta");
+    json.integer(change);
+    json.key("kind");
+    json.string(kind);
+    json.key("path");
+    json.string(path);
+    json.endObject();
+}
+
+void writeSince(JSONWriter& json, const UUID& id, Date createdAt) {
+    json.key("since");
+    json.beginObject();
+    json.key("createdAt");
+    json.string(iso8601Text(createdAt).value_or(""));
+    json.key("id");
+    json.string(id.text());
+    json.endObject();
+}
+
 std::string digestDocument(const SnapshotDigest& digest, const UUID& since, const ScanStats& stats) {
     return tidyDocument([&](JSONWriter& json) {
         json.key("categories");
@@ -117,18 +143,7 @@ std::string digestDocument(const SnapshotDigest& digest, const UUID& since, cons
         json.key("causes");
         json.beginArray();
         for (const SnapshotDigest::Cause& cause : digest.causes) {
-            json.beginObject();
-            json.key("after");
-            json.integer(cause.after);
-            json.key("before");
-            json.integer(cause.before);
-            json.key("delta");
-            json.integer(cause.change);
-            json.key("kind");
-            json.string(rawValue(cause.kind));
-            json.key("path");
-            json.string(cause.path);
-            json.endObject();
+            writeCause(json, rawValue(cause.kind), cause.path, cause.before, cause.after, cause.change);
         }
         json.endArray();
         writeFolders(json, "goneFolders", digest.goneFolders);
@@ -136,13 +151,7 @@ std::string digestDocument(const SnapshotDigest& digest, const UUID& since, cons
         writeFolders(json, "newFolders", digest.newFolders);
         json.key("path");
         json.string(digest.rootPath);
-        json.key("since");
-        json.beginObject();
-        json.key("createdAt");
-        json.string(iso8601Text(digest.from).value_or(""));
-        json.key("id");
-        json.string(since.text());
-        json.endObject();
+        writeSince(json, since, digest.from);
         json.key("sizeMode");
         json.string(rawValue(SizeMode::allocated));
         writeSpace(json, "spaceAfter", digest.spaceAfter);
