@@ -116,7 +116,9 @@ void LookingJobs::operator()(const BrowserJobs::Find& job) const {
 void LookingJobs::operator()(const BrowserJobs::Findings& job) const {
     SpaceSaverProbe::Request request;
     request.now = context.services.now();
-    request.rules = job.rules ? *job.rules : rulesOf(AppSettings(context.services.settings()));
+    const AppSettings settings(context.services.settings());
+    request.rules = job.rules ? *job.rules : rulesOf(settings);
+    request.largeFileThreshold = std::max<std::int64_t>(settings.largeFileThresholdBytes(), 0);
     const fs::path home = context.services.home();
     // A scan of the home, or of what holds it, tells more than known places.
     if (job.tree->root().node(DiskScanner::normalize(home)) != nullptr)

@@ -52,11 +52,7 @@ constexpr std::array<std::string_view, 36> systemFolders = {"/Applications",
 } // namespace
 
 bool liesIn(const std::filesystem::path& path, const std::filesystem::path& folder) {
-    const std::string_view inner = PathUtil::withoutTrailingSlashes(path.native());
-    const std::string_view outer = PathUtil::withoutTrailingSlashes(folder.native());
-    if (outer == "/")
-        return inner.starts_with('/');
-    return inner.starts_with(outer) && (inner.size() == outer.size() || inner[outer.size()] == '/');
+    return isWithin(PathUtil::withoutTrailingSlashes(path.native()), folder);
 }
 
 std::string_view reasonToStay(const std::filesystem::path& path, const std::filesystem::path& home) {
