@@ -52,7 +52,8 @@ void expectNoMistypedWord(const std::string& typed) {
 }
 
 TidyResult move(const TrashRequest& request, TidyContext& context) {
-    expectNoMistypedWord(request.paths.front());
+    if (request.paths.size() == 1)
+        expectNoMistypedWord(request.paths.front());
     std::vector<std::string> items = itemsOf(request.paths);
     const auto incomplete = SQLiteSidecarFiles::incompleteFamilyPaths({items.begin(), items.end()});
     TidyOutcomes outcomes;

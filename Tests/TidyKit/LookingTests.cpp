@@ -180,6 +180,15 @@ TEST(FindingsCommand, PlacesAndRulesOfAHome) {
                 HasSubstr("Nothing worth clearing"));
 }
 
+TEST(ReportCommand, CalledOffBeforeTheScanIsKeptItSaysSo) {
+    Scene scene;
+    scene.services.ledger = [&](const ScanResult&, const CancellationToken&) {
+        scene.surroundings.interruption->interrupt();
+        return VolumeLedger();
+    };
+    EXPECT_EQ(scene.run({"report", scene.home.path().string()}).exitCode, 130);
+}
+
 TEST(VolumesCommand, ListsAndWatches) {
     Scene scene;
     VolumeInfo volume{.url = "/data/",
