@@ -85,6 +85,7 @@ bool ScanQueue::take(std::vector<WorkItem>& batch, std::shared_ptr<SharedFolder>
         // The next one that comes helps with another.
         std::ranges::rotate(offered_, offered_.end() - 1);
         shared->join();
+        noteHunger();
         ++busyWorkers_;
         currentFolder_ = shared->item.folder;
         return true;

@@ -15,12 +15,14 @@ namespace tarnwell {
 namespace {
 
 /// Bytes of the records that are taken in one turn: some seven hundred names. Few folders hold more, and
-/// nobody waits long for the last turn.
+/// nobody waits long for the last turn. Where somebody has nothing to do the first turns are short, so that a
+/// folder of a thousand files, too, is worth a helper.
 constexpr std::size_t turnLength = 32768;
+constexpr std::size_t firstTurnLength = 4096;
 
-/// So often a thread waits in a turn whose entries come from a disk. Waiting for another worker's turn to end
-/// is one or two.
-constexpr std::int64_t fewWaits = 8;
+/// So often a thread waits in a turn though all entries are in the kernel's caches: for another's turn to
+/// end. With those of a disk it waits ten times and more.
+constexpr std::int64_t fewWaits = 3;
 
 } // namespace
 
@@ -28,7 +30,9 @@ constexpr std::int64_t fewWaits = 8;
 long ScanWorker::nextRecords(std::span<std::byte> buffer) {
     if (isLeavingEarly())
         return 0;
-    buffer = buffer.first(std::min(buffer.size(), turnLength));
+    const bool isShort = shared_ != nullptr || context_.queue.isHungry();
+    const std::size_t length = isShort && turnCount_ < 3 ? firstTurnLength << turnCount_ : turnLength;
+    buffer = buffer.first(std::min(buffer.size(), length));
     const long filled = shared_ != nullptr
                             ? shared_->read(context_.calls, buffer)
                             : context_.calls.readPacked(descriptor_, buffer.data(), buffer.size());

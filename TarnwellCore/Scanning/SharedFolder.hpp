@@ -45,8 +45,8 @@ struct FolderShare {
 class SharedFolder {
 public:
     /// `item` and the descriptor are the owner's, and last until `collect` returns.
-    SharedFolder(const WorkItem& item, int descriptor, FileNode* collapseTarget)
-        : item(item), descriptor(descriptor), collapseTarget(collapseTarget) {}
+    SharedFolder(const WorkItem& owned, int opened, FileNode* target)
+        : item(owned), descriptor(opened), collapseTarget(target) {}
 
     const WorkItem& item;
     const int descriptor;

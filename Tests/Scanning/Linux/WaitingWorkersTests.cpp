@@ -11,6 +11,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstddef>
@@ -23,6 +24,8 @@
 
 namespace tarnwell {
 namespace {
+
+constexpr std::size_t fewRecords = 4096; // so that it takes some readings to find three thousand files
 
 std::mutex readersMutex;
 std::set<long> readers; // thread numbers; guarded by readersMutex
@@ -38,7 +41,7 @@ DirectoryCalls slowCalls() {
         }
         if (reads++ % 1000 < slowReads)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        return DirectoryCalls::live().readPacked(folder, buffer, size);
+        return DirectoryCalls::live().readPacked(folder, buffer, std::min(size, fewRecords));
     };
     return calls;
 }
@@ -88,6 +91,34 @@ TEST(WaitingWorkers, JoinUnlessTheirNumberIsGivenOrMemoryIsLimited) {
         EXPECT_LE(readers.size(), one.most);
     }
     ::setrlimit(RLIMIT_AS, &original);
+}
+
+TEST(WaitingWorkers, JoinInAFolderThatIsAllThereIs) {
+    if (isMemoryLimited())
+        GTEST_SKIP() << "mapped memory is limited here";
+    const test::TemporaryFolder folder;
+    for (std::uint64_t index = 0; index < 3000; ++index)
+        folder.makeFile(std::to_string(index), index % 3);
+    const auto oracle = test::measureFolder(folder.path());
+    static std::atomic<int> asked;
+    static std::atomic<int> slowEntries; // the first ones
+    DirectoryCalls calls = slowCalls();
+    slowReads = 0;
+    calls.extendedStatus = [](int parent, const char* name, void* status) {
+        if (asked++ < slowEntries)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        return DirectoryCalls::live().extendedStatus(parent, name, status);
+    };
+    for (const int slow : {3000, 1500, 500}) { // they leave again when the rest is fast
+        asked = 0;
+        slowEntries = slow;
+        readers.clear();
+        const ScanResult result = ScanEngine(folder.path().string(), {}, true, calls).run();
+        test::expectAgreement(*result.root, oracle);
+        if (slow == 3000) {
+            EXPECT_GT(readers.size(), 4u) << "none has joined";
+        }
+    }
 }
 
 TEST(WaitingWorkers, LeaveAndJoinAgainWithoutLosingAnything) {
