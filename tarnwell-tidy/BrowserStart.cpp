@@ -1,5 +1,6 @@
 #include "BrowserStart.hpp"
 
+#include "TarnwellCore/Text/HarmlessText.hpp"
 #include "TarnwellTidyKit/Browser/Browser.hpp"
 #include "TarnwellTidyKit/Screen/CursesScreen.hpp"
 
@@ -7,41 +8,72 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 
 namespace tarnwell {
 
 namespace {
 
 /// Libraries that complain on standard error would write into the picture: while one exists, what is written
-/// there goes nowhere, where that is a terminal.
-class QuietErrors {
+/// there is kept, where that is a terminal, and shown afterwards.
+class KeptErrors {
 public:
-    QuietErrors() {
+    KeptErrors() {
         if (::isatty(STDERR_FILENO) != 1)
             return;
+        file_ = std::tmpfile(); // without one it goes nowhere
+        const int place = file_ != nullptr ? ::fileno(file_) : ::open("/dev/null", O_WRONLY | O_CLOEXEC);
         before_ = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
-        const int nothing = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-        if (before_ >= 0 && nothing >= 0)
-            ::dup2(nothing, STDERR_FILENO);
-        if (nothing >= 0)
-            ::close(nothing);
+        if (before_ >= 0 && place >= 0) {
+            ::fcntl(place, F_SETFD, FD_CLOEXEC);
+            ::fcntl(place, F_SETFL, O_APPEND); // others write there, too, and one reads
+            ::dup2(place, STDERR_FILENO);
+        }
+        if (file_ == nullptr && place >= 0)
+            ::close(place);
     }
-    ~QuietErrors() {
-        if (before_ < 0)
-            return;
-        ::dup2(before_, STDERR_FILENO);
-        ::close(before_);
+    ~KeptErrors() {
+        if (before_ >= 0) {
+            ::dup2(before_, STDERR_FILENO);
+            ::close(before_);
+        }
+        if (file_ != nullptr)
+            std::fclose(file_); // NOLINT(cert-err33-c)
     }
-    QuietErrors(const QuietErrors&) = delete;
-    QuietErrors& operator=(const QuietErrors&) = delete;
+    KeptErrors(const KeptErrors&) = delete;
+    KeptErrors& operator=(const KeptErrors&) = delete;
 
     /// What standard error was before.
     int before() const { return before_ >= 0 ? before_ : STDERR_FILENO; }
 
+    /// What was written so far: the end, where that is much. Harmless to a terminal.
+    std::string text() const {
+        constexpr off_t most = 16'384;
+        if (file_ == nullptr)
+            return {};
+        const int descriptor = ::fileno(file_);
+        const off_t size = ::lseek(descriptor, 0, SEEK_END);
+        std::string bytes(static_cast<std::size_t>(std::clamp<off_t>(size, 0, most)), '\0');
+        const ssize_t count =
+            ::pread(descriptor, bytes.data(), bytes.size(), std::max<off_t>(size - most, 0));
+        bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        std::string lines;
+        for (std::string_view rest = bytes; !rest.empty();) {
+            const auto end = rest.find('\n');
+            lines += harmless(rest.substr(0, end)) + "\n";
+            rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
+        }
+        return lines;
+    }
+
 private:
+    std::FILE* file_ = nullptr;
     int before_ = -1;
 };
 
@@ -75,17 +107,25 @@ CursesScreen::Ground ground(AppTheme theme) {
 }
 
 std::int32_t browse(const BrowseRequest& request, const std::string& folder, TidyContext& context) {
-    CursesScreen screen(
-        {.ground = ground(context.settings().theme()),
-         .hasColours = request.color == TidyColor::always ||
-                       (request.color == TidyColor::automatic && context.surroundings.hasColors)});
-    const QuietErrors quiet;
-    return runBrowser(screen,
-                      {.folder = folder,
-                       .isReadOnly = request.isReadOnly,
-                       .services = &context.services,
-                       .surroundings = &context.surroundings,
-                       .shell = [&quiet](const std::string& place) { runShell(place, quiet.before()); }});
+    std::int32_t status = 0;
+    std::string errors;
+    {
+        CursesScreen screen(
+            {.ground = ground(context.settings().theme()),
+             .hasColours = request.color == TidyColor::always ||
+                           (request.color == TidyColor::automatic && context.surroundings.hasColors)});
+        const KeptErrors kept;
+        status = runBrowser(screen,
+                            {.folder = folder,
+                             .isReadOnly = request.isReadOnly,
+                             .choices = request.scan,
+                             .services = &context.services,
+                             .surroundings = &context.surroundings,
+                             .shell = [&kept](const std::string& place) { runShell(place, kept.before()); }});
+        errors = kept.text();
+    }
+    std::fputs(errors.c_str(), stderr); // NOLINT(cert-err33-c)
+    return status;
 }
 
 } // namespace

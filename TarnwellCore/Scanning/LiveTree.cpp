@@ -122,6 +122,7 @@ public:
         return position == places_.end() ? std::nullopt : std::optional(position->second);
     }
     const MirroredFolder& operator[](std::uint32_t place) const { return folders_[place]; }
+    std::int64_t unreadableCount() const { return unreadableCount_; }
 
     LiveFolder folder(std::uint32_t place) const {
         const MirroredFolder& folder = folders_[place];
@@ -142,6 +143,7 @@ private:
         if (!folders_[place].isRead) {
             folders_[place].isRead = true;
             folders_[place].flags = record.flags;
+            unreadableCount_ += record.flags.contains(FileNodeFlags::inaccessible) ? 1 : 0;
         }
         if (record.kind == LiveRecord::Kind::settled) {
             const FileNode& node = *record.node;
@@ -169,6 +171,7 @@ private:
         MirroredFolder& folder = folders_[place];
         folder.isRead = true;
         folder.flags = record.flags;
+        unreadableCount_ += record.flags.contains(FileNodeFlags::inaccessible) ? 1 : 0;
         folder.sums.open = 0;
         noteDelta(place, {.bytes = bytesOf(*record.node)});
     }
@@ -188,6 +191,7 @@ private:
     std::unordered_map<const FileNode*, std::uint32_t> places_;
     std::vector<std::uint32_t> changed_; // a heap, the last folder first
     std::vector<Delta> deltas_;          // of those, by their `pendingDelta`
+    std::int64_t unreadableCount_ = 0;
 };
 
 const std::shared_ptr<const Files>& noFiles() {
@@ -315,7 +319,11 @@ std::optional<LivePage> LiveTree::State::look(const FileNode* node) {
     }
     if (files == nullptr)
         return std::nullopt;
-    LivePage page{.state = phase, .folder = mirror.folder(*place), .files = *files, .tree = arena};
+    LivePage page{.state = phase,
+                  .folder = mirror.folder(*place),
+                  .files = *files,
+                  .unreadableCount = mirror.unreadableCount(),
+                  .tree = arena};
     const MirroredFolder& folder = mirror[*place];
     page.folders.reserve(folder.countBelow);
     for (std::uint32_t below = 0; below < folder.countBelow; ++below)

@@ -96,6 +96,9 @@ struct LivePage {
     /// The files directly in it, larger `size` first, equal ones by name. Never null; empty until the folder
     /// was read. The same list, not one that is equal, at every look from then on until the scan ends.
     std::shared_ptr<const std::vector<LiveFile>> files = {};
+    /// Of the whole scan, the folders that could not be read so far. Nothing once it is finished: its result
+    /// tells then.
+    std::int64_t unreadableCount = 0;
     /// Keeps the nodes alive.
     std::shared_ptr<const void> tree = {};
 };

@@ -76,7 +76,7 @@ void forEach(const JobContext& context, const std::vector<std::string>& paths, A
 
 void JobRunner::operator()(const BrowserRequest& request, const CancellationToken& token,
                            const WorkQueue::Post& post) const {
-    const JobContext context{services_, surroundings_, isReadOnly_, scan_, request.id, token, post};
+    const JobContext context{services_, surroundings_, isReadOnly_, scan_, choices_, request.id, token, post};
     std::visit(
         [&]<class Job>(const Job& job) {
             if constexpr (std::invocable<LookingJobs, const Job&>)

@@ -38,20 +38,23 @@ public:
     Browser(Screen& screen, const BrowserSetup& setup)
         : screen_(screen),
           setup_(setup),
-          queue_(JobRunner(*setup.services, *setup.surroundings, setup.isReadOnly, setup.scan),
+          queue_(JobRunner(*setup.services, *setup.surroundings, setup.isReadOnly, setup.scan, setup.choices),
                  [&screen] { screen.wake(); }) {
         const BrowserMemory memory = BrowserMemory::load(AppSettings(setup.services->settings()));
         state_.view = memory.view == BrowserView::found || memory.view == BrowserView::outcomes
                           ? BrowserView::list
                           : memory.view;
         state_.choice.sort = memory.sort;
-        state_.choice.mode = memory.mode;
+        state_.choice.mode = setup.choices.sizeMode.value_or(memory.mode);
+        state_.rememberedMode = memory.mode;
+        state_.chosenMode = setup.choices.sizeMode;
         state_.choice.showsHidden = memory.showsHidden;
         state_.columns = memory.columns;
         state_.lastFolder = memory.folder;
         state_.asksBeforeTrash = memory.asksBeforeTrash;
         state_.isReadOnly = setup.isReadOnly;
         state_.home = setup.services->home().native();
+        state_.homeFolder = std::make_shared<const HomeFolder>(state_.home);
         state_.now = setup.services->now;
         size_ = screen.size();
         isUnicode_ = screen.abilities().isUnicode;

@@ -2,6 +2,7 @@
 
 // The browser on a screen: takes its events, changes the state, has jobs done, draws.
 
+#include "TarnwellTidyKit/Commands/TidyChoices.hpp"
 #include "TarnwellTidyKit/Commands/TidyServices.hpp"
 #include "TarnwellTidyKit/Commands/TidySurroundings.hpp"
 #include "TarnwellTidyKit/Screen/Screen.hpp"
@@ -24,6 +25,8 @@ struct BrowserSetup {
     std::string folder = {};
     /// Forbids whatever changes something.
     bool isReadOnly = false;
+    /// What is read, and which size counts at first.
+    TidyScanChoices choices = {};
     /// Outlive the browser.
     const TidyServices* services = nullptr;
     const TidySurroundings* surroundings = nullptr;

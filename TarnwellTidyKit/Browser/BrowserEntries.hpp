@@ -31,7 +31,7 @@ struct BrowserEntry {
     bool reportsPrivateSize = false;
     /// Whether its sums still grow.
     bool isPending = false;
-    /// Null while the scan runs.
+    /// Of a scan under way, only what never changes may be asked of it (LiveTree.hpp).
     const FileNode* node = nullptr;
 
     std::int64_t sizeFor(SizeMode mode) const {
@@ -48,8 +48,12 @@ public:
     virtual ~BrowserEntries() = default;
     virtual std::size_t count() const = 0;
     virtual BrowserEntry at(std::uint32_t index) const = 0;
+    /// The node of `at(index)`, without looking into it: of a million entries that makes the difference.
+    virtual const FileNode* nodeAt(std::uint32_t index) const = 0;
     /// The folder itself.
     virtual BrowserEntry folder() const = 0;
+    /// Of the whole scan, what could not be read so far; 0 once it is done, which has its own count.
+    virtual std::int64_t unreadableSoFar() const { return 0; }
     /// Whether an entry is there no longer: it is not to be shown.
     virtual bool isGone(std::uint32_t) const { return false; }
 };
@@ -63,6 +67,7 @@ public:
 
     std::size_t count() const override { return folder_.children().size(); }
     BrowserEntry at(std::uint32_t index) const override { return entry(*folder_.children()[index]); }
+    const FileNode* nodeAt(std::uint32_t index) const override { return folder_.children()[index]; }
     BrowserEntry folder() const override { return entry(folder_); }
     bool isGone(std::uint32_t index) const override { return removals_->isGone(*folder_.children()[index]); }
 

@@ -6,6 +6,7 @@
 #include "TarnwellCore/Analysis/DuplicateResult.hpp"
 #include "TarnwellCore/Analysis/RuleEvaluator.hpp"
 #include "TarnwellCore/Analysis/Search.hpp"
+#include "TarnwellCore/Analysis/VolumeLedger.hpp"
 #include "TarnwellCore/Layout/TreemapItem.hpp"
 #include "TarnwellCore/Scanning/VolumeInfo.hpp"
 #include "TarnwellCore/Snapshots/GrowthTrend.hpp"
@@ -66,6 +67,16 @@ struct ScanProgressed {
 struct ScanEnded {
     std::uint64_t id;
     std::shared_ptr<const BrowserTree> tree;
+    /// The full path of the folder that was read again, where everything else is as it was before.
+    std::optional<std::string> part = {};
+};
+struct Looked {
+    std::uint64_t id;
+    /// Null while nothing is known of the folder.
+    std::shared_ptr<const BrowserEntries> entries;
+    std::shared_ptr<const Ordering> order;
+    /// What it took.
+    double seconds;
 };
 struct Ordered {
     std::uint64_t id;
@@ -108,6 +119,10 @@ struct Volumes {
     std::uint64_t id;
     std::vector<VolumeInfo> volumes;
 };
+struct LedgerMade {
+    std::uint64_t id;
+    VolumeLedger ledger;
+};
 struct History {
     std::uint64_t id;
     HistoryFound found;
@@ -139,11 +154,12 @@ struct Failed {
 
 } // namespace BrowserEvents
 
-using BrowserEvent = std::variant<BrowserEvents::ScanProgressed, BrowserEvents::ScanEnded,
-                                  BrowserEvents::Ordered, BrowserEvents::Mapped, BrowserEvents::Freed,
-                                  BrowserEvents::Figures, BrowserEvents::Found, BrowserEvents::Findings,
-                                  BrowserEvents::Rules, BrowserEvents::Duplicates, BrowserEvents::Changes,
-                                  BrowserEvents::Volumes, BrowserEvents::History, BrowserEvents::TrashListed,
-                                  BrowserEvents::Acted, BrowserEvents::Progressed, BrowserEvents::Failed>;
+using BrowserEvent =
+    std::variant<BrowserEvents::ScanProgressed, BrowserEvents::ScanEnded, BrowserEvents::Looked,
+                 BrowserEvents::LedgerMade, BrowserEvents::Ordered, BrowserEvents::Mapped,
+                 BrowserEvents::Freed, BrowserEvents::Figures, BrowserEvents::Found, BrowserEvents::Findings,
+                 BrowserEvents::Rules, BrowserEvents::Duplicates, BrowserEvents::Changes,
+                 BrowserEvents::Volumes, BrowserEvents::History, BrowserEvents::TrashListed,
+                 BrowserEvents::Acted, BrowserEvents::Progressed, BrowserEvents::Failed>;
 
 } // namespace tarnwell

@@ -14,6 +14,10 @@ struct About {
 
 struct Describing {
     About operator()(const Scan&) const { return {look, "Scan"}; }
+    About operator()(const Rescan&) const { return {look, "Scan"}; }
+    About operator()(const Look&) const { return {quick, ""}; }
+    About operator()(const Ledger&) const { return {look, ""}; }
+    About operator()(const Discard&) const { return {look, ""}; }
     About operator()(const Order&) const { return {quick, ""}; }
     About operator()(const Map&) const { return {quick, ""}; }
     About operator()(const Freed&) const { return {quick, ""}; }

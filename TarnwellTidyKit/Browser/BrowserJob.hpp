@@ -11,6 +11,7 @@
 #include "TarnwellCore/Scanning/ScanOptions.hpp"
 #include "TarnwellTidyKit/Browser/BrowserMemory.hpp"
 #include "TarnwellTidyKit/Browser/BrowserTree.hpp"
+#include "TarnwellTidyKit/Browser/LiveEntries.hpp"
 #include "TarnwellTidyKit/Browser/Ordering.hpp"
 
 #include <cstdint>
@@ -36,6 +37,19 @@ namespace BrowserJobs {
 
 struct Scan {
     std::string folder;
+};
+/// Reads one folder of a scan again, in place.
+struct Rescan {
+    std::shared_ptr<const BrowserTree> tree;
+    const FileNode* folder;
+};
+/// What a scan under way has of a folder, in its order. Takes the time of what was read since the last look,
+/// and may have to wait for the scan: no key does that.
+struct Look {
+    std::shared_ptr<const LiveSource> live;
+    /// Null for the root.
+    const FileNode* folder;
+    OrderingChoice choice;
 };
 struct Order {
     std::shared_ptr<const BrowserEntries> entries;
@@ -87,6 +101,13 @@ struct Changes {
     std::size_t number;
 };
 struct Volumes {};
+struct Ledger {
+    std::shared_ptr<const BrowserTree> tree;
+};
+/// Lets go of what is not looked at any more: a tree of a million nodes takes its time.
+struct Discard {
+    std::vector<std::shared_ptr<const void>> things;
+};
 struct History {
     std::string root;
 };
@@ -133,7 +154,8 @@ struct Remember {
 } // namespace BrowserJobs
 
 using BrowserJob =
-    std::variant<BrowserJobs::Scan, BrowserJobs::Order, BrowserJobs::Map, BrowserJobs::Freed,
+    std::variant<BrowserJobs::Scan, BrowserJobs::Rescan, BrowserJobs::Look, BrowserJobs::Ledger,
+                 BrowserJobs::Discard, BrowserJobs::Order, BrowserJobs::Map, BrowserJobs::Freed,
                  BrowserJobs::Figures, BrowserJobs::Find, BrowserJobs::Findings, BrowserJobs::Rules,
                  BrowserJobs::Duplicates, BrowserJobs::Changes, BrowserJobs::Volumes, BrowserJobs::History,
                  BrowserJobs::TrashList, BrowserJobs::Trash, BrowserJobs::Undo, BrowserJobs::Restore,

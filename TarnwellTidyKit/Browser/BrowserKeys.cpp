@@ -53,7 +53,7 @@ constexpr BrowserKey looking[] = {
      "Search the folder: words, >100MB, <1GB, and the options of find such as --older 1y", 45},
     {older, "[", "", "older", "In changes: compare with the snapshot before", 36},
     {newer, "]", "", "newer", "In changes: compare with the snapshot after", 37},
-    {rescan, "r|<F5>", "r", "rescan", "Scan this folder again", 70},
+    {rescan, "r|<F5>", "r", "rescan", "Read this folder again, in place", 70},
     {snapshot, "w", "", "snapshot", "Take a snapshot, to compare with later", 71},
 };
 constexpr BrowserKey marking[] = {
@@ -155,10 +155,10 @@ bool isAvailableInView(BrowserCommand command, const BrowserState& state) {
     case filter:
         return isList;
     case markAll:
-        return state.tree != nullptr && !state.isScanning() && hasRows && !state.isReadOnly &&
+        return mayMark(state) && hasRows &&
                (isList || view == BrowserView::found || view == BrowserView::largest);
     case range:
-        return isAvailableInView(markAll, state);
+        return state.tree != nullptr && isAvailableInView(markAll, state); // rows of a scan move
     case itemsColumn:
     case modifiedColumn:
     case sizesColumn:
@@ -208,7 +208,7 @@ bool isAvailable(BrowserCommand command, const BrowserState& state) {
     case rescan:
         return !state.rootPath.empty() && !state.isScanning();
     case mark:
-        return mayAct(state) && showsItems(state.view) && target(state).has_value();
+        return mayMark(state) && showsItems(state.view) && target(state).has_value();
     case unmark:
         return !state.marks.isEmpty();
     case trash:

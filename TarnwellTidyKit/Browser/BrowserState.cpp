@@ -1,6 +1,7 @@
 #include "TarnwellTidyKit/Browser/BrowserState.hpp"
 
 #include "TarnwellTidyKit/Browser/BrowserPaths.hpp"
+#include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
 
 #include <algorithm>
 
@@ -147,7 +148,13 @@ std::string_view reasonToStay(const BrowserState& state, const FileNode& node) {
     for (const FileNode* above = state.folder; above != nullptr; above = above->parent())
         if (above == &node)
             return "It holds the folder that is shown.";
-    return state.tree ? state.tree->reasonToStay(node) : std::string_view();
+    if (state.tree)
+        return state.tree->reasonToStay(node);
+    return state.homeFolder ? tarnwell::reasonToStay(node.path(), *state.homeFolder) : std::string_view();
+}
+
+bool mayMark(const BrowserState& state) {
+    return !state.isReadOnly && (state.tree != nullptr || state.live != nullptr);
 }
 
 bool mayAct(const BrowserState& state) {

@@ -3,6 +3,7 @@
 // Everything that the browser shows, as one value. Views look at it, events change it (BrowserUpdate.hpp);
 // nothing here knows of cells, and nothing waits.
 
+#include "TarnwellCore/Analysis/HomeFolder.hpp"
 #include "TarnwellCore/Layout/TreemapItem.hpp"
 #include "TarnwellTidyKit/Browser/BrowserEvent.hpp"
 #include "TarnwellTidyKit/Browser/BrowserJob.hpp"
@@ -16,6 +17,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -120,8 +122,6 @@ struct BrowserState {
     std::shared_ptr<const Removals> removals = std::make_shared<Removals>();
     /// Where one stands; null before anything is known. A node of the tree, finished or not.
     const FileNode* folder = nullptr;
-    /// To be gone to as soon as it is known: relative to the root.
-    std::string wantedPlace;
     /// An entry to be selected as soon as its folder is shown.
     const FileNode* wantedEntry = nullptr;
     /// The entry of the list's row where one stands.
@@ -129,6 +129,11 @@ struct BrowserState {
 
     std::uint64_t scanAwaited = 0;
     ScanProgress progress;
+    /// A look at the scan under way, and how many seconds into the scan the next one may be taken.
+    std::uint64_t lookAwaited = 0;
+    double nextLook = 0;
+    /// Full paths of what went while a scan read: it may have found them before.
+    std::set<std::string> goneMeanwhile;
     bool isScanning() const { return scanAwaited != 0; }
 
     // --- How it is shown ------------------------------------------------------------------------------
@@ -180,6 +185,7 @@ struct BrowserState {
     Loaded<std::shared_ptr<const ChangesFound>> changes;
     std::size_t snapshotNumber = 0;
     Loaded<std::vector<VolumeInfo>> volumes;
+    Loaded<VolumeLedger> ledger;
     Loaded<HistoryFound> history;
     Loaded<TrashListing> trash;
 
@@ -209,7 +215,12 @@ struct BrowserState {
     // --- What does not change -------------------------------------------------------------------------
 
     std::string home;
+    /// The same by all its names.
+    std::shared_ptr<const HomeFolder> homeFolder;
     std::string lastFolder;
+    /// The size mode of the settings, and one that was asked for at the start: that is not remembered.
+    SizeMode rememberedMode = SizeMode::apparent;
+    std::optional<SizeMode> chosenMode;
     bool isReadOnly = false;
     bool asksBeforeTrash = true;
     std::function<Date()> now;
@@ -233,8 +244,14 @@ std::string folderPath(const BrowserState& state);
 std::string placeOf(const BrowserState& state, const FileNode* node);
 /// Why an item cannot be marked or moved away; empty when it can.
 std::string_view reasonToStay(const BrowserState& state, const FileNode& node);
+/// Whether items can be marked: those of a scan under way are those of its result.
+bool mayMark(const BrowserState& state);
 /// Whether acts have what they need: a finished scan, and leave to change things.
 bool mayAct(const BrowserState& state);
+/// Whether a list of this width shows every column by itself.
+constexpr bool hasRoomForAll(double width) {
+    return width >= 150;
+}
 /// The start of the rows of a path for people: with a tilde for the home.
 std::string shortPath(const BrowserState& state, std::string_view path);
 

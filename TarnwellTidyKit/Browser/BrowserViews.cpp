@@ -41,19 +41,30 @@ BrowserLayout layoutOf(const BrowserState& state, GridSize size) {
     layout.tabs = takeTop(size.height >= 8);
     layout.heads = takeTop(size.height >= 10 && hasHeads(state.view));
     layout.body = {0, top, width, std::max(bottom - top, 0)};
+    const bool isVolumes = state.view == BrowserView::volumes;
     const bool isWide = width >= 130;
-    if (state.togglesDetails == isWide || state.view == BrowserView::volumes || state.folder == nullptr)
-        return layout;
-    if (width >= 90) {
-        const int columns = std::min(width / 3, 64);
-        layout.details = {width - columns, layout.body.row - layout.heads.height, columns,
-                          layout.body.height + layout.heads.height};
-        layout.body.width = width - columns - 1;
-        layout.heads.width = layout.body.width;
-    } else if (layout.body.height >= 6) {
-        const int rows = std::min(layout.body.height / 2, 10);
-        layout.details = {0, layout.body.row + layout.body.height - rows, width, rows};
-        layout.body.height -= rows;
+    // With the volumes: where the bytes of the browsed one are.
+    const bool isShown = isVolumes ? state.tree != nullptr && (isWide != state.togglesDetails ||
+                                                               (!isWide && layout.body.height >= 18))
+                                   : state.folder != nullptr && state.togglesDetails != isWide;
+    if (isShown) {
+        if (isWide || (width >= 90 && !isVolumes)) {
+            const int columns = std::min(width / 3, 64);
+            layout.details = {width - columns, layout.body.row - layout.heads.height, columns,
+                              layout.body.height + layout.heads.height};
+            layout.body.width = width - columns - 1;
+            layout.heads.width = layout.body.width;
+        } else if (layout.body.height >= 6) {
+            const int rows = isVolumes ? std::min(layout.body.height - 4, ledgerEntryCount + 2)
+                                       : std::min(layout.body.height / 2, 10);
+            layout.details = {0, layout.body.row + layout.body.height - rows, width, rows};
+            layout.body.height -= rows;
+        }
+    }
+    if (hasHistoryChart(state) && layout.body.height >= 14 && layout.body.width >= 40) {
+        layout.chart = {0, layout.body.row, layout.body.width, std::min(layout.body.height / 2, 24)};
+        layout.body.row += layout.chart.height;
+        layout.body.height -= layout.chart.height;
     }
     return layout;
 }
@@ -74,6 +85,8 @@ BrowserPicture drawn(const BrowserState& state, GridSize size, bool isUnicode) {
         drawHelp(pane(area));
     } else {
         views[static_cast<std::size_t>(state.view)](pane(layout.body, layout.heads));
+        if (layout.chart.height > 0)
+            drawHistoryChart(pane(layout.chart));
         if (layout.details.height > 0)
             drawDetails(pane(layout.details));
     }

@@ -16,7 +16,10 @@ struct BrowserLayout {
     GridArea title;
     GridArea tabs;
     GridArea heads;
+    /// Over the rows of the history.
+    GridArea chart;
     GridArea body;
+    /// Of the item; with the volumes, the ledger.
     GridArea details;
     GridArea status;
     GridArea keys;

@@ -4,6 +4,7 @@
 
 #include "TarnwellTidyKit/Browser/Browser.hpp"
 #include "TarnwellTidyKit/Browser/WorkQueue.hpp"
+#include "TarnwellTidyKit/Commands/TidyChoices.hpp"
 #include "TarnwellTidyKit/Commands/TidyServices.hpp"
 #include "TarnwellTidyKit/Commands/TidySurroundings.hpp"
 
@@ -16,8 +17,12 @@ namespace tarnwell {
 class JobRunner {
 public:
     JobRunner(const TidyServices& services, const TidySurroundings& surroundings, bool isReadOnly,
-              BrowserScan scan = {})
-        : services_(services), surroundings_(surroundings), isReadOnly_(isReadOnly), scan_(std::move(scan)) {}
+              BrowserScan scan = {}, TidyScanChoices choices = {})
+        : services_(services),
+          surroundings_(surroundings),
+          isReadOnly_(isReadOnly),
+          scan_(std::move(scan)),
+          choices_(std::move(choices)) {}
 
     /// For `WorkQueue::Work`.
     void operator()(const BrowserRequest& request, const CancellationToken& token,
@@ -28,6 +33,7 @@ private:
     const TidySurroundings& surroundings_;
     bool isReadOnly_;
     BrowserScan scan_;
+    TidyScanChoices choices_;
 };
 
 /// What a job has at hand.
@@ -36,6 +42,7 @@ struct JobContext {
     const TidySurroundings& surroundings;
     bool isReadOnly;
     const BrowserScan& scan;
+    const TidyScanChoices& choices;
     std::uint64_t id;
     const CancellationToken& token;
     const WorkQueue::Post& post;
@@ -46,6 +53,10 @@ struct LookingJobs {
     const JobContext& context;
 
     void operator()(const BrowserJobs::Scan& job) const;
+    void operator()(const BrowserJobs::Rescan& job) const;
+    void operator()(const BrowserJobs::Look& job) const;
+    void operator()(const BrowserJobs::Ledger& job) const;
+    void operator()(const BrowserJobs::Discard& job) const;
     void operator()(const BrowserJobs::Order& job) const;
     void operator()(const BrowserJobs::Map& job) const;
     void operator()(const BrowserJobs::Freed& job) const;

@@ -31,7 +31,12 @@ public:
                 .isPending = true,
                 .node = &node};
     }
+    const FileNode* nodeAt(std::uint32_t index) const override {
+        return index < page_.folders.size() ? page_.folders[index].node
+                                            : (*page_.files)[index - page_.folders.size()].node;
+    }
     BrowserEntry folder() const override { return entry(page_.folder); }
+    std::int64_t unreadableSoFar() const override { return page_.unreadableCount; }
 
 private:
     static BrowserEntry entry(const LiveFolder& folder) {

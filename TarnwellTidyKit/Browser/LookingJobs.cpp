@@ -3,9 +3,12 @@
 #include "TarnwellTidyKit/Browser/JobRunner.hpp"
 #include "TarnwellTidyKit/Browser/LiveTreeSource.hpp"
 #include "TarnwellTidyKit/Commands/SnapshotCauses.hpp"
+#include "TarnwellTidyKit/Commands/TidyContext.hpp"
 #include "TarnwellTidyKit/Commands/TidyText.hpp"
 
 #include <algorithm>
+#include <chrono>
+#include <functional>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -38,28 +41,97 @@ std::vector<CleanupRule> rulesOf(const AppSettings& settings) {
 
 } // namespace
 
-void LookingJobs::operator()(const BrowserJobs::Scan& job) const {
-    const AppSettings settings(context.services.settings());
-    const auto live = std::make_shared<LiveTree>();
-    const auto source = std::make_shared<const LiveTreeSource>(live);
-    ScanResult result = [&] {
-        const auto report = [&](const ScanProgress& progress) {
-            context.post(BrowserEvents::ScanProgressed{context.id, progress, source});
-        };
-        if (context.scan)
-            return context.scan(job.folder, settings.scanOptions(), report, context.token, live);
-        return DiskScanner().scan(job.folder, settings.scanOptions(), report, context.token, live).get();
-    }();
-    auto tree = std::make_shared<const BrowserTree>(std::move(result), context.services.home());
-    context.post(BrowserEvents::ScanEnded{context.id, tree});
+namespace {
+
+/// Tells of a scan soon after its start, when there are the first rows to see, and then less and less often.
+class ScanReports {
+public:
+    static constexpr double first = 0.02; // seconds
+
+    explicit ScanReports(std::function<void(const ScanProgress&)> post) : post_(std::move(post)) {}
+    void operator()(const ScanProgress& progress) {
+        constexpr double longest = 0.1;
+        if (progress.elapsed < due_)
+            return;
+        due_ = progress.elapsed + pause_;
+        pause_ = std::min(pause_ * 2, longest);
+        post_(progress);
+    }
+
+private:
+    std::function<void(const ScanProgress&)> post_;
+    double due_ = 0;
+    double pause_ = first;
+};
+
+void noteScan(const JobContext& context, const ScanResult& scan) {
     if (context.isReadOnly)
         return;
     try {
-        context.services.history().note(
-            ScanRecord::of(tree->scan(), context.services.volumeContaining(tree->root().url())));
+        context.services.history().note(ScanRecord::of(
+            scan, context.services.volumeContaining(scan.root->url()), context.services.now()));
     } catch (const std::exception&) {
         // A history that cannot be written now misses a scan; nobody is to be bothered with that.
     }
+}
+
+} // namespace
+
+void LookingJobs::operator()(const BrowserJobs::Scan& job) const {
+    TidyContext commands(context.services, context.surroundings);
+    ScanOptions options = commands.scanOptions(context.choices);
+    options.progressInterval = ScanReports::first;
+    const auto live = std::make_shared<LiveTree>();
+    ScanResult result = [&] {
+        ScanReports report(
+            [this, source = std::make_shared<const LiveTreeSource>(live)](const auto& progress) {
+                context.post(BrowserEvents::ScanProgressed{context.id, progress, source});
+            });
+        if (context.scan)
+            return context.scan(job.folder, options, report, context.token, live);
+        return DiskScanner().scan(job.folder, options, report, context.token, live).get();
+    }();
+    auto tree = std::make_shared<const BrowserTree>(std::move(result), context.services.home());
+    context.post(BrowserEvents::ScanEnded{context.id, tree});
+    noteScan(context, tree->scan());
+}
+
+void LookingJobs::operator()(const BrowserJobs::Rescan& job) const {
+    const std::string folder = job.folder->path();
+    ScanResult result =
+        DiskScanner()
+            .rescan(job.tree->scan(), *job.folder, ScanReports([this](const ScanProgress& progress) {
+                        context.post(BrowserEvents::ScanProgressed{context.id, progress, nullptr});
+                    }),
+                    context.token)
+            .get();
+    // Where everything had to be read, what the folders themselves take is known.
+    const bool isWhole = result.folderBytes.has_value();
+    auto tree = std::make_shared<const BrowserTree>(std::move(result), context.services.home());
+    context.post(BrowserEvents::ScanEnded{context.id, tree, isWhole ? std::nullopt : std::optional(folder)});
+    if (isWhole)
+        noteScan(context, tree->scan());
+}
+
+void LookingJobs::operator()(const BrowserJobs::Look& job) const {
+    const auto begin = std::chrono::steady_clock::now();
+    std::shared_ptr<const BrowserEntries> entries = job.live->look(job.folder);
+    std::shared_ptr<const Ordering> order;
+    if (entries)
+        order = std::make_shared<const Ordering>(ordered(*entries, job.choice, {}, context.token));
+    if (context.token.isCancelled())
+        return;
+    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
+    context.post(BrowserEvents::Looked{context.id, std::move(entries), std::move(order), time.count()});
+}
+
+void LookingJobs::operator()(const BrowserJobs::Ledger& job) const {
+    context.post(
+        BrowserEvents::LedgerMade{context.id, context.services.ledger(job.tree->scan(), context.token)});
+}
+
+void LookingJobs::operator()(const BrowserJobs::Discard&) const {
+    // The request holds them, and goes when this is done.
 }
 
 void LookingJobs::operator()(const BrowserJobs::Order& job) const {

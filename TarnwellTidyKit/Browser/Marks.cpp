@@ -1,5 +1,6 @@
 #include "TarnwellTidyKit/Browser/Marks.hpp"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace tarnwell {
@@ -72,6 +73,17 @@ void Marks::addChildren(const FileNode& folder, const std::vector<const FileNode
     }
     for (const FileNode* above = &folder; above != nullptr && added != 0; above = above->parent())
         below_[above] += added;
+}
+
+void Marks::addAll(const std::vector<const FileNode*>& nodes) {
+    for (auto begin = nodes.begin(); begin != nodes.end();) {
+        const FileNode* folder = (*begin)->parent();
+        const auto end =
+            std::find_if(begin, nodes.end(), [&](const FileNode* node) { return node->parent() != folder; });
+        if (folder != nullptr)
+            addChildren(*folder, {begin, end});
+        begin = end;
+    }
 }
 
 bool Marks::remove(const FileNode& node) {

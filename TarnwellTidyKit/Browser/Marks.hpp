@@ -26,6 +26,8 @@ public:
     bool add(const FileNode& node);
     /// Those of one folder, which is not marked itself, at the cost of one.
     void addChildren(const FileNode& folder, const std::vector<const FileNode*>& children);
+    /// Of any folders; best those of one folder behind one another.
+    void addAll(const std::vector<const FileNode*>& nodes);
     bool remove(const FileNode& node);
     void clear();
     /// In no order.

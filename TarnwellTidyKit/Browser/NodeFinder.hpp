@@ -20,6 +20,8 @@ public:
 
     /// `path` is full, or relative to the root. Null when there is none.
     const FileNode* find(std::string_view path);
+    /// What lies at the path of a node of another tree; a node of this tree is its own answer.
+    const FileNode* like(const FileNode& node) { return &node.root() == &root_ ? &node : find(node.path()); }
 
 private:
     using Names = std::unordered_map<std::string_view, const FileNode*>;

@@ -1,6 +1,7 @@
 #include "TarnwellTidyKit/Browser/TypedText.hpp"
 #include "TarnwellTidyKit/Browser/UpdateParts.hpp"
 #include "TarnwellTidyKit/Commands/FindingsCommand.hpp"
+#include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
 #include "TarnwellTidyKit/Commands/TidyText.hpp"
 
 #include <algorithm>
@@ -156,17 +157,20 @@ void toggle(BrowserState& state, const FileNode& node) {
 void markRows(BrowserState& state, std::size_t begin, std::size_t end) {
     std::size_t refused = 0;
     std::vector<const FileNode*> children; // of the folder, which may hold very many
+    const bool isList = state.view == BrowserView::list;
+    const bool isChecked = !isList || state.tree != nullptr || state.homeFolder == nullptr ||
+                           mayHoldWhatStays(folderPath(state), *state.homeFolder);
     for (std::size_t row = begin; row < end; ++row) {
         const FileNode* node = nullptr;
-        if (state.view == BrowserView::list)
-            node = state.entries->at(state.order->rows[row]).node;
+        if (isList)
+            node = state.entries->nodeAt(state.order->rows[row]);
         else if (const auto item = targetAt(state, row))
             node = item->node;
         if (node == nullptr)
             continue;
-        if (!reasonToStay(state, *node).empty())
+        if (isChecked && !reasonToStay(state, *node).empty())
             ++refused;
-        else if (state.view == BrowserView::list)
+        else if (isList)
             children.push_back(node);
         else
             state.marks.add(*node);

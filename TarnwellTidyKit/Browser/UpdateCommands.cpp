@@ -47,6 +47,9 @@ void setMode(BrowserState& state, SizeMode mode) {
 
 void toggleColumn(BrowserState& state, BrowserColumn column) {
     state.columns ^= static_cast<unsigned>(column);
+    if (column != BrowserColumn::change && hasRoomForAll(state.mapWidth))
+        say(state, std::string("There is room for every column; on a narrower screen this one is ") +
+                       (state.has(column) ? "shown." : "left out."));
     if (column == BrowserColumn::change && state.has(column) && !state.choice.earlier) {
         if (!state.changes.isLoading() && state.tree != nullptr) {
             state.changes.forget();
@@ -260,8 +263,10 @@ bool runLook(BrowserState& state, BrowserCommand command) {
         compareWith(state, state.snapshotNumber - 1);
         return true;
     case rescan:
-        state.wantedPlace = placeOf(state, state.folder);
-        scan(state, state.rootPath);
+        if (state.tree != nullptr && state.folder != nullptr)
+            scanAgain(state, *state.folder);
+        else
+            scan(state, state.rootPath);
         return true;
     case filter:
         openPrompt(state, {.kind = BrowserPrompt::Kind::filter,

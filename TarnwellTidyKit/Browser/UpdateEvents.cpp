@@ -1,4 +1,3 @@
-#include "TarnwellTidyKit/Browser/BrowserPaths.hpp"
 #include "TarnwellTidyKit/Browser/BrowserUpdate.hpp"
 #include "TarnwellTidyKit/Browser/NodeFinder.hpp"
 #include "TarnwellTidyKit/Browser/UpdateParts.hpp"
@@ -6,6 +5,7 @@
 #include "TarnwellTidyKit/Commands/TidyText.hpp"
 
 #include <algorithm>
+#include <functional>
 #include <utility>
 
 namespace tarnwell {
@@ -13,12 +13,6 @@ namespace tarnwell {
 namespace {
 
 using namespace BrowserParts;
-
-/// The node of the new tree for one of another.
-const FileNode* counterpart(const BrowserState& state, const FileNode& node, NodeFinder& finder,
-                            const FileNode& root) {
-    return &node.root() == &root ? &node : finder.find(placeOf(state, &node));
-}
 
 struct Taking {
     BrowserState& state;
@@ -37,47 +31,78 @@ struct Taking {
             return;
         state.progress = std::move(event.progress);
         state.live = event.live;
+        scanProgressed(state);
+    }
+
+    void operator()(BrowserEvents::Looked& event) const {
+        if (event.id != state.lookAwaited)
+            return;
+        state.lookAwaited = 0;
         if (state.tree == nullptr && state.live != nullptr)
-            relist(state);
+            takeLook(state, event);
+    }
+
+    /// What had gone from the tree before, in the new one: what was read again shows by itself what is there.
+    std::shared_ptr<const Removals> removalsIn(const BrowserEvents::ScanEnded& event,
+                                               NodeFinder& finder) const {
+        auto removals = std::make_shared<Removals>();
+        const auto note = [&](const std::string& path) {
+            if (const FileNode* node = finder.find(path))
+                removals->note(*node);
+        };
+        if (event.part)
+            for (const FileNode* gone : state.removals->all())
+                if (const std::string path = gone->path(); !liesIn(path, *event.part))
+                    note(path);
+        for (const std::string& path : state.goneMeanwhile)
+            note(path);
+        return removals;
     }
 
     void operator()(BrowserEvents::ScanEnded& event) const {
         if (event.id != state.scanAwaited)
             return;
         state.scanAwaited = 0;
+        callOff(state, state.lookAwaited);
         const FileNode& root = event.tree->root();
         // The same place in the new tree, the same item, the same marks.
-        std::string place = state.folder != nullptr ? placeOf(state, state.folder) : state.wantedPlace;
         NodeFinder finder(root);
-        const FileNode* entry =
-            state.selectedNode != nullptr ? counterpart(state, *state.selectedNode, finder, root) : nullptr;
+        const FileNode* entry = state.selectedNode != nullptr ? finder.like(*state.selectedNode) : nullptr;
+        auto removals = removalsIn(event, finder);
+        std::vector<const FileNode*> marks = state.marks.nodes();
+        std::ranges::sort(marks, std::less<>{}, [](const FileNode* node) { return node->parent(); });
         std::vector<const FileNode*> marked;
-        for (const FileNode* node : state.marks.nodes())
-            if (const FileNode* other = counterpart(state, *node, finder, root))
+        for (const FileNode* node : marks)
+            if (const FileNode* other = finder.like(*node);
+                other != nullptr && !removals->isGoneWithItsFolders(*other) &&
+                event.tree->reasonToStay(*other).empty())
                 marked.push_back(other);
+        const FileNode* folder = nullptr;
+        for (const FileNode* above = state.folder; above != nullptr && folder == nullptr;
+             above = above->parent())
+            if (const FileNode* same = finder.like(*above); same != nullptr && same->isDirectory())
+                folder = same;
         const bool isMoved = state.cursors[static_cast<std::size_t>(BrowserView::list)].isMoved;
         forgetFindings(state);
+        const bool hadMarks = !state.marks.isEmpty();
         state.marks.clear();
         state.choice.earlier = nullptr;
+        discard(state, {std::move(state.live), std::move(state.entries), std::move(state.order),
+                        std::exchange(state.tree, std::move(event.tree)), std::move(state.removals)});
+        state.live = nullptr;
         state.entries = nullptr;
         state.order = nullptr;
-        state.live = nullptr;
-        state.removals = std::make_shared<Removals>();
+        state.removals = std::move(removals);
+        state.goneMeanwhile.clear();
         state.rootPath = root.path();
-        const FileNode* folder = place.empty() ? &root : root.node(place);
-        while (folder == nullptr || !folder->isDirectory()) {
-            place = std::string(parentPath(place));
-            folder = place.empty() ? &root : root.node(place);
-        }
-        state.folder = folder;
-        state.tree = std::move(event.tree);
-        state.wantedPlace.clear();
-        for (const FileNode* node : marked)
-            state.marks.add(*node);
+        state.folder = folder != nullptr ? folder : &root;
+        while (state.folder->parent() != nullptr && state.removals->isGoneWithItsFolders(*state.folder))
+            state.folder = state.folder->parent();
+        state.marks.addAll(marked);
         state.selectedNode = entry;
         state.wantedEntry = isMoved ? entry : nullptr;
         relist(state);
-        if (!state.marks.isEmpty())
+        if (hadMarks)
             marksChanged(state);
         if (state.has(BrowserColumn::change)) {
             state.changes.subject = state.tree.get();
@@ -145,6 +170,9 @@ struct Taking {
     void operator()(BrowserEvents::Volumes& event) const {
         take(state.volumes, event.id, std::move(event.volumes));
     }
+    void operator()(BrowserEvents::LedgerMade& event) const {
+        take(state.ledger, event.id, std::move(event.ledger));
+    }
     void operator()(BrowserEvents::History& event) const {
         take(state.history, event.id, std::move(event.found));
     }
@@ -195,6 +223,11 @@ struct Taking {
 
     /// What is gone is left out, with the sums above it; what is back is shown again.
     void followChanges(const BrowserEvents::Acted& event) const {
+        if (state.isScanning()) {
+            for (const std::string& path : event.back)
+                state.goneMeanwhile.erase(path);
+            state.goneMeanwhile.insert(event.gone.begin(), event.gone.end());
+        }
         if (state.tree == nullptr || (event.gone.empty() && event.back.empty()))
             return;
         bool isUnknown = false; // back from before this scan
@@ -260,9 +293,10 @@ struct Taking {
         };
         if (event.id == state.scanAwaited) {
             state.scanAwaited = 0;
-            state.live = nullptr;
+            callOff(state, state.lookAwaited);
             if (state.tree == nullptr) {
                 state.folder = nullptr;
+                discard(state, {std::move(state.live), std::move(state.entries), std::move(state.order)});
                 state.entries = nullptr;
                 state.order = nullptr;
                 state.marks.clear();
@@ -270,12 +304,15 @@ struct Taking {
                 state.rootPath.clear();
                 showView(state, BrowserView::volumes);
             }
+            state.live = nullptr;
+        } else if (event.id == state.lookAwaited) {
+            state.lookAwaited = 0;
         } else if (event.id == state.orderAwaited) {
             state.orderAwaited = 0;
         } else if (!fail(state.freed) && !fail(state.map) && !fail(state.figures) && !fail(state.found) &&
                    !fail(state.findings) && !fail(state.rules) && !fail(state.tried) &&
                    !fail(state.duplicates) && !fail(state.changes) && !fail(state.volumes) &&
-                   !fail(state.history)) {
+                   !fail(state.ledger) && !fail(state.history)) {
             fail(state.trash);
         }
         if (!event.reason.empty()) {

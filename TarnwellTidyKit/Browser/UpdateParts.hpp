@@ -19,10 +19,17 @@ std::uint64_t ask(BrowserState& state, BrowserJob job);
 void callOff(BrowserState& state, std::uint64_t& awaited);
 void say(BrowserState& state, std::string text, bool isFailure = false);
 void scan(BrowserState& state, const std::string& folder);
+/// Reads a folder of the tree again; what is shown stays until that is done.
+void scanAgain(BrowserState& state, const FileNode& folder);
 /// Shows a folder of the tree, with one of its entries selected.
 void visit(BrowserState& state, const FileNode* folder, const FileNode* entry);
 /// Looks at the folder again, and puts its rows in order.
 void relist(BrowserState& state);
+/// Looks at the scan under way, unless that was done a moment ago.
+void scanProgressed(BrowserState& state);
+void takeLook(BrowserState& state, BrowserEvents::Looked& event);
+/// What takes time to let go of is let go of elsewhere.
+void discard(BrowserState& state, std::vector<std::shared_ptr<const void>> things);
 void takeOrder(BrowserState& state, std::shared_ptr<const Ordering> order);
 /// Takes the keys that have waited for an order, if none is awaited any more.
 void takeHeldKeys(BrowserState& state);

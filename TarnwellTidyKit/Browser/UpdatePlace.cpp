@@ -11,10 +11,6 @@ namespace {
 
 /// Folders of up to so many entries are put in order at once, without anybody noticing.
 constexpr std::size_t largestQuickFolder = 4000;
-/// Of a scan that still runs, whose sums come several times a second and go again; larger ones are shown in
-/// the order in which it gives them, the largest first, until it is done.
-constexpr std::size_t largestLiveFolder = 50'000;
-
 template <class Value, class Job>
 void load(BrowserState& state, Loaded<Value>& loaded, const void* subject, Job job) {
     if (loaded.subject == subject && (loaded.value || loaded.isLoading() || !loaded.failure.empty()))
@@ -53,12 +49,64 @@ void say(BrowserState& state, std::string text, bool isFailure) {
     state.messageIsFailure = isFailure;
 }
 
-void scan(BrowserState& state, const std::string& folder) {
+/// What is not shown any more goes away from the keys.
+void discard(BrowserState& state, std::vector<std::shared_ptr<const void>> things) {
+    std::erase(things, nullptr);
+    if (!things.empty())
+        ask(state, BrowserJobs::Discard{std::move(things)});
+}
+
+namespace {
+
+/// Asks what the scan under way has of the folder.
+void lookAtScan(BrowserState& state) {
+    callOff(state, state.lookAwaited);
+    state.lookAwaited = ask(state, BrowserJobs::Look{state.live, state.folder, state.choice});
+}
+
+void beginScan(BrowserState& state) {
     callOff(state, state.scanAwaited);
+    callOff(state, state.lookAwaited);
+    discard(state, {std::move(state.live)});
+    state.live = nullptr;
+    state.nextLook = 0;
+    state.progress = {};
+    state.goneMeanwhile.clear();
+}
+
+} // namespace
+
+void scanAgain(BrowserState& state, const FileNode& folder) {
+    beginScan(state);
+    state.scanAwaited = ask(state, BrowserJobs::Rescan{state.tree, &folder});
+}
+
+void scanProgressed(BrowserState& state) {
+    if (state.tree == nullptr && state.live != nullptr && state.lookAwaited == 0 &&
+        state.progress.elapsed >= state.nextLook)
+        lookAtScan(state);
+}
+
+void takeLook(BrowserState& state, BrowserEvents::Looked& event) {
+    // A folder of a million entries takes a while to put in order: looking is at most a twentieth of the
+    // time.
+    constexpr double pause = 20;
+    state.nextLook = state.progress.elapsed + pause * event.seconds;
+    if (event.entries == nullptr)
+        return;
+    state.entries = std::move(event.entries);
+    if (state.folder == nullptr)
+        state.folder = state.entries->folder().node;
+    takeOrder(state, std::move(event.order));
+}
+
+void scan(BrowserState& state, const std::string& folder) {
+    beginScan(state);
     if (folder != state.rootPath || state.tree == nullptr) {
         // Another tree: nothing of the old one has a meaning.
         callOff(state, state.orderAwaited);
         state.folder = nullptr;
+        discard(state, {std::move(state.entries), std::move(state.order), std::move(state.tree)});
         state.entries = nullptr;
         state.order = nullptr;
         state.selectedNode = nullptr;
@@ -71,9 +119,7 @@ void scan(BrowserState& state, const std::string& folder) {
         state.choice.earlier = nullptr;
         forgetFindings(state);
     }
-    state.live = nullptr;
     state.rootPath = folder;
-    state.progress = {};
     state.scanAwaited = ask(state, BrowserJobs::Scan{folder});
 }
 
@@ -92,6 +138,7 @@ void forgetFindings(BrowserState& state) {
     forget(state.duplicates);
     state.duplicateRows.clear();
     forget(state.changes);
+    forget(state.ledger);
     forget(state.history);
     state.rangeStart.reset();
 }
@@ -113,32 +160,28 @@ void visit(BrowserState& state, const FileNode* folder, const FileNode* entry) {
 void relist(BrowserState& state) {
     if (state.tree != nullptr && state.folder != nullptr)
         state.entries = std::make_shared<TreeEntries>(state.tree->rootOwner(), *state.folder, state.removals);
-    else if (state.live != nullptr)
-        state.entries = state.live->look(state.folder);
+    else if (state.live != nullptr) {
+        lookAtScan(state);
+        return;
+    }
     if (state.entries == nullptr)
         return;
-    if (state.folder == nullptr)
-        state.folder = state.entries->folder().node;
     const std::string place = state.choice.earlier ? placeOf(state, state.folder) : std::string();
     callOff(state, state.orderAwaited);
     state.rangeStart.reset(); // a row, which will be another's
-    if (state.entries->count() <= (state.tree != nullptr ? largestQuickFolder : largestLiveFolder)) {
+    if (state.entries->count() <= largestQuickFolder) {
         takeOrder(state, std::make_shared<Ordering>(ordered(*state.entries, state.choice, place)));
         return;
     }
-    if (state.order == nullptr || state.tree == nullptr) {
-        // Something to look at meanwhile: as the tree has it.
+    if (state.order == nullptr) {
+        // Something to look at meanwhile: as the tree has it, the largest first.
         auto order = std::make_shared<Ordering>();
         order->rows.reserve(state.entries->count());
         for (std::uint32_t index = 0; index < state.entries->count(); ++index)
             if (!state.entries->isGone(index))
                 order->rows.push_back(index);
         order->total = state.entries->folder().sizeFor(state.choice.mode);
-        order->largest = order->total;
-        if (state.tree == nullptr) {
-            takeOrder(state, std::move(order));
-            return;
-        }
+        order->largest = state.entries->at(0).sizeFor(state.choice.mode);
         state.order = std::move(order);
     }
     state.orderAwaited = ask(state, BrowserJobs::Order{state.entries, state.choice, place});
@@ -152,14 +195,18 @@ void takeOrder(BrowserState& state, std::shared_ptr<const Ordering> order) {
         wanted = state.selectedNode;
     state.order = std::move(order);
     if (wanted != nullptr && state.entries != nullptr) {
+        // First the number, then its row: either is one pass over memory in its order.
         const std::vector<std::uint32_t>& rows = state.order->rows;
-        for (std::size_t row = 0; row < rows.size(); ++row)
-            if (state.entries->at(rows[row]).node == wanted) {
-                // Where it was on the screen, if it can be.
-                const std::size_t above = cursor.row - std::min(cursor.row, cursor.top);
-                cursor = {.row = row, .top = row - std::min(row, above), .isMoved = true};
-                break;
-            }
+        std::uint32_t index = 0;
+        while (index < state.entries->count() && state.entries->nodeAt(index) != wanted)
+            ++index;
+        const auto found = std::ranges::find(rows, index);
+        if (found != rows.end()) {
+            // Where it was on the screen, if it can be.
+            const auto row = static_cast<std::size_t>(found - rows.begin());
+            const std::size_t above = cursor.row - std::min(cursor.row, cursor.top);
+            cursor = {.row = row, .top = row - std::min(row, above), .isMoved = true};
+        }
     }
     state.wantedEntry = nullptr;
     settle(state);
@@ -184,6 +231,8 @@ void refreshView(BrowserState& state) {
             state.volumes.subject = &state;
             state.volumes.awaited = ask(state, Volumes{});
         }
+        if (state.tree != nullptr)
+            load(state, state.ledger, state.tree.get(), Ledger{state.tree});
         break;
     case BrowserView::trash:
         load(state, state.trash, &state, TrashList{});
@@ -253,7 +302,7 @@ namespace {
 
 /// Whether the key acts on rows as they will be: what was typed ahead behind a filter means what it leaves.
 bool needsOrder(const BrowserState& state, const KeyPress& press) {
-    if (state.orderAwaited == 0 || state.view != BrowserView::list || state.prompt || state.question ||
+    if ((state.orderAwaited == 0 && state.lookAwaited == 0) || state.view != BrowserView::list || state.prompt || state.question ||
         state.showsHelp)
         return false;
     const BrowserCommand command = commandOf(press, state);
@@ -292,7 +341,8 @@ void quit(BrowserState& state) {
     BrowserMemory memory{.folder = state.rootPath.empty() ? state.lastFolder : folderPath(state),
                          .view = state.view,
                          .sort = state.choice.sort,
-                         .mode = state.choice.mode,
+                         .mode =
+                             state.choice.mode == state.chosenMode ? state.rememberedMode : state.choice.mode,
                          .showsHidden = state.choice.showsHidden,
                          .columns = state.columns};
     ask(state, BrowserJobs::Remember{std::move(memory)});
@@ -330,7 +380,7 @@ void update(BrowserState& state, const KeyPress& press) {
 }
 
 void BrowserParts::takeHeldKeys(BrowserState& state) {
-    if (state.orderAwaited != 0 || state.held.empty())
+    if (state.orderAwaited != 0 || state.lookAwaited != 0 || state.held.empty())
         return;
     for (const KeyPress& press : std::exchange(state.held, {}))
         update(state, press);

@@ -5,6 +5,8 @@
 #include "TarnwellTidyKit/Commands/TidyText.hpp"
 
 #include <algorithm>
+#include <functional>
+#include <vector>
 
 namespace tarnwell {
 
@@ -16,6 +18,7 @@ public:
     explicit Sheet(const Pane& pane) : pane_(pane), row_(pane.area.row) {}
 
     bool isFull() const { return row_ >= pane_.area.row + pane_.area.height; }
+    int room() const { return pane_.area.row + pane_.area.height - row_; }
     void line(std::string_view head, std::string_view text, Role role = Role::text) {
         if (isFull())
             return;
@@ -93,6 +96,30 @@ void drawMarked(Sheet& sheet, const BrowserState& state) {
     }
 }
 
+/// Where there is room left: what takes most of the space in a folder.
+void drawLargest(Sheet& sheet, const BrowserState& state, const FileNode& folder) {
+    constexpr std::size_t most = 1000; // of a folder's entries, the largest; more cannot be seen
+    if (!folder.isDirectory() || folder.children().empty() || sheet.room() < 5)
+        return;
+    const SizeMode mode = state.choice.mode;
+    const auto children = folder.children().first(std::min(folder.children().size(), most));
+    std::vector<BrowserEntry> entries;
+    for (const FileNode* child : children)
+        if (!state.removals->isGone(*child))
+            entries.push_back(TreeEntries::entryOf(*child, *state.removals));
+    std::ranges::stable_sort(entries, std::ranges::greater{},
+                             [mode](const BrowserEntry& entry) { return entry.sizeFor(mode); });
+    sheet.gap();
+    sheet.title("In it");
+    for (const BrowserEntry& entry : entries) {
+        if (sheet.isFull())
+            break;
+        const EntryMark mark = markOf(entry);
+        sheet.line(shortSize(entry.sizeFor(mode)), std::string(mark.sign) + std::string(entry.name),
+                   mark.role);
+    }
+}
+
 } // namespace
 
 void drawDetails(const Pane& pane) {
@@ -107,6 +134,10 @@ void drawDetails(const Pane& pane) {
     if (pane.area.column == 0) {
         ++inner.area.row;
         --inner.area.height;
+    }
+    if (state.view == BrowserView::volumes) {
+        drawLedger(inner);
+        return;
     }
     Sheet sheet(inner);
     if (state.view == BrowserView::findings && state.findings.value &&
@@ -150,6 +181,8 @@ void drawDetails(const Pane& pane) {
         sheet.sentence(shortPath(state, item->path), Role::text);
     }
     drawMarked(sheet, state);
+    if (item && item->node != nullptr && state.tree != nullptr)
+        drawLargest(sheet, state, *item->node);
 }
 
 } // namespace tarnwell

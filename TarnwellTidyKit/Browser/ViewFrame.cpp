@@ -80,6 +80,10 @@ std::string scanText(const BrowserState& state) {
                 groupedNumber(
                     static_cast<std::int64_t>(static_cast<double>(progress.fileCount) / progress.elapsed)) +
                 " files/s";
+    const std::int64_t unreadable =
+        state.entries && state.tree == nullptr ? state.entries->unreadableSoFar() : 0;
+    if (unreadable > 0)
+        text += "  " + groupedNumber(unreadable) + " unreadable";
     if (!progress.currentPath.empty())
         text += "  " + shortPath(state, progress.currentPath);
     return text;

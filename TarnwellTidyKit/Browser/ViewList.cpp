@@ -34,14 +34,15 @@ struct Columns {
         };
         if (state.has(BrowserColumn::change))
             hasChange = take(sizeWidth + 1);
-        if (state.has(BrowserColumn::modified))
+        const bool hasAll = hasRoomForAll(width);
+        if (hasAll || state.has(BrowserColumn::modified))
             hasModified = take(dateWidth);
-        if (state.has(BrowserColumn::items))
+        if (hasAll || state.has(BrowserColumn::items))
             hasItems = take(itemsWidth);
-        if (state.has(BrowserColumn::sizes))
+        if (hasAll || state.has(BrowserColumn::sizes))
             others = take(sizeWidth) ? (take(sizeWidth) ? 2 : 1) : 0;
         hasShare = take(shareWidth);
-        const int wanted = width >= 120 ? 20 : width >= 70 ? 12 : 8;
+        const int wanted = width >= 200 ? 40 : width >= 120 ? 20 : width >= 70 ? 12 : 8;
         for (int columns = wanted; columns >= 6 && bar == 0; columns -= 2)
             if (take(columns))
                 bar = columns;

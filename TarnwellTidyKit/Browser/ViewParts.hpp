@@ -107,5 +107,10 @@ void drawTrash(const Pane& pane);
 void drawOutcomes(const Pane& pane);
 void drawHelp(const Pane& pane);
 void drawDetails(const Pane& pane);
+/// Where the bytes of the browsed volume are.
+void drawLedger(const Pane& pane);
+/// Whether there is a line to draw: two scans of different times.
+bool hasHistoryChart(const BrowserState& state);
+void drawHistoryChart(const Pane& pane);
 
 } // namespace tarnwell

@@ -7,6 +7,42 @@
 
 namespace tarnwell {
 
+void drawLedger(const Pane& pane) {
+    const BrowserState& state = pane.state;
+    const int left = pane.area.column + 2;
+    const int width = pane.area.width - 3;
+    int row = pane.area.row;
+    const int end = pane.area.row + pane.area.height;
+    if (!state.ledger.value) {
+        pane.grid.putFitted(left, row, width,
+                            state.ledger.failure.empty() ? "Asking the volume …" : state.ledger.failure,
+                            {.role = state.ledger.failure.empty() ? Role::dim : Role::warning});
+        return;
+    }
+    const VolumeLedger& ledger = *state.ledger.value;
+    std::string title = "Where the bytes of the volume are";
+    if (ledger.volume)
+        title = "Where " + (ledger.used ? sizeText(*ledger.used) + " of " : std::string()) +
+                shortPath(state, ledger.volume->path) + (ledger.used ? " are" : " is");
+    if (row < end)
+        pane.grid.putFitted(left, row++, width, title, {.role = Role::heading, .isBold = true}, Cut::middle);
+    for (const LedgerLine& line : ledger.lines) {
+        if (line.bytes == 0) // says nothing
+            continue;
+        if (row >= end)
+            return;
+        RowPainter painter(pane.grid, left, row++, width);
+        painter.figure(sizeWidth + 1,
+                       !line.bytes ? "?" : (line.isSubtracted ? "-" : "") + shortSize(*line.bytes),
+                       line.bytes ? Role::text : Role::dim);
+        painter.gap();
+        std::string text(tarnwell::text(line.entry));
+        if (line.count > 0)
+            text += " (" + groupedNumber(line.count) + ")";
+        painter.rest(text, line.entry == LedgerEntry::unexplained ? Role::warning : Role::dim);
+    }
+}
+
 void drawVolumes(const Pane& pane) {
     const BrowserState& state = pane.state;
     if (state.volumes.value == std::nullopt && state.lastFolder.empty() &&

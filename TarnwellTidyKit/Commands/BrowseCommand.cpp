@@ -23,6 +23,7 @@ constexpr TidyCommandSpec BrowseRequest::spec = {
     .operands = "[FOLDER]",
     .summary = "Browse a folder, or the volumes, on the whole terminal",
     .completes = TidyCompletes::folders,
+    .shared = static_cast<unsigned>(TidyShared::scan),
     .options = options,
 };
 
@@ -36,6 +37,7 @@ BrowseRequest BrowseRequest::read(const TidyArguments& arguments) {
     if (output.json)
         throw TidyUsageError("--json goes with a command, such as report.");
     request.color = output.color;
+    request.scan = arguments.scan();
     return request;
 }
 

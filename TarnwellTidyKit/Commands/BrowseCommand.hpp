@@ -17,6 +17,7 @@ struct BrowseRequest {
     /// Forbids whatever changes something.
     bool isReadOnly = false;
     TidyColor color = TidyColor::automatic;
+    TidyScanChoices scan = {};
 
     bool operator==(const BrowseRequest&) const = default;
 

@@ -1,6 +1,5 @@
 #include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
 
-#include "TarnwellCore/Analysis/HomeFolder.hpp"
 #include "TarnwellCore/Classification/PathUtil.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 
@@ -49,6 +48,26 @@ constexpr std::array<std::string_view, 36> systemFolders = {"/Applications",
                                                             "/var",
                                                             "/Users/Shared"};
 
+constexpr std::string_view rootReason = "It is the root of everything.";
+constexpr std::string_view systemReason = "It belongs to the system.";
+
+bool isSystemFolder(std::string_view path) {
+    return std::ranges::find(systemFolders, path) != systemFolders.end();
+}
+
+std::string_view reasonOfHome(const std::filesystem::path& path, const HomeFolder& home) {
+    for (const std::filesystem::path& each : home.spellings()) {
+        if (path == each)
+            return "It is the home folder.";
+        if (liesIn(each, path))
+            return "The home folder lies in it.";
+        for (const char* const place : {"Library", "Desktop", "Documents"})
+            if (path == each / place)
+                return "The system and its programs expect it there.";
+    }
+    return {};
+}
+
 } // namespace
 
 bool liesIn(const std::filesystem::path& path, const std::filesystem::path& folder) {
@@ -58,25 +77,35 @@ bool liesIn(const std::filesystem::path& path, const std::filesystem::path& fold
 std::string_view reasonToStay(const std::filesystem::path& path, const std::filesystem::path& home) {
     const std::string_view text = PathUtil::withoutTrailingSlashes(path.native());
     if (text == "/")
-        return "It is the root of everything.";
+        return rootReason;
     // Two names of one place are one place, whichever was typed. A link at the end is an item of its own.
     const std::filesystem::path given(text);
     const std::filesystem::path names[] = {given, resolveLinks(given.parent_path()) / given.filename()};
     const HomeFolder homes(home);
     for (const std::filesystem::path& name : names)
-        for (const std::filesystem::path& each : homes.spellings()) {
-            if (name == each)
-                return "It is the home folder.";
-            if (liesIn(each, name))
-                return "The home folder lies in it.";
-            for (const char* const place : {"Library", "Desktop", "Documents"})
-                if (name == each / place)
-                    return "The system and its programs expect it there.";
-        }
+        if (const std::string_view reason = reasonOfHome(name, homes); !reason.empty())
+            return reason;
     for (const std::filesystem::path& name : names)
-        if (std::ranges::find(systemFolders, name.native()) != systemFolders.end())
-            return "It belongs to the system.";
+        if (isSystemFolder(name.native()))
+            return systemReason;
     return {};
+}
+
+std::string_view reasonToStay(std::string_view path, const HomeFolder& home) {
+    if (path == "/")
+        return rootReason;
+    const std::string_view reason = reasonOfHome(path, home);
+    return reason.empty() && isSystemFolder(path) ? systemReason : reason;
+}
+
+bool mayHoldWhatStays(std::string_view folder, const HomeFolder& home) {
+    const auto isParentOf = [folder](std::string_view place) {
+        const auto slash = place.rfind('/');
+        return folder == (slash == 0 ? std::string_view("/") : place.substr(0, slash));
+    };
+    return std::ranges::any_of(systemFolders, isParentOf) ||
+           std::ranges::any_of(home.spellings(),
+                               [&](const std::filesystem::path& each) { return liesIn(each, folder); });
 }
 
 } // namespace tarnwell

@@ -73,7 +73,7 @@ void addOptions(std::string& text, std::string_view heading, std::span<const Tid
 
 std::string tidyHelp() {
     std::string text = "tarnwell-tidy — find what takes the space on a disk, and give it back\n\n"
-                       "Usage: tarnwell-tidy [FOLDER] [--read-only]   browse, on a terminal\n"
+                       "Usage: tarnwell-tidy [FOLDER] [OPTIONS]   browse, on a terminal\n"
                        "       tarnwell-tidy COMMAND [OPTIONS]\n";
     std::vector<std::string_view> groups;
     for (const TidyCommandSpec* command : tidyCommandSpecs())
@@ -87,8 +87,9 @@ std::string tidyHelp() {
                 lines.push_back({shortUsageOf(*command), std::string(command->summary)});
         addLines(text, lines, 2);
     }
+    addOptions(text, "Browsing", BrowseRequest::spec.options);
     addOptions(text, "Every command", tidyOutputOptions());
-    addOptions(text, "What reads folders", tidyScanOptions());
+    addOptions(text, "What reads folders, browsing too", tidyScanOptions());
     addOptions(text, "What changes something", tidyActOptions());
     text += "\nSizes are written 4096, 500MB or 1.5GiB; ages 30d, 6w, 1y or 2024-05-01. A folder\n"
             "that is named like a command is written ./report.\n\n"
@@ -123,26 +124,20 @@ std::string tidyCompletions(std::span<const std::string> words) {
     const TidyCommandLine line =
         TidyCommandLine::split(words.empty() ? words : words.first(words.size() - 1));
     const TidyCommandSpec* command = line.command ? tidyCommandSpec(*line.command) : nullptr;
-    if (command == nullptr) {
-        const bool isHelp = line.command == "help";
-        if (line.command && !(isHelp && line.rest.empty()))
-            return text;
+    const bool isHelp = line.command == "help";
+    if (isHelp) {
         for (const TidyCommandSpec* each : tidyCommandSpecs())
-            offer(each->name, each->summary);
-        if (!isHelp) {
-            offer("help", "Tell more about a command");
-            for (const TidyOptionSpec& option : tidyOutputOptions())
-                if (current.starts_with('-'))
-                    offer(option.name, option.help);
-            for (const TidyOptionSpec& option : BrowseRequest::spec.options)
-                if (current.starts_with('-'))
-                    offer(option.name, option.help);
-            if (!current.starts_with('-'))
-                askFor(BrowseRequest::spec.completes);
-        }
+            if (line.rest.empty())
+                offer(each->name, each->summary);
         return text;
     }
-    std::size_t operands = 0;
+    // Browsing: a folder and its options.
+    const bool isBrowsing = command == nullptr;
+    if (isBrowsing && line.command && !BrowseRequest::isFolder(*line.command))
+        return text;
+    if (isBrowsing)
+        command = &BrowseRequest::spec;
+    std::size_t operands = isBrowsing && line.command ? 1 : 0;
     const TidyOptionSpec* pending = nullptr;
     bool onlyOperands = false;
     for (const std::string& word : line.rest) {
@@ -171,7 +166,13 @@ std::string tidyCompletions(std::span<const std::string> words) {
     }
     if (operands == 0)
         forEachWord(command->words, [&](std::string_view word) { offer(word, command->summary); });
-    askFor(command->completes);
+    if (isBrowsing && operands == 0 && !onlyOperands) {
+        for (const TidyCommandSpec* each : tidyCommandSpecs())
+            offer(each->name, each->summary);
+        offer("help", "Tell more about a command");
+    }
+    if (!isBrowsing || operands == 0)
+        askFor(command->completes);
     return text;
 }
 

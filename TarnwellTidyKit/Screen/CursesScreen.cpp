@@ -8,6 +8,7 @@
 #include "TarnwellTidyKit/Screen/TerminalLine.hpp"
 #include "TarnwellTidyKit/Screen/TerminalRequests.hpp"
 #include "TarnwellTidyKit/Screen/TerminalSignals.hpp"
+#include "TarnwellTidyKit/Screen/TrueColours.hpp"
 
 #ifndef NCURSES_WIDECHAR
 #define NCURSES_WIDECHAR 1
@@ -22,6 +23,7 @@
 #include <cstdlib>
 #include <cwchar>
 #include <deque>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <unordered_map>
@@ -118,6 +120,7 @@ struct CursesScreen::Impl {
     void putRow(const Grid& grid, int row);
     void setStyle(const Style& style, attr_t& attributes, short& pair);
     short pairOf(int foreground, int background);
+    int numberOf(int colour);
 
     Options options;
     TerminalSignals signals;
@@ -150,6 +153,8 @@ struct CursesScreen::Impl {
     std::unordered_map<std::uint32_t, Drawing> drawings; // by style
     std::unordered_map<std::uint64_t, short> pairs;      // by the two colours
     short lastPair = 0;
+    /// For a terminal whose description counts 256 colours, and that says that it draws all of them.
+    std::optional<TrueColours> trueColoursByNumber;
 };
 
 CursesScreen::Impl::Impl(Options chosen) : options(chosen) {
@@ -193,9 +198,14 @@ CursesScreen::Impl::Impl(Options chosen) : options(chosen) {
                             : COLORS >= 16        ? 16
                             : COLORS >= 8         ? 8
                                                   : 0;
+        if (abilities.colours == 256 && TerminalRequests::drawsAllColours(type)) {
+            trueColoursByNumber.emplace();
+            abilities.colours = trueColours;
+        }
     }
 #if !defined(NCURSES_EXT_FUNCS) || NCURSES_VERSION_PATCH < 20180127
-    abilities.colours = std::min(abilities.colours, 256); // its colours are numbers of 16 bits
+    if (!trueColoursByNumber)
+        abilities.colours = std::min(abilities.colours, 256); // its colours are numbers of 16 bits
 #endif
     enter();
     ask();
@@ -286,6 +296,8 @@ short CursesScreen::Impl::pairOf(int foreground, int background) {
         return static_cast<std::uint64_t>(static_cast<std::uint32_t>(colour));
     };
     const auto [place, isNew] = pairs.try_emplace(half(foreground) << 32 | half(background), short{0});
+    foreground = numberOf(foreground);
+    background = numberOf(background);
     if (isNew && lastPair < std::min(COLOR_PAIRS, 32'767) - 1) {
         ++lastPair;
 #if defined(NCURSES_EXT_FUNCS) && NCURSES_VERSION_PATCH >= 20180127
@@ -296,6 +308,10 @@ short CursesScreen::Impl::pairOf(int foreground, int background) {
         place->second = lastPair;
     }
     return place->second;
+}
+
+int CursesScreen::Impl::numberOf(int colour) {
+    return trueColoursByNumber && colour != Paint::none ? trueColoursByNumber->numberOf(colour) : colour;
 }
 
 void CursesScreen::Impl::setStyle(const Style& style, attr_t& attributes, short& pair) {
@@ -442,8 +458,8 @@ bool CursesScreen::show(const Grid& grid, std::optional<GridPoint> cursor) {
     ::wmove(stdscr, hasCursor ? cursor->row : self.size.height - 1, hasCursor ? cursor->column : 0);
     ::wnoutrefresh(stdscr);
     ::doupdate();
-    if (const std::string frame = self.pipe.collect(); !frame.empty())
-        self.send(frame);
+    if (std::string frame = self.pipe.collect(); !frame.empty())
+        self.send(self.trueColoursByNumber ? self.trueColoursByNumber->spelledOut(frame) : frame);
     return true;
 }
 

@@ -16,6 +16,14 @@ bool areUnderstoodBy(std::string_view type) {
     return !type.empty();
 }
 
+bool drawsAllColours(std::string_view type) {
+    const char* variable = std::getenv("COLORTERM");
+    const std::string_view value = variable == nullptr ? "" : variable;
+    // The variable is passed on by terminals within others, of which one draws 256 colours only.
+    const bool isWithinScreen = std::getenv("STY") != nullptr && type.starts_with("screen");
+    return (value == "truecolor" || value == "24bit") && !isWithinScreen;
+}
+
 std::string copy(std::string_view text) {
     constexpr std::string_view letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string sequence = "\x1B]52;c;";

@@ -21,6 +21,10 @@ inline constexpr std::string_view modesOff = "\x1B[?1006l\x1B[?1002l\x1B[?1000l\
 /// Whether a terminal of this type (TERM) leaves out silently what it does not know of these.
 bool areUnderstoodBy(std::string_view type);
 
+/// Whether the terminal says that it draws every colour, by a variable of the environment: what descriptions
+/// of terminals say of that is seldom true.
+bool drawsAllColours(std::string_view type);
+
 /// Puts a text of any bytes into the clipboard (OSC 52).
 inline constexpr std::size_t longestCopy = std::size_t{64} << 10;
 std::string copy(std::string_view text);

@@ -99,9 +99,15 @@ TEST(TidyArguments, WhatIsNotUnderstoodIsSaidAndTouchesNothing) {
         EXPECT_THAT(result.standardError, testing::StartsWith("tarnwell-tidy: "));
     }
     EXPECT_EQ(scene.run({}).standardError, tidyHelp()) << "nothing asked for";
-    const BrowseRequest browse{.folder = "./x y", .isReadOnly = true, .color = TidyColor::never};
-    EXPECT_EQ(std::get<BrowseRequest>(readTidyCommand(Words{"--color=never", "./x y", "--read-only"})),
-              browse);
+    const BrowseRequest browse{
+        .folder = "./x y",
+        .isReadOnly = true,
+        .color = TidyColor::never,
+        .scan = {.sizeMode = SizeMode::allocated, .excludedNames = {"b"}, .threads = 2}};
+    EXPECT_EQ(
+        std::get<BrowseRequest>(readTidyCommand(Words{"--color=never", "--size-mode", "allocated", "./x y",
+                                                      "--read-only", "--exclude-name=b", "--threads", "2"})),
+        browse);
 }
 
 TEST(TidyArguments, HelpKnowsEveryCommandAndOptionAndFitsATerminal) {
@@ -130,6 +136,10 @@ TEST(TidyArguments, ShellsAreToldWhatMayStandInAPlace) {
     } cases[] = {
         {{"rep"}, "report\tWhat is in a folder, on one page\n:folders\n"},
         {{"--read"}, "--read-only\tBrowse without being able to change anything\n"},
+        {{"--threads", "2", "/", "--c"},
+         "--cross\tEnter other file systems\n--color\tUse colours: auto, always, never\n"},
+        {{"/", "--exclude", ""}, ":paths\n"},
+        {{"/", ""}, ""},
         {{"report", ""}, ":folders\n"},
         {{"report", "--no"}, "--no-hidden\tLeave out what is hidden\n"},
         {{"--json", "report", "--top", ""}, ""},

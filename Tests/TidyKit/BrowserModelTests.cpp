@@ -2,6 +2,7 @@
 #include "TarnwellTidyKit/Browser/BrowserUpdate.hpp"
 #include "TarnwellTidyKit/Browser/BrowserViews.hpp"
 #include "TarnwellTidyKit/Browser/JobRunner.hpp"
+#include "TarnwellTidyKit/Browser/LiveTreeSource.hpp"
 #include "TarnwellTidyKit/Browser/TypedText.hpp"
 #include "TarnwellTidyKit/Browser/UpdateParts.hpp"
 #include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
@@ -242,6 +243,51 @@ TEST(BrowserModelTests, lateAnswers) {
     model.work();
     EXPECT_EQ(model.state.folder->parent(), nullptr);
     EXPECT_EQ(rowCount(model.state), 4100U);
+}
+
+// While the scan runs: rows come sorted, items can be marked, and are the same ones in the end.
+TEST(BrowserModelTests, marksOfAScanUnderWay) {
+    Model model;
+    for (int number = 0; number < 100; ++number)
+        model.home.makeFile("files/folder/f" + std::to_string(number), static_cast<std::uint64_t>(number));
+    model.home.makeFile("files/home/mine");
+    model.state.homeFolder = std::make_shared<const HomeFolder>(model.path("files/home"));
+    BrowserState& state = model.state;
+    begin(state, model.path("files"));
+    const std::uint64_t id = state.scanAwaited;
+    state.requests.clear();
+    // All is read, and nobody has told the browser that it is the end.
+    const auto live = std::make_shared<LiveTree>();
+    ScanResult result = DiskScanner().scan(model.path("files"), {}, nullptr, {}, live).get();
+    const auto progress = [&] {
+        update(state, BrowserEvents::ScanProgressed{id, {}, std::make_shared<const LiveTreeSource>(live)});
+        model.work();
+    };
+    progress();
+    ASSERT_EQ(rowCount(state), 2U);
+    EXPECT_EQ(entryAt(state, 0)->name, "folder");
+    model.type("j ");
+    EXPECT_EQ(state.marks.count(), 0U) << "the home stays";
+    model.type("kl");
+    ASSERT_EQ(rowCount(state), 100U);
+    EXPECT_EQ(entryAt(state, 0)->name, "f99") << "sorted meanwhile";
+    model.type("jA U j d");
+    progress();
+    EXPECT_EQ(state.marks.count(), 2U);
+    EXPECT_FALSE(state.question) << "nothing is moved before all is known";
+    const FileNode* marked = state.marks.nodes().front();
+    update(state,
+           BrowserEvents::ScanEnded{id, std::make_shared<const BrowserTree>(std::move(result), "/nowhere")});
+    model.work();
+    EXPECT_EQ(state.marks.count(), 2U);
+    EXPECT_EQ(&marked->root(), &state.tree->root());
+    ASSERT_TRUE(state.freed.value);
+    // In another tree of the same folder: the same items, however many there are.
+    model.type("Ar");
+    EXPECT_EQ(state.marks.count(), 100U);
+    EXPECT_NE(&marked->root(), &state.tree->root());
+    EXPECT_TRUE(state.marks.covers(*state.tree->root().node("folder/f42")));
+    EXPECT_EQ(state.folder, state.tree->root().node("folder"));
 }
 
 TEST(BrowserModelTests, typedLines) {

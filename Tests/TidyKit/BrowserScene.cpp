@@ -29,6 +29,15 @@ BrowserScene::BrowserScene() {
                                         .fileSystemType = "btrfs",
                                         .uuid = {}}};
     };
+    services.ledger = [volumes = services.volumes](const ScanResult&, const CancellationToken&) {
+        VolumeLedger ledger{.volume = volumes().front(), .used = 480'000'000'000, .lines = {}};
+        for (int entry = 0; entry < ledgerEntryCount; ++entry)
+            ledger.lines.push_back(
+                {.entry = static_cast<LedgerEntry>(entry), .bytes = 7'000'000'000 * entry});
+        ledger.lines[3] = {.entry = LedgerEntry::unreadable, .count = 12};
+        ledger.lines[10].isSubtracted = true;
+        return ledger;
+    };
     services.open = [](const fs::path&) { return true; };
     services.reveal = [](const fs::path&) { return false; };
 }
@@ -38,9 +47,10 @@ std::string BrowserScene::screenAfter(std::string_view keys) {
     screen.type(keys);
     const BrowserSetup setup{.folder = folder,
                              .isReadOnly = isReadOnly,
+                             .choices = choices,
                              .services = &services,
                              .surroundings = &surroundings,
-                             .shell = {},
+                             .shell = shell,
                              .isPatient = true};
     status = runBrowser(screen, setup);
     clipboard = screen.clipboard();

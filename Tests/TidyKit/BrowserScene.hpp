@@ -7,6 +7,7 @@
 
 #include "Tests/TidyKit/Scene.hpp"
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -27,6 +28,10 @@ public:
     /// Whether the screen looks as it was recorded in Browser/<name>.txt. With TARNWELL_RENEW_SCREENS set,
     /// the record is written anew.
     void expectScreen(const std::string& name, std::string_view keys);
+
+    TidyScanChoices choices;
+    /// In place of a shell.
+    std::function<void(const std::string& folder)> shell;
 
     /// What was copied last, and the exit status.
     std::string clipboard;

@@ -1,4 +1,5 @@
 #include "TarnwellCore/Settings/AppSettings.hpp"
+#include "TarnwellCore/Snapshots/ScanRecord.hpp"
 
 #include "Tests/TidyKit/BrowserScene.hpp"
 
@@ -75,6 +76,7 @@ TEST(BrowserTests, screens) {
         {"rule", "<Tab><Tab><Tab><Tab><Tab><Tab><Tab>nBig --larger 1MB"},
         {"duplicates", "<Tab><Tab><Tab><Tab><Tab><Tab><Tab><Tab><Enter>"},
         {"volumes", "V"},
+        {"huge", "jj", {200, 30}},
         {"help", "?"},
         {"help-small", "?jj", {40, 10}},
     };
@@ -188,6 +190,54 @@ TEST(BrowserTests, remembersAndTells) {
     scene.screenAfter("w<Tab><Tab><Tab><Tab><Tab>");
     EXPECT_EQ(scene.services.snapshotStore()->list().size(), 1);
     EXPECT_GE(scene.services.history().list().size(), 4);
+}
+
+// The past as a chart; what was asked for at the start holds this once.
+TEST(BrowserTests, historyAndChoices) {
+    PaperScene scene;
+    scene.isReadOnly = true; // and so no scan of these is noted
+    for (const auto& [day, size] :
+         {std::pair{0, 4'000'000}, {10, 6'000'000}, {30, 5'000'000}, {40, 9'000'000}}) {
+        ScanRecord record{.rootPath = DiskScanner::normalize(scene.path("files")),
+                          .finishedAt = Date(Date::duration(day * 86'400.0)),
+                          .totalSize = size,
+                          .totalAllocatedSize = size,
+                          .fileCount = 8};
+        scene.services.history().note(record);
+    }
+    scene.expectScreen("history", "<S-Tab><S-Tab>");
+    scene.choices = {
+        .sizeMode = SizeMode::allocated, .excludedNames = {"archive.zip"}, .leaveOutHidden = true};
+    scene.isReadOnly = false;
+    const std::string shown = scene.screenAfter("");
+    EXPECT_THAT(shown,
+                testing::AllOf(HasSubstr("On disk"), HasSubstr(".archive.zip"), Not(HasSubstr(".hidden"))));
+    EXPECT_EQ(AppSettings(scene.services.settings()).sizeMode(), SizeMode::apparent) << "for this time only";
+}
+
+// What happens elsewhere while somebody looks: a shell here, files that come, a volume that goes.
+TEST(BrowserTests, readsAgainWhatOthersChange) {
+    PaperScene scene;
+    std::string folder;
+    scene.shell = [&](const std::string& place) {
+        folder = place;
+        scene.home.makeFile("files/Papers/new.pdf", 3'000'000);
+        scene.home.makeFile("files/elsewhere", 9'000'000);
+        fs::remove(scene.path("files/Papers/report.pdf"));
+    };
+    // The archive goes to the Trash first: it stays gone, though only one folder is read again.
+    const std::string after = scene.screenAfter("jdylbr<Backspace>");
+    EXPECT_EQ(folder, scene.path("files/Papers"));
+    EXPECT_THAT(after, testing::AllOf(HasSubstr("Papers"), HasSubstr("4.2 MB"), Not(HasSubstr("archive.zip")),
+                                      Not(HasSubstr("elsewhere"))))
+        << "other folders are as they were";
+    scene.shell = [&](const std::string&) {
+        fs::rename(scene.path("files"), scene.path("gone"));
+        scene.services.volumes = [] { return std::vector<VolumeInfo>(); };
+    };
+    EXPECT_THAT(scene.screenAfter("br"), testing::AllOf(HasSubstr("elsewhere"), HasSubstr("files")))
+        << "the last that was seen, and why there is nothing newer";
+    EXPECT_EQ(scene.status, 0);
 }
 
 } // namespace tarnwell::test
