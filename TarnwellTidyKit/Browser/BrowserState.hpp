@@ -250,7 +250,7 @@ bool mayMark(const BrowserState& state);
 bool mayAct(const BrowserState& state);
 /// Whether a list of this width shows every column by itself.
 constexpr bool hasRoomForAll(double width) {
-    return width >= 150;
+    return width >= 130;
 }
 /// The start of the rows of a path for people: with a tilde for the home.
 std::string shortPath(const BrowserState& state, std::string_view path);

@@ -10,7 +10,7 @@ namespace tarnwell {
 void drawLedger(const Pane& pane) {
     const BrowserState& state = pane.state;
     const int left = pane.area.column + 2;
-    const int width = pane.area.width - 3;
+    const int width = std::max(pane.area.width - 3, 0);
     int row = pane.area.row;
     const int end = pane.area.row + pane.area.height;
     if (!state.ledger.value) {
@@ -50,7 +50,7 @@ void drawVolumes(const Pane& pane) {
         return;
     constexpr int nameWidth = 18;
     const bool hasKind = pane.area.width >= 100;
-    const int barWidth = std::clamp(pane.area.width - 2 - nameWidth - 3 * (sizeWidth + 2) - 24, 0, 40);
+    const int barWidth = std::clamp(pane.area.width - 2 - nameWidth - 3 * (sizeWidth + 2) - 14, 0, 40);
     if (pane.heads.height > 0) {
         RowPainter painter(pane.grid, pane.heads.column, pane.heads.row, pane.heads.width);
         painter.gap(2);

@@ -209,6 +209,7 @@ TEST(BrowserTests, historyAndChoices) {
     scene.choices = {
         .sizeMode = SizeMode::allocated, .excludedNames = {"archive.zip"}, .leaveOutHidden = true};
     scene.isReadOnly = false;
+    fs::remove(scene.home / ".settings.json"); // with the view
     const std::string shown = scene.screenAfter("");
     EXPECT_THAT(shown,
                 testing::AllOf(HasSubstr("On disk"), HasSubstr(".archive.zip"), Not(HasSubstr(".hidden"))));
@@ -226,7 +227,7 @@ TEST(BrowserTests, readsAgainWhatOthersChange) {
         fs::remove(scene.path("files/Papers/report.pdf"));
     };
     // The archive goes to the Trash first: it stays gone, though only one folder is read again.
-    const std::string after = scene.screenAfter("jdylbr<Backspace>");
+    const std::string after = scene.screenAfter("jdylbr<BS>");
     EXPECT_EQ(folder, scene.path("files/Papers"));
     EXPECT_THAT(after, testing::AllOf(HasSubstr("Papers"), HasSubstr("4.2 MB"), Not(HasSubstr("archive.zip")),
                                       Not(HasSubstr("elsewhere"))))
