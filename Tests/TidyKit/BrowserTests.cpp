@@ -202,7 +202,9 @@ TEST(BrowserTests, historyAndChoices) {
                           .finishedAt = Date(Date::duration(day * 86'400.0)),
                           .totalSize = size,
                           .totalAllocatedSize = size,
-                          .fileCount = 8};
+                          .fileCount = 8,
+                          .volume = {},
+                          .categories = {}};
         scene.services.history().note(record);
     }
     scene.expectScreen("history", "<S-Tab><S-Tab>");
