@@ -73,9 +73,9 @@ struct Taking {
         std::ranges::sort(marks, std::less<>{}, [](const FileNode* node) { return node->parent(); });
         std::vector<const FileNode*> marked;
         for (const FileNode* node : marks)
-            if (const FileNode* other = finder.like(*node);
-                other != nullptr && !removals->isGoneWithItsFolders(*other) &&
-                event.tree->reasonToStay(*other).empty())
+            if (const FileNode* other = finder.like(*node); other != nullptr &&
+                                                            !removals->isGoneWithItsFolders(*other) &&
+                                                            event.tree->reasonToStay(*other).empty())
                 marked.push_back(other);
         const FileNode* folder = nullptr;
         for (const FileNode* above = state.folder; above != nullptr && folder == nullptr;

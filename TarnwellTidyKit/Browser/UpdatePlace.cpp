@@ -302,8 +302,8 @@ namespace {
 
 /// Whether the key acts on rows as they will be: what was typed ahead behind a filter means what it leaves.
 bool needsOrder(const BrowserState& state, const KeyPress& press) {
-    if ((state.orderAwaited == 0 && state.lookAwaited == 0) || state.view != BrowserView::list || state.prompt || state.question ||
-        state.showsHelp)
+    if ((state.orderAwaited == 0 && state.lookAwaited == 0) || state.view != BrowserView::list ||
+        state.prompt || state.question || state.showsHelp)
         return false;
     const BrowserCommand command = commandOf(press, state);
     return command == BrowserCommand::markAll || command == BrowserCommand::range;
