@@ -2,17 +2,15 @@
 
 #include "TarnwellCore/Text/HarmlessText.hpp"
 #include "TarnwellTidyKit/Browser/Browser.hpp"
+#include "TarnwellTidyKit/Browser/UserShell.hpp"
 #include "TarnwellTidyKit/Screen/CursesScreen.hpp"
 
 #include <fcntl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstddef>
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
@@ -77,23 +75,6 @@ private:
     int before_ = -1;
 };
 
-/// The user's shell in a folder; comes back when it ends. Only calls that are safe behind fork() stand in the
-/// child: there are other threads.
-void runShell(const std::string& folder, int errors) {
-    const char* chosen = std::getenv("SHELL");
-    const std::string shell = chosen != nullptr && *chosen != '\0' ? chosen : "/bin/sh";
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::dup2(errors, STDERR_FILENO);
-        if (::chdir(folder.c_str()) == 0)
-            ::execl(shell.c_str(), shell.c_str(), static_cast<char*>(nullptr));
-        ::_exit(127);
-    }
-    int status = 0;
-    while (child > 0 && ::waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-}
-
 CursesScreen::Ground ground(AppTheme theme) {
     switch (theme) {
     case AppTheme::dark:
@@ -115,13 +96,14 @@ std::int32_t browse(const BrowseRequest& request, const std::string& folder, Tid
              .hasColours = request.color == TidyColor::always ||
                            (request.color == TidyColor::automatic && context.surroundings.hasColors)});
         const KeptErrors kept;
-        status = runBrowser(screen,
-                            {.folder = folder,
-                             .isReadOnly = request.isReadOnly,
-                             .choices = request.scan,
-                             .services = &context.services,
-                             .surroundings = &context.surroundings,
-                             .shell = [&kept](const std::string& place) { runShell(place, kept.before()); }});
+        status = runBrowser(screen, {.folder = folder,
+                                     .isReadOnly = request.isReadOnly,
+                                     .choices = request.scan,
+                                     .services = &context.services,
+                                     .surroundings = &context.surroundings,
+                                     .shell = [&kept](const std::string& place) {
+                                         return runUserShell(place, kept.before());
+                                     }});
         errors = kept.text();
     }
     std::fputs(errors.c_str(), stderr); // NOLINT(cert-err33-c)

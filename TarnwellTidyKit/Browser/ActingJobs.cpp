@@ -1,14 +1,17 @@
+#include "TarnwellCore/Actions/SyncedRoots.hpp"
 #include "TarnwellCore/Analysis/SQLiteSidecarFiles.hpp"
 #include "TarnwellCore/Settings/AppSettings.hpp"
 #include "TarnwellTidyKit/Browser/JobRunner.hpp"
 #include "TarnwellTidyKit/Commands/CleanCommand.hpp"
 #include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
 #include "TarnwellTidyKit/Commands/SettingsCommand.hpp"
+#include "TarnwellTidyKit/Commands/StoredSnapshot.hpp"
 #include "TarnwellTidyKit/Commands/TidyOutcomes.hpp"
 #include "TarnwellTidyKit/Commands/TidyText.hpp"
 
 #include <algorithm>
 #include <stdexcept>
+#include <unordered_set>
 #include <utility>
 #include <variant>
 
@@ -28,7 +31,8 @@ std::string_view reasonToStayNow(const JobContext& context, const std::string& p
 }
 
 /// Leaves those that must stay out, with an outcome each.
-std::vector<fs::path> mayGo(const JobContext& context, const std::vector<std::string>& paths, Acted& acted) {
+std::vector<std::string> mayGo(const JobContext& context, const std::vector<std::string>& paths,
+                               Acted& acted) {
     std::vector<fs::path> items;
     for (const std::string& path : paths) {
         if (const std::string_view reason = reasonToStayNow(context, path); !reason.empty())
@@ -36,12 +40,46 @@ std::vector<fs::path> mayGo(const JobContext& context, const std::vector<std::st
         else
             items.emplace_back(path);
     }
-    for (const fs::path& path : SQLiteSidecarFiles::incompleteFamilyPaths(items)) {
-        std::erase(items, path);
+    const std::vector<fs::path> incomplete = SQLiteSidecarFiles::incompleteFamilyPaths(items);
+    const std::unordered_set<std::string> left(incomplete.begin(), incomplete.end());
+    for (const std::string& path : left)
         acted.outcomes.push_back(
-            {.source = path.native(), .failure = std::string(SQLiteSidecarFiles::reviewReason) + "."});
-    }
-    return items;
+            {.source = path, .failure = std::string(SQLiteSidecarFiles::reviewReason) + "."});
+    std::vector<std::string> mayGo;
+    for (const fs::path& item : items)
+        if (!left.contains(item.native()))
+            mayGo.push_back(item.native());
+    return mayGo;
+}
+
+std::vector<std::string> pathsOf(const BrowserJobs::TreeItems& items) {
+    std::vector<std::string> paths;
+    paths.reserve(items.nodes.size());
+    for (const FileNode* node : items.nodes)
+        paths.push_back(node->path());
+    return paths;
+}
+
+/// The files in the cloud's folders of which there may be a local copy.
+std::vector<std::string> localCopies(const BrowserJobs::Evict& job, const std::vector<SyncedRoot>& roots) {
+    const std::vector<SyncedRoots::PreparedRoot> prepared = SyncedRoots::prepare(roots);
+    RemovedNodesQuery removed(job.removals->nodes());
+    std::vector<std::string> files;
+    for (const FileNode* item : job.items.nodes)
+        if (SyncedRoots::touches(item->path(), prepared) || !item->isDirectory())
+            item->forEachDescendant([&](const FileNode& node) {
+                if (removed.containsNodeOrAncestor(node))
+                    return false;
+                if (node.isDirectory())
+                    return SyncedRoots::touches(node.path(), prepared);
+                if (node.isSymlink() || node.flags.contains(FileNodeFlags::dataless))
+                    return true;
+                std::string path = node.path();
+                if (SyncedRoots::root(path, prepared) != nullptr)
+                    files.push_back(std::move(path));
+                return true;
+            });
+    return files;
 }
 
 void noteRestored(const std::vector<RestoreOutcome>& outcomes, Acted& acted) {
@@ -89,19 +127,16 @@ void JobRunner::operator()(const BrowserRequest& request, const CancellationToke
 
 void ActingJobs::operator()(const BrowserJobs::Trash& job) const {
     Acted acted{.id = context.id, .title = "To the Trash", .changesTrash = true};
-    const std::vector<fs::path> items = mayGo(context, job.paths, acted);
-    if (!items.empty()) {
-        // One set, so that it can be undone as one; the program's end waits for it.
-        TidyContext commands(context.services, context.surroundings);
-        for (const TrashOutcome& moved :
-             commands.act([&] { return context.services.moveAllToTrash(items); })) {
-            TidyOutcome outcome{
-                .source = moved.source.native(), .done = "in the Trash", .failure = moved.failure};
-            if (!moved.failure)
-                acted.gone.push_back(moved.source.native());
-            acted.outcomes.push_back(std::move(outcome));
-        }
-    }
+    const std::vector<std::string> paths = mayGo(context, pathsOf(job.items), acted);
+    // One set, so that it can be undone as one; between two items the end of the program may come.
+    TidyContext commands(context.services, context.surroundings);
+    TidyTrashSet set(commands, paths, context.services.home());
+    forEach(context, paths, acted, [&](const TidyContext&, const std::string& path) {
+        TidyOutcome outcome = set.move(path);
+        if (!outcome.failure)
+            acted.gone.push_back(path);
+        return outcome;
+    });
     context.post(std::move(acted));
 }
 
@@ -130,9 +165,7 @@ void ActingJobs::operator()(const BrowserJobs::Restore& job) const {
 
 void ActingJobs::operator()(const BrowserJobs::Remove& job) const {
     Acted acted{.id = context.id, .title = "Delete"};
-    std::vector<std::string> paths;
-    for (const fs::path& path : mayGo(context, job.paths, acted))
-        paths.push_back(path.native());
+    const std::vector<std::string> paths = mayGo(context, pathsOf(job.items), acted);
     forEach(context, paths, acted, [&](const TidyContext& commands, const std::string& path) {
         const RemovalResult result = context.services.removeForGood(path, commands.token());
         TidyOutcome outcome{.source = path, .done = "deleted for good"};
@@ -153,7 +186,10 @@ void ActingJobs::operator()(const BrowserJobs::Remove& job) const {
 void ActingJobs::operator()(const BrowserJobs::Evict& job) const {
     Acted acted{.id = context.id, .title = "Free local copies"};
     const auto roots = context.services.syncedRoots(context.services.home());
-    forEach(context, job.paths, acted, [&](const TidyContext& commands, const std::string& path) {
+    const std::vector<std::string> files = localCopies(job, roots);
+    if (files.empty())
+        throw std::runtime_error("It holds no local copy of a file in the cloud.");
+    forEach(context, files, acted, [&](const TidyContext& commands, const std::string& path) {
         return evicted(commands, path, roots);
     });
     context.post(std::move(acted));
@@ -195,9 +231,8 @@ void ActingJobs::operator()(const BrowserJobs::EmptyTrash&) const {
 }
 
 void ActingJobs::operator()(const BrowserJobs::TakeSnapshot& job) const {
-    constexpr std::int64_t levels = 4;
-    constexpr std::int64_t smallest = 1'000'000;
-    context.services.snapshotStore()->save(ScanSnapshot::capture(job.tree->scan(), levels, smallest));
+    context.services.snapshotStore()->save(
+        storedSnapshotOf(scanNow(*job.tree, *job.removals, context.token)));
     Acted acted{.id = context.id, .title = "Snapshot"};
     acted.outcomes.push_back({.source = job.tree->root().path(), .done = "snapshot taken"});
     context.post(std::move(acted));

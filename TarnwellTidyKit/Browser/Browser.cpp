@@ -4,34 +4,16 @@
 #include "TarnwellTidyKit/Browser/BrowserUpdate.hpp"
 #include "TarnwellTidyKit/Browser/BrowserViews.hpp"
 #include "TarnwellTidyKit/Browser/JobRunner.hpp"
+#include "TarnwellTidyKit/Browser/UserShell.hpp"
 
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <chrono>
-#include <cstdlib>
+#include <csignal>
 #include <utility>
 #include <variant>
 
 namespace tarnwell {
 
 namespace {
-
-/// The user's shell, in a folder of whatever name.
-void runShell(const std::string& folder) {
-    const char* shell = std::getenv("SHELL");
-    const std::string path = shell != nullptr && *shell == '/' ? shell : "/bin/sh";
-    const pid_t child = ::fork();
-    if (child == 0) {
-        if (::chdir(folder.c_str()) == 0)
-            ::execl(path.c_str(), path.c_str(), static_cast<char*>(nullptr));
-        ::_exit(127);
-    }
-    int status = 0;
-    while (child > 0 && ::waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-}
 
 class Browser {
 public:
@@ -82,13 +64,32 @@ public:
             hand();
             draw();
         }
-        // What was being moved is brought to its end, what was to be remembered is stored.
-        hand();
-        queue_.waitFor(BrowserLane::act);
+        end();
         return status_;
     }
 
 private:
+    /// The step at hand is brought to its end and what was to be remembered is stored; whatever else was to
+    /// be changed is left as it is.
+    void end() {
+        hand();
+        const bool isActing = queue_.drop(BrowserLane::act, [](const BrowserJob& job) {
+            return std::holds_alternative<BrowserJobs::Remember>(job) ||
+                   std::holds_alternative<BrowserJobs::StoreRules>(job);
+        });
+        if (isActing) {
+            setup_.surroundings->interruption->interrupt();
+            if (!isLost_) {
+                state_.question.reset();
+                state_.prompt.reset();
+                state_.message = "Ending: what was begun is brought to its end …";
+                state_.messageIsFailure = false;
+                screen_.show(drawn(state_, size_, isUnicode_).grid);
+            }
+        }
+        queue_.waitFor(BrowserLane::act);
+    }
+
     void take(Event event) {
         std::visit([this](auto& each) { take(each); }, event);
         fitTo(state_, size_);
@@ -105,6 +106,12 @@ private:
         quit(state_);
     }
     void take(QuitRequest& request) {
+        // Ctrl-C leaves a line that is typed, or a question, before it leaves the program.
+        if (request.signal == SIGINT && (state_.prompt || state_.question)) {
+            screen_.goOn();
+            update(state_, KeyPress{.key = Key::escape});
+            return;
+        }
         status_ = 128 + request.signal;
         quit(state_);
     }
@@ -147,16 +154,19 @@ private:
             return;
         if (wish.kind == ScreenWish::Kind::copy) {
             const bool isSent = screen_.copyToClipboard(wish.text);
-            state_.message = isSent ? "The path was given to the terminal to copy." : "The path is too long.";
+            state_.message = isSent ? "The path was given to the terminal to copy."
+                                    : "The terminal takes nothing to copy, or not so long a path.";
             state_.messageIsFailure = !isSent;
             return;
         }
-        screen_.withTerminal([&] {
-            if (setup_.shell)
-                setup_.shell(wish.text);
-            else
-                runShell(wish.text);
-        });
+        std::string failure;
+        screen_.withTerminal(
+            [&] { failure = setup_.shell ? setup_.shell(wish.text) : runUserShell(wish.text); });
+        if (failure.empty())
+            return;
+        state_.outcomes.push_back({failure, true});
+        state_.message = std::move(failure);
+        state_.messageIsFailure = true;
     }
 
     void draw() {

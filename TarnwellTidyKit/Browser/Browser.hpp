@@ -30,8 +30,9 @@ struct BrowserSetup {
     /// Outlive the browser.
     const TidyServices* services = nullptr;
     const TidySurroundings* surroundings = nullptr;
-    /// Runs a shell in a folder, while the terminal is its own; the user's shell when empty.
-    std::function<void(const std::string& folder)> shell = {};
+    /// Runs a shell in a folder, while the terminal is its own: nothing, or why it could not be started. The
+    /// user's shell when empty.
+    std::function<std::string(const std::string& folder)> shell = {};
     /// Scans; by default the scanner itself, which lets others look at the tree meanwhile. A seam for what
     /// goes wrong.
     BrowserScan scan = {};
@@ -40,7 +41,8 @@ struct BrowserSetup {
 };
 
 /// Returns when the user leaves, the terminal is gone or the program is asked to end, with the exit status:
-/// 0, or 128 and the number of the signal that asked. What is being changed then is brought to its end.
+/// 0, or 128 and the number of the signal that asked. The step at hand of
+/// what is being changed then is brought to its end, and the program counts as interrupted if there was one.
 int runBrowser(Screen& screen, const BrowserSetup& setup);
 
 } // namespace tarnwell

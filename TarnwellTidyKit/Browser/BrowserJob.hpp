@@ -68,6 +68,7 @@ struct Map {
 struct Freed {
     std::shared_ptr<const BrowserTree> tree;
     std::vector<const FileNode*> nodes;
+    std::shared_ptr<const Removals> removals;
 };
 struct Figures {
     std::shared_ptr<const BrowserTree> tree;
@@ -79,14 +80,17 @@ struct Find {
     std::shared_ptr<const BrowserTree> tree;
     const FileNode* folder;
     SearchConditions conditions;
+    std::shared_ptr<const Removals> removals;
 };
 struct Findings {
     std::shared_ptr<const BrowserTree> tree;
+    std::shared_ptr<const Removals> removals;
     /// Empty: those of the settings.
     std::optional<std::vector<CleanupRule>> rules;
 };
 struct Rules {
     std::shared_ptr<const BrowserTree> tree;
+    std::shared_ptr<const Removals> removals;
     /// Empty: those of the settings.
     std::optional<std::vector<CleanupRule>> rules;
 };
@@ -96,6 +100,7 @@ struct Duplicates {
 };
 struct Changes {
     std::shared_ptr<const BrowserTree> tree;
+    std::shared_ptr<const Removals> removals;
     SizeMode mode;
     /// Which of the root's snapshots, from the newest on.
     std::size_t number;
@@ -115,18 +120,25 @@ struct TrashList {};
 
 // --- Acting -------------------------------------------------------------------------------------------
 
+/// Items of a tree. There may be a million, whose paths are made where they are acted on.
+struct TreeItems {
+    std::shared_ptr<const BrowserTree> tree;
+    std::vector<const FileNode*> nodes;
+};
 struct Trash {
-    std::vector<std::string> paths;
+    TreeItems items;
 };
 struct Undo {};
 struct Restore {
     std::vector<std::string> locations;
 };
 struct Remove {
-    std::vector<std::string> paths;
+    TreeItems items;
 };
+/// Of files in the cloud's folders, in and below the items, the local copies.
 struct Evict {
-    std::vector<std::string> paths;
+    TreeItems items;
+    std::shared_ptr<const Removals> removals;
 };
 struct Share {
     std::vector<SharingRequest> groups;
@@ -137,6 +149,7 @@ struct Clear {
 struct EmptyTrash {};
 struct TakeSnapshot {
     std::shared_ptr<const BrowserTree> tree;
+    std::shared_ptr<const Removals> removals;
 };
 struct StoreRules {
     std::vector<CleanupRule> rules;

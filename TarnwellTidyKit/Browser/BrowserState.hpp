@@ -70,9 +70,11 @@ struct BrowserPrompt {
 
 /// Something that is answered with yes or no.
 struct BrowserQuestion {
-    std::string title;
-    std::vector<std::string> lines;
-    BrowserJob job;
+    std::string title = {};
+    std::vector<std::string> lines = {};
+    BrowserJob job = {};
+    /// With yes the program ends.
+    bool leaves = false;
 };
 
 struct BrowserOutcome {

@@ -48,6 +48,9 @@ struct JobContext {
     const WorkQueue::Post& post;
 };
 
+/// The scan of a tree without what has gone since: the nearest folder that held all of it is read again.
+ScanResult scanNow(const BrowserTree& tree, const Removals& removals, const CancellationToken& token);
+
 /// The parts: those that look, and those that change something.
 struct LookingJobs {
     const JobContext& context;

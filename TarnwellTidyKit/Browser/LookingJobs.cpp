@@ -3,12 +3,14 @@
 #include "TarnwellTidyKit/Browser/JobRunner.hpp"
 #include "TarnwellTidyKit/Browser/LiveTreeSource.hpp"
 #include "TarnwellTidyKit/Commands/SnapshotCauses.hpp"
+#include "TarnwellTidyKit/Commands/StoredSnapshot.hpp"
 #include "TarnwellTidyKit/Commands/TidyContext.hpp"
 #include "TarnwellTidyKit/Commands/TidyText.hpp"
 
 #include <algorithm>
 #include <chrono>
 #include <functional>
+#include <unordered_set>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -17,22 +19,59 @@ namespace tarnwell {
 
 namespace {
 
-/// Takes off what has gone since: its files are in the sums of the tree.
-void takeOff(ReportFigures& figures, const FileNode& gone, SizeMode mode, Date now) {
-    if (!gone.isDirectory() &&
-        (gone.isHardlinkDuplicate() || gone.flags.contains(FileNodeFlags::inaccessible)))
-        return;
-    ReportFigures less = ReportFigures::of(gone, mode, 0, now);
-    const auto subtract = [](FigureSum& from, const FigureSum& what) {
-        from.size -= what.size;
-        from.allocatedSize -= what.allocatedSize;
-        from.reclaimableSize -= what.reclaimableSize;
-        from.fileCount -= what.fileCount;
+constexpr FileNodeFlags uncounted = FileNodeFlags::hardlinkDuplicate | FileNodeFlags::inaccessible;
+
+/// As `Search::largest`, without what has gone since the scan.
+LargestMatches largestLeft(const BrowserJobs::Find& job, std::size_t most, const CancellationToken& token) {
+    LargestMatches matches;
+    RemovedNodesQuery removed(job.removals->nodes());
+    std::unordered_set<const FileNode*> folders; // that have matched: what they hold adds nothing
+    const auto isCovered = [&](const FileNode& node) {
+        for (const FileNode* above = node.parent(); above != nullptr && !folders.empty();
+             above = above->parent())
+            if (folders.contains(above))
+                return true;
+        return false;
     };
-    for (std::size_t number = 0; number < figures.categories.size(); ++number)
-        subtract(figures.categories[number], less.categories[number]);
-    for (std::size_t number = 0; number < figures.ages.size(); ++number)
-        subtract(figures.ages[number], less.ages[number]);
+    matches.totals.undecidedCount = Search::stream(
+                                        *job.folder, job.conditions,
+                                        [&](const FileNode& node) {
+                                            if (removed.containsNodeOrAncestor(node))
+                                                return true;
+                                            matches.nodes.push_back(&node);
+                                            ++matches.totals.count;
+                                            const bool adds =
+                                                node.isDirectory() || !node.flags.intersects(uncounted);
+                                            if (adds && !isCovered(node)) {
+                                                const Removals::Sums rest = job.removals->restOf(node);
+                                                matches.totals.size += rest.size;
+                                                matches.totals.allocatedSize += rest.allocatedSize;
+                                                matches.totals.reclaimableSize += rest.reclaimableSize;
+                                            }
+                                            if (node.isDirectory())
+                                                folders.insert(&node);
+                                            return true;
+                                        },
+                                        token)
+                                        .undecidedCount;
+    const SizeMode mode = job.conditions.sizeMode;
+    std::ranges::stable_sort(matches.nodes, [mode](const FileNode* a, const FileNode* b) {
+        return a->sizeFor(mode) > b->sizeFor(mode);
+    });
+    matches.nodes.resize(std::min(matches.nodes.size(), most));
+    return matches;
+}
+
+void leaveOut(const Removals& removals, RuleMatch& match) {
+    RemovedNodesQuery removed(removals.nodes());
+    std::erase_if(match.nodes, [&](const FileNode* node) { return removed.containsNodeOrAncestor(*node); });
+    match.itemCount = static_cast<std::int64_t>(match.nodes.size());
+    match.totalSize = match.reclaimableSize = 0;
+    for (const FileNode* node : match.nodes) {
+        const Removals::Sums rest = removals.restOf(*node);
+        match.totalSize += rest.size;
+        match.reclaimableSize += rest.reclaimableSize;
+    }
 }
 
 std::vector<CleanupRule> rulesOf(const AppSettings& settings) {
@@ -40,6 +79,11 @@ std::vector<CleanupRule> rulesOf(const AppSettings& settings) {
 }
 
 } // namespace
+
+ScanResult scanNow(const BrowserTree& tree, const Removals& removals, const CancellationToken& token) {
+    const FileNode* place = removals.place();
+    return place == nullptr ? tree.scan() : DiskScanner().rescan(tree.scan(), *place, nullptr, token).get();
+}
 
 namespace {
 
@@ -155,33 +199,23 @@ void LookingJobs::operator()(const BrowserJobs::Map& job) const {
 }
 
 void LookingJobs::operator()(const BrowserJobs::Freed& job) const {
-    context.post(BrowserEvents::Freed{context.id, job.tree->freedBy(job.nodes)});
+    context.post(BrowserEvents::Freed{context.id, job.tree->freedBy(job.removals->remaining(job.nodes))});
 }
 
 void LookingJobs::operator()(const BrowserJobs::Figures& job) const {
     constexpr std::size_t largest = 1000;
-    const Date now = context.services.now();
-    // So many more as may have gone.
-    ReportFigures figures =
-        ReportFigures::of(*job.folder, job.mode, largest + job.removals->nodes().count(), now);
-    for (const FileNode* gone : job.removals->all())
-        for (const FileNode* above = gone->parent(); above != nullptr; above = above->parent()) {
-            if (job.removals->isGone(*above)) // went with that one
-                break;
-            if (above == job.folder) {
-                takeOff(figures, *gone, job.mode, now);
-                break;
-            }
-        }
-    std::erase_if(figures.largestFiles,
-                  [&](const FileNode* node) { return job.removals->isGoneWithItsFolders(*node); });
-    figures.largestFiles.resize(std::min(figures.largestFiles.size(), largest));
-    context.post(BrowserEvents::Figures{context.id, std::move(figures)});
+    context.post(
+        BrowserEvents::Figures{context.id, ReportFigures::of(*job.folder, job.mode, largest,
+                                                             context.services.now(), job.removals->nodes())});
 }
 
 void LookingJobs::operator()(const BrowserJobs::Find& job) const {
     constexpr std::size_t most = 100'000;
-    LargestMatches matches = Search::largest(*job.folder, job.conditions, most, context.token);
+    LargestMatches matches;
+    if (job.removals->isEmpty())
+        matches = Search::largest(*job.folder, job.conditions, most, context.token);
+    else
+        matches = largestLeft(job, most, context.token);
     context.post(BrowserEvents::Found{context.id, {std::move(matches.nodes), matches.totals}});
 }
 
@@ -194,7 +228,7 @@ void LookingJobs::operator()(const BrowserJobs::Findings& job) const {
     const fs::path home = context.services.home();
     // A scan of the home, or of what holds it, tells more than known places.
     if (job.tree->root().node(DiskScanner::normalize(home)) != nullptr)
-        request.scanResult = job.tree->scan();
+        request.scanResult = scanNow(*job.tree, *job.removals, context.token);
     context.post(BrowserEvents::Findings{
         context.id, context.services.findings(home, std::move(request), context.token).get()});
 }
@@ -204,6 +238,11 @@ void LookingJobs::operator()(const BrowserJobs::Rules& job) const {
     found.rules = job.rules ? *job.rules : rulesOf(AppSettings(context.services.settings()));
     found.matches = RuleEvaluator::evaluate(found.rules, job.tree->root(), context.services.now(),
                                             context.services.home().native(), context.token);
+    if (!job.removals->isEmpty()) {
+        for (RuleMatch& match : found.matches)
+            leaveOut(*job.removals, match);
+        std::erase_if(found.matches, [](const RuleMatch& match) { return match.nodes.empty(); });
+    }
     context.post(BrowserEvents::Rules{context.id, std::move(found)});
 }
 
@@ -226,9 +265,6 @@ void LookingJobs::operator()(const BrowserJobs::Duplicates& job) const {
 }
 
 void LookingJobs::operator()(const BrowserJobs::Changes& job) const {
-    // As deep and as fine as stored snapshots are.
-    constexpr std::int64_t levels = 4;
-    constexpr std::int64_t smallest = 1'000'000;
     std::vector<ScanSnapshot> snapshots = context.services.snapshotStore()->list();
     const std::string root = job.tree->root().path();
     std::erase_if(snapshots, [&](const ScanSnapshot& snapshot) { return snapshot.rootPath != root; });
@@ -238,9 +274,9 @@ void LookingJobs::operator()(const BrowserJobs::Changes& job) const {
         found->number = job.number;
         found->count = snapshots.size();
         found->earlier = std::make_shared<const EarlierSizes>(snapshots[job.number]);
-        found->delta =
-            SnapshotDelta::compare(std::move(snapshots[job.number]),
-                                   ScanSnapshot::capture(job.tree->scan(), levels, smallest), 1, job.mode);
+        found->delta = SnapshotDelta::compare(
+            std::move(snapshots[job.number]),
+            storedSnapshotOf(scanNow(*job.tree, *job.removals, context.token)), 1, job.mode);
         for (const SnapshotDelta::Change* change : snapshotCauses(found->delta))
             found->causes.push_back(static_cast<std::size_t>(change - found->delta.changes.data()));
     }

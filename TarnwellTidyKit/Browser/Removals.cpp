@@ -51,4 +51,40 @@ void Removals::restore(const FileNode& node) {
     change(node, -1);
 }
 
+std::vector<const FileNode*> Removals::remaining(const std::vector<const FileNode*>& nodes) const {
+    if (isEmpty())
+        return nodes;
+    std::vector<const FileNode*> left;
+    std::vector<const FileNode*> pending = nodes;
+    while (!pending.empty()) {
+        const FileNode* node = pending.back();
+        pending.pop_back();
+        if (nodes_.contains(*node))
+            continue;
+        if (!losses_.contains(node))
+            left.push_back(node);
+        else
+            pending.insert(pending.end(), node->children().begin(), node->children().end());
+    }
+    return left;
+}
+
+const FileNode* Removals::place() const {
+    const FileNode* place = nullptr;
+    for (const FileNode* node : all_) {
+        const FileNode* other = node->parent() != nullptr ? node->parent() : node;
+        place = place == nullptr ? other : place;
+        std::size_t depth = place->depth();
+        for (std::size_t deeper = other->depth(); deeper > depth; --deeper)
+            other = other->parent();
+        for (const std::size_t least = other->depth(); depth > least; --depth)
+            place = place->parent();
+        while (place != other) {
+            place = place->parent();
+            other = other->parent();
+        }
+    }
+    return place;
+}
+
 } // namespace tarnwell

@@ -34,7 +34,10 @@ public:
     bool isGoneWithItsFolders(const FileNode& node) const { return nodes_.containsNodeOrAncestor(node); }
     bool isEmpty() const { return nodes_.isEmpty(); }
     const RemovedNodes& nodes() const { return nodes_; }
-    const std::unordered_set<const FileNode*>& all() const { return all_; }
+    /// What is left of these: a folder that has lost something by those of its parts that have not.
+    std::vector<const FileNode*> remaining(const std::vector<const FileNode*>& nodes) const;
+    /// The nearest folder that held all that went; null when nothing did.
+    const FileNode* place() const;
     /// What a node has lost from inside.
     Sums lossOf(const FileNode& node) const;
     /// What a node still has.
@@ -44,7 +47,7 @@ private:
     void change(const FileNode& node, int sign);
 
     RemovedNodes nodes_;
-    std::unordered_set<const FileNode*> all_;
+    std::unordered_set<const FileNode*> all_;          // as `nodes_`, which cannot be gone through
     std::unordered_map<const FileNode*, Sums> losses_; // of folders above what went
 };
 

@@ -13,7 +13,7 @@ namespace {
 
 using enum BrowserCommand;
 
-/// What an act is about: what is marked, else the item where one stands. Largest first.
+/// What an act is about: what is marked, else the item where one stands.
 std::vector<const FileNode*> actedOn(const BrowserState& state) {
     std::vector<const FileNode*> nodes = state.marks.nodes();
     if (nodes.empty()) {
@@ -21,25 +21,23 @@ std::vector<const FileNode*> actedOn(const BrowserState& state) {
         if (item && item->node != nullptr)
             nodes.push_back(item->node);
     }
-    const SizeMode mode = state.choice.mode;
-    std::ranges::sort(nodes, [mode](const FileNode* a, const FileNode* b) {
-        return a->sizeFor(mode) != b->sizeFor(mode) ? a->sizeFor(mode) > b->sizeFor(mode)
-                                                    : a->name() < b->name();
-    });
     return nodes;
 }
 
-std::vector<std::string> pathsOf(const std::vector<const FileNode*>& nodes) {
-    std::vector<std::string> paths;
-    paths.reserve(nodes.size());
-    for (const FileNode* node : nodes)
-        paths.push_back(node->path());
-    return paths;
-}
-
-/// The first lines of a question.
-std::vector<std::string> linesOf(const BrowserState& state, const std::vector<const FileNode*>& nodes) {
+/// The first lines of a question: the largest items. Puts those first.
+std::vector<std::string> linesOf(const BrowserState& state, std::vector<const FileNode*>& nodes) {
     constexpr std::size_t shown = 6;
+    // Nobody is to wait until all of a million have been looked at.
+    constexpr std::size_t most = 50'000;
+    const SizeMode mode = state.choice.mode;
+    std::ranges::partial_sort(nodes.begin(),
+                              nodes.begin() + static_cast<std::ptrdiff_t>(std::min(shown, nodes.size())),
+                              nodes.begin() + static_cast<std::ptrdiff_t>(std::min(most, nodes.size())),
+                              [mode](const FileNode* a, const FileNode* b) {
+                                  return a->sizeFor(mode) != b->sizeFor(mode)
+                                             ? a->sizeFor(mode) > b->sizeFor(mode)
+                                             : a->name() < b->name();
+                              });
     std::vector<std::string> lines;
     for (std::size_t index = 0; index < std::min(shown, nodes.size()); ++index)
         lines.push_back(sizeText(nodes[index]->sizeFor(state.choice.mode)) + "  " +
@@ -64,50 +62,41 @@ bool mustStay(BrowserState& state, const std::vector<const FileNode*>& nodes) {
 }
 
 void toTrash(BrowserState& state) {
-    const auto nodes = actedOn(state);
+    auto nodes = actedOn(state);
     if (nodes.empty() || mustStay(state, nodes))
         return;
-    BrowserJob job = BrowserJobs::Trash{pathsOf(nodes)};
     if (!state.asksBeforeTrash) {
-        ask(state, std::move(job));
+        ask(state, BrowserJobs::Trash{{state.tree, std::move(nodes)}});
         return;
     }
-    state.question = BrowserQuestion{.title = "Move " + counted(nodes.size()) + " to the Trash?",
-                                     .lines = linesOf(state, nodes),
-                                     .job = std::move(job)};
+    BrowserQuestion question{.title = "Move " + counted(nodes.size()) + " to the Trash?",
+                             .lines = linesOf(state, nodes)};
+    question.job = BrowserJobs::Trash{{state.tree, std::move(nodes)}};
+    state.question = std::move(question);
 }
 
 void removeThem(BrowserState& state) {
-    const auto nodes = actedOn(state);
+    auto nodes = actedOn(state);
     if (nodes.empty() || mustStay(state, nodes))
         return;
-    openPrompt(state,
-               {.kind = BrowserPrompt::Kind::word,
-                .title = "Delete " + counted(nodes.size()) + " for good? This cannot be undone. Type: delete",
-                .word = "delete",
-                .job = BrowserJobs::Remove{pathsOf(nodes)},
-                .lines = linesOf(state, nodes)});
+    BrowserPrompt prompt{.kind = BrowserPrompt::Kind::word,
+                         .title = "Delete " + counted(nodes.size()) +
+                                  " for good? This cannot be undone. Type: delete",
+                         .word = "delete",
+                         .lines = linesOf(state, nodes)};
+    prompt.job = BrowserJobs::Remove{{state.tree, std::move(nodes)}};
+    openPrompt(state, std::move(prompt));
 }
 
 void evictThem(BrowserState& state) {
-    std::vector<const FileNode*> files;
-    for (const FileNode* node : actedOn(state))
-        node->forEachDescendant([&](const FileNode& each) {
-            if (!each.isDirectory() && !each.isSymlink() && !each.flags.contains(FileNodeFlags::dataless) &&
-                files.size() < 10'000)
-                files.push_back(&each);
-            return true;
-        });
-    if (files.empty()) {
-        say(state, "There is no local copy to free in it.", true);
+    auto nodes = actedOn(state);
+    if (nodes.empty())
         return;
-    }
-    state.question =
-        BrowserQuestion{.title = "Free the local copies of " +
-                                 countedText(static_cast<std::int64_t>(files.size()), "file", "files") +
-                                 "? They stay in the cloud.",
-                        .lines = linesOf(state, files),
-                        .job = BrowserJobs::Evict{pathsOf(files)}};
+    BrowserQuestion question{.title = "Free the local copies of cloud files in " + counted(nodes.size()) +
+                                      "? They stay in the cloud.",
+                             .lines = linesOf(state, nodes)};
+    question.job = BrowserJobs::Evict{{state.tree, std::move(nodes)}, state.removals};
+    state.question = std::move(question);
 }
 
 void shareThem(BrowserState& state) {
@@ -193,14 +182,14 @@ void setRules(BrowserState& state, std::vector<CleanupRule> rules) {
     ask(state, BrowserJobs::StoreRules{state.ruleList});
     callOff(state, state.rules.awaited);
     if (state.tree != nullptr)
-        state.rules.awaited = ask(state, BrowserJobs::Rules{state.tree, state.ruleList});
+        state.rules.awaited = ask(state, BrowserJobs::Rules{state.tree, state.removals, state.ruleList});
 }
 
 void marksChanged(BrowserState& state) {
     callOff(state, state.freed.awaited);
     state.freed.forget();
     if (state.tree != nullptr && !state.marks.isEmpty())
-        state.freed.awaited = ask(state, BrowserJobs::Freed{state.tree, state.marks.nodes()});
+        state.freed.awaited = ask(state, BrowserJobs::Freed{state.tree, state.marks.nodes(), state.removals});
 }
 
 bool runAct(BrowserState& state, BrowserCommand command) {
@@ -272,7 +261,7 @@ bool runAct(BrowserState& state, BrowserCommand command) {
         state.wishes.push_back({ScreenWish::Kind::shell, folderPath(state)});
         return true;
     case snapshot:
-        ask(state, BrowserJobs::TakeSnapshot{state.tree});
+        ask(state, BrowserJobs::TakeSnapshot{state.tree, state.removals});
         return true;
     case editRule:
         openRule(state, state.cursor().row);

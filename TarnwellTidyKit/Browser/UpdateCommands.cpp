@@ -54,8 +54,8 @@ void toggleColumn(BrowserState& state, BrowserColumn column) {
         if (!state.changes.isLoading() && state.tree != nullptr) {
             state.changes.forget();
             state.changes.subject = state.tree.get();
-            state.changes.awaited =
-                ask(state, BrowserJobs::Changes{state.tree, state.choice.mode, state.snapshotNumber});
+            state.changes.awaited = ask(state, BrowserJobs::Changes{state.tree, state.removals,
+                                                                    state.choice.mode, state.snapshotNumber});
         }
     }
 }
@@ -78,16 +78,6 @@ void jumpTo(BrowserState& state, const FileNode& node) {
     if (!state.choice.showsHidden && node.isHidden())
         state.choice.showsHidden = true;
     visit(state, node.parent(), &node);
-}
-
-void findBy(BrowserState& state, SearchConditions conditions, std::string text) {
-    conditions.sizeMode = state.choice.mode;
-    callOff(state, state.found.awaited);
-    state.found.forget();
-    state.foundText = std::move(text);
-    state.cursors[static_cast<std::size_t>(BrowserView::found)] = {};
-    state.found.awaited = ask(state, BrowserJobs::Find{state.tree, state.folder, std::move(conditions)});
-    showView(state, BrowserView::found);
 }
 
 void enterRow(BrowserState& state) {
@@ -288,7 +278,31 @@ bool runLook(BrowserState& state, BrowserCommand command) {
     }
 }
 
+/// Asks first when that would leave something half done.
+void leaveProgram(BrowserState& state) {
+    BrowserQuestion question{.title = "Leave? What was begun is brought to its end, the rest is not touched.",
+                             .leaves = true};
+    for (const RunningJob& job : state.running)
+        if (job.lane == BrowserLane::act)
+            question.lines.push_back(job.title + " " + job.text);
+    if (question.lines.empty())
+        tarnwell::quit(state);
+    else
+        state.question = std::move(question);
+}
+
 } // namespace
+
+void findBy(BrowserState& state, SearchConditions conditions, std::string text) {
+    conditions.sizeMode = state.choice.mode;
+    callOff(state, state.found.awaited);
+    state.found.forget();
+    state.foundText = std::move(text);
+    state.cursors[static_cast<std::size_t>(BrowserView::found)] = {};
+    state.found.awaited =
+        ask(state, BrowserJobs::Find{state.tree, state.folder, std::move(conditions), state.removals});
+    showView(state, BrowserView::found);
+}
 
 void moveTo(BrowserState& state, std::size_t row) {
     state.cursor().row = row;
@@ -339,7 +353,7 @@ void run(BrowserState& state, BrowserCommand command) {
         state.helpTop = 0;
         return;
     case BrowserCommand::quit:
-        tarnwell::quit(state);
+        leaveProgram(state);
         return;
     case cancel:
         cancelAll(state);

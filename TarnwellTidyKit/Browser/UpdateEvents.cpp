@@ -106,8 +106,8 @@ struct Taking {
             marksChanged(state);
         if (state.has(BrowserColumn::change)) {
             state.changes.subject = state.tree.get();
-            state.changes.awaited =
-                ask(state, BrowserJobs::Changes{state.tree, state.choice.mode, state.snapshotNumber});
+            state.changes.awaited = ask(state, BrowserJobs::Changes{state.tree, state.removals,
+                                                                    state.choice.mode, state.snapshotNumber});
         }
         refreshView(state);
     }
@@ -270,6 +270,9 @@ struct Taking {
         });
         callOff(state, state.findings.awaited);
         state.findings.forget();
+        // What was reckoned with it is asked for anew.
+        callOff(state, state.rules.awaited);
+        state.rules.forget();
         state.wantedEntry = nextEntry;
         relist(state);
         marksChanged(state);

@@ -45,6 +45,8 @@ void settle(BrowserState& state);
 
 void run(BrowserState& state, BrowserCommand command);
 void moveTo(BrowserState& state, std::size_t row);
+/// Searches the folder, and shows what is found under a name for people.
+void findBy(BrowserState& state, SearchConditions conditions, std::string text);
 
 // --- UpdateActs.cpp: marks and acts -----------------------------------------------------------------------
 

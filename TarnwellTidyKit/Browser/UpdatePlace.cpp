@@ -262,13 +262,14 @@ void refreshView(BrowserState& state) {
         break;
     case BrowserView::changes:
         load(state, state.changes, state.tree.get(),
-             Changes{state.tree, state.choice.mode, state.snapshotNumber});
+             Changes{state.tree, state.removals, state.choice.mode, state.snapshotNumber});
         break;
     case BrowserView::findings:
-        load(state, state.findings, state.tree.get(), Findings{state.tree, editedRules(state)});
+        load(state, state.findings, state.tree.get(),
+             Findings{state.tree, state.removals, editedRules(state)});
         break;
     case BrowserView::rules:
-        load(state, state.rules, state.tree.get(), Rules{state.tree, editedRules(state)});
+        load(state, state.rules, state.tree.get(), Rules{state.tree, state.removals, editedRules(state)});
         break;
     default:
         break;

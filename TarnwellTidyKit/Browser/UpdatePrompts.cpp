@@ -1,6 +1,7 @@
 #include "TarnwellCore/Platform/UserPaths.hpp"
 #include "TarnwellCore/Text/Utf8.hpp"
 #include "TarnwellTidyKit/Browser/BrowserPaths.hpp"
+#include "TarnwellTidyKit/Browser/BrowserUpdate.hpp"
 #include "TarnwellTidyKit/Browser/TypedText.hpp"
 #include "TarnwellTidyKit/Browser/UpdateParts.hpp"
 #include "TarnwellTidyKit/Commands/TidyArguments.hpp"
@@ -50,7 +51,8 @@ void textChanged(BrowserState& state) {
             rule.isEnabled = true;
             if (state.tree != nullptr)
                 state.tried.awaited =
-                    ask(state, BrowserJobs::Rules{state.tree, std::vector<CleanupRule>{std::move(rule)}});
+                    ask(state, BrowserJobs::Rules{state.tree, state.removals,
+                                                  std::vector<CleanupRule>{std::move(rule)}});
             break;
         }
         case Kind::goTo:
@@ -86,13 +88,7 @@ void acceptRule(BrowserState& state, const BrowserPrompt& prompt) {
 void acceptFind(BrowserState& state, const BrowserPrompt& prompt) {
     if (prompt.text.empty() || state.tree == nullptr)
         return;
-    SearchConditions conditions = typedConditions(prompt.text, state.choice.mode, state.now());
-    callOff(state, state.found.awaited);
-    state.found.forget();
-    state.foundText = prompt.text;
-    state.cursors[static_cast<std::size_t>(BrowserView::found)] = {};
-    state.found.awaited = ask(state, BrowserJobs::Find{state.tree, state.folder, std::move(conditions)});
-    showView(state, BrowserView::found);
+    findBy(state, typedConditions(prompt.text, state.choice.mode, state.now()), prompt.text);
 }
 
 void acceptFolder(BrowserState& state, const BrowserPrompt& prompt) {
@@ -262,6 +258,8 @@ void answer(BrowserState& state, const KeyPress& press) {
     state.question.reset();
     if (const auto* store = std::get_if<BrowserJobs::StoreRules>(&question.job); isYes && store != nullptr)
         setRules(state, store->rules);
+    else if (isYes && question.leaves)
+        quit(state);
     else if (isYes)
         ask(state, std::move(question.job));
     else

@@ -62,7 +62,8 @@ void WorkQueue::cancel(std::uint64_t id) {
         for (std::size_t number = 0; number < browserLaneCount; ++number) {
             Lane& lane = lanes_[number];
             std::erase_if(lane.waiting, [id](const Waiting& each) { return each.request.id == id; });
-            if (lane.isBusy && lane.current == id && number != static_cast<std::size_t>(BrowserLane::act)) {
+            if (lane.isBusy && lane.current->id == id &&
+                number != static_cast<std::size_t>(BrowserLane::act)) {
                 token = lane.token;
                 isFound = true;
             }
@@ -70,6 +71,13 @@ void WorkQueue::cancel(std::uint64_t id) {
     }
     if (isFound)
         token.cancel();
+}
+
+bool WorkQueue::drop(BrowserLane lane, const std::function<bool(const BrowserJob&)>& isKept) {
+    const std::lock_guard guard(mutex_);
+    Lane& each = lanes_[static_cast<std::size_t>(lane)];
+    std::erase_if(each.waiting, [&](const Waiting& waiting) { return !isKept(waiting.request.job); });
+    return each.isBusy && !isKept(each.current->job);
 }
 
 std::vector<BrowserEvent> WorkQueue::takeEvents() {
@@ -104,6 +112,7 @@ void WorkQueue::run(std::size_t number) {
         {
             std::unique_lock guard(mutex_);
             lane.isBusy = false;
+            lane.current = nullptr;
             changed_.notify_all();
             changed_.wait(guard, [&] { return isEnding_ || !lane.waiting.empty(); });
             if (lane.waiting.empty())
@@ -111,7 +120,7 @@ void WorkQueue::run(std::size_t number) {
             next = std::move(lane.waiting.front());
             lane.waiting.pop_front();
             lane.isBusy = true;
-            lane.current = next.request.id;
+            lane.current = &next.request;
             lane.token = next.token;
         }
         std::string reason;

@@ -37,6 +37,9 @@ public:
     /// Calls a job off; one that has not begun never does. Jobs that change something are not called off
     /// once they have begun.
     void cancel(std::uint64_t id);
+    /// Drops what of the lane has not begun, but for what is to be kept. Whether something else is under way
+    /// in it.
+    bool drop(BrowserLane lane, const std::function<bool(const BrowserJob&)>& isKept);
     /// The events since the last call, in the order in which they came.
     std::vector<BrowserEvent> takeEvents();
     /// Whether nothing is under way or waiting.
@@ -52,7 +55,7 @@ private:
     struct Lane {
         std::deque<Waiting> waiting;
         bool isBusy = false;
-        std::uint64_t current = 0;
+        const BrowserRequest* current = nullptr; // while it is busy
         CancellationToken token;
         std::thread thread;
     };

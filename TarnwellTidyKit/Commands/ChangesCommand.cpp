@@ -4,6 +4,7 @@
 #include "TarnwellCore/Text/ISO8601.hpp"
 #include "TarnwellCore/Text/JSONWriter.hpp"
 #include "TarnwellTidyKit/Commands/ChangesDigest.hpp"
+#include "TarnwellTidyKit/Commands/StoredSnapshot.hpp"
 
 #include <algorithm>
 #include <utility>
@@ -97,9 +98,6 @@ ChangesRequest ChangesRequest::read(const TidyArguments& arguments) {
 }
 
 TidyResult run(const ChangesRequest& request, TidyContext& context) {
-    // As deep and as fine as stored snapshots are.
-    constexpr std::int64_t levels = 4;
-    constexpr std::int64_t smallest = 1'000'000;
     const auto store = context.services.snapshotStore();
     const std::vector<ScanSnapshot> snapshots = store->list();
     // Said before the folder is read.
@@ -107,7 +105,7 @@ TidyResult run(const ChangesRequest& request, TidyContext& context) {
     const ScanSnapshot& before = snapshotMeant(request.since, root, snapshots, context.services.now());
     ScanResult scan = context.scan(request.folder, request.scan);
     const SizeMode mode = context.sizeMode(request.scan);
-    const ScanSnapshot after = ScanSnapshot::capture(scan, levels, smallest);
+    const ScanSnapshot after = storedSnapshotOf(scan);
     const std::int64_t minimum = std::max<std::int64_t>(request.minimum, 1);
     if (request.digest) {
         const SnapshotDigest digest = digestSince(before, after, scan, minimum, context);

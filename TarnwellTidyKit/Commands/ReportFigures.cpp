@@ -57,8 +57,13 @@ ReportAge ageOf(const FileNode& node, double now) {
 
 class Gathering {
 public:
-    Gathering(SizeMode mode, std::size_t limit, Date now)
-        : mode_(mode), now_(referenceSeconds(now)), files_(limit, mode), folders_(limit, mode) {}
+    Gathering(SizeMode mode, std::size_t limit, Date now, const RemovedNodes& removed)
+        : mode_(mode),
+          now_(referenceSeconds(now)),
+          removed_(removed),
+          hasRemoved_(!removed.isEmpty()),
+          files_(limit, mode),
+          folders_(limit, mode) {}
 
     ReportFigures walk(const FileNode& root) {
         if (!root.isDirectory())
@@ -83,6 +88,8 @@ private:
     void visit(const FileNode& folder) {
         constexpr FileNodeFlags uncounted = FileNodeFlags::hardlinkDuplicate | FileNodeFlags::inaccessible;
         for (const FileNode* child : folder.children()) {
+            if (hasRemoved_ && removed_.contains(*child))
+                continue;
             if (!child->isDirectory()) {
                 if (!child->flags.intersects(uncounted))
                     addFile(*child);
@@ -121,6 +128,8 @@ private:
 
     SizeMode mode_;
     double now_;
+    const RemovedNodes& removed_;
+    bool hasRemoved_;
     Largest files_;
     Largest folders_;
     ReportFigures figures_;
@@ -148,8 +157,9 @@ void FigureSum::add(const FileNode& node, std::int64_t files) {
     addChecked(fileCount, files);
 }
 
-ReportFigures ReportFigures::of(const FileNode& root, SizeMode mode, std::size_t limit, Date now) {
-    return Gathering(mode, limit, now).walk(root);
+ReportFigures ReportFigures::of(const FileNode& root, SizeMode mode, std::size_t limit, Date now,
+                                const RemovedNodes& removed) {
+    return Gathering(mode, limit, now, removed).walk(root);
 }
 
 } // namespace tarnwell

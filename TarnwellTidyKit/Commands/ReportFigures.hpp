@@ -3,6 +3,7 @@
 // What a report tells of a scanned tree, gathered in one walk.
 
 #include "TarnwellCore/Classification/FileCategory.hpp"
+#include "TarnwellCore/Layout/RemovedNodes.hpp"
 #include "TarnwellCore/Platform/Date.hpp"
 #include "TarnwellCore/Scanning/FileNode.hpp"
 #include "TarnwellCore/Scanning/SizeMode.hpp"
@@ -49,8 +50,10 @@ struct ReportFigures {
     /// inside holds four fifths or more is told by that one and left out.
     std::vector<const FileNode*> largestFolders;
 
-    /// At most `limit` of the largest; ages are counted back from `now`. The nodes belong to the tree.
-    static ReportFigures of(const FileNode& root, SizeMode mode, std::size_t limit, Date now);
+    /// At most `limit` of the largest; ages are counted back from `now`. The nodes belong to the tree. What
+    /// is among `removed` below the root is left out, with all that it holds.
+    static ReportFigures of(const FileNode& root, SizeMode mode, std::size_t limit, Date now,
+                            const RemovedNodes& removed = {});
 };
 
 } // namespace tarnwell

@@ -511,6 +511,10 @@ void CursesScreen::withTerminal(const std::function<void()>& work) {
     work();
 }
 
+void CursesScreen::goOn() noexcept {
+    TerminalSignals::forgetQuit();
+}
+
 bool CursesScreen::copyToClipboard(std::string_view text) {
     if (!impl_->canAsk || text.size() > TerminalRequests::longestCopy)
         return false;

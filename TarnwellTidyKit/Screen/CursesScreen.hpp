@@ -36,6 +36,7 @@ public:
     void wake() noexcept override;
     void withTerminal(const std::function<void()>& work) override;
     bool copyToClipboard(std::string_view text) override;
+    void goOn() noexcept override;
 
 private:
     struct Impl;

@@ -60,6 +60,10 @@ public:
     /// most 64 KiB: of more, false is given and nothing done.
     virtual bool copyToClipboard(std::string_view text) = 0;
 
+    /// Says that a `QuitRequest` was meant for something smaller than the program: the next one counts as the
+    /// first.
+    virtual void goOn() noexcept {}
+
 protected:
     Screen() = default;
     Screen(const Screen&) = default;

@@ -199,6 +199,11 @@ std::optional<int> TerminalSignals::takeQuit() noexcept {
     return signal == 0 ? std::nullopt : std::optional(signal);
 }
 
+void TerminalSignals::forgetQuit() noexcept {
+    if (quitSignal == 0)
+        hasQuit = false;
+}
+
 void TerminalSignals::stop() noexcept {
     struct sigaction byDefault = {};
     byDefault.sa_handler = SIG_DFL;

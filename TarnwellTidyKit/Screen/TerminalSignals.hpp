@@ -40,6 +40,8 @@ public:
     static bool takeContinue() noexcept;
     /// The first of SIGHUP, SIGINT and SIGTERM that came.
     static std::optional<int> takeQuit() noexcept;
+    /// The next of them counts as the first, unless there has come another meanwhile.
+    static void forgetQuit() noexcept;
 
     /// Stops the process as the shell expects it; returns when it is continued.
     static void stop() noexcept;

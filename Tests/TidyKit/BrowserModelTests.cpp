@@ -15,6 +15,7 @@
 #include <array>
 #include <cstdlib>
 #include <deque>
+#include <future>
 #include <random>
 #include <stdexcept>
 
@@ -35,11 +36,9 @@ struct Model : Scene {
             if (!liesIn(path, place))
                 throw std::runtime_error("outside of the test: " + path.native());
         };
-        const auto move = services.moveAllToTrash;
-        services.moveAllToTrash = [=](const std::vector<fs::path>& items) {
-            for (const fs::path& item : items)
-                guard(item);
-            return move(items);
+        services.moveToTrash = [guard, move = services.moveToTrash](const fs::path& item) {
+            guard(item);
+            return move(item);
         };
         services.removeForGood = [=](const fs::path& item, const CancellationToken& token) {
             guard(item);
@@ -288,6 +287,91 @@ TEST(BrowserModelTests, marksOfAScanUnderWay) {
     EXPECT_NE(&marked->root(), &state.tree->root());
     EXPECT_TRUE(state.marks.covers(*state.tree->root().node("folder/f42")));
     EXPECT_EQ(state.folder, state.tree->root().node("folder"));
+}
+
+// Of what has gone since the scan no view speaks again, and no figure counts it.
+TEST(BrowserModelTests, whatHasGoneIsCountedNowhere) {
+    Model model;
+    AppSettings settings(model.services.settings());
+    CleanupRule rule;
+    rule.name = "All";
+    rule.minimumSize = 1'000'000;
+    rule.extensions = {"dat"};
+    settings.setCleanupRules(std::vector{rule});
+    for (const auto& [file, size] :
+         {std::pair{"in/gone.dat", 4'000'000}, {"in/stays.dat", 2'000'000}, {"out.dat", 1'000'000}})
+        model.home.makeFile(std::string("files/") + file, static_cast<std::uint64_t>(size));
+    begin(model.state, model.path("files"));
+    model.work();
+    model.type("l dyh");
+    model.type("fdat<Enter>");
+    EXPECT_EQ(model.state.found.value->totals.count, 2);
+    EXPECT_EQ(model.state.found.value->totals.size, 3'000'000);
+    EXPECT_EQ(model.state.found.value->nodes.size(), 2U);
+    const auto show = [&](BrowserView view) {
+        BrowserParts::showView(model.state, view);
+        model.work();
+    };
+    show(BrowserView::largest);
+    EXPECT_EQ(model.state.figures.value->largestFiles.size(), 2U);
+    EXPECT_EQ(model.state.figures.value->largestFiles.front()->name(), "stays.dat");
+    show(BrowserView::rules);
+    ASSERT_EQ(model.state.rules.value->matches.size(), 1U);
+    EXPECT_EQ(model.state.rules.value->matches.front().totalSize, 3'000'000);
+    show(BrowserView::list);
+    model.type("<Home> ");
+    ASSERT_EQ(model.state.marks.nodes().front()->name(), "in");
+    EXPECT_EQ(model.state.freed.value->atMost,
+              model.state.marks.nodes().front()->children()[1]->allocatedSize);
+    model.type("w");
+    EXPECT_EQ(model.services.snapshotStore()->list().front().totalSize, 3'000'000);
+}
+
+// The end of the program: steps are whole, and what has not begun is left as it is.
+TEST(BrowserModelTests, actsEndBetweenItems) {
+    Model model;
+    for (const char* file : {"files/a", "files/b", "files/c"})
+        model.home.makeFile(file, 10);
+    begin(model.state, model.path("files"));
+    model.work();
+    model.services.moveToTrash = [&, move = model.services.moveToTrash](const fs::path& item) {
+        model.surroundings.interruption->interrupt();
+        return move(item);
+    };
+    model.type("Ady");
+    EXPECT_EQ(rowCount(model.state), 2U);
+    EXPECT_EQ(model.state.outcomes.size(), 3U);
+    // Leaving while something is under way asks.
+    model.type("U");
+    for (const KeyPress& press : MemoryScreen::keys("dyqn"))
+        update(model.state, press);
+    EXPECT_FALSE(model.state.isDone);
+    for (const KeyPress& press : MemoryScreen::keys("qy"))
+        update(model.state, press);
+    EXPECT_TRUE(model.state.isDone);
+
+    std::promise<void> begun;
+    std::promise<void> gate;
+    std::vector<std::uint64_t> done;
+    WorkQueue queue(
+        [&](const BrowserRequest& request, const CancellationToken&, const WorkQueue::Post&) {
+            if (request.id == 1) {
+                begun.set_value();
+                gate.get_future().wait();
+            }
+            done.push_back(request.id);
+        },
+        [] {});
+    queue.add({1, BrowserJobs::Undo{}});
+    queue.add({2, BrowserJobs::Undo{}});
+    queue.add({3, BrowserJobs::Remember{}});
+    begun.get_future().wait();
+    EXPECT_TRUE(queue.drop(BrowserLane::act, [](const BrowserJob& job) {
+        return std::holds_alternative<BrowserJobs::Remember>(job);
+    }));
+    gate.set_value();
+    queue.waitFor(BrowserLane::act);
+    EXPECT_EQ(done, (std::vector<std::uint64_t>{1, 3}));
 }
 
 TEST(BrowserModelTests, typedLines) {

@@ -1,5 +1,6 @@
 #include "TarnwellCore/Settings/AppSettings.hpp"
 #include "TarnwellCore/Snapshots/ScanRecord.hpp"
+#include "TarnwellTidyKit/Browser/UserShell.hpp"
 
 #include "Tests/TidyKit/BrowserScene.hpp"
 
@@ -8,6 +9,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -130,8 +134,10 @@ TEST(BrowserTests, deletesForGoodOnlyAfterTheWord) {
     EXPECT_TRUE(scene.has("archive.zip"));
     scene.screenAfter("jDdelete<Enter>");
     EXPECT_FALSE(scene.has("archive.zip"));
+    fs::remove(scene.home / ".settings.json");
     scene.isReadOnly = true;
     EXPECT_THAT(scene.screenAfter("d"), HasSubstr("only looks"));
+    EXPECT_FALSE(fs::exists(scene.home / ".settings.json"));
     scene.screenAfter("Ddelete<Enter>u E  dy");
     EXPECT_TRUE(scene.has("Films/wedding.mov"));
     EXPECT_THAT(scene.screenAfter("?"), Not(HasSubstr("Acting")));
@@ -157,11 +163,8 @@ TEST(BrowserTests, protectedPlacesAndAncestors) {
 
 TEST(BrowserTests, goesOnWhenThingsFail) {
     PaperScene scene;
-    scene.services.moveAllToTrash = [](const std::vector<fs::path>& items) {
-        std::vector<TrashOutcome> outcomes;
-        for (const fs::path& item : items)
-            outcomes.push_back({item, std::nullopt, "There is no room left in the Trash."});
-        return outcomes;
+    scene.services.moveToTrash = [](const fs::path& item) {
+        return TrashOutcome{item, std::nullopt, "There is no room left in the Trash."};
     };
     EXPECT_THAT(scene.screenAfter("  dy"), HasSubstr("2 not: see Outcomes"));
     EXPECT_THAT(scene.screenAfter("  dy<S-Tab>"), HasSubstr("There is no room left in the Trash."));
@@ -173,6 +176,41 @@ TEST(BrowserTests, goesOnWhenThingsFail) {
     EXPECT_THAT(scene.screenAfter("u"), HasSubstr("The Trash is gone."));
     scene.services.volumes = []() -> std::vector<VolumeInfo> { throw std::runtime_error("No volumes."); };
     EXPECT_THAT(scene.screenAfter("V"), HasSubstr("No volumes."));
+}
+
+TEST(BrowserTests, startsShellsAsUsual) {
+    PaperScene scene;
+    const char* before = std::getenv("SHELL");
+    const std::string shell = before == nullptr ? "" : before;
+    const std::string script = scene.path("shell");
+    scene.home.makeFile("shell", 0);
+    std::ofstream(script) << "#!/bin/sh\n(kill -PIPE $(sh -c 'echo $PPID'); echo survived) > out\n";
+    fs::permissions(script, fs::perms::owner_all);
+    ::setenv("SHELL", script.c_str(), 1);
+    const auto pipes = std::signal(SIGPIPE, SIG_IGN);
+    EXPECT_EQ(runUserShell(scene.folder), "");
+    EXPECT_EQ(readFile(fs::path(scene.folder) / "out"), "") << "a reader that has gone ends programs";
+    EXPECT_THAT(runUserShell(scene.path("nowhere")), HasSubstr("There is no way into"));
+    ::setenv("SHELL", scene.path("nothing").c_str(), 1);
+    EXPECT_THAT(scene.screenAfter("b"), HasSubstr("could not be started"));
+    (void)std::signal(SIGPIPE, pipes);
+    shell.empty() ? ::unsetenv("SHELL") : ::setenv("SHELL", shell.c_str(), 1);
+}
+
+// Ctrl-C leaves what is open first.
+TEST(BrowserTests, interruptsWhatIsOpen) {
+    PaperScene scene;
+    for (const auto& [keys, isOpen] : {std::pair{"jDdel", true}, {"jd", true}, {"j", false}}) {
+        MemoryScreen screen({80, 24});
+        screen.type(keys);
+        screen.give(QuitRequest{SIGINT});
+        screen.type("q");
+        BrowserSetup setup{
+            .folder = scene.folder, .services = &scene.services, .surroundings = &scene.surroundings};
+        setup.isPatient = true;
+        EXPECT_EQ(runBrowser(screen, setup), isOpen ? 0 : 128 + SIGINT) << keys;
+    }
+    EXPECT_TRUE(scene.has("archive.zip"));
 }
 
 TEST(BrowserTests, remembersAndTells) {
