@@ -295,6 +295,7 @@ TEST(BrowserModelTests, whatHasGoneIsCountedNowhere) {
     AppSettings settings(model.services.settings());
     CleanupRule rule;
     rule.name = "All";
+    rule.isEnabled = true;
     rule.minimumSize = 1'000'000;
     rule.extensions = {"dat"};
     settings.setCleanupRules(std::vector{rule});
