@@ -119,6 +119,8 @@ struct BrowserState {
 
     /// A full path; empty before a folder was chosen.
     std::string rootPath;
+    /// The root of a scan of which nothing is known yet, while another tree is shown.
+    std::string wantedRoot;
     std::shared_ptr<const BrowserTree> tree;
     std::shared_ptr<const LiveSource> live;
     std::shared_ptr<const Removals> removals = std::make_shared<Removals>();
@@ -166,6 +168,8 @@ struct BrowserState {
     Loaded<FreedBytes> freed;
     /// Where a range of rows begins.
     std::optional<std::size_t> rangeStart;
+    /// The item of that row; null where rows are none.
+    const FileNode* rangeNode = nullptr;
 
     // --- The other views ------------------------------------------------------------------------------
 

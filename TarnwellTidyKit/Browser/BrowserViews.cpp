@@ -18,6 +18,14 @@ constexpr bool hasHeads(BrowserView view) {
     return view != BrowserView::map && view != BrowserView::outcomes;
 }
 
+GridArea helpArea(const BrowserLayout& layout, GridSize size) {
+    GridArea area = layout.body;
+    area.row -= layout.heads.height;
+    area.height += layout.heads.height;
+    area.width = size.width;
+    return area;
+}
+
 } // namespace
 
 BrowserLayout layoutOf(const BrowserState& state, GridSize size) {
@@ -78,11 +86,7 @@ BrowserPicture drawn(const BrowserState& state, GridSize size, bool isUnicode) {
     drawTitle(pane(layout.title));
     drawTabs(pane(layout.tabs));
     if (state.showsHelp) {
-        GridArea area = layout.body;
-        area.row -= layout.heads.height;
-        area.height += layout.heads.height;
-        area.width = size.width;
-        drawHelp(pane(area));
+        drawHelp(pane(helpArea(layout, size)));
     } else {
         views[static_cast<std::size_t>(state.view)](pane(layout.body, layout.heads));
         if (layout.chart.height > 0)
@@ -102,6 +106,8 @@ BrowserPicture drawn(const BrowserState& state, GridSize size, bool isUnicode) {
 
 void fitTo(BrowserState& state, GridSize size) {
     const BrowserLayout layout = layoutOf(state, size);
+    if (state.showsHelp)
+        state.helpTop = std::min(state.helpTop, lastHelpTop(state.isReadOnly, helpArea(layout, size).height));
     // A cell of the map is two points high: there are half blocks.
     setRoom(state, static_cast<std::size_t>(std::max(layout.body.height, 1)), std::max(layout.body.width, 1),
             std::max(layout.body.height, 1) * 2);

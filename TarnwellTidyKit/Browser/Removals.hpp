@@ -34,6 +34,7 @@ public:
     bool isGoneWithItsFolders(const FileNode& node) const { return nodes_.containsNodeOrAncestor(node); }
     bool isEmpty() const { return nodes_.isEmpty(); }
     const RemovedNodes& nodes() const { return nodes_; }
+    const std::unordered_set<const FileNode*>& all() const { return all_; }
     /// What is left of these: a folder that has lost something by those of its parts that have not.
     std::vector<const FileNode*> remaining(const std::vector<const FileNode*>& nodes) const;
     /// The nearest folder that held all that went; null when nothing did.

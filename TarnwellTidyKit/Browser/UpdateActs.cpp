@@ -211,6 +211,8 @@ bool runAct(BrowserState& state, BrowserCommand command) {
         if (state.rangeStart)
             return runAct(state, mark);
         state.rangeStart = state.cursor().row;
+        if (const auto item = target(state))
+            state.rangeNode = item->node;
         say(state, "Go to the other end of the range, then Space.");
         return true;
     case markAll:

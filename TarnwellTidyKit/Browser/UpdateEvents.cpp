@@ -29,6 +29,7 @@ struct Taking {
     void operator()(BrowserEvents::ScanProgressed& event) const {
         if (event.id != state.scanAwaited)
             return;
+        scanHasBegun(state);
         state.progress = std::move(event.progress);
         state.live = event.live;
         scanProgressed(state);
@@ -62,6 +63,7 @@ struct Taking {
     void operator()(BrowserEvents::ScanEnded& event) const {
         if (event.id != state.scanAwaited)
             return;
+        scanHasBegun(state);
         state.scanAwaited = 0;
         callOff(state, state.lookAwaited);
         const FileNode& root = event.tree->root();
@@ -296,6 +298,7 @@ struct Taking {
         };
         if (event.id == state.scanAwaited) {
             state.scanAwaited = 0;
+            state.wantedRoot.clear();
             callOff(state, state.lookAwaited);
             if (state.tree == nullptr) {
                 state.folder = nullptr;

@@ -19,6 +19,8 @@ std::uint64_t ask(BrowserState& state, BrowserJob job);
 void callOff(BrowserState& state, std::uint64_t& awaited);
 void say(BrowserState& state, std::string text, bool isFailure = false);
 void scan(BrowserState& state, const std::string& folder);
+/// Leaves what was shown when the scan of another folder has something to tell.
+void scanHasBegun(BrowserState& state);
 /// Reads a folder of the tree again; what is shown stays until that is done.
 void scanAgain(BrowserState& state, const FileNode& folder);
 /// Shows a folder of the tree, with one of its entries selected.

@@ -100,27 +100,45 @@ void takeLook(BrowserState& state, BrowserEvents::Looked& event) {
     takeOrder(state, std::move(event.order));
 }
 
+namespace {
+
+/// Another tree: nothing of the old one has a meaning.
+void leaveTree(BrowserState& state) {
+    callOff(state, state.orderAwaited);
+    state.folder = nullptr;
+    discard(state, {std::move(state.entries), std::move(state.order), std::move(state.tree)});
+    state.entries = nullptr;
+    state.order = nullptr;
+    state.selectedNode = nullptr;
+    state.wantedEntry = nullptr;
+    state.cursors = {};
+    state.tree = nullptr;
+    state.removals = std::make_shared<Removals>();
+    state.marks.clear();
+    state.choice.filter.clear();
+    state.choice.earlier = nullptr;
+    forgetFindings(state);
+}
+
+} // namespace
+
 void scan(BrowserState& state, const std::string& folder) {
     beginScan(state);
-    if (folder != state.rootPath || state.tree == nullptr) {
-        // Another tree: nothing of the old one has a meaning.
-        callOff(state, state.orderAwaited);
-        state.folder = nullptr;
-        discard(state, {std::move(state.entries), std::move(state.order), std::move(state.tree)});
-        state.entries = nullptr;
-        state.order = nullptr;
-        state.selectedNode = nullptr;
-        state.wantedEntry = nullptr;
-        state.cursors = {};
-        state.tree = nullptr;
-        state.removals = std::make_shared<Removals>();
-        state.marks.clear();
-        state.choice.filter.clear();
-        state.choice.earlier = nullptr;
-        forgetFindings(state);
+    state.wantedRoot.clear();
+    if (state.tree == nullptr) {
+        leaveTree(state);
+        state.rootPath = folder;
+    } else if (folder != state.rootPath) {
+        state.wantedRoot = folder; // which may not be there, so what is shown stays for now
     }
-    state.rootPath = folder;
     state.scanAwaited = ask(state, BrowserJobs::Scan{folder});
+}
+
+void scanHasBegun(BrowserState& state) {
+    if (state.wantedRoot.empty())
+        return;
+    leaveTree(state);
+    state.rootPath = std::exchange(state.wantedRoot, {});
 }
 
 void forgetFindings(BrowserState& state) {
@@ -168,7 +186,6 @@ void relist(BrowserState& state) {
         return;
     const std::string place = state.choice.earlier ? placeOf(state, state.folder) : std::string();
     callOff(state, state.orderAwaited);
-    state.rangeStart.reset(); // a row, which will be another's
     if (state.entries->count() <= largestQuickFolder) {
         takeOrder(state, std::make_shared<Ordering>(ordered(*state.entries, state.choice, place)));
         return;
@@ -194,19 +211,26 @@ void takeOrder(BrowserState& state, std::shared_ptr<const Ordering> order) {
         cursor.row < state.order->rows.size() && state.order->rows[cursor.row] < state.entries->count())
         wanted = state.selectedNode;
     state.order = std::move(order);
-    if (wanted != nullptr && state.entries != nullptr) {
+    const auto rowOf = [&](const FileNode* node) -> std::optional<std::size_t> {
+        if (node == nullptr || state.entries == nullptr)
+            return std::nullopt;
         // First the number, then its row: either is one pass over memory in its order.
         const std::vector<std::uint32_t>& rows = state.order->rows;
         std::uint32_t index = 0;
-        while (index < state.entries->count() && state.entries->nodeAt(index) != wanted)
+        while (index < state.entries->count() && state.entries->nodeAt(index) != node)
             ++index;
         const auto found = std::ranges::find(rows, index);
-        if (found != rows.end()) {
-            // Where it was on the screen, if it can be.
-            const auto row = static_cast<std::size_t>(found - rows.begin());
-            const std::size_t above = cursor.row - std::min(cursor.row, cursor.top);
-            cursor = {.row = row, .top = row - std::min(row, above), .isMoved = true};
-        }
+        return found == rows.end() ? std::nullopt
+                                   : std::optional(static_cast<std::size_t>(found - rows.begin()));
+    };
+    // Rows are others now. While a scan brings them again and again, a range goes on from its item; what was
+    // asked for ends it.
+    if (state.rangeStart)
+        state.rangeStart = state.tree == nullptr ? rowOf(state.rangeNode) : std::nullopt;
+    if (const auto row = rowOf(wanted)) {
+        // Where it was on the screen, if it can be.
+        const std::size_t above = cursor.row - std::min(cursor.row, cursor.top);
+        cursor = {.row = *row, .top = *row - std::min(*row, above), .isMoved = true};
     }
     state.wantedEntry = nullptr;
     settle(state);

@@ -52,6 +52,11 @@ std::vector<Line> lines(bool isReadOnly) {
 
 } // namespace
 
+std::size_t lastHelpTop(bool isReadOnly, int height) {
+    const std::size_t count = lines(isReadOnly).size();
+    return count - std::min(count, static_cast<std::size_t>(std::max(height, 0)));
+}
+
 void drawHelp(const Pane& pane) {
     const std::vector<Line> all = lines(pane.state.isReadOnly);
     const auto height = static_cast<std::size_t>(std::max(pane.area.height, 0));

@@ -89,6 +89,9 @@ struct EntryMark {
 EntryMark markOf(const BrowserEntry& entry);
 Role roleOf(FileCategory category);
 
+/// The last line of the help that can be the first one seen.
+std::size_t lastHelpTop(bool isReadOnly, int height);
+
 // --- The views --------------------------------------------------------------------------------------------
 
 void drawList(const Pane& pane);

@@ -31,7 +31,7 @@ public:
 
     TidyScanChoices choices;
     /// In place of a shell.
-    std::function<void(const std::string& folder)> shell;
+    std::function<std::string(const std::string& folder)> shell;
 
     /// What was copied last, and the exit status.
     std::string clipboard;

@@ -225,6 +225,9 @@ TEST(BrowserTests, remembersAndTells) {
     scene.screenAfter("jp");
     EXPECT_EQ(scene.clipboard, scene.path("files/archive.zip"));
     EXPECT_THAT(scene.screenAfter("g" + scene.path("files/Papers") + "<Enter>"), HasSubstr("report.pdf"));
+    EXPECT_THAT(scene.screenAfter("g/nowhere<Enter>"),
+                testing::AllOf(HasSubstr("nowhere"), HasSubstr("archive.zip")))
+        << "what was shown stays";
     scene.screenAfter("w<Tab><Tab><Tab><Tab><Tab>");
     EXPECT_EQ(scene.services.snapshotStore()->list().size(), 1);
     EXPECT_GE(scene.services.history().list().size(), 4);
@@ -265,6 +268,7 @@ TEST(BrowserTests, readsAgainWhatOthersChange) {
         scene.home.makeFile("files/Papers/new.pdf", 3'000'000);
         scene.home.makeFile("files/elsewhere", 9'000'000);
         fs::remove(scene.path("files/Papers/report.pdf"));
+        return std::string();
     };
     // The archive goes to the Trash first: it stays gone, though only one folder is read again.
     const std::string after = scene.screenAfter("jdylbr<BS>");
@@ -275,6 +279,7 @@ TEST(BrowserTests, readsAgainWhatOthersChange) {
     scene.shell = [&](const std::string&) {
         fs::rename(scene.path("files"), scene.path("gone"));
         scene.services.volumes = [] { return std::vector<VolumeInfo>(); };
+        return std::string();
     };
     EXPECT_THAT(scene.screenAfter("br"), testing::AllOf(HasSubstr("elsewhere"), HasSubstr("files")))
         << "the last that was seen, and why there is nothing newer";
