@@ -232,7 +232,7 @@ void ActingJobs::operator()(const BrowserJobs::EmptyTrash&) const {
 
 void ActingJobs::operator()(const BrowserJobs::TakeSnapshot& job) const {
     context.services.snapshotStore()->save(
-        storedSnapshotOf(scanNow(*job.tree, *job.removals, context.token)));
+        storedSnapshotOf(scanNow(*job.tree, *job.removals, context.surroundings.interruption->token())));
     Acted acted{.id = context.id, .title = "Snapshot"};
     acted.outcomes.push_back({.source = job.tree->root().path(), .done = "snapshot taken"});
     context.post(std::move(acted));

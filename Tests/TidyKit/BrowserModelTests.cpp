@@ -36,7 +36,7 @@ struct Model : Scene {
             if (!liesIn(path, place))
                 throw std::runtime_error("outside of the test: " + path.native());
         };
-        services.moveToTrash = [guard, move = services.moveToTrash](const fs::path& item) {
+        moveToTrash = [guard, move = moveToTrash](const fs::path& item) {
             guard(item);
             return move(item);
         };
@@ -335,7 +335,7 @@ TEST(BrowserModelTests, actsEndBetweenItems) {
         model.home.makeFile(file, 10);
     begin(model.state, model.path("files"));
     model.work();
-    model.services.moveToTrash = [&, move = model.services.moveToTrash](const fs::path& item) {
+    model.moveToTrash = [&, move = model.moveToTrash](const fs::path& item) {
         model.surroundings.interruption->interrupt();
         return move(item);
     };

@@ -163,7 +163,7 @@ TEST(BrowserTests, protectedPlacesAndAncestors) {
 
 TEST(BrowserTests, goesOnWhenThingsFail) {
     PaperScene scene;
-    scene.services.moveToTrash = [](const fs::path& item) {
+    scene.moveToTrash = [](const fs::path& item) {
         return TrashOutcome{item, std::nullopt, "There is no room left in the Trash."};
     };
     EXPECT_THAT(scene.screenAfter("  dy"), HasSubstr("2 not: see Outcomes"));
