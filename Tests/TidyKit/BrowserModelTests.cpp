@@ -292,6 +292,13 @@ TEST(BrowserModelTests, marksOfAScanUnderWay) {
 // Of what has gone since the scan no view speaks again, and no figure counts it.
 TEST(BrowserModelTests, whatHasGoneIsCountedNowhere) {
     Model model;
+    AppSettings settings(model.services.settings());
+    CleanupRule rule;
+    rule.id = "all";
+    rule.name = "All";
+    rule.extensions = {"dat"};
+    rule.minimumSize = 1000;
+    settings.setCleanupRules(std::vector{rule});
     for (const auto& [file, size] :
          {std::pair{"in/gone.dat", 4'000'000}, {"in/stays.dat", 2'000'000}, {"out.dat", 1'000'000}})
         model.home.makeFile(std::string("files/") + file, static_cast<std::uint64_t>(size));
@@ -309,6 +316,17 @@ TEST(BrowserModelTests, whatHasGoneIsCountedNowhere) {
     show(BrowserView::largest);
     EXPECT_EQ(model.state.figures.value->largestFiles.size(), 2U);
     EXPECT_EQ(model.state.figures.value->largestFiles.front()->name(), "stays.dat");
+    show(BrowserView::rules);
+    for (const RuleMatch& match : model.state.rules.value->matches)
+        EXPECT_EQ(match.totalSize, 3'000'000);
+    EXPECT_EQ(model.state.rules.value->matches.size(), 1U);
+    show(BrowserView::list);
+    model.type("<Home> ");
+    ASSERT_EQ(model.state.marks.nodes().front()->name(), "in");
+    EXPECT_EQ(model.state.freed.value->atMost,
+              model.state.marks.nodes().front()->children()[1]->allocatedSize);
+    model.type("w");
+    EXPECT_EQ(model.services.snapshotStore()->list().front().totalSize, 3'000'000);
 }
 
 // The end of the program: steps are whole, and what has not begun is left as it is.
