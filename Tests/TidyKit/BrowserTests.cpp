@@ -12,6 +12,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <future>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -81,6 +82,8 @@ TEST(BrowserTests, screens) {
         {"duplicates", "<Tab><Tab><Tab><Tab><Tab><Tab><Tab><Tab><Enter>"},
         {"volumes", "V"},
         {"huge", "jj", {200, 30}},
+        {"findings", "<Tab><Tab><Tab><Tab><Tab><Tab>"},
+        {"outcomes", " dyu<S-Tab>"},
         {"help", "?"},
         {"help-small", "?jj", {40, 10}},
     };
@@ -89,6 +92,19 @@ TEST(BrowserTests, screens) {
     rule.name = "Old papers";
     rule.extensions = {"pdf"};
     rule.olderThanDays = 90;
+    SpaceSaverFinding finding;
+    finding.title = "Thumbnails";
+    finding.subtitle = "Small pictures of larger ones";
+    finding.paths = {scene.path("files/notes.txt")};
+    finding.size = finding.allocatedSize = finding.reclaimableSize = 1'234'000;
+    finding.itemCount = 1;
+    finding.safety = CleanupSafety::safe;
+    finding.action = SpaceSaverActions::Trash{};
+    scene.services.findings = [&](const fs::path&, SpaceSaverProbe::Request, CancellationToken) {
+        std::promise<std::vector<SpaceSaverFinding>> found;
+        found.set_value({finding});
+        return found.get_future();
+    };
     for (const auto& each : scenes) {
         scene.size = each.size;
         AppSettings settings(scene.services.settings());
