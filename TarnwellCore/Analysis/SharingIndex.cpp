@@ -174,9 +174,10 @@ void SharingIndex::makeIslands() {
         islands_.back().end = static_cast<std::uint32_t>(edges_.size());
         islandOfExtent_[placed.extent] = static_cast<std::uint32_t>(islands_.size() - 1);
     }
-    placedEdges_ = {};
-    bodyOfINode_ = {};
-    groupOfIdentifier_ = {};
+    // To assign an empty list would keep the memory.
+    placedEdges_ = decltype(placedEdges_)();
+    bodyOfINode_ = decltype(bodyOfINode_)();
+    groupOfIdentifier_.clear();
 }
 
 SharingIndex::Range SharingIndex::namesBelow(const FileNode& node) const {

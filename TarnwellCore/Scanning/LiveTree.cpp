@@ -347,9 +347,10 @@ void LiveTree::State::enter(LiveState next) {
 void LiveTree::State::forget() {
     const std::lock_guard guard(mutex);
     mirror = {};
-    fileLists = {};
-    taken = {};
-    inboxLock.withLock([&] { inbox = {}; });
+    // To assign an empty list would keep the memory.
+    fileLists = decltype(fileLists)();
+    taken = decltype(taken)();
+    inboxLock.withLock([&] { inbox = decltype(inbox)(); });
 }
 
 LiveTree::LiveTree() : state_(std::make_unique<State>()) {}

@@ -95,7 +95,7 @@ bool BtrfsReferenceState::findUncounted(int file, BtrfsSearch& search) {
                 return isTooMuch() ? last : BtrfsSearch::following(last);
             });
         if (!isRead || isTooMuch()) {
-            uncounted_ = {};
+            uncounted_ = decltype(uncounted_)();
             return false;
         }
     }
@@ -126,7 +126,7 @@ bool BtrfsReferenceState::isSettled(int file, BtrfsSearch& search) {
         [](const BtrfsKey& last) { return last; });
     if (committed_ < generation_)
         return false;
-    uncounted_ = {};
+    uncounted_ = decltype(uncounted_)();
     isUncountedKnown_ = true;
     return true;
 }
