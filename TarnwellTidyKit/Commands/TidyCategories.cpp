@@ -37,7 +37,7 @@ std::vector<FileCategory> categoriesFrom(const TidyArguments& arguments, std::st
         if (!category) {
             std::string all;
             for (const FileCategory each : allFileCategories())
-                all += (all.empty() ? "" : ", ") + std::string(displayName(each));
+                all.append(all.empty() ? "" : ", ").append(displayName(each));
             throw TidyUsageError("There is no category '" + harmless(text) + "'. There are: " + all + ".");
         }
         if (std::ranges::find(categories, *category) == categories.end())
