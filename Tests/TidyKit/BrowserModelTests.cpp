@@ -259,7 +259,9 @@ TEST(BrowserModelTests, marksOfAScanUnderWay) {
     const auto live = std::make_shared<LiveTree>();
     ScanResult result = DiskScanner().scan(model.path("files"), {}, nullptr, {}, live).get();
     const auto progress = [&] {
-        update(state, BrowserEvents::ScanProgressed{id, {}, std::make_shared<const LiveTreeSource>(live)});
+        const ScanProgress nothingRead;
+        update(state,
+               BrowserEvents::ScanProgressed{id, nothingRead, std::make_shared<const LiveTreeSource>(live)});
         model.work();
     };
     progress();

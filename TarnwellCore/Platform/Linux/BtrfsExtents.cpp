@@ -10,8 +10,6 @@ namespace tarnwell {
 
 namespace {
 
-constexpr std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
-
 // Items that lie between cost less than another call, up to here.
 constexpr std::uint64_t nearInodes = 16;
 constexpr std::uint64_t nearBytes = std::uint64_t{1} << 20;
@@ -38,7 +36,9 @@ bool forEachRun(const Elements& elements, IsNear isNear, Body body) {
 bool BtrfsExtents::read(int file, std::uint64_t inode, std::vector<Extent>& extents) {
     extents.clear();
     return search_.forEach(
-        file, {.first = {inode, BTRFS_EXTENT_DATA_KEY, 0}, .last = {inode, BTRFS_EXTENT_DATA_KEY, largest}},
+        file,
+        {.first = {inode, BTRFS_EXTENT_DATA_KEY, 0},
+         .last = {inode, BTRFS_EXTENT_DATA_KEY, BtrfsKey::largestOffset}},
         [&](const BtrfsSearch::Item& found) {
             const auto item = found.as<btrfs_file_extent_item>();
             if (item.type != BTRFS_FILE_EXTENT_INLINE && found.bytes.size() >= sizeof item &&
@@ -166,7 +166,7 @@ void BtrfsExtents::readItems(int folder, std::span<const std::uint64_t> inodes) 
         const bool isRead = search_.forEach(
             folder,
             {.first = {inodes[first], BTRFS_EXTENT_DATA_KEY, 0},
-             .last = {inodes[end - 1], BTRFS_EXTENT_DATA_KEY, largest}},
+             .last = {inodes[end - 1], BTRFS_EXTENT_DATA_KEY, BtrfsKey::largestOffset}},
             [&](const BtrfsSearch::Item& item) { collection.add(item); },
             [&](const BtrfsKey& last) { return collection.resume(last); });
         if (!isRead) { // half a file is none
@@ -231,7 +231,7 @@ bool BtrfsExtents::readUsers(int folder) {
             folder,
             {.tree = BTRFS_EXTENT_TREE_OBJECTID,
              .first = {wanted->start, BTRFS_EXTENT_ITEM_KEY, 0},
-             .last = {users_[end - 1].start, BTRFS_EXTENT_ITEM_KEY, largest}},
+             .last = {users_[end - 1].start, BTRFS_EXTENT_ITEM_KEY, BtrfsKey::largestOffset}},
             [&](const BtrfsSearch::Item& item) {
                 while (wanted != wantedEnd && wanted->start < item.key.object)
                     ++wanted;

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <span>
 
@@ -18,6 +19,8 @@ struct BtrfsKey {
     std::uint64_t object = 0;
     std::uint8_t type = 0;
     std::uint64_t offset = 0;
+
+    static constexpr std::uint64_t largestOffset = std::numeric_limits<std::uint64_t>::max();
 
     auto operator<=>(const BtrfsKey&) const = default;
 };

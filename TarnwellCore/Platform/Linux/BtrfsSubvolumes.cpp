@@ -14,8 +14,8 @@ namespace tarnwell {
 
 namespace {
 
-constexpr std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
-constexpr BtrfsKey lastKey = {largest, std::numeric_limits<std::uint8_t>::max(), largest};
+constexpr BtrfsKey lastKey = {BtrfsKey::largestOffset, std::numeric_limits<std::uint8_t>::max(),
+                              BtrfsKey::largestOffset};
 
 bool isSubvolume(std::uint64_t tree) {
     return tree == BTRFS_FS_TREE_OBJECTID ||
@@ -121,7 +121,7 @@ bool BtrfsReferenceState::isSettled(int file, BtrfsSearch& search) {
         file,
         {.tree = BTRFS_ROOT_TREE_OBJECTID,
          .first = {BTRFS_EXTENT_TREE_OBJECTID, BTRFS_ROOT_ITEM_KEY, 0},
-         .last = {BTRFS_EXTENT_TREE_OBJECTID, BTRFS_ROOT_ITEM_KEY, largest}},
+         .last = {BTRFS_EXTENT_TREE_OBJECTID, BTRFS_ROOT_ITEM_KEY, BtrfsKey::largestOffset}},
         [&](const BtrfsSearch::Item& found) { committed_ = le64toh(found.as<btrfs_root_item>().generation); },
         [](const BtrfsKey& last) { return last; });
     if (committed_ < generation_)
@@ -176,7 +176,7 @@ const BtrfsSubvolumes::Subvolume* BtrfsSubvolumes::of(int folder, std::int32_t d
     if (!state) {
         auto added = std::make_unique<BtrfsReferenceState>();
         const bool isTold = (information.flags & BTRFS_FS_INFO_FLAG_GENERATION) != 0;
-        if (!added->read(folder, isTold ? information.generation : largest, search))
+        if (!added->read(folder, isTold ? information.generation : BtrfsKey::largestOffset, search))
             return nullptr;
         state = std::move(added);
     }
