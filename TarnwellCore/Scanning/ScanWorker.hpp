@@ -73,7 +73,7 @@ private:
 
     // Folders that several workers read (ScanWorkerSharing.cpp):
     long nextRecords(std::span<std::byte> buffer);
-    void noteTurn();
+    void noteTurn(std::size_t dealtWith);
     bool isLeavingEarly() const;
     bool workOnShared();
     void endShared(bool isRead);
@@ -120,6 +120,8 @@ private:
     int descriptor_ = -1;
     int turnCount_ = 0;                    // that it took at the folder's records
     std::int64_t waitsAtTurn_ = 0;         // of this thread, when the last one began
+    std::size_t turnLength_ = 0;           // bytes at most, of the one before
+    bool isWaitingKnown_ = false;          // by a turn that was long enough to tell
     bool mostlyWaited_ = false;            // for the entries of the one before
     std::shared_ptr<SharedFolder> shared_; // null as long as it reads alone
     bool isHelping_ = false;               // with that one, which is not its own

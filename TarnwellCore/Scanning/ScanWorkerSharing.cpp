@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
+#include <exception>
 #include <iterator>
 #include <memory>
 #include <utility>
@@ -17,11 +18,11 @@ namespace {
 /// Bytes of the records that are taken in one turn: some seven hundred names. Few folders hold more, and
 /// nobody waits long for the last turn. Where somebody has nothing to do the first turns are short, so that a
 /// folder of a thousand files, too, is worth a helper.
-constexpr std::size_t turnLength = 32768;
-constexpr std::size_t firstTurnLength = 4096;
+constexpr std::size_t wholeTurn = 32768;
+constexpr std::size_t firstTurn = 4096;
 
-/// So often a thread waits in a turn though all entries are in the kernel's caches: for another's turn to
-/// end. With those of a disk it waits ten times and more.
+/// So often a thread waits in a whole turn though all entries are in the kernel's caches: for another's turn
+/// to end. With those of a disk it waits ten times and more.
 constexpr std::int64_t fewWaits = 3;
 
 } // namespace
@@ -31,20 +32,22 @@ long ScanWorker::nextRecords(std::span<std::byte> buffer) {
     if (isLeavingEarly())
         return 0;
     const bool isShort = shared_ != nullptr || context_.queue.isHungry();
-    const std::size_t length = isShort && turnCount_ < 3 ? firstTurnLength << turnCount_ : turnLength;
+    const std::size_t length = isShort && turnCount_ < 3 ? firstTurn << turnCount_ : wholeTurn;
     buffer = buffer.first(std::min(buffer.size(), length));
     const long filled = shared_ != nullptr
                             ? shared_->read(context_.calls, buffer)
                             : context_.calls.readPacked(descriptor_, buffer.data(), buffer.size());
+    const std::size_t dealtWith = std::exchange(turnLength_, length);
     if (filled > 0 && ++turnCount_ > 1)
-        noteTurn();
+        noteTurn(dealtWith);
     return filled;
 }
 
 /// The folder goes on: it is worth other workers when there are any, or when it has to be waited for.
-void ScanWorker::noteTurn() {
+void ScanWorker::noteTurn(std::size_t dealtWith) {
     const std::int64_t waits = waitsOfThisThread();
-    mostlyWaited_ = turnCount_ > 2 && waits - waitsAtTurn_ > fewWaits;
+    isWaitingKnown_ = turnCount_ > 2 && dealtWith >= wholeTurn;
+    mostlyWaited_ = isWaitingKnown_ && waits - waitsAtTurn_ > fewWaits;
     waitsAtTurn_ = waits;
     const bool isHungry = context_.queue.isHungry();
     // One of which nothing was handed on may still turn out to be read one by one.
@@ -58,13 +61,18 @@ void ScanWorker::noteTurn() {
 
 /// As `workOnBatch`: one that was added leaves between two turns, too.
 bool ScanWorker::isLeavingEarly() const {
-    return isHelping_ && isAdded_ && turnCount_ > 2 && !mostlyWaited_;
+    return isHelping_ && isAdded_ && isWaitingKnown_ && !mostlyWaited_;
 }
 
 bool ScanWorker::workOnShared() {
     struct Helping {
         SharedFolder& folder;
-        ~Helping() { folder.leave(); }
+        int exceptions = std::uncaught_exceptions();
+        ~Helping() {
+            if (std::uncaught_exceptions() > exceptions) // out of memory: the scan ends
+                folder.end(ENOMEM);
+            folder.leave();
+        }
     };
     {
         const Helping helping{*shared_};
@@ -73,7 +81,7 @@ bool ScanWorker::workOnShared() {
         collapseTarget_ = shared_->collapseTarget;
         delta_ = {.node = collapseTarget_};
         turnCount_ = 0;
-        mostlyWaited_ = false;
+        mostlyWaited_ = isWaitingKnown_ = false;
         isHelping_ = true;
         const bool isRead = reader_.helpToRead(descriptor_, item_->deviceID, consumer_, records_);
         // At its end for one, or called off, is at its end for all.

@@ -64,7 +64,7 @@ long SharedFolder::read(const DirectoryCalls& calls, std::span<std::byte> buffer
     if (isAtEnd_)
         return 0;
     const long filled = calls.readPacked(descriptor, buffer.data(), buffer.size());
-    isAtEnd_ = filled == 0;
+    isAtEnd_ = filled <= 0; // what lies behind a failure nobody else would read, either
     return filled;
 }
 

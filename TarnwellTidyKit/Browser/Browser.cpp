@@ -141,10 +141,11 @@ private:
 
     /// Hands on what the model wants.
     void hand() {
-        for (const std::uint64_t id : std::exchange(state_.cancellations, {}))
-            queue_.cancel(id);
         for (BrowserRequest& request : std::exchange(state_.requests, {}))
             queue_.add(std::move(request));
+        // After them: what was asked and called off in one turn is among them.
+        for (const std::uint64_t id : std::exchange(state_.cancellations, {}))
+            queue_.cancel(id);
         for (const ScreenWish& wish : std::exchange(state_.wishes, {}))
             grant(wish);
     }

@@ -17,7 +17,7 @@ struct Describing {
     About operator()(const Rescan&) const { return {look, "Scan"}; }
     About operator()(const Look&) const { return {quick, ""}; }
     About operator()(const Ledger&) const { return {look, ""}; }
-    About operator()(const Discard&) const { return {look, ""}; }
+    About operator()(const Discard&) const { return {discard, ""}; }
     About operator()(const Order&) const { return {quick, ""}; }
     About operator()(const Map&) const { return {quick, ""}; }
     About operator()(const Freed&) const { return {quick, ""}; }

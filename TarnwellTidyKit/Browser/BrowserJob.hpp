@@ -25,11 +25,12 @@ namespace tarnwell {
 
 /// What has a thread of its own: jobs of one lane are done one after another.
 enum class BrowserLane : std::uint8_t {
-    quick, ///< what a key waits for: orders, sums of what is marked
-    look,  ///< scans and searches
-    act,   ///< whatever changes something; steps are never cut in two
+    quick,   ///< what a key waits for: orders, sums of what is marked
+    look,    ///< scans and searches
+    act,     ///< whatever changes something; steps are never cut in two
+    discard, ///< what nobody looks at any more, which takes moments to take apart
 };
-inline constexpr std::size_t browserLaneCount = 3;
+inline constexpr std::size_t browserLaneCount = 4;
 
 namespace BrowserJobs {
 

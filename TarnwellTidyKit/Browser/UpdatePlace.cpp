@@ -417,6 +417,7 @@ void update(BrowserState& state, const Pasted& pasted) {
 }
 
 void update(BrowserState& state, const BrowserClick& click) {
+    state.held.clear(); // they were meant for what was shown
     state.message.clear();
     if (state.prompt || state.question)
         return;

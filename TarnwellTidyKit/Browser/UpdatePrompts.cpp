@@ -259,7 +259,7 @@ void answer(BrowserState& state, const KeyPress& press) {
     if (const auto* store = std::get_if<BrowserJobs::StoreRules>(&question.job); isYes && store != nullptr)
         setRules(state, store->rules);
     else if (isYes && question.leaves)
-        quit(state);
+        tarnwell::quit(state);
     else if (isYes)
         ask(state, std::move(question.job));
     else

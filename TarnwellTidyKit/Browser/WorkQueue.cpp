@@ -62,7 +62,7 @@ void WorkQueue::cancel(std::uint64_t id) {
         for (std::size_t number = 0; number < browserLaneCount; ++number) {
             Lane& lane = lanes_[number];
             std::erase_if(lane.waiting, [id](const Waiting& each) { return each.request.id == id; });
-            if (lane.isBusy && lane.current->id == id &&
+            if (lane.current != nullptr && lane.current->id == id &&
                 number != static_cast<std::size_t>(BrowserLane::act)) {
                 token = lane.token;
                 isFound = true;
@@ -77,7 +77,7 @@ bool WorkQueue::drop(BrowserLane lane, const std::function<bool(const BrowserJob
     const std::lock_guard guard(mutex_);
     Lane& each = lanes_[static_cast<std::size_t>(lane)];
     std::erase_if(each.waiting, [&](const Waiting& waiting) { return !isKept(waiting.request.job); });
-    return each.isBusy && !isKept(each.current->job);
+    return each.current != nullptr && !isKept(each.current->job);
 }
 
 std::vector<BrowserEvent> WorkQueue::takeEvents() {
@@ -112,7 +112,6 @@ void WorkQueue::run(std::size_t number) {
         {
             std::unique_lock guard(mutex_);
             lane.isBusy = false;
-            lane.current = nullptr;
             changed_.notify_all();
             changed_.wait(guard, [&] { return isEnding_ || !lane.waiting.empty(); });
             if (lane.waiting.empty())
@@ -123,6 +122,15 @@ void WorkQueue::run(std::size_t number) {
             lane.current = &next.request;
             lane.token = next.token;
         }
+        // Before the request itself goes, which takes its time with a large tree in it.
+        const struct Ended {
+            std::mutex& mutex;
+            Lane& lane;
+            ~Ended() {
+                const std::lock_guard guard(mutex);
+                lane.current = nullptr;
+            }
+        } ended{mutex_, lane};
         std::string reason;
         try {
             work_(next.request, next.token, [this](BrowserEvent event) { post(std::move(event)); });

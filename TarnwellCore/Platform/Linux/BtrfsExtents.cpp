@@ -276,8 +276,12 @@ void BtrfsExtents::judge(File& file, const BtrfsSubvolumes::Subvolume& subvolume
                 return;
             break;
         case Users::Kind::one:
-            if (!isSettled && (known->isRepeated || !subvolume.references->hasNoOther(
-                                                        extent.start, isNamed, subvolume.tree, file.inode)))
+            // A leaf that a balance has written may be new and yet a snapshot's as well. Named for another
+            // file, or met twice, it has been cloned since.
+            if (known->isRepeated || (!isNamed && (known->object != 0 || subvolume.lastSnapshot != 0)))
+                return;
+            if (!isSettled &&
+                !subvolume.references->hasNoOther(extent.start, isNamed, subvolume.tree, file.inode))
                 return;
             break;
         case Users::Kind::unknown:

@@ -32,6 +32,11 @@ bool mayBeSnapshot(std::uint64_t tree, const btrfs_root_item& item) {
     return tree != BTRFS_FS_TREE_OBJECTID && item.otransid == 0;
 }
 
+/// File systems made by old tools: a snapshot of such a subvolume does not say what it is one of.
+bool hasNoIdentity(const btrfs_root_item& item) {
+    return std::ranges::all_of(item.uuid, [](std::uint8_t byte) { return byte == 0; });
+}
+
 /// False when the kernel does not tell.
 bool readInformation(int file, btrfs_ioctl_fs_info_args& information) {
     information = {};
@@ -59,7 +64,7 @@ bool BtrfsReferenceState::read(int file, std::uint64_t generation, BtrfsSearch& 
             else if (isSubvolume(found.key.object)) {
                 if (item.refs != 0) // else it is being deleted, which only takes references away
                     lastSnapshots_[found.key.object] = le64toh(item.last_snapshot);
-                hasSnapshots_ |= mayBeSnapshot(found.key.object, item);
+                hasSnapshots_ |= mayBeSnapshot(found.key.object, item) || hasNoIdentity(item);
             }
         },
         &BtrfsSearch::following);

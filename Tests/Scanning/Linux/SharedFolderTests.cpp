@@ -31,7 +31,7 @@
 namespace tarnwell {
 namespace {
 
-constexpr std::size_t fewRecords = 1024;
+constexpr std::size_t shortReading = 1024;
 
 std::mutex askersMutex;
 std::set<long> askers; // threads that asked about an entry named "many…"; guarded by askersMutex
@@ -49,7 +49,7 @@ DirectoryCalls calls() {
             errno = error;
             return -1;
         }
-        return DirectoryCalls::live().readPacked(folder, buffer, std::min(size, fewRecords));
+        return DirectoryCalls::live().readPacked(folder, buffer, std::min(size, shortReading));
     };
     calls.extendedStatus = [](int folder, const char* name, void* status) {
         if (std::string_view(name).starts_with("many")) {
@@ -94,7 +94,7 @@ void waitALittle() {
     std::this_thread::sleep_for(std::chrono::microseconds(200));
 }
 
-std::string describe(const FileNode& root) {
+std::string describeTree(const FileNode& root) {
     std::string text;
     root.forEachDescendant([&](const FileNode& node) {
         text += node.path() + " " + std::to_string(node.size) + " " + std::to_string(node.allocatedSize) +
@@ -133,7 +133,7 @@ TEST_F(SharedFolders, AreWhatOneWorkerMakesOfThem) {
     for (const ScanOptions& options : variants) {
         beforeAsking = {};
         const ScanResult alone = scan(1, calls(), options);
-        const std::string expected = describe(*alone.root);
+        const std::string expected = describeTree(*alone.root);
         if (options == ScanOptions())
             test::expectAgreement(*alone.root, oracle);
         for (const int workers : {2, 16}) {
@@ -142,7 +142,7 @@ TEST_F(SharedFolders, AreWhatOneWorkerMakesOfThem) {
                 const DirectoryCalls table = calls();
                 const auto live = std::make_shared<LiveTree>();
                 const ScanResult result = scan(workers, table, options, true, live);
-                EXPECT_EQ(describe(*result.root), expected) << workers;
+                EXPECT_EQ(describeTree(*result.root), expected) << workers;
                 EXPECT_EQ(result.stats, alone.stats);
                 EXPECT_GT(askers.size(), 1u) << "nothing was shared";
                 const auto page = live->look();
@@ -185,7 +185,7 @@ TEST_F(SharedFolders, FailAsOneWorkerDoes) {
     const ScanResult alone = scan(1, calls());
     const ScanResult shared = scan(4, calls());
     EXPECT_GT(alone.stats.inaccessibleEntryCount, 100);
-    EXPECT_EQ(describe(*shared.root), describe(*alone.root));
+    EXPECT_EQ(describeTree(*shared.root), describeTree(*alone.root));
     EXPECT_EQ(shared.stats, alone.stats);
 
     // A folder that cannot be read to its end keeps what was read of it, and the scan goes on.
