@@ -1,6 +1,5 @@
 #include "TarnwellCore/Scanning/SharedFolder.hpp"
 
-#include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
 #include "TarnwellCore/Scanning/NodeSorter.hpp"
 
 #include <algorithm>
@@ -64,7 +63,8 @@ long SharedFolder::read(const DirectoryCalls& calls, std::span<std::byte> buffer
     if (isAtEnd_)
         return 0;
     const long filled = calls.readPacked(descriptor, buffer.data(), buffer.size());
-    isAtEnd_ = filled <= 0; // what lies behind a failure nobody else would read, either
+    // What lies behind a failure nobody else would read, either; an interrupted call is made again.
+    isAtEnd_ = filled == 0 || (filled < 0 && errno != EINTR);
     return filled;
 }
 
@@ -92,10 +92,9 @@ void SharedFolder::leave() noexcept {
 }
 
 bool SharedFolder::takeShare(FolderShare& share) {
-    if (shares_.empty())
+    if (!share_)
         return false;
-    share = std::move(shares_.back());
-    shares_.pop_back();
+    share = *std::exchange(share_, std::nullopt);
     return true;
 }
 
@@ -104,7 +103,7 @@ void SharedFolder::handIn(FolderShare share) {
         const std::lock_guard guard(mutex_);
         if (takeShare(met))
             continue;
-        shares_.push_back(std::move(share));
+        share_ = std::move(share);
         changed_.notify_all();
         return;
     }
@@ -113,7 +112,7 @@ void SharedFolder::handIn(FolderShare share) {
 void SharedFolder::collect(FolderShare& share) {
     for (FolderShare met;; share.add(std::move(met))) {
         std::unique_lock guard(mutex_);
-        changed_.wait(guard, [this] { return helperCount_ == 0 || !shares_.empty(); });
+        changed_.wait(guard, [this] { return helperCount_ == 0 || share_; });
         if (!takeShare(met))
             return;
     }

@@ -22,6 +22,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -83,8 +84,8 @@ private:
 
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::size_t helperCount_ = 0;     // guarded by mutex_, as is all below
-    std::vector<FolderShare> shares_; // one at most
+    std::size_t helperCount_ = 0; // guarded by mutex_, as is all below
+    std::optional<FolderShare> share_;
 };
 
 } // namespace tarnwell

@@ -174,6 +174,18 @@ TEST_F(SharedFolders, GrowOnlyWhileTheyAreLookedAt) {
     EXPECT_EQ(result.root->size, 4005);
 }
 
+TEST_F(SharedFolders, AreWholeThoughCallsAreInterrupted) {
+    makeMany("wide/", 1500);
+    std::atomic<int> readings = 0;
+    beforeAsking = [](const char*, int) { return waitALittle(), 0; };
+    beforeReading = [&] { return ++readings % 3 == 0 ? EINTR : 0; };
+    const ScanResult result = scan(4, calls());
+    beforeReading = {}; // it must not outlive the count
+    EXPECT_GT(askers.size(), 1u) << "nothing was shared";
+    EXPECT_EQ(result.root->fileCount(), 1500);
+    EXPECT_EQ(result.stats.inaccessibleCount, 0);
+}
+
 TEST_F(SharedFolders, FailAsOneWorkerDoes) {
     makeMany("wide/", 1500);
     folder.makeFile("elsewhere/file", 1);
