@@ -15,7 +15,7 @@ public:
     NoFetching& operator=(const NoFetching&) = delete;
 
 private:
-    int before_ = -1;
+    [[maybe_unused]] int before_ = -1; // what the thread was set to; of no use on Linux
 };
 
 } // namespace tarnwell
