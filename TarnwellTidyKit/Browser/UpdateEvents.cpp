@@ -1,5 +1,5 @@
+#include "TarnwellCore/Scanning/NodeFinder.hpp"
 #include "TarnwellTidyKit/Browser/BrowserUpdate.hpp"
-#include "TarnwellTidyKit/Browser/NodeFinder.hpp"
 #include "TarnwellTidyKit/Browser/UpdateParts.hpp"
 #include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
 #include "TarnwellTidyKit/Commands/TidyText.hpp"

@@ -1,8 +1,7 @@
-#include "TarnwellTidyKit/Browser/NodeFinder.hpp"
+#include "TarnwellCore/Scanning/NodeFinder.hpp"
 
 #include "TarnwellCore/Platform/NameForms.hpp"
-#include "TarnwellTidyKit/Browser/BrowserPaths.hpp"
-#include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
+#include "TarnwellCore/Platform/PathNesting.hpp"
 
 #include <algorithm>
 
@@ -11,11 +10,9 @@ namespace tarnwell {
 const FileNode* NodeFinder::find(std::string_view path) {
     std::string_view rest = path;
     if (rest.starts_with('/')) {
-        if (rest.starts_with(rootPath_) &&
-            (rootPath_ == "/" || rest.size() == rootPath_.size() || rest[rootPath_.size()] == '/'))
-            rest = relativePath(rest, rootPath_);
-        else
+        if (!isAtOrBelow(rest, rootPath_))
             return root_.node(path); // the root may be spelt in another way
+        rest.remove_prefix(rootPath_.size());
     }
     const FileNode* node = &root_;
     while (node != nullptr && !rest.empty()) {
