@@ -1,5 +1,7 @@
 #include "TarnwellCore/Analysis/HomeFolder.hpp"
 
+#include "TarnwellCore/Classification/PathUtil.hpp"
+#include "TarnwellCore/Platform/PathNesting.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
 
 #include <algorithm>
@@ -60,11 +62,7 @@ bool HomeFolder::holdsDirectly(const fs::path& path) const {
 }
 
 bool isWithin(const fs::path& inner, const fs::path& outer) {
-    const std::string_view in = inner.native();
-    std::string_view out = outer.native();
-    while (out.ends_with('/'))
-        out.remove_suffix(1);
-    return in.starts_with(out) && (in.size() == out.size() || in[out.size()] == '/');
+    return isAtOrBelow(inner.native(), PathUtil::withoutTrailingSlashes(outer.native()));
 }
 
 } // namespace tarnwell

@@ -36,7 +36,6 @@ constexpr std::array<std::string_view, ledgerEntryCount> texts = {
 struct Findings {
     std::vector<const FileNode*> excluded;
     std::vector<const FileNode*> mounted;
-    std::int64_t unreadableEntries = 0;
     /// Of those that are mounted, what lies on other file systems and was measured all the same.
     std::vector<const FileNode*> foreign;
     std::int64_t foreignBytes = 0;

@@ -26,8 +26,7 @@ enum class LedgerEntry : std::uint8_t {
     /// Allocated bytes of the files that were scanned and lie on this volume.
     measured,
     /// Subtracted: blocks that several of these files share, counted for each, and by how much files take
-    /// less
-    /// than their blocks say, where the file system tells (compressed ones on btrfs, to those with
+    /// less than their blocks say, where the file system tells (compressed ones on btrfs, to those with
     /// CAP_SYS_ADMIN; placeholders of the cloud). Not known for a scan that did not keep what files share.
     sharedTwice,
     /// The blocks of the folders themselves, which no sum of a scan has.

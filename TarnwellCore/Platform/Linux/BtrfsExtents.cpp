@@ -17,6 +17,13 @@ constexpr std::uint64_t nearBytes = std::uint64_t{1} << 20;
 // Newer than some headers: whose the space is, which says nothing about its users.
 constexpr std::uint8_t ownerReference = 172;
 
+BtrfsExtents::Extent extentFrom(const BtrfsKey& key, const btrfs_file_extent_item& item) {
+    return {.logical = key.offset,
+            .length = le64toh(item.num_bytes),
+            .start = le64toh(item.disk_bytenr),
+            .lengthOnDisk = le64toh(item.disk_num_bytes)};
+}
+
 /// Calls `body` for the runs of elements each of which is near to the one before.
 template <class Elements, class IsNear, class Body>
 bool forEachRun(const Elements& elements, IsNear isNear, Body body) {
@@ -43,10 +50,7 @@ bool BtrfsExtents::read(int file, std::uint64_t inode, std::vector<Extent>& exte
             const auto item = found.as<btrfs_file_extent_item>();
             if (item.type != BTRFS_FILE_EXTENT_INLINE && found.bytes.size() >= sizeof item &&
                 item.disk_bytenr != 0)
-                extents.push_back({.logical = found.key.offset,
-                                   .length = le64toh(item.num_bytes),
-                                   .start = le64toh(item.disk_bytenr),
-                                   .lengthOnDisk = le64toh(item.disk_num_bytes)});
+                extents.push_back(extentFrom(found.key, item));
         },
         [&](const BtrfsKey& last) {
             // Items with the data inside are larger, and stand alone.
@@ -119,10 +123,7 @@ private:
             return false;
         if (item.disk_bytenr == 0)
             return true;
-        owner_.extents_.push_back({.logical = found.key.offset,
-                                   .length = le64toh(item.num_bytes),
-                                   .start = le64toh(item.disk_bytenr),
-                                   .lengthOnDisk = le64toh(item.disk_num_bytes)});
+        owner_.extents_.push_back(extentFrom(found.key, item));
         owner_.generations_.push_back(found.generation);
         ++file.extentCount;
         file.isEncoded |= item.compression != 0;

@@ -21,9 +21,8 @@ namespace {
 constexpr std::size_t longestCommandLine = std::size_t{1} << 20;
 
 /// The file that a process was started from. Of other users' processes only what they call themselves can be
-/// read; of a script, it is the interpreter's first argument that is no
-/// option. The kernel hands an interpreter what stands behind its path in the script's first line as one
-/// word.
+/// read; of a script, it is the interpreter's first argument that is no option. The kernel hands an
+/// interpreter what stands behind its path in the script's first line as one word.
 std::optional<fs::path> fileIn(const fs::path& process, const fs::path& place) {
     std::error_code error;
     std::string file = fs::read_symlink(process / "exe", error).native();
