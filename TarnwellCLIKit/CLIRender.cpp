@@ -1,5 +1,6 @@
 #include "TarnwellCLIKit/CLIRender.hpp"
 
+#include "TarnwellCLIKit/RowPieces.hpp"
 #include "TarnwellCore/Scanning/ByteFormatter.hpp"
 #include "TarnwellCore/Scanning/NodeSorter.hpp"
 
@@ -72,17 +73,16 @@ std::string sizeText(std::int64_t bytes) {
 
 constexpr std::string_view totalEnd = "  total\n";
 
-std::size_t longestText(const CLIListedScan& scan) {
-    std::size_t longest = longestLineFrame + totalEnd.size();
-    for (const CLIListedNode& row : scan.children)
+std::size_t longestRows(std::span<const CLIListedNode> rows) {
+    std::size_t longest = 0;
+    for (const CLIListedNode& row : rows)
         longest += longestLineFrame + indentOf(row) + row.name().size();
     return longest;
 }
 
-std::string writeText(const CLIListedScan& scan, NameStyle style, TextOutput output) {
-    output.reserve([&] { return longestText(scan); });
+void writeRows(TextOutput& output, std::span<const CLIListedNode> rows, NameStyle style) {
     std::string& text = output.text();
-    for (const CLIListedNode& row : scan.children) {
+    for (const CLIListedNode& row : rows) {
         text += sizeText(row.selected);
         text += "  ";
         text += ByteFormatter::percent(row.share, 1);
@@ -91,9 +91,19 @@ std::string writeText(const CLIListedScan& scan, NameStyle style, TextOutput out
         text += '\n';
         output.endPart();
     }
-    text += sizeText(scan.selectedTotal);
-    text += totalEnd;
-    return output.finish();
+}
+
+ListingParts partsOf(const CLIListedScan& scan, NameStyle style) {
+    const std::span<const CLIListedNode> rows = scan.children;
+    return {.head = {},
+            .tail = sizeText(scan.selectedTotal).append(totalEnd),
+            .rowCount = rows.size(),
+            .piece = [rows, style](std::size_t first, std::size_t last) -> RowPiece {
+                return [piece = rows.subspan(first, last - first), style](TextOutput& output) {
+                    writeRows(output, piece, style);
+                };
+            },
+            .longest = [rows] { return longestRows(rows); }};
 }
 
 } // namespace
@@ -134,11 +144,11 @@ CLIListedScan listedScan(const FileNode& root, SizeMode mode, std::int64_t depth
 }
 
 std::string human(const CLIListedScan& scan, NameStyle style) {
-    return writeText(scan, style, TextOutput());
+    return wholeListing(partsOf(scan, style));
 }
 
 void human(const CLIListedScan& scan, const TextSink& sink, NameStyle style) {
-    writeText(scan, style, TextOutput(sink));
+    handOnListing(partsOf(scan, style), sink);
 }
 
 std::string humanListing(const FileNode& root, SizeMode mode, std::int64_t depth,

@@ -1,11 +1,12 @@
 #include "TarnwellCLIKit/CLIRender.hpp"
 #include "TarnwellCLIKit/RowPath.hpp"
+#include "TarnwellCLIKit/RowPieces.hpp"
 #include "TarnwellCore/Text/DecimalText.hpp"
 #include "TarnwellCore/Text/WordScan.hpp"
 
 #include <algorithm>
 #include <charconv>
-#include <utility>
+#include <span>
 
 namespace tarnwell::CLIRender {
 
@@ -73,12 +74,12 @@ void appendFields(std::string& text, const CLIListedNode& row) {
     text += '\n';
 }
 
-/// No document is longer than this, and none much shorter.
+/// No rows are longer than this, and none much shorter.
 template <class Form>
-std::size_t longestDocument(const std::vector<CLIListedNode>& rows) {
+std::size_t longestRows(std::span<const CLIListedNode> rows) {
     // Four quotes, six commas, "false", a line feed, and the longest double from 0 to 1.
     constexpr std::size_t frame = 4 + 6 + 5 + 1 + 24;
-    std::size_t length = header.size();
+    std::size_t length = 0;
     RowContentLength<Form> content;
     for (const CLIListedNode& row : rows)
         length += frame + content.of(row);
@@ -86,12 +87,10 @@ std::size_t longestDocument(const std::vector<CLIListedNode>& rows) {
 }
 
 template <class Form>
-std::string writeDocument(const CLIListedScan& scan, TextOutput output) {
-    output.reserve([&] { return longestDocument<Form>(scan.children); });
+void writeRows(TextOutput& output, std::span<const CLIListedNode> rows) {
     std::string& text = output.text();
-    text += header;
     RowPath<Form> path;
-    for (const CLIListedNode& row : scan.children) {
+    for (const CLIListedNode& row : rows) {
         path.moveTo(*row.node);
         appendField(text, path.name(), path.nameIsRemarkable());
         appendField(text, path.path(), path.pathIsRemarkable());
@@ -99,22 +98,34 @@ std::string writeDocument(const CLIListedScan& scan, TextOutput output) {
         appendFields(text, row);
         output.endPart();
     }
-    return output.finish();
 }
 
-std::string writeDocument(const CLIListedScan& scan, NameStyle style, TextOutput output) {
-    return style == NameStyle::harmless ? writeDocument<HarmlessFieldForm>(scan, std::move(output))
-                                        : writeDocument<FieldForm>(scan, std::move(output));
+template <class Form>
+ListingParts partsOf(const CLIListedScan& scan) {
+    const std::span<const CLIListedNode> rows = scan.children;
+    return {.head = std::string(header),
+            .tail = {},
+            .rowCount = rows.size(),
+            .piece = [rows](std::size_t first, std::size_t last) -> RowPiece {
+                return [piece = rows.subspan(first, last - first)](TextOutput& output) {
+                    writeRows<Form>(output, piece);
+                };
+            },
+            .longest = [rows] { return longestRows<Form>(rows); }};
+}
+
+ListingParts partsOf(const CLIListedScan& scan, NameStyle style) {
+    return style == NameStyle::harmless ? partsOf<HarmlessFieldForm>(scan) : partsOf<FieldForm>(scan);
 }
 
 } // namespace
 
 std::string csv(const CLIListedScan& scan, NameStyle style) {
-    return writeDocument(scan, style, TextOutput());
+    return wholeListing(partsOf(scan, style));
 }
 
 void csv(const CLIListedScan& scan, const TextSink& sink, NameStyle style) {
-    writeDocument(scan, style, TextOutput(sink));
+    handOnListing(partsOf(scan, style), sink);
 }
 
 } // namespace tarnwell::CLIRender

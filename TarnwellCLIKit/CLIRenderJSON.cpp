@@ -1,6 +1,12 @@
 #include "TarnwellCLIKit/CLIRender.hpp"
 #include "TarnwellCLIKit/RowPath.hpp"
+#include "TarnwellCLIKit/RowPieces.hpp"
 #include "TarnwellCore/Text/JSONWriter.hpp"
+
+#include <limits>
+#include <memory>
+#include <span>
+#include <utility>
 
 namespace tarnwell::CLIRender {
 
@@ -14,15 +20,14 @@ struct EscapedForm {
     static std::size_t length(std::string_view bytes) { return JSONWriter::escapedLength(bytes); }
 };
 
-/// No document is longer than this, and none much shorter.
-std::size_t longestDocument(const CLIListedScan& scan) {
-    constexpr std::size_t documentFrame = 300;
+/// No rows are longer than this, and none much shorter.
+std::size_t longestRows(const CLIListedScan& scan) {
     // The keys of a row with their quotes, colons, commas and line feeds, "false", and the longest double
     // from 0 to 1; then what the list of children adds.
     constexpr std::size_t rowFrame = 124 + 5 + 24;
     constexpr std::size_t childrenFrame = 20;
     constexpr std::size_t blanksALevel = 2;
-    std::size_t length = documentFrame + JSONWriter::escapedLength(scan.path);
+    std::size_t length = 0;
     RowContentLength<EscapedForm> content;
     for (const CLIListedNode& row : scan.children) {
         // A row is an object in a list in another row, or in the document.
@@ -35,43 +40,73 @@ std::size_t longestDocument(const CLIListedScan& scan) {
     return length;
 }
 
-/// Writes the rows of a flat list as objects in one another.
+/// A place between two rows of a flat list that are written as objects in one another: the row that comes
+/// next, and those whose children are being written, the innermost last.
+struct RowPlace {
+    std::span<const CLIListedNode> rows;
+    std::size_t next = 0;
+    std::vector<const CLIListedNode*> open;
+
+    bool rowHasChildren() const { return next + 1 < rows.size() && rows[next + 1].depth > rows[next].depth; }
+    /// Whether nothing stands in the innermost list yet.
+    bool isAtStart() const { return next == 0 || (!open.empty() && open.back() == &rows[next - 1]); }
+
+    /// Closes the rows that one of this depth is not below; `close` gets each of them.
+    template <class Close>
+    void closeRows(std::int64_t depth, Close close) {
+        for (; !open.empty() && open.back()->depth >= depth; open.pop_back())
+            close(*open.back());
+    }
+
+    /// To before row `last`, without writing any.
+    void moveTo(std::size_t last) {
+        for (; next < last; ++next) {
+            closeRows(rows[next].depth, [](const CLIListedNode&) {});
+            if (rowHasChildren())
+                open.push_back(&rows[next]);
+        }
+    }
+};
+
+/// Writes rows from a place on.
 class RowWriter {
 public:
-    RowWriter(JSONWriter& json, TextOutput& output) : json_(json), output_(output) {}
+    RowWriter(TextOutput& output, RowPlace place)
+        : output_(output),
+          place_(std::move(place)),
+          json_(output.text(), documentDepth + 2 * place_.open.size(), place_.isAtStart()) {}
 
-    void writeRows(const std::vector<CLIListedNode>& rows) {
-        for (auto row = rows.begin(); row != rows.end(); ++row) {
-            closeRows(row->depth);
+    void writeRows(std::size_t last) {
+        for (; place_.next < last; ++place_.next) {
+            const CLIListedNode& row = place_.rows[place_.next];
+            closeRows(row.depth);
             output_.endPart();
             json_.beginObject();
             json_.key("allocatedSize");
-            json_.integer(row->allocatedSize());
-            const auto next = row + 1;
-            if (next != rows.end() && next->depth > row->depth) {
-                path_.moveTo(*row->node); // on the way to the children's
+            json_.integer(row.allocatedSize());
+            if (place_.rowHasChildren()) {
+                path_.moveTo(*row.node); // on the way to the children's
                 json_.key("children");
                 json_.beginArray();
-                open_.push_back(&*row);
+                place_.open.push_back(&row);
             } else {
-                finishRow(*row);
+                finishRow(row);
             }
         }
-        while (!open_.empty())
-            closeLastRow();
+        if (last == place_.rows.size())
+            closeRows(std::numeric_limits<std::int64_t>::min());
     }
+
+    /// The document and its list of rows.
+    static constexpr std::size_t documentDepth = 2;
 
 private:
-    /// Closes the rows that a row of this depth is not below.
     void closeRows(std::int64_t depth) {
-        while (!open_.empty() && open_.back()->depth >= depth)
-            closeLastRow();
-    }
-
-    void closeLastRow() {
-        json_.endArray();
-        finishRow(*open_.back());
-        open_.pop_back();
+        place_.closeRows(depth, [&](const CLIListedNode& row) {
+            json_.endArray();
+            finishRow(row);
+            output_.endPart();
+        });
     }
 
     /// What stands behind the children: keys go in ascending order.
@@ -92,20 +127,24 @@ private:
         json_.endObject();
     }
 
-    JSONWriter& json_;
     TextOutput& output_;
+    RowPlace place_;
+    JSONWriter json_;
     RowPath<EscapedForm> path_;
-    /// Rows whose children are being written, the innermost last.
-    std::vector<const CLIListedNode*> open_;
 };
 
-std::string writeDocument(const CLIListedScan& scan, TextOutput output) {
-    output.reserve([&] { return longestDocument(scan); });
-    JSONWriter writer(output.text());
+std::string beforeRows() {
+    std::string text;
+    JSONWriter writer(text);
     writer.beginObject();
     writer.key("children");
     writer.beginArray();
-    RowWriter(writer, output).writeRows(scan.children);
+    return text;
+}
+
+std::string behindRows(const CLIListedScan& scan) {
+    std::string text;
+    JSONWriter writer(text, RowWriter::documentDepth, scan.children.empty());
     writer.endArray();
     writer.key("path");
     writer.string(scan.path);
@@ -122,24 +161,36 @@ std::string writeDocument(const CLIListedScan& scan, TextOutput output) {
     writer.key("version");
     writer.integer(1);
     writer.endObject();
-    output.text() += '\n';
-    return output.finish();
+    text += '\n';
+    return text;
+}
+
+ListingParts partsOf(const CLIListedScan& scan) {
+    return {.head = beforeRows(),
+            .tail = behindRows(scan),
+            .rowCount = scan.children.size(),
+            .piece = [place = std::make_shared<RowPlace>(scan.children)](std::size_t first,
+                                                                         std::size_t last) -> RowPiece {
+                place->moveTo(first);
+                return
+                    [start = *place, last](TextOutput& output) { RowWriter(output, start).writeRows(last); };
+            },
+            .longest = [&scan] { return longestRows(scan); }};
 }
 
 } // namespace
 
 std::string json(const CLIListedScan& scan, NameStyle style) {
-    std::string document = writeDocument(scan, TextOutput());
+    std::string document = wholeListing(partsOf(scan));
     return style == NameStyle::harmless ? harmlessJSON(document) : document;
 }
 
 void json(const CLIListedScan& scan, const TextSink& sink, NameStyle style) {
     if (style == NameStyle::verbatim) {
-        writeDocument(scan, TextOutput(sink));
+        handOnListing(partsOf(scan), sink);
         return;
     }
-    const TextSink harmlessSink = [&](std::string_view piece) { sink(harmlessJSON(piece)); };
-    writeDocument(scan, TextOutput(harmlessSink));
+    handOnListing(partsOf(scan), [&](std::string_view piece) { sink(harmlessJSON(piece)); });
 }
 
 } // namespace tarnwell::CLIRender

@@ -18,8 +18,8 @@ namespace tarnwell::CLIRunner {
 /// line feed on standard error, nothing on standard output.
 ///
 /// A listing may be several times as long as the tree takes memory: with `output`, it goes there piece by
-/// piece instead of into the result, once nothing but a lack of memory can fail any more. What `output`
-/// throws is treated likewise.
+/// piece instead of into the result, once nothing but a lack of memory can fail any more: in order and one at
+/// a time, but not always on the calling thread. What `output` throws is treated likewise.
 ///
 /// Results are texts for the streams that `styles` describes; by default they hold names byte for byte.
 CLIResult run(std::span<const std::string> arguments, const CLIServices& services,

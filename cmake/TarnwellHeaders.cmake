@@ -23,7 +23,7 @@ set(TarnwellCore_PUBLIC
   Platform/RawDirectoryEntry Platform/RegularExpression Platform/RunningPrograms Platform/SHA256 Platform/ScheduledJob Platform/SystemIndex Platform/UUID
   Platform/UnfairLock Platform/UserDefaults Platform/UserPaths Platform/VolumeUsage Platform/Volumes)
 
-set(TarnwellCLIKit_INSIDE RowPath SnapshotCommands)
+set(TarnwellCLIKit_INSIDE RowPath RowPieces SnapshotCommands)
 
 # The installed headers of a library, at their paths in this tree. Folders of one system, two levels below the library,
 # are never among them.

@@ -15,6 +15,10 @@ namespace tarnwell {
 class JSONWriter {
 public:
     explicit JSONWriter(std::string& text) : text_(text) {}
+    /// Goes on where another one has stopped: inside of so many open objects and arrays, in the innermost of
+    /// which nothing stands yet or something does.
+    JSONWriter(std::string& text, std::size_t depth, bool isEmpty)
+        : text_(text), depth_(depth), isEmpty_(isEmpty) {}
     JSONWriter(const JSONWriter&) = delete;
     JSONWriter& operator=(const JSONWriter&) = delete;
 

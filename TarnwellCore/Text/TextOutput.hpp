@@ -14,7 +14,7 @@ namespace tarnwell {
 /// Takes a text piece by piece, in order. A piece lasts as long as the call.
 using TextSink = std::function<void(std::string_view)>;
 
-/// Confined to one thread.
+/// Confined to one thread, but for what its sink does.
 class TextOutput {
 public:
     /// Keeps the whole text.
@@ -39,19 +39,20 @@ public:
 
     /// Hands on what is left; the whole text where it was kept.
     std::string finish() {
-        if (sink_ != nullptr)
-            handOn();
+        handOn();
         return std::exchange(text_, {});
+    }
+
+    /// Hands on what there is; nothing where the text is kept.
+    void handOn() {
+        if (sink_ == nullptr || text_.empty())
+            return;
+        (*sink_)(text_);
+        text_.clear();
     }
 
 private:
     static constexpr std::size_t pieceLength = std::size_t{1} << 20;
-
-    void handOn() {
-        if (!text_.empty())
-            (*sink_)(text_);
-        text_.clear();
-    }
 
     const TextSink* sink_ = nullptr;
     std::string text_;
