@@ -317,7 +317,7 @@ TEST(CLIRender, ListingsOfEqualTreesAreEqual) {
 }
 
 TEST(CLIRender, LongListingsAreWrittenInPiecesOfOneDocument) {
-    const auto root = randomTree(99, "/data", 30'000);
+    const auto root = randomTree(99, "/data", 12'000);
     const CLIListedScan scan = CLIRender::listedScan(*root, SizeMode::apparent, endless, std::nullopt);
     const PlainListing plain{.mode = SizeMode::apparent, .top = {}};
     std::string children;
