@@ -1,6 +1,7 @@
 #include "TarnwellCLIKit/CLIRender.hpp"
 
 #include "TarnwellCLIKit/RowPieces.hpp"
+#include "TarnwellCore/Platform/WorkerThreads.hpp"
 #include "TarnwellCore/Scanning/ByteFormatter.hpp"
 #include "TarnwellCore/Scanning/NodeSorter.hpp"
 
@@ -27,6 +28,8 @@ public:
         if (kept == 0)
             return;
         const std::int64_t smallest = smallestKept(children, kept);
+        if (kept == children.size())
+            sorter_.reserve(kept);
         for (FileNode* child : children)
             if (const std::int64_t size = child->sizeFor(mode_); size >= smallest)
                 sorter_.add(*child, size);
@@ -56,7 +59,7 @@ private:
     SizeMode mode_;
     /// The largest number for no limit.
     std::uint64_t top_;
-    NodeSorter sorter_;
+    NodeSorter sorter_ = NodeSorter(activeProcessorCount());
     std::vector<std::int64_t> sizes_;
 };
 
@@ -113,11 +116,14 @@ std::vector<CLIListedNode> children(const FileNode& of, SizeMode mode, std::int6
     std::vector<CLIListedNode> listed;
     if (depthRemaining < 1)
         return listed;
-    if (depthRemaining > 1 && !top) // else most of the tree may not be listed
-        listed.reserve(static_cast<std::size_t>(of.fileCount()) +
-                       static_cast<std::size_t>(of.directoryCount()));
-    ChildSelection selection(mode, top);
     std::vector<CLIListedNode> pending; // the next row last
+    if (!top) {                         // else most of the tree may not be listed
+        listed.reserve(depthRemaining == 1 ? of.children().size()
+                                           : static_cast<std::size_t>(of.fileCount()) +
+                                                 static_cast<std::size_t>(of.directoryCount()));
+        pending.reserve(of.children().size());
+    }
+    ChildSelection selection(mode, top);
     selection.appendReversed(pending, of, level);
     while (!pending.empty()) {
         const CLIListedNode row = pending.back();

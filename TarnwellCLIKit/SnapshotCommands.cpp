@@ -14,8 +14,6 @@ namespace tarnwell::CLIRunner {
 
 namespace {
 
-constexpr std::int64_t capturedDepth = 4;
-constexpr std::int64_t capturedSize = 1'000'000;
 constexpr std::int64_t reportedChange = 10'000'000;
 constexpr SizeMode comparedSize = SizeMode::allocated;
 
@@ -78,8 +76,8 @@ CLIResult failure(const SnapshotReferenceError& error, NameStyle style) {
 } // namespace
 
 CLIResult saveSnapshot(const std::string& path, bool json, const CLIServices& services, CLIStyles styles) {
-    const ScanSnapshot snapshot =
-        ScanSnapshot::capture(services.scan(expandTilde(path)).get(), capturedDepth, capturedSize);
+    const ScanSnapshot snapshot = ScanSnapshot::capture(
+        services.scan(expandTilde(path)).get(), ScanSnapshot::storedDepth, ScanSnapshot::storedMinimumSize);
     services.snapshotStore()->save(snapshot);
     if (json)
         return succeeded(document(styles.output, [&](JSONWriter& writer) {

@@ -18,6 +18,10 @@ namespace tarnwell {
 /// thread.
 class NodeSorter {
 public:
+    /// A folder of very many children is put in order on so many threads. For one that is alone at work:
+    /// those of a scan have each their own folder.
+    explicit NodeSorter(int threadCount = 1) : threadCount_(threadCount) {}
+
     /// The order itself, by apparent size.
     static bool precedes(const FileNode& a, const FileNode& b) {
         return a.size != b.size ? a.size > b.size : a.name() < b.name();
@@ -35,6 +39,8 @@ public:
     void add(FileNode& node) { add(node, node.size); }
     void add(FileNode& node, std::int64_t size) { items_.push_back({size, 0, &node}); }
     std::size_t count() const { return items_.size(); }
+    /// Makes room for so many.
+    void reserve(std::size_t count) { items_.reserve(count); }
 
     /// The nodes that were added, in order; equal ones as they were added. Called once, when all are there;
     /// ends with `clear`.
@@ -57,6 +63,7 @@ private:
     void settle(const Run& run);
     void sortSoFar(std::span<Item> items);
 
+    int threadCount_;
     std::vector<Item> items_;
     std::vector<Item> scratch_;
     std::vector<Run> runs_;

@@ -53,6 +53,11 @@ struct ScanSnapshot {
 
     bool operator==(const ScanSnapshot&) const = default;
 
+    /// What every snapshot is captured with that is stored: only those of equal depth and fineness can be
+    /// compared. Levels and apparent bytes.
+    static constexpr std::int64_t storedDepth = 4;
+    static constexpr std::int64_t storedMinimumSize = 1'000'000;
+
     /// Remembers a scan, with a new identity and the present time: its root, and whatever has at least
     /// `minimumSize` apparent bytes down to `maxDepth` levels below the root. A small folder's large child
     /// (a further hard link counts for nothing in the folder's sum) is kept without the folder. A result that

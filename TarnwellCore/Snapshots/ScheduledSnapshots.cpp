@@ -13,9 +13,6 @@ namespace tarnwell {
 
 namespace {
 
-constexpr std::int64_t capturedDepth = 4;
-constexpr std::int64_t capturedSize = 1'000'000;
-
 /// The date of the newest snapshot that the schedule took of this root; nothing when it took none.
 std::optional<Date> newestScheduled(const std::vector<ScanSnapshot>& newestFirst, const std::string& root) {
     const auto found = std::ranges::find_if(newestFirst, [&](const ScanSnapshot& snapshot) {
@@ -67,7 +64,8 @@ ScheduledRun ScheduledSnapshots::run(bool isForced, const CancellationToken& tok
     }
 
     const ScanResult scanned = scan(*folder, token);
-    ScanSnapshot snapshot = ScanSnapshot::capture(scanned, capturedDepth, capturedSize);
+    ScanSnapshot snapshot =
+        ScanSnapshot::capture(scanned, ScanSnapshot::storedDepth, ScanSnapshot::storedMinimumSize);
     snapshot.createdAt = now();
     snapshot.isScheduled = true;
     store->save(snapshot);

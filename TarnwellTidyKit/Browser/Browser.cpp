@@ -126,7 +126,8 @@ private:
 
     void finishJobs() {
         while (!queue_.isIdle()) {
-            for (const BrowserLane lane : {BrowserLane::quick, BrowserLane::look, BrowserLane::act})
+            for (const BrowserLane lane :
+                 {BrowserLane::quick, BrowserLane::look, BrowserLane::act, BrowserLane::discard})
                 queue_.waitFor(lane);
             drain();
             hand();

@@ -109,6 +109,7 @@ struct Changes {
 struct Volumes {};
 struct Ledger {
     std::shared_ptr<const BrowserTree> tree;
+    std::shared_ptr<const Removals> removals;
 };
 /// Lets go of what is not looked at any more: a tree of a million nodes takes its time.
 struct Discard {

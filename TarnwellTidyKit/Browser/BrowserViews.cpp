@@ -52,8 +52,8 @@ BrowserLayout layoutOf(const BrowserState& state, GridSize size) {
     const bool isVolumes = state.view == BrowserView::volumes;
     const bool isWide = width >= 130;
     // With the volumes: where the bytes of the browsed one are.
-    const bool isShown = isVolumes ? state.tree != nullptr && (isWide != state.togglesDetails ||
-                                                               (!isWide && layout.body.height >= 18))
+    const bool hasRoom = isWide || layout.body.height >= 18;
+    const bool isShown = isVolumes ? state.tree != nullptr && state.togglesDetails != hasRoom
                                    : state.folder != nullptr && state.togglesDetails != isWide;
     if (isShown) {
         if (isWide || (width >= 90 && !isVolumes)) {

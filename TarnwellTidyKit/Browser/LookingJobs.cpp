@@ -78,11 +78,21 @@ std::vector<CleanupRule> rulesOf(const AppSettings& settings) {
     return settings.cleanupRules().value_or(CleanupRule::presets());
 }
 
+/// What the folders themselves take is known after whole scans only, and hardly changes between them.
+void keepFolderBytes(ScanResult& result, const BrowserTree& before) {
+    if (!result.folderBytes)
+        result.folderBytes = before.scan().folderBytes;
+}
+
 } // namespace
 
 ScanResult scanNow(const BrowserTree& tree, const Removals& removals, const CancellationToken& token) {
     const FileNode* place = removals.place();
-    return place == nullptr ? tree.scan() : DiskScanner().rescan(tree.scan(), *place, nullptr, token).get();
+    if (place == nullptr)
+        return tree.scan();
+    ScanResult result = DiskScanner().rescan(tree.scan(), *place, nullptr, token).get();
+    keepFolderBytes(result, tree);
+    return result;
 }
 
 namespace {
@@ -151,6 +161,7 @@ void LookingJobs::operator()(const BrowserJobs::Rescan& job) const {
             .get();
     // Where everything had to be read, what the folders themselves take is known.
     const bool isWhole = result.folderBytes.has_value();
+    keepFolderBytes(result, *job.tree);
     auto tree = std::make_shared<const BrowserTree>(std::move(result), context.services.home());
     context.post(BrowserEvents::ScanEnded{context.id, tree, isWhole ? std::nullopt : std::optional(folder)});
     if (isWhole)
@@ -170,8 +181,8 @@ void LookingJobs::operator()(const BrowserJobs::Look& job) const {
 }
 
 void LookingJobs::operator()(const BrowserJobs::Ledger& job) const {
-    context.post(
-        BrowserEvents::LedgerMade{context.id, context.services.ledger(job.tree->scan(), context.token)});
+    const ScanResult scan = scanNow(*job.tree, *job.removals, context.token);
+    context.post(BrowserEvents::LedgerMade{context.id, context.services.ledger(scan, context.token)});
 }
 
 void LookingJobs::operator()(const BrowserJobs::Discard&) const {

@@ -242,6 +242,8 @@ void showView(BrowserState& state, BrowserView view) {
     // What may have changed meanwhile is asked for anew.
     if (view == BrowserView::volumes && !state.volumes.isLoading())
         state.volumes.subject = nullptr;
+    if (view == BrowserView::volumes && !state.ledger.isLoading())
+        state.ledger.forget();
     if (view == BrowserView::trash && !state.trash.isLoading())
         state.trash.forget();
     refreshView(state);
@@ -256,7 +258,7 @@ void refreshView(BrowserState& state) {
             state.volumes.awaited = ask(state, Volumes{});
         }
         if (state.tree != nullptr)
-            load(state, state.ledger, state.tree.get(), Ledger{state.tree});
+            load(state, state.ledger, state.tree.get(), Ledger{state.tree, state.removals});
         break;
     case BrowserView::trash:
         load(state, state.trash, &state, TrashList{});

@@ -100,7 +100,7 @@ void acceptFolder(BrowserState& state, const BrowserPrompt& prompt) {
     state.view = BrowserView::list;
     // What the tree holds is gone to; anything else is scanned.
     const FileNode* node = state.tree != nullptr ? state.tree->root().node(path) : nullptr;
-    if (node != nullptr && node->isDirectory())
+    if (node != nullptr && node->isDirectory() && !state.removals->isGoneWithItsFolders(*node))
         visit(state, node, nullptr);
     else
         scan(state, path);

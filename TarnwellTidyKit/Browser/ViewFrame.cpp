@@ -147,6 +147,8 @@ void drawStatus(const Pane& pane) {
         role = state.messageIsFailure ? Role::danger : Role::text;
     } else if (state.isScanning()) {
         text = scanText(state);
+        if (!state.marks.isEmpty())
+            text = groupedNumber(static_cast<std::int64_t>(state.marks.count())) + " marked  " + text;
     } else if (!state.running.empty()) {
         const RunningJob& job = state.running.front();
         text = job.title + (pane.isUnicode ? " …  " : " ...  ") + job.text;

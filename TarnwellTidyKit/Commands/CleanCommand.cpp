@@ -220,7 +220,12 @@ TidyResult run(const CleanRequest& request, TidyContext& context) {
         lines.push_back(finding.title + ", " +
                         (finding.sizeIsKnown ? sizeText(finding.reclaimableSize) : "size not known") + ": " +
                         actionText(finding.action) + " (" + std::string(displayName(finding.safety)) + ")");
-    const auto consent = context.consent(request.act, questionText("Do this?", lines));
+    const std::string question = questionText("Do this?", lines);
+    const bool isTrashOnly = std::ranges::all_of(findings, [](const SpaceSaverFinding& finding) {
+        return std::holds_alternative<SpaceSaverActions::Trash>(finding.action);
+    });
+    const auto consent =
+        isTrashOnly ? consentToTrash(context, request.act, question) : context.consent(request.act, question);
     if (consent != TidyContext::Consent::given)
         return TidyContext::withoutConsent(consent);
     TidyOutcomes outcomes{.inaccessibleCount = inaccessibleCount};

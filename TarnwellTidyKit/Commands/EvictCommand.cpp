@@ -1,10 +1,10 @@
 #include "TarnwellTidyKit/Commands/EvictCommand.hpp"
 
 #include "TarnwellCore/Actions/CloudEviction.hpp"
+#include "TarnwellTidyKit/Commands/OutermostPaths.hpp"
 #include "TarnwellTidyKit/Commands/TidyOutcomes.hpp"
 
 #include <algorithm>
-#include <set>
 
 namespace fs = std::filesystem;
 
@@ -21,9 +21,11 @@ struct Unread {
 /// The files to act on: those named, and in folders those that have something to free.
 std::vector<std::string> filesOf(const EvictRequest& request, const std::vector<SyncedRoot>& roots,
                                  TidyContext& context, Unread& unread) {
+    OutermostPaths places; // what lies in a folder that is named, too, is found there
+    for (const std::string& typed : request.paths)
+        places.insert(typedPath(typed));
     std::vector<std::string> files;
-    for (const std::string& typed : request.paths) {
-        const fs::path path = typedPath(typed);
+    for (const fs::path& path : places) {
         std::error_code error;
         if (fs::symlink_status(path, error).type() != fs::file_type::directory) {
             files.push_back(path.native());
@@ -37,8 +39,6 @@ std::vector<std::string> filesOf(const EvictRequest& request, const std::vector<
         if (summary.items.empty())
             files.push_back(path.native()); // is refused, with the reason
     }
-    std::set<std::string> seen; // a folder may have been named beside one that holds it
-    std::erase_if(files, [&](const std::string& file) { return !seen.insert(file).second; });
     return files;
 }
 

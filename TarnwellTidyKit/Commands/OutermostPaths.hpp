@@ -15,6 +15,8 @@ namespace tarnwell {
 /// follows it at once, and what it lies in is right before it.
 class OutermostPaths {
 public:
+    auto begin() const { return paths_.begin(); }
+    auto end() const { return paths_.end(); }
     bool contains(const std::filesystem::path& path) const { return paths_.contains(path); }
     /// Whether one of the paths is or holds this one, or lies in it.
     bool sharesWith(const std::filesystem::path& path) const {

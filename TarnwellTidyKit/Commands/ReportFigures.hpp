@@ -51,7 +51,8 @@ struct ReportFigures {
     std::vector<const FileNode*> largestFolders;
 
     /// At most `limit` of the largest; ages are counted back from `now`. The nodes belong to the tree. What
-    /// is among `removed` below the root is left out, with all that it holds.
+    /// is among `removed` below the root is left out, with all that it holds; the sums of `largestFolders`
+    /// are those of the scan.
     static ReportFigures of(const FileNode& root, SizeMode mode, std::size_t limit, Date now,
                             const RemovedNodes& removed = {});
 };

@@ -255,7 +255,8 @@ const TidyCommandSpec RulesRequest::spec = {
         "rules would match in a folder, those that are named also when they are off. Changes are kept in the "
         "settings; nothing is ever cleaned by a rule alone.",
     .words = "list|add|remove|enable|disable|test",
-    .completes = TidyCompletes::folders, // of rules test
+    .completes = TidyCompletes::folders,
+    .completesBehind = "test",
     .shared = TidyShared::scan | TidyShared::act,
     .options = options,
 };

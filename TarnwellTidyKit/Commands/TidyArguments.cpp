@@ -19,8 +19,7 @@ std::string inQuotes(std::string_view word) {
     return "'" + harmless(word) + "'";
 }
 
-std::string suggestion(std::string_view typed, std::span<const std::string_view> words) {
-    const std::string_view nearest = nearestWord(typed, words);
+std::string suggestion(std::string_view nearest) {
     return nearest.empty() ? std::string() : " Did you mean " + std::string(nearest) + "?";
 }
 
@@ -29,8 +28,9 @@ std::string suggestion(std::string_view typed, std::span<const std::string_view>
     std::vector<std::string_view> names;
     forEachOption(command, [&](const TidyOptionSpec& option) { names.push_back(option.name); });
     std::string message = std::string(command.name) + " has no option " + inQuotes(name) + ".";
-    message += suggestion(name, names);
-    if (nearestWord(name, names).empty())
+    const std::string_view nearest = nearestWord(name, names);
+    message += suggestion(nearest);
+    if (nearest.empty())
         message += " A name that begins with a hyphen is written ./" + harmless(name) + ".";
     throw TidyUsageError(message);
 }
@@ -51,7 +51,7 @@ void expectChoice(const TidyOptionSpec& option, const std::string& value) {
     });
     if (!isKnown)
         throw TidyUsageError(std::string(option.name) + " is one of " + all + ", not " + inQuotes(value) +
-                             "." + suggestion(value, words));
+                             "." + suggestion(nearestWord(value, words)));
 }
 
 /// Letters to insert, remove, replace or swap with their neighbour to make one word the other.
@@ -95,17 +95,15 @@ std::string_view nearestWord(std::string_view typed, std::span<const std::string
     return nearest;
 }
 
-std::string_view nearestOf(std::string_view words, std::string_view typed) {
+std::string_view nearestOf(std::string_view typed, std::string_view words) {
     std::vector<std::string_view> all;
     forEachWord(words, [&](std::string_view word) { all.push_back(word); });
     return nearestWord(typed, all);
 }
 
 void failUnknownVerb(const TidyCommandSpec& command, const std::string& typed) {
-    std::vector<std::string_view> verbs;
-    forEachWord(command.words, [&](std::string_view verb) { verbs.push_back(verb); });
     throw TidyUsageError(std::string(command.name) + " takes " + std::string(command.operands) + ", not " +
-                         inQuotes(typed) + "." + suggestion(typed, verbs));
+                         inQuotes(typed) + "." + suggestion(nearestOf(typed, command.words)));
 }
 
 TidyCommandLine TidyCommandLine::split(std::span<const std::string> words) {

@@ -71,7 +71,7 @@ struct TidyCommandLine {
 /// The one of some words that was probably meant; empty when none is near.
 std::string_view nearestWord(std::string_view typed, std::span<const std::string_view> words);
 /// The same for words like "a|b".
-std::string_view nearestOf(std::string_view words, std::string_view typed);
+std::string_view nearestOf(std::string_view typed, std::string_view words);
 /// Throws TidyUsageError for a word that is none of the command's, with a suggestion.
 [[noreturn]] void failUnknownVerb(const TidyCommandSpec& command, const std::string& typed);
 

@@ -171,7 +171,9 @@ std::string tidyCompletions(std::span<const std::string> words) {
             offer(each->name, each->summary);
         offer("help", "Tell more about a command");
     }
-    if (!isBrowsing || operands == 0)
+    const bool isBehind = command->completesBehind.empty() ||
+                          std::ranges::find(line.rest, command->completesBehind) != line.rest.end();
+    if (isBehind && (!isBrowsing || operands == 0))
         askFor(command->completes);
     return text;
 }

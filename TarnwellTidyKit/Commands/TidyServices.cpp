@@ -114,10 +114,6 @@ const TidyServices& TidyServices::live() {
         .fileVersion = versionOf,
         .snapshotStore = [] { return std::make_unique<SnapshotStore>(); },
         .history = [] { return ScanHistory(); },
-        .moveAllToTrash =
-            [](const std::vector<fs::path>& items) {
-                return TrashService(homeDirectory()).moveToTrash(items).get();
-            },
         .planTrash =
             [](std::vector<fs::path> items) {
                 return TrashService(homeDirectory()).planMoves(std::move(items));

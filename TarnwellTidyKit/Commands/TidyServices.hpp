@@ -81,14 +81,13 @@ struct TidyServices {
 
     // --- Acting ---------------------------------------------------------------------------------------
 
-    /// Moves one item to the Trash. Never throws.
-    /// Moves items to the Trash as one set, which can be restored as one. Never throws.
-    std::function<std::vector<TrashOutcome>(const std::vector<std::filesystem::path>&)> moveAllToTrash;
-    /// The same for items that are moved one by one. Throws for want of memory only.
+    /// A set of items that go to the Trash one by one, and can be restored as one. Throws for want of memory
+    /// only.
     std::function<TrashMoves(std::vector<std::filesystem::path>)> planTrash;
     /// What lies in the Trash, and from where it came. Never throws.
     std::function<TrashListing()> listTrash;
     /// Puts items of the Trash back where they were, by their places there or by their set. Never throw.
+    /// What is left when the token is cancelled stays there, and its outcome says so.
     std::function<std::vector<RestoreOutcome>(const std::vector<std::filesystem::path>&,
                                               const CancellationToken&)>
         restore;

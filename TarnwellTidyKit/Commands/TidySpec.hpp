@@ -47,6 +47,8 @@ struct TidyCommandSpec {
     /// Words that may stand in the place of the first operand, separated by "|".
     std::string_view words = {};
     TidyCompletes completes = TidyCompletes::nothing;
+    /// The word behind which alone that is so; empty for everywhere.
+    std::string_view completesBehind = {};
     /// Bits of TidyShared.
     unsigned shared = 0;
     std::span<const TidyOptionSpec> options = {};

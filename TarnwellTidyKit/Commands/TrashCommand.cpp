@@ -43,7 +43,7 @@ std::vector<std::string> itemsOf(const std::vector<std::string>& typed) {
 
 /// A word that is no path here, but nearly one of the command's.
 void expectNoMistypedWord(const std::string& typed) {
-    const std::string_view word = nearestOf(TrashRequest::spec.words, typed);
+    const std::string_view word = nearestOf(typed, TrashRequest::spec.words);
     std::error_code error;
     if (!word.empty() && typed.find('/') == std::string::npos &&
         !fs::exists(fs::symlink_status(typedPath(typed), error)))

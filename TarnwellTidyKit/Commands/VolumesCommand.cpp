@@ -245,7 +245,8 @@ const TidyCommandSpec VolumesRequest::spec = {
         "Lists the volumes that users see. With --watch it goes on until Control-C and prints a line for "
         "each "
         "change of the free space, and one when a volume falls below the threshold in the settings "
-        "(lowDiskAlertThresholdBytes), once for each dip. With --watch --json, each line is a document.",
+        "(lowDiskAlertThresholdBytes), once for each dip, whether or not alerts are on; and one when a volume "
+        "has gone. With --watch --json, each line is a document.",
     .options = options,
 };
 

@@ -37,7 +37,9 @@ struct Farewell {
     std::string text;
 };
 std::atomic<const Farewell*> farewell = nullptr;
-static_assert(std::atomic<const Farewell*>::is_always_lock_free);
+std::atomic<void (*)()> lastWords = nullptr;
+static_assert(std::atomic<const Farewell*>::is_always_lock_free &&
+              std::atomic<void (*)()>::is_always_lock_free);
 
 constexpr std::array noted = {SIGWINCH, SIGTSTP, SIGCONT, SIGINT, SIGTERM, SIGHUP};
 constexpr std::array fatal = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGQUIT, SIGTRAP, SIGSYS};
@@ -119,6 +121,8 @@ void giveTerminalBackNow() noexcept {
         }
     }
     ::tcsetattr(last->descriptor, TCSANOW, &last->modes);
+    if (void (*const speak)() = lastWords)
+        speak();
 }
 
 TerminalSignals::TerminalSignals() {
@@ -169,6 +173,10 @@ void TerminalSignals::guard(int descriptor, const termios& modes, std::string te
 
 void TerminalSignals::unguard() noexcept {
     farewell = nullptr;
+}
+
+void TerminalSignals::setLastWords(void (*words)()) noexcept {
+    lastWords = words;
 }
 
 void TerminalSignals::wake() noexcept {

@@ -27,6 +27,9 @@ public:
     void guard(int descriptor, const termios& modes, std::string farewell);
     /// The terminal has been given back: nothing is to be done.
     void unguard() noexcept;
+    /// Called right after a guarded terminal was given back so, in a handler: it does what is safe there.
+    /// Null for nothing.
+    static void setLastWords(void (*lastWords)()) noexcept;
 
     /// Readable when there is a note. Safe from any thread and from handlers.
     int descriptor() const { return readEnd_; }

@@ -205,9 +205,9 @@ TEST(TrashCommand, TheLastSetGoesBackWhereItWas) {
     EXPECT_EQ(test::readFile(scene.home / "file"), "newer");
     EXPECT_EQ(test::readFile(scene.home / "file (restored)"), "file");
 
-    // Called off between two parts of a set, the rest goes back the next time.
+    // Called off before the last item of a set, that goes back the next time.
     Words many = {"trash", "--yes", file};
-    for (int count = 0; count < 70; ++count)
+    for (int count = 0; count < 2; ++count)
         many.push_back(scene.home.makeFile("many/" + std::to_string(count)).string());
     (void)scene.text(many);
     const auto restore = scene.services.restore;

@@ -147,6 +147,8 @@ TEST(TidyArguments, ShellsAreToldWhatMayStandInAPlace) {
         {{"report", "--exclude", ""}, ":paths\n"},
         {{"report", "--", "--no"}, ":folders\n"},
         {{"settings", "re"}, "reset\tWhat all commands go by unless an option says otherwise\n"},
+        {{"rules", "test", ""}, ":folders\n"},
+        {{"rules", "remove", ""}, ""},
         {{"nothing", ""}, ""},
     };
     for (const auto& [words, lines] : cases)

@@ -178,6 +178,8 @@ TEST(FindingsCommand, PlacesAndRulesOfAHome) {
         EXPECT_THAT(text, HasSubstr(part));
     EXPECT_THAT(scene.text({"findings", "--home", scene.home.makeFolder("empty").string()}),
                 HasSubstr("Nothing worth clearing"));
+    (void)scene.text({"settings", "set", "largeFileThresholdBytes", "4500000", "--yes"});
+    EXPECT_THAT(column(scene.json({"findings"})["findings"], "id"), testing::Contains("largeFiles"));
 }
 
 TEST(ReportCommand, CalledOffBeforeTheScanIsKeptItSaysSo) {

@@ -79,9 +79,6 @@ Scene::Scene() : services(TidyServices::live()) {
         };
         return service;
     };
-    services.moveAllToTrash = [trashService](const std::vector<fs::path>& items) {
-        return trashService().moveToTrash(items).get();
-    };
     services.planTrash = [trashService](std::vector<fs::path> items) {
         return trashService().planMoves(std::move(items));
     };

@@ -2,6 +2,7 @@
 #include "TarnwellTidyKit/Screen/MemoryScreen.hpp"
 #include "TarnwellTidyKit/Screen/Palette.hpp"
 #include "TarnwellTidyKit/Screen/TerminalRequests.hpp"
+#include "TarnwellTidyKit/Screen/TrueColours.hpp"
 
 #include <gtest/gtest.h>
 
@@ -235,6 +236,27 @@ TEST(Palette, WhatIsChosenMarkedOrFilledCanBeSeenOnEveryTerminal) {
                     }
                 }
             }
+}
+
+TEST(TrueColours, StandInPlaceOfTheirNumbersAndOfNothingElse) {
+    TrueColours colours;
+    EXPECT_EQ(colours.numberOf(0x102030), 16);
+    EXPECT_EQ(colours.numberOf(0xFF00FF), 17);
+    EXPECT_EQ(colours.numberOf(0x102030), 16);
+    const struct {
+        std::string_view frame, spelledOut;
+    } cases[] = {
+        {"a\x1B[38;5;16mb\x1B[48;5;17mc\x1B[0m", "a\x1B[38;2;16;32;48mb\x1B[48;2;255;0;255mc\x1B[0m"},
+        {"\x1B[38:5:17m", "\x1B[38;2;255;0;255m"},
+        {"\x1B[38;5;15m\x1B[38;5;18m\x1B[38;5m", "\x1B[38;5;15m\x1B[38;5;18m\x1B[38;5m"},
+        {"\x1B[38;5;16H\x1B[58;5;16m\x1B[38;5:16m", "\x1B[38;5;16H\x1B[58;5;16m\x1B[38;5:16m"},
+        {"38;5;16m \x1B[38;5;1", "38;5;16m \x1B[38;5;1"},
+    };
+    for (const auto& [frame, spelledOut] : cases)
+        EXPECT_EQ(colours.spelledOut(frame), spelledOut);
+    for (int colour = 0; colour < 238; ++colour)
+        EXPECT_EQ(colours.numberOf(colour << 8 | 0x01), 18 + colour);
+    EXPECT_EQ(colours.numberOf(0xFE00FE), 17) << "the nearest when there is no number left";
 }
 
 TEST(MemoryScreen, PlaysAScriptAndKeepsWhatIsShown) {
