@@ -3,11 +3,14 @@
 #include "TarnwellCLIKit/RowPieces.hpp"
 #include "TarnwellCore/Platform/WorkerThreads.hpp"
 #include "TarnwellCore/Scanning/ByteFormatter.hpp"
+#include "TarnwellCore/Scanning/NodeFetch.hpp"
 #include "TarnwellCore/Scanning/NodeSorter.hpp"
 
 #include <algorithm>
 #include <functional>
+#include <iterator>
 #include <limits>
+#include <ranges>
 #include <span>
 #include <string_view>
 
@@ -21,8 +24,10 @@ public:
     ChildSelection(SizeMode mode, std::optional<std::int64_t> top)
         : mode_(mode), top_(static_cast<std::uint64_t>(top ? std::max<std::int64_t>(*top, 0) : -1)) {}
 
-    /// Appends the rows for the children of `folder`, the last one first.
-    void appendReversed(std::vector<CLIListedNode>& rows, const FileNode& folder, std::int64_t depth) {
+    /// Appends the rows for the children of `folder`: to `listed` where no row stands below any of them, to
+    /// `pending` otherwise, the last one first.
+    void append(std::vector<CLIListedNode>& listed, std::vector<CLIListedNode>& pending,
+                const FileNode& folder, std::int64_t depth, bool isLastLevel) {
         const auto children = folder.children();
         const auto kept = static_cast<std::size_t>(std::min<std::uint64_t>(children.size(), top_));
         if (kept == 0)
@@ -30,16 +35,25 @@ public:
         const std::int64_t smallest = smallestKept(children, kept);
         if (kept == children.size())
             sorter_.reserve(kept);
-        for (FileNode* child : children)
-            if (const std::int64_t size = child->sizeFor(mode_); size >= smallest)
-                sorter_.add(*child, size);
-        const auto sorted = sorter_.sorted();
-        const std::int64_t total = folder.sizeFor(mode_);
-        for (std::size_t index = kept; index > 0; --index) {
-            const auto& child = sorted[index - 1];
-            const double share = total < 1 ? 0 : static_cast<double>(child.size) / static_cast<double>(total);
-            rows.push_back({child.node, share, child.size, depth});
+        bool hasFolders = false;
+        for (std::size_t index = 0; index < children.size(); ++index) {
+            if (index + nodesAhead < children.size())
+                fetchSoon(children[index + nodesAhead]);
+            FileNode& child = *children[index];
+            hasFolders = hasFolders || child.isDirectory();
+            if (const std::int64_t size = child.sizeFor(mode_); size >= smallest)
+                sorter_.add(child, size);
         }
+        const auto sorted = sorter_.sorted().first(kept);
+        const std::int64_t total = folder.sizeFor(mode_);
+        const auto row = [&](const NodeSorter::Item& child) -> CLIListedNode {
+            const double share = total < 1 ? 0 : static_cast<double>(child.size) / static_cast<double>(total);
+            return {child.node, share, child.size, depth};
+        };
+        if (isLastLevel || !hasFolders)
+            std::ranges::transform(sorted, std::back_inserter(listed), row);
+        else
+            std::ranges::transform(sorted | std::views::reverse, std::back_inserter(pending), row);
         sorter_.clear();
     }
 
@@ -86,6 +100,7 @@ std::size_t longestRows(std::span<const CLIListedNode> rows) {
 void writeRows(TextOutput& output, std::span<const CLIListedNode> rows, NameStyle style) {
     std::string& text = output.text();
     for (const CLIListedNode& row : rows) {
+        fetchNode(rows, row);
         text += sizeText(row.selected);
         text += "  ";
         text += ByteFormatter::percent(row.share, 1);
@@ -116,22 +131,20 @@ std::vector<CLIListedNode> children(const FileNode& of, SizeMode mode, std::int6
     std::vector<CLIListedNode> listed;
     if (depthRemaining < 1)
         return listed;
-    std::vector<CLIListedNode> pending; // the next row last
-    if (!top) {                         // else most of the tree may not be listed
+    if (!top) // else most of the tree may not be listed
         listed.reserve(depthRemaining == 1 ? of.children().size()
                                            : static_cast<std::size_t>(of.fileCount()) +
                                                  static_cast<std::size_t>(of.directoryCount()));
-        pending.reserve(of.children().size());
-    }
     ChildSelection selection(mode, top);
-    selection.appendReversed(pending, of, level);
+    std::vector<CLIListedNode> pending; // the next row last
+    selection.append(listed, pending, of, level, depthRemaining == 1);
     while (!pending.empty()) {
         const CLIListedNode row = pending.back();
         pending.pop_back();
         listed.push_back(row);
         const std::int64_t levelsListed = row.depth - level + 1;
         if (levelsListed < depthRemaining)
-            selection.appendReversed(pending, *row.node, row.depth + 1);
+            selection.append(listed, pending, *row.node, row.depth + 1, levelsListed + 1 == depthRemaining);
     }
     return listed;
 }

@@ -91,6 +91,7 @@ void writeRows(TextOutput& output, std::span<const CLIListedNode> rows) {
     std::string& text = output.text();
     RowPath<Form> path;
     for (const CLIListedNode& row : rows) {
+        fetchNode(rows, row);
         path.moveTo(*row.node);
         appendField(text, path.name(), path.nameIsRemarkable());
         appendField(text, path.path(), path.pathIsRemarkable());

@@ -79,6 +79,7 @@ public:
     void writeRows(std::size_t last) {
         for (; place_.next < last; ++place_.next) {
             const CLIListedNode& row = place_.rows[place_.next];
+            fetchNode(place_.rows, row);
             closeRows(row.depth);
             output_.endPart();
             json_.beginObject();

@@ -3,10 +3,13 @@
 // The text of a listing, made of pieces of so many rows: on all processors where it is handed on, one after
 // another where it is kept. Either way it is the same text.
 
+#include "TarnwellCLIKit/CLIListing.hpp"
+#include "TarnwellCore/Scanning/NodeFetch.hpp"
 #include "TarnwellCore/Text/TextOutput.hpp"
 
 #include <cstddef>
 #include <functional>
+#include <span>
 #include <string>
 
 namespace tarnwell {
@@ -28,6 +31,12 @@ struct ListingParts {
     /// No text is longer than this, and none much shorter, in bytes.
     std::function<std::size_t()> longest;
 };
+
+/// To be called for each row before its node is looked at.
+inline void fetchNode(std::span<const CLIListedNode> rows, const CLIListedNode& row) {
+    if (rows.data() + rows.size() - &row > static_cast<std::ptrdiff_t>(nodesAhead))
+        fetchSoon((&row)[nodesAhead].node);
+}
 
 std::string wholeListing(const ListingParts& parts);
 

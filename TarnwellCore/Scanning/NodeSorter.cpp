@@ -1,6 +1,7 @@
 #include "TarnwellCore/Scanning/NodeSorter.hpp"
 
 #include "TarnwellCore/Platform/WorkerThreads.hpp"
+#include "TarnwellCore/Scanning/NodeFetch.hpp"
 
 #include <algorithm>
 #include <array>
@@ -119,10 +120,17 @@ std::uint64_t NodeSorter::bytesAt(std::size_t offset, const FileNode& node) {
     return bytes;
 }
 
+void NodeSorter::readNames(std::span<Item> items, std::size_t offset) {
+    for (std::size_t index = 0; index < items.size(); ++index) {
+        if (index + nodesAhead < items.size())
+            fetchSoon(items[index + nodesAhead].node);
+        items[index].nameBytes = bytesAt(offset, *items[index].node);
+    }
+}
+
 std::span<const Item> NodeSorter::sorted() {
     // Not when a node is added: it has just been written then, and the processor waits for its bytes.
-    for (Item& item : items_)
-        item.nameBytes = bytesAt(0, *item.node);
+    readNames(items_, 0);
     // As the children of a scanned folder are when they are added again by apparent size.
     if (std::adjacent_find(items_.begin(), items_.end(), isMisplaced) == items_.end())
         return items_;
@@ -177,8 +185,7 @@ void NodeSorter::settle(const Run& run) {
                          [](const Item& a, const Item& b) { return a.node->name() < b.node->name(); });
         return;
     }
-    for (Item& item : items)
-        item.nameBytes = bytesAt(offset, *item.node);
+    readNames(items, offset);
     sortSoFar(items);
     addRuns(run.start, run.end, offset);
 }

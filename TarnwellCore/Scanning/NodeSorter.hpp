@@ -59,6 +59,7 @@ private:
     };
 
     static std::uint64_t bytesAt(std::size_t offset, const FileNode& node);
+    static void readNames(std::span<Item> items, std::size_t offset);
     void addRuns(std::size_t start, std::size_t end, std::size_t offset);
     void settle(const Run& run);
     void sortSoFar(std::span<Item> items);
