@@ -18,6 +18,9 @@ namespace tarnwell {
 /// thread.
 class NodeSorter {
 public:
+    /// Of more nodes than this the memory is given back.
+    static constexpr std::size_t largestKept = 32768;
+
     /// The order itself, by apparent size.
     static bool precedes(const FileNode& a, const FileNode& b) {
         return a.size != b.size ? a.size > b.size : a.name() < b.name();

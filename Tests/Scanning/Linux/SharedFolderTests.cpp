@@ -3,6 +3,7 @@
 
 #include "TarnwellCore/Platform/DirectoryCalls.hpp"
 #include "TarnwellCore/Scanning/LiveTree.hpp"
+#include "TarnwellCore/Scanning/NodeSorter.hpp"
 #include "TarnwellCore/Scanning/ScanEngine.hpp"
 #include "TarnwellCore/Scanning/ScanError.hpp"
 
@@ -10,6 +11,7 @@
 #include "Tests/Support/RandomTree.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -151,6 +153,30 @@ TEST_F(SharedFolders, AreWhatOneWorkerMakesOfThem) {
                 EXPECT_EQ(scan(workers, table, options, false).stats, alone.stats);
             }
         }
+    }
+}
+
+// More files than are put in order at once, by one worker and by several.
+TEST_F(SharedFolders, AreInOrderWhenTheyAreHuge) {
+    constexpr int count = 70'000;
+    std::filesystem::create_directory(folder / "wide");
+    std::filesystem::create_directory(folder / "wide/in");
+    for (int index = 0; index < count; ++index) {
+        const auto path = folder / ("wide/" + std::to_string(index * 7919LL % 100'003));
+        const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+        ASSERT_GE(file, 0);
+        EXPECT_EQ(::ftruncate(file, index % 50), 0);
+        ::close(file);
+    }
+    for (const int workers : {1, 4}) {
+        const ScanResult result = scan(workers, DirectoryCalls::live());
+        const auto children = result.root->node("wide")->children();
+        EXPECT_EQ(children.size(), count + 1U);
+        EXPECT_EQ(std::set(children.begin(), children.end()).size(), count + 1U);
+        EXPECT_TRUE(std::ranges::is_sorted(children, [](const FileNode* a, const FileNode* b) {
+            return NodeSorter::precedes(*a, *b);
+        })) << workers;
+        EXPECT_EQ(result.root->size, count / 50 * (49 * 50 / 2));
     }
 }
 
