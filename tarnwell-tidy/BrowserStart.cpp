@@ -1,5 +1,6 @@
 #include "BrowserStart.hpp"
 
+#include "TarnwellCore/Platform/FreedMemory.hpp"
 #include "TarnwellCore/Text/HarmlessText.hpp"
 #include "TarnwellTidyKit/Browser/Browser.hpp"
 #include "TarnwellTidyKit/Browser/UserShell.hpp"
@@ -88,6 +89,7 @@ CursesScreen::Ground ground(AppTheme theme) {
 }
 
 std::int32_t browse(const BrowseRequest& request, const std::string& folder, TidyContext& context) {
+    giveLargeBlocksBack();
     std::int32_t status = 0;
     std::string errors;
     {
