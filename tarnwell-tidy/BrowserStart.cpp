@@ -1,5 +1,6 @@
 #include "BrowserStart.hpp"
 
+#include "TarnwellCore/Platform/FreedMemory.hpp"
 #include "TarnwellCore/Text/HarmlessText.hpp"
 #include "TarnwellTidyKit/Browser/Browser.hpp"
 #include "TarnwellTidyKit/Browser/UserShell.hpp"
@@ -129,6 +130,7 @@ CursesScreen::Ground ground(AppTheme theme) {
 }
 
 std::int32_t browse(const BrowseRequest& request, const std::string& folder, TidyContext& context) {
+    giveLargeBlocksBack();
     const KeptErrors kept; // shown when the screen has gone
     CursesScreen screen(
         {.ground = ground(context.settings().theme()),

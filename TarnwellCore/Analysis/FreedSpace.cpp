@@ -5,9 +5,9 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <stdexcept>
 #include <unordered_map>
-#include <unordered_set>
 #include <utility>
 
 namespace tarnwell {
@@ -25,15 +25,20 @@ constexpr auto texts = std::to_array<std::string_view>({
     "could not be read",
 });
 
-/// Of the nodes, those that lie below no other of them; each once.
+/// Of the nodes, those that lie below no other of them; each once. There may be a million: only folders among
+/// them are worth a place in a table.
 std::vector<const FileNode*> outermost(std::span<const FileNode* const> nodes) {
-    const std::unordered_set<const FileNode*> marked(nodes.begin(), nodes.end());
+    std::vector<const FileNode*> outer(nodes.begin(), nodes.end());
+    std::ranges::sort(outer, std::less<>{});
+    const auto repeated = std::ranges::unique(outer);
+    outer.erase(repeated.begin(), repeated.end());
+    std::erase(outer, nullptr);
     std::unordered_map<const FileNode*, bool> isBelowMarked; // of folders, themselves included
-    std::vector<const FileNode*> outer;
+    for (const FileNode* node : outer)
+        if (node->isDirectory())
+            isBelowMarked.emplace(node, true);
     std::vector<const FileNode*> way;
-    for (const FileNode* node : marked) {
-        if (node == nullptr)
-            continue;
+    std::erase_if(outer, [&](const FileNode* node) {
         way.clear();
         bool isBelow = false;
         for (const FileNode* folder = node->parent(); folder != nullptr; folder = folder->parent()) {
@@ -42,16 +47,11 @@ std::vector<const FileNode*> outermost(std::span<const FileNode* const> nodes) {
                 break;
             }
             way.push_back(folder);
-            if (marked.contains(folder)) {
-                isBelow = true;
-                break;
-            }
         }
         for (const FileNode* folder : way)
             isBelowMarked.emplace(folder, isBelow);
-        if (!isBelow)
-            outer.push_back(node);
-    }
+        return isBelow;
+    });
     return outer;
 }
 

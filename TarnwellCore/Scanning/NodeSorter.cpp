@@ -152,7 +152,6 @@ std::span<FileNode*> NodeSorter::takeInto(std::span<FileNode*> places) {
 }
 
 void NodeSorter::clear() {
-    constexpr std::size_t largestKept = 16384;
     if (items_.capacity() > largestKept) {
         items_ = std::vector<Item>(); // `{}` would keep the memory
         scratch_ = std::vector<Item>();

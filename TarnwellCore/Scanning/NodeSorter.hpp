@@ -18,6 +18,9 @@ namespace tarnwell {
 /// thread.
 class NodeSorter {
 public:
+    /// Of more nodes than this the memory is given back.
+    static constexpr std::size_t largestKept = 32768;
+
     /// A folder of very many children is put in order on so many threads. For one that is alone at work:
     /// those of a scan have each their own folder.
     explicit NodeSorter(int threadCount = 1) : threadCount_(threadCount) {}

@@ -471,19 +471,26 @@ FileNode* ScanWorker::makeNode(const WorkItem& item, const RawDirectoryEntry& en
     return region_->makeNode(item.node, entry.name, isDirectory, attributes);
 }
 
+void ScanWorker::putFilesAside() {
+    std::vector<FileNode*> run(files_.count());
+    files_.takeInto(run);
+    fileRuns_.add(std::move(run));
+}
+
 /// Gives a folder that was read its children, files first, and the sums of its files.
 void ScanWorker::settle(FileNode& folder) {
     constexpr std::size_t largestKept = 16384;
     sums_.store(folder, folders_.size());
     sums_ = {};
-    const std::size_t count = files_.count() + sharedFiles_.size() + folders_.size();
+    const std::size_t count = files_.count() + fileRuns_.count() + folders_.size();
     if (count == 0)
         return;
+    if (fileRuns_.count() > 0) [[unlikely]]
+        putFilesAside();
     const auto children = region_->makeChildArray(count);
-    const auto others = std::ranges::copy(sharedFiles_, files_.takeInto(children).begin()).out;
-    std::ranges::copy(folders_, others);
+    const auto others = files_.takeInto(fileRuns_.takeInto(children));
+    std::ranges::copy(folders_, others.begin());
     folder.setChildren(children);
-    sharedFiles_ = std::vector<FileNode*>();
     if (folders_.capacity() > largestKept)
         folders_ = std::vector<FileNode*>();
     folders_.clear();

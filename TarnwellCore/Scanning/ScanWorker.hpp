@@ -9,6 +9,7 @@
 #include "TarnwellCore/Scanning/HardlinkRegistry.hpp"
 #include "TarnwellCore/Scanning/LiveBatch.hpp"
 #include "TarnwellCore/Scanning/NodeArena.hpp"
+#include "TarnwellCore/Scanning/NodeRuns.hpp"
 #include "TarnwellCore/Scanning/NodeSorter.hpp"
 #include "TarnwellCore/Scanning/ScanQueue.hpp"
 #include "TarnwellCore/Scanning/SharedFolder.hpp"
@@ -97,7 +98,10 @@ private:
     void addFile(FileNode& file) {
         sums_.add(file);
         files_.add(file);
+        if (files_.count() == NodeSorter::largestKept) [[unlikely]]
+            putFilesAside();
     }
+    void putFilesAside();
     void settle(FileNode& folder);
     void noteRead(const WorkItem& item, LiveRecord::Kind kind, std::size_t opened);
     void noteClosed(FileNode* folder);
@@ -125,8 +129,8 @@ private:
     bool mostlyWaited_ = false;            // for the entries of the one before
     std::shared_ptr<SharedFolder> shared_; // null as long as it reads alone
     bool isHelping_ = false;               // with that one, which is not its own
-    std::vector<FileNode*> sharedFiles_;   // of all who read it
     NodeSorter files_;                     // the nodes of its entries
+    NodeRuns fileRuns_;                    // of a huge folder those before, and those of all who read it
     std::vector<FileNode*> folders_;
     std::vector<FileNode*> closedFolders_; // those that are not going to be read
     FolderSums sums_;

@@ -104,8 +104,8 @@ void ScanWorker::endShared(bool isRead) {
 /// What this worker made of its records, but for the folders that are still to be read.
 FolderShare ScanWorker::takeShare() {
     FolderShare share;
-    share.files.resize(files_.count());
-    files_.takeInto(share.files);
+    putFilesAside();
+    share.files = std::exchange(fileRuns_, {});
     share.folders = std::exchange(folders_, {});
     share.closedFolders = std::exchange(closedFolders_, {});
     share.sums = std::exchange(sums_, {});
@@ -123,7 +123,7 @@ bool ScanWorker::completeShared(bool isRead) {
     endShared(isRead);
     FolderShare share = takeShare();
     shared_->collect(share);
-    sharedFiles_ = std::move(share.files);
+    fileRuns_ = std::move(share.files);
     folders_ = std::move(share.folders);
     closedFolders_ = std::move(share.closedFolders);
     sums_ = share.sums;

@@ -1,7 +1,5 @@
 #include "TarnwellCore/Scanning/SharedFolder.hpp"
 
-#include "TarnwellCore/Scanning/NodeSorter.hpp"
-
 #include <algorithm>
 #include <cerrno>
 #include <iterator>
@@ -19,37 +17,10 @@ void append(std::vector<Element>& elements, std::vector<Element>&& others) {
         std::ranges::move(others, std::back_inserter(elements));
 }
 
-/// Nodes that follow one another lie all over memory: those that come soon are asked for ahead.
-std::vector<FileNode*> merged(const std::vector<FileNode*>& left, const std::vector<FileNode*>& right) {
-    constexpr std::ptrdiff_t ahead = 12;
-    const auto fetch = [](auto place, auto end) {
-        if (end - place > ahead) {
-            const auto* node = reinterpret_cast<const char*>(place[ahead]);
-            __builtin_prefetch(node);
-            __builtin_prefetch(node + 64);
-        }
-    };
-    std::vector<FileNode*> all;
-    all.reserve(left.size() + right.size());
-    auto first = left.begin();
-    auto second = right.begin();
-    while (first != left.end() && second != right.end()) {
-        auto& next = NodeSorter::precedes(**second, **first) ? second : first;
-        fetch(next, &next == &first ? left.end() : right.end());
-        all.push_back(*next++);
-    }
-    all.insert(all.end(), first, left.end());
-    all.insert(all.end(), second, right.end());
-    return all;
-}
-
 } // namespace
 
 void FolderShare::add(FolderShare&& other) {
-    if (files.empty())
-        files = std::move(other.files);
-    else if (!other.files.empty())
-        files = merged(files, std::exchange(other.files, {}));
+    files.add(std::move(other.files));
     append(folders, std::move(other.folders));
     append(closedFolders, std::move(other.closedFolders));
     append(subfolders, std::move(other.subfolders));

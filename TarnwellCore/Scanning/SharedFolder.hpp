@@ -6,16 +6,17 @@
 // its owner, offers it in the queue; others join, as helpers, when they find no folder of their own. All of
 // them take turns: whoever has dealt with its records takes the next ones under the folder's lock, and asks
 // about their entries without it, with a reader, a region of the arena and counts of its own. No record is
-// taken twice, and none is copied. When there are no more, each hands in what it made of its records, put in
-// order already; two such shares that meet are merged by whoever brings the second, and the owner waits for
-// the last helper. Then the folder is what one worker would have made of it: sums do not depend on who adds
-// them, children are in order, and nothing of the folder is handed on before.
+// taken twice, and none is copied. When there are no more, each hands in what it made of its records, in runs
+// that are in order; the owner waits for the last helper and merges them. Then the folder is what one worker
+// would have made of it: sums do not depend on who adds them, children are in order, and nothing of the
+// folder is handed on before.
 //
 // Where the system tells an entry's facts together with its name there is nothing to be shared: its reader
 // never asks for records here.
 
 #include "TarnwellCore/Platform/DirectoryCalls.hpp"
 #include "TarnwellCore/Scanning/LiveBatch.hpp"
+#include "TarnwellCore/Scanning/NodeRuns.hpp"
 #include "TarnwellCore/Scanning/ScanQueue.hpp"
 #include "TarnwellCore/Scanning/TreeAggregation.hpp"
 
@@ -30,7 +31,7 @@ namespace tarnwell {
 
 /// What one or several workers made of their records.
 struct FolderShare {
-    std::vector<FileNode*> files; // in the order of NodeSorter
+    NodeRuns files;
     std::vector<FileNode*> folders;
     std::vector<FileNode*> closedFolders; // of those, the ones that are not going to be read
     std::vector<WorkItem> subfolders;     // the others
@@ -38,7 +39,6 @@ struct FolderShare {
     FolderSums sums;
     CollapseDelta delta;
 
-    /// Merges the files.
     void add(FolderShare&& other);
 };
 

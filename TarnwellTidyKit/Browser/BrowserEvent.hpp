@@ -69,6 +69,8 @@ struct ScanEnded {
     std::shared_ptr<const BrowserTree> tree;
     /// The full path of the folder that was read again, where everything else is as it was before.
     std::optional<std::string> part = {};
+    /// What was marked when it was asked for.
+    CarriedMarks marks = {};
 };
 struct Looked {
     std::uint64_t id;

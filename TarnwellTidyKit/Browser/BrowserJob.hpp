@@ -12,6 +12,7 @@
 #include "TarnwellTidyKit/Browser/BrowserMemory.hpp"
 #include "TarnwellTidyKit/Browser/BrowserTree.hpp"
 #include "TarnwellTidyKit/Browser/LiveEntries.hpp"
+#include "TarnwellTidyKit/Browser/Marks.hpp"
 #include "TarnwellTidyKit/Browser/Ordering.hpp"
 
 #include <cstdint>
@@ -43,6 +44,8 @@ struct Scan {
 struct Rescan {
     std::shared_ptr<const BrowserTree> tree;
     const FileNode* folder;
+    /// To be found in the new tree.
+    Marks marks;
 };
 /// What a scan under way has of a folder, in its order. Takes the time of what was read since the last look,
 /// and may have to wait for the scan: no key does that.
@@ -68,7 +71,7 @@ struct Map {
 };
 struct Freed {
     std::shared_ptr<const BrowserTree> tree;
-    std::vector<const FileNode*> nodes;
+    Marks marks;
     std::shared_ptr<const Removals> removals;
 };
 struct Figures {

@@ -155,10 +155,9 @@ bool isAvailableInView(BrowserCommand command, const BrowserState& state) {
     case filter:
         return isList;
     case markAll:
+    case range:
         return mayMark(state) && hasRows &&
                (isList || view == BrowserView::found || view == BrowserView::largest);
-    case range:
-        return state.tree != nullptr && isAvailableInView(markAll, state); // rows of a scan move
     case itemsColumn:
     case modifiedColumn:
     case sizesColumn:

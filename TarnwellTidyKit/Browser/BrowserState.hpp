@@ -177,6 +177,8 @@ struct BrowserState {
     /// The tile where one stands: a place in the map.
     std::size_t tile = 0;
     Loaded<ReportFigures> figures;
+    /// What the names of `found` were asked for.
+    std::vector<TextCondition> foundNames;
     Loaded<FoundItems> found;
     std::string foundText;
     Loaded<std::vector<SpaceSaverFinding>> findings;

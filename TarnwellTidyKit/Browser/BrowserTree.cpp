@@ -1,6 +1,11 @@
 #include "TarnwellTidyKit/Browser/BrowserTree.hpp"
 
+#include "TarnwellCore/Scanning/NodeFinder.hpp"
 #include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
+
+#include <algorithm>
+#include <functional>
+#include <utility>
 
 namespace tarnwell {
 
@@ -48,6 +53,25 @@ FreedBytes BrowserTree::freedBy(const std::vector<const FileNode*>& nodes) const
     if (!freed_)
         freed_ = std::make_unique<const FreedSpace>(scan_);
     return freed_->of(nodes);
+}
+
+CarriedMarks BrowserTree::carried(Marks marks) const {
+    CarriedMarks carried{.before = std::move(marks), .now = {}};
+    std::vector<const FileNode*> nodes = carried.before.nodes();
+    if (!nodes.empty() && &nodes.front()->root() == &root()) {
+        carried.now = carried.before;
+    } else {
+        std::ranges::sort(nodes, std::less<>{}, [](const FileNode* node) { return node->parent(); });
+        NodeFinder finder(root());
+        for (const FileNode*& node : nodes)
+            node = finder.like(*node);
+        std::erase(nodes, nullptr);
+        carried.now.addAll(nodes);
+    }
+    for (const FileNode* node : nodes)
+        if (!reasonToStay(*node).empty())
+            carried.now.remove(*node);
+    return carried;
 }
 
 } // namespace tarnwell

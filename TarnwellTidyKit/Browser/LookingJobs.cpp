@@ -9,8 +9,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <functional>
-#include <unordered_set>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -21,44 +21,63 @@ namespace {
 
 constexpr FileNodeFlags uncounted = FileNodeFlags::hardlinkDuplicate | FileNodeFlags::inaccessible;
 
-/// As `Search::largest`, without what has gone since the scan.
+/// As `Search::largest`, without what has gone since the scan; memory stays with `most`, too.
 LargestMatches largestLeft(const BrowserJobs::Find& job, std::size_t most, const CancellationToken& token) {
+    struct Candidate {
+        std::int64_t size;
+        std::int64_t order;
+        const FileNode* node;
+    };
+    const auto isLarger = [](const Candidate& a, const Candidate& b) {
+        return a.size != b.size ? a.size > b.size : a.order < b.order;
+    };
     LargestMatches matches;
     RemovedNodesQuery removed(job.removals->nodes());
-    std::unordered_set<const FileNode*> folders; // that have matched: what they hold adds nothing
+    std::vector<Candidate> best; // a heap with its least in front
+    // Folders that have matched: what they hold adds nothing. A folder comes before what it holds, and all of
+    // that before anything else: those that this node does not lie in will not be asked about again.
+    std::vector<const FileNode*> folders;
     const auto isCovered = [&](const FileNode& node) {
-        for (const FileNode* above = node.parent(); above != nullptr && !folders.empty();
-             above = above->parent())
-            if (folders.contains(above))
+        while (!folders.empty()) {
+            const FileNode* above = node.parent();
+            while (above != nullptr && above != folders.back())
+                above = above->parent();
+            if (above != nullptr)
                 return true;
+            folders.pop_back();
+        }
         return false;
     };
-    matches.totals.undecidedCount = Search::stream(
-                                        *job.folder, job.conditions,
-                                        [&](const FileNode& node) {
-                                            if (removed.containsNodeOrAncestor(node))
-                                                return true;
-                                            matches.nodes.push_back(&node);
-                                            ++matches.totals.count;
-                                            const bool adds =
-                                                node.isDirectory() || !node.flags.intersects(uncounted);
-                                            if (adds && !isCovered(node)) {
-                                                const Removals::Sums rest = job.removals->restOf(node);
-                                                matches.totals.size += rest.size;
-                                                matches.totals.allocatedSize += rest.allocatedSize;
-                                                matches.totals.reclaimableSize += rest.reclaimableSize;
-                                            }
-                                            if (node.isDirectory())
-                                                folders.insert(&node);
-                                            return true;
-                                        },
-                                        token)
-                                        .undecidedCount;
-    const SizeMode mode = job.conditions.sizeMode;
-    std::ranges::stable_sort(matches.nodes, [mode](const FileNode* a, const FileNode* b) {
-        return a->sizeFor(mode) > b->sizeFor(mode);
-    });
-    matches.nodes.resize(std::min(matches.nodes.size(), most));
+    const auto found = [&](const FileNode& node) {
+        if (removed.containsNodeOrAncestor(node))
+            return true;
+        const Removals::Sums rest = job.removals->restOf(node);
+        const bool adds = node.isDirectory() || !node.flags.intersects(uncounted);
+        if (!isCovered(node) && adds) {
+            matches.totals.size += rest.size;
+            matches.totals.allocatedSize += rest.allocatedSize;
+            matches.totals.reclaimableSize += rest.reclaimableSize;
+        }
+        if (node.isDirectory())
+            folders.push_back(&node);
+        const SizeMode mode = job.conditions.sizeMode;
+        best.push_back({.size = mode == SizeMode::apparent    ? rest.size
+                                : mode == SizeMode::allocated ? rest.allocatedSize
+                                                              : rest.reclaimableSize,
+                        .order = matches.totals.count++,
+                        .node = &node});
+        std::ranges::push_heap(best, isLarger);
+        if (best.size() > most) {
+            std::ranges::pop_heap(best, isLarger);
+            best.pop_back();
+        }
+        return true;
+    };
+    matches.totals.undecidedCount = Search::stream(*job.folder, job.conditions, found, token).undecidedCount;
+    std::ranges::sort_heap(best, isLarger);
+    matches.nodes.reserve(best.size());
+    for (const Candidate& each : best)
+        matches.nodes.push_back(each.node);
     return matches;
 }
 
@@ -163,7 +182,8 @@ void LookingJobs::operator()(const BrowserJobs::Rescan& job) const {
     const bool isWhole = result.folderBytes.has_value();
     keepFolderBytes(result, *job.tree);
     auto tree = std::make_shared<const BrowserTree>(std::move(result), context.services.home());
-    context.post(BrowserEvents::ScanEnded{context.id, tree, isWhole ? std::nullopt : std::optional(folder)});
+    context.post(BrowserEvents::ScanEnded{context.id, tree, isWhole ? std::nullopt : std::optional(folder),
+                                          tree->carried(job.marks)});
     if (isWhole)
         noteScan(context, tree->scan());
 }
@@ -172,6 +192,8 @@ void LookingJobs::operator()(const BrowserJobs::Look& job) const {
     const auto begin = std::chrono::steady_clock::now();
     std::shared_ptr<const BrowserEntries> entries = job.live->look(job.folder);
     std::shared_ptr<const Ordering> order;
+    if (context.token.isCancelled())
+        return;
     if (entries)
         order = std::make_shared<const Ordering>(ordered(*entries, job.choice, {}, context.token));
     if (context.token.isCancelled())
@@ -210,7 +232,10 @@ void LookingJobs::operator()(const BrowserJobs::Map& job) const {
 }
 
 void LookingJobs::operator()(const BrowserJobs::Freed& job) const {
-    context.post(BrowserEvents::Freed{context.id, job.tree->freedBy(job.removals->remaining(job.nodes))});
+    std::vector<const FileNode*> nodes = job.marks.nodes();
+    if (!job.removals->isEmpty())
+        nodes = job.removals->remaining(nodes);
+    context.post(BrowserEvents::Freed{context.id, job.tree->freedBy(nodes)});
 }
 
 void LookingJobs::operator()(const BrowserJobs::Figures& job) const {

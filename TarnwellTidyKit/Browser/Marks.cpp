@@ -5,36 +5,43 @@
 
 namespace tarnwell {
 
-std::size_t Marks::placeOf(const FileNode* node) const {
-    const std::size_t mask = places_.size() - 1;
-    // Nodes lie eight bytes apart: the low bits tell nothing.
-    std::size_t place = (reinterpret_cast<std::uintptr_t>(node) >> 3) * 0x9E37'79B9'7F4A'7C15U >> 20 & mask;
-    while (places_[place] != nullptr && places_[place] != node)
-        place = (place + 1) & mask;
-    return place;
-}
+namespace {
 
-void Marks::grow() {
-    std::vector<const FileNode*> old = std::move(places_);
-    places_.assign(old.empty() ? 16 : old.size() * 2, nullptr);
-    for (const FileNode* node : old)
-        if (node != nullptr)
-            places_[placeOf(node)] = node;
-}
+/// Where the mark of a node is.
+struct Place {
+    std::uintptr_t page;
+    std::size_t word;
+    unsigned shift;
+    std::uint64_t value;
+
+    Place(const FileNode* node, std::uintptr_t pageLength, std::uintptr_t granule) {
+        static_assert(sizeof(FileNode) == 64 && alignof(FileNode) == 8);
+        const auto address = reinterpret_cast<std::uintptr_t>(node);
+        const std::uintptr_t number = address % pageLength / granule;
+        page = address / pageLength;
+        word = number / 16;
+        shift = static_cast<unsigned>(number % 16 * 4);
+        value = address % granule / alignof(FileNode) + 1;
+    }
+    bool isIn(const auto& words) const { return (words[word] >> shift & 0xFU) == value; }
+};
+
+} // namespace
 
 bool Marks::insert(const FileNode* node) {
-    if (count_ * 4 >= places_.size() * 3)
-        grow();
-    const std::size_t place = placeOf(node);
-    if (places_[place] != nullptr)
+    const Place place(node, pageLength, granule);
+    Page& page = pages_[place.page];
+    if (place.isIn(page))
         return false;
-    places_[place] = node;
+    page[place.word] |= place.value << place.shift;
     ++count_;
     return true;
 }
 
 bool Marks::contains(const FileNode& node) const {
-    return count_ != 0 && places_[placeOf(&node)] != nullptr;
+    const Place place(&node, pageLength, granule);
+    const auto page = pages_.find(place.page);
+    return page != pages_.end() && place.isIn(page->second);
 }
 
 bool Marks::covers(const FileNode& node) const {
@@ -89,16 +96,11 @@ void Marks::addAll(const std::vector<const FileNode*>& nodes) {
 bool Marks::remove(const FileNode& node) {
     if (!contains(node))
         return false;
-    // Those behind it in its run move up, so that no search ends too early.
-    const std::size_t mask = places_.size() - 1;
-    std::size_t hole = placeOf(&node);
-    places_[hole] = nullptr;
-    --count_;
-    for (std::size_t next = (hole + 1) & mask; places_[next] != nullptr; next = (next + 1) & mask) {
-        const FileNode* moved = places_[next];
-        places_[next] = nullptr;
-        places_[placeOf(moved)] = moved;
-    }
+    const Place place(&node, pageLength, granule);
+    const auto page = pages_.find(place.page);
+    page->second[place.word] &= ~(std::uint64_t{0xF} << place.shift);
+    if (--count_ == 0)
+        pages_ = {};
     for (const FileNode* above = node.parent(); above != nullptr; above = above->parent())
         if (const auto found = below_.find(above); found != below_.end() && --found->second == 0)
             below_.erase(found);
@@ -106,17 +108,19 @@ bool Marks::remove(const FileNode& node) {
 }
 
 void Marks::clear() {
-    places_.clear();
-    below_.clear();
+    pages_ = {};
+    below_ = {};
     count_ = 0;
 }
 
 std::vector<const FileNode*> Marks::nodes() const {
     std::vector<const FileNode*> all;
     all.reserve(count_);
-    for (const FileNode* node : places_)
-        if (node != nullptr)
-            all.push_back(node);
+    for (const auto& [number, page] : pages_)
+        for (std::size_t place = 0; place < page.size() * 16; ++place)
+            if (const std::uint64_t value = page[place / 16] >> (place % 16 * 4) & 0xFU; value != 0)
+                all.push_back(reinterpret_cast<const FileNode*>( // NOLINT(performance-no-int-to-ptr)
+                    number * pageLength + place * granule + (value - 1) * alignof(FileNode)));
     return all;
 }
 

@@ -149,6 +149,7 @@ void markRows(BrowserState& state, std::size_t begin, std::size_t end) {
     const bool isList = state.view == BrowserView::list;
     const bool isChecked = !isList || state.tree != nullptr || state.homeFolder == nullptr ||
                            mayHoldWhatStays(folderPath(state), *state.homeFolder);
+    children.reserve(isList ? end - begin : 0);
     for (std::size_t row = begin; row < end; ++row) {
         const FileNode* node = nullptr;
         if (isList)
@@ -189,7 +190,7 @@ void marksChanged(BrowserState& state) {
     callOff(state, state.freed.awaited);
     state.freed.forget();
     if (state.tree != nullptr && !state.marks.isEmpty())
-        state.freed.awaited = ask(state, BrowserJobs::Freed{state.tree, state.marks.nodes(), state.removals});
+        state.freed.awaited = ask(state, BrowserJobs::Freed{state.tree, state.marks, state.removals});
 }
 
 bool runAct(BrowserState& state, BrowserCommand command) {

@@ -137,6 +137,7 @@ void enterRow(BrowserState& state) {
                         items.nodes.push_back(node);
                 }
                 state.foundText = "rule " + rule.name;
+                state.foundNames.clear();
                 showView(state, BrowserView::found);
                 return;
             }
@@ -295,6 +296,7 @@ void leaveProgram(BrowserState& state) {
 
 void findBy(BrowserState& state, SearchConditions conditions, std::string text) {
     conditions.sizeMode = state.choice.mode;
+    state.foundNames = conditions.names;
     callOff(state, state.found.awaited);
     state.found.forget();
     state.foundText = std::move(text);

@@ -4,8 +4,6 @@
 #include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
 #include "TarnwellTidyKit/Commands/TidyText.hpp"
 
-#include <algorithm>
-#include <functional>
 #include <utility>
 
 namespace tarnwell {
@@ -60,6 +58,19 @@ struct Taking {
         return removals;
     }
 
+    /// The same marks in the new tree. A million of them were found where the scan was done, unless they are
+    /// others by now.
+    Marks marksIn(BrowserEvents::ScanEnded& event, const Removals& removals) const {
+        if (event.marks.before != state.marks)
+            event.marks = event.tree->carried(std::move(state.marks));
+        Marks marks = std::move(event.marks.now);
+        if (!removals.isEmpty())
+            for (const FileNode* node : marks.nodes())
+                if (removals.isGoneWithItsFolders(*node))
+                    marks.remove(*node);
+        return marks;
+    }
+
     void operator()(BrowserEvents::ScanEnded& event) const {
         if (event.id != state.scanAwaited)
             return;
@@ -71,14 +82,8 @@ struct Taking {
         NodeFinder finder(root);
         const FileNode* entry = state.selectedNode != nullptr ? finder.like(*state.selectedNode) : nullptr;
         auto removals = removalsIn(event, finder);
-        std::vector<const FileNode*> marks = state.marks.nodes();
-        std::ranges::sort(marks, std::less<>{}, [](const FileNode* node) { return node->parent(); });
-        std::vector<const FileNode*> marked;
-        for (const FileNode* node : marks)
-            if (const FileNode* other = finder.like(*node); other != nullptr &&
-                                                            !removals->isGoneWithItsFolders(*other) &&
-                                                            event.tree->reasonToStay(*other).empty())
-                marked.push_back(other);
+        const bool hadMarks = !state.marks.isEmpty();
+        Marks marks = marksIn(event, *removals);
         const FileNode* folder = nullptr;
         for (const FileNode* above = state.folder; above != nullptr && folder == nullptr;
              above = above->parent())
@@ -86,8 +91,6 @@ struct Taking {
                 folder = same;
         const bool isMoved = state.cursors[static_cast<std::size_t>(BrowserView::list)].isMoved;
         forgetFindings(state);
-        const bool hadMarks = !state.marks.isEmpty();
-        state.marks.clear();
         state.choice.earlier = nullptr;
         discard(state, {std::move(state.live), std::move(state.entries), std::move(state.order),
                         std::exchange(state.tree, std::move(event.tree)), std::move(state.removals)});
@@ -100,7 +103,7 @@ struct Taking {
         state.folder = folder != nullptr ? folder : &root;
         while (state.folder->parent() != nullptr && state.removals->isGoneWithItsFolders(*state.folder))
             state.folder = state.folder->parent();
-        state.marks.addAll(marked);
+        state.marks = std::move(marks);
         state.selectedNode = entry;
         state.wantedEntry = isMoved ? entry : nullptr;
         relist(state);

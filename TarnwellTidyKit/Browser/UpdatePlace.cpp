@@ -78,7 +78,7 @@ void beginScan(BrowserState& state) {
 
 void scanAgain(BrowserState& state, const FileNode& folder) {
     beginScan(state);
-    state.scanAwaited = ask(state, BrowserJobs::Rescan{state.tree, &folder});
+    state.scanAwaited = ask(state, BrowserJobs::Rescan{state.tree, &folder, state.marks});
 }
 
 void scanProgressed(BrowserState& state) {

@@ -1,5 +1,6 @@
 // The largest files, and what a search has found.
 
+#include "TarnwellTidyKit/Browser/SoughtLetters.hpp"
 #include "TarnwellTidyKit/Browser/ViewParts.hpp"
 #include "TarnwellTidyKit/Commands/TidyText.hpp"
 
@@ -7,7 +8,8 @@ namespace tarnwell {
 
 namespace {
 
-void drawFiles(const Pane& pane, const std::vector<const FileNode*>& nodes, std::string_view head) {
+void drawFiles(const Pane& pane, const std::vector<const FileNode*>& nodes, std::string_view head,
+               const std::vector<TextCondition>& names = {}) {
     const BrowserState& state = pane.state;
     const SizeMode mode = state.choice.mode;
     constexpr int dateWidth = 10;
@@ -37,6 +39,7 @@ void drawFiles(const Pane& pane, const std::vector<const FileNode*>& nodes, std:
         drawNote(pane, "There is none.");
         return;
     }
+    SoughtLetters sought(names);
     drawRows(pane, [&](std::size_t row, RowPainter& painter) {
         const FileNode& node = *nodes[row];
         const BrowserEntry entry = TreeEntries::entryOf(node, *state.removals);
@@ -45,8 +48,10 @@ void drawFiles(const Pane& pane, const std::vector<const FileNode*>& nodes, std:
                 shortSize(entry.sizeFor(mode)),
                 isKnown ? dayText(dateFromReferenceSeconds(entry.modificationSeconds)) : "",
                 displayName(node.category), roleOf(node.category), Role::text);
+        const GridArea line = painter.line();
         painter.rest(pathBelow(state, node) + (node.isDirectory() ? "/" : ""), markOf(entry).role,
                      Cut::start);
+        sought.showInPath(pane.grid, line);
     });
 }
 
@@ -69,7 +74,7 @@ void drawFound(const Pane& pane) {
         state.foundText + ": " + countedText(totals.count, "match", "matches") + ", " + sizeText(size);
     if (totals.count > static_cast<std::int64_t>(state.found.value->nodes.size()))
         head += ", the largest are shown";
-    drawFiles(pane, state.found.value->nodes, head);
+    drawFiles(pane, state.found.value->nodes, head, state.foundNames);
 }
 
 } // namespace tarnwell

@@ -1,5 +1,6 @@
 // The list of a folder.
 
+#include "TarnwellTidyKit/Browser/SoughtLetters.hpp"
 #include "TarnwellTidyKit/Browser/ViewParts.hpp"
 #include "TarnwellTidyKit/Commands/TidyText.hpp"
 
@@ -128,6 +129,7 @@ void drawList(const Pane& pane) {
     const std::int64_t whole = state.entries->folder().sizeFor(mode);
     const std::string place =
         columns.hasChange && state.choice.earlier ? placeOf(state, state.folder) : std::string();
+    SoughtLetters sought(state.choice.filter);
     drawRows(pane, [&](std::size_t row, RowPainter& painter) {
         const BrowserEntry entry = *entryAt(state, row);
         const bool isMarked = entry.node != nullptr && state.marks.covers(*entry.node);
@@ -177,7 +179,9 @@ void drawList(const Pane& pane) {
         }
         const EntryMark mark = markOf(entry);
         painter.text(1, mark.sign, mark.role);
+        const GridArea line = painter.line();
         painter.rest(entry.name, isQuiet ? Role::dim : mark.role, Cut::middle);
+        sought.show(pane.grid, line);
     });
 }
 

@@ -29,6 +29,8 @@ public:
 
     /// Columns that are left.
     int room() const { return end_ - column_; }
+    /// Where they are.
+    GridArea line() const { return {column_, row_, room(), 1}; }
     void gap(int columns = 2);
     void text(int width, std::string_view text, Role role = Role::text, Side side = Side::left,
               Cut cut = Cut::end, bool isBold = false);

@@ -1,4 +1,5 @@
 #include "TarnwellCore/Scanning/FileTreeBuilder.hpp"
+#include "TarnwellCore/Scanning/NodeRuns.hpp"
 #include "TarnwellCore/Scanning/NodeSorter.hpp"
 
 #include <gtest/gtest.h>
@@ -6,6 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -24,6 +26,10 @@ std::string anyName(std::mt19937_64& random) {
     return name + (random() % 2 == 0 ? "" : std::to_string(random() % 100));
 }
 
+bool precedes(const FileNode* a, const FileNode* b) {
+    return NodeSorter::precedes(*a, *b);
+}
+
 TEST(NodeSorter, AgreesWithThePlainOrder) {
     std::mt19937_64 random(1);
     NodeSorter sorter(3); // one for all: what a folder leaves behind must not disturb the next
@@ -36,9 +42,21 @@ TEST(NodeSorter, AgreesWithThePlainOrder) {
                 expected.push_back(&tree.addFile(tree.root(), anyName(random), size));
                 sorter.add(*expected.back());
             }
-            std::stable_sort(expected.begin(), expected.end(), [](const FileNode* a, const FileNode* b) {
-                return NodeSorter::precedes(*a, *b);
-            });
+            NodeRuns runs; // the same in runs of any length
+            for (std::size_t begin = 0, end = 0; begin < expected.size(); begin = end) {
+                end = std::min<std::size_t>(begin + random() % 40, expected.size());
+                std::vector<FileNode*> run(expected.begin() + static_cast<std::ptrdiff_t>(begin),
+                                           expected.begin() + static_cast<std::ptrdiff_t>(end));
+                std::ranges::stable_sort(run, precedes);
+                runs.add(std::move(run));
+            }
+            EXPECT_EQ(runs.count(), expected.size());
+            std::vector<FileNode*> merged(expected.size() + 1);
+            EXPECT_EQ(runs.takeInto(merged).size(), 1u);
+            merged.pop_back();
+            EXPECT_TRUE(std::ranges::is_sorted(merged, precedes)) << count << " of " << sizeCount << " sizes";
+            EXPECT_TRUE(std::set(merged.begin(), merged.end()) == std::set(expected.begin(), expected.end()));
+            std::ranges::stable_sort(expected, precedes);
             std::vector<FileNode*> found(expected.size() + 1);
             EXPECT_EQ(sorter.takeInto(found).size(), 1u);
             found.pop_back();

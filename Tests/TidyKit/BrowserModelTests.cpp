@@ -1,3 +1,4 @@
+#include "TarnwellCore/Scanning/FileTreeBuilder.hpp"
 #include "TarnwellCore/Settings/AppSettings.hpp"
 #include "TarnwellTidyKit/Browser/BrowserUpdate.hpp"
 #include "TarnwellTidyKit/Browser/BrowserViews.hpp"
@@ -17,6 +18,7 @@
 #include <deque>
 #include <future>
 #include <random>
+#include <set>
 #include <stdexcept>
 
 namespace fs = std::filesystem;
@@ -211,6 +213,34 @@ TEST(BrowserModelTests, manyEntries) {
     EXPECT_EQ(model.state.marks.count(), 1111U);
 }
 
+TEST(BrowserModelTests, marksAreASet) {
+    FileTreeBuilder tree("/r");
+    std::vector<const FileNode*> nodes;
+    FileNode& folder = tree.addFolder(tree.root(), "in");
+    for (std::size_t number = 0; number < 3000; ++number)
+        nodes.push_back(
+            &tree.addFile(number % 3 == 0 ? tree.root() : folder, std::string(number % 41, 'x'), 1));
+    std::mt19937_64 random(3);
+    Marks marks;
+    std::set<const FileNode*> expected;
+    for (int round = 0; round < 20'000; ++round) {
+        const FileNode* node = nodes[random() % nodes.size()];
+        if (round < 12'000 ? random() % 3 != 0 : random() % 8 == 0)
+            EXPECT_EQ(marks.add(*node), expected.insert(node).second);
+        else
+            EXPECT_EQ(marks.remove(*node), expected.erase(node) > 0);
+    }
+    const std::vector<const FileNode*> all = marks.nodes();
+    EXPECT_EQ(all.size(), marks.count());
+    EXPECT_EQ(std::set(all.begin(), all.end()), expected);
+    for (const FileNode* node : nodes)
+        ASSERT_EQ(marks.contains(*node), expected.contains(node));
+    // The folder swallows what is marked in it.
+    EXPECT_TRUE(marks.add(folder));
+    std::erase_if(expected, [&](const FileNode* node) { return node->parent() == &folder; });
+    EXPECT_EQ(marks.count(), expected.size() + 1);
+}
+
 // Answers that come between two keys.
 TEST(BrowserModelTests, lateAnswers) {
     Model model;
@@ -272,6 +302,12 @@ TEST(BrowserModelTests, marksOfAScanUnderWay) {
     model.type("kl");
     ASSERT_EQ(rowCount(state), 100U);
     EXPECT_EQ(entryAt(state, 0)->name, "f99") << "sorted meanwhile";
+    // A range begins at its item, wherever that goes.
+    model.type("vn");
+    EXPECT_EQ(state.rangeStart, 99U);
+    model.type("<Home>j ");
+    EXPECT_EQ(state.marks.count(), 99U);
+    model.type("Us<Home>");
     model.type("jA U j d");
     progress();
     EXPECT_EQ(state.marks.count(), 2U);
@@ -311,6 +347,10 @@ TEST(BrowserModelTests, whatHasGoneIsCountedNowhere) {
     EXPECT_EQ(model.state.found.value->totals.count, 2);
     EXPECT_EQ(model.state.found.value->totals.size, 3'000'000);
     EXPECT_EQ(model.state.found.value->nodes.size(), 2U);
+    model.type("f<C-u>--larger 1MB<Enter>");
+    EXPECT_EQ(model.state.found.value->totals.count, 3);
+    EXPECT_EQ(model.state.found.value->totals.size, 3'000'000) << "a folder stands for what it holds";
+    EXPECT_EQ(model.state.found.value->nodes.back()->name(), "out.dat");
     const auto show = [&](BrowserView view) {
         BrowserParts::showView(model.state, view);
         model.work();

@@ -3,6 +3,7 @@
 
 #include "TarnwellCore/Platform/DirectoryCalls.hpp"
 #include "TarnwellCore/Scanning/LiveTree.hpp"
+#include "TarnwellCore/Scanning/NodeSorter.hpp"
 #include "TarnwellCore/Scanning/ScanEngine.hpp"
 #include "TarnwellCore/Scanning/ScanError.hpp"
 
@@ -151,6 +152,32 @@ TEST_F(SharedFolders, AreWhatOneWorkerMakesOfThem) {
                 EXPECT_EQ(scan(workers, table, options, false).stats, alone.stats);
             }
         }
+    }
+}
+
+// More files than are put in order at once, by one worker and by several: a few, listed again and again.
+TEST_F(SharedFolders, AreInOrderWhenTheyAreHuge) {
+    constexpr int files = 700;
+    constexpr int listings = 100;
+    makeMany("", files);
+    static std::atomic<int> left;
+    for (const int workers : {1, 4}) {
+        left = listings - 1;
+        DirectoryCalls table = DirectoryCalls::live();
+        table.readPacked = [](int descriptor, std::byte* buffer, std::size_t size) {
+            const long filled = DirectoryCalls::live().readPacked(descriptor, buffer, size);
+            if (filled != 0 || left-- <= 0 || ::lseek(descriptor, 0, SEEK_SET) != 0)
+                return filled;
+            return DirectoryCalls::live().readPacked(descriptor, buffer, size);
+        };
+        const ScanResult result = scan(workers, table);
+        const auto children = result.root->children();
+        EXPECT_EQ(std::ssize(children), files * listings);
+        EXPECT_EQ(std::set(children.begin(), children.end()).size(), children.size());
+        EXPECT_TRUE(std::ranges::is_sorted(children, [](const FileNode* a, const FileNode* b) {
+            return NodeSorter::precedes(*a, *b);
+        })) << workers;
+        EXPECT_EQ(result.root->size, files / 5 * (1 + 2 + 3 + 4) * listings);
     }
 }
 

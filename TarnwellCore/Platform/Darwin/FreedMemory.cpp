@@ -1,0 +1,7 @@
+#include "TarnwellCore/Platform/FreedMemory.hpp"
+
+namespace tarnwell {
+
+void giveLargeBlocksBack() {}
+
+} // namespace tarnwell
