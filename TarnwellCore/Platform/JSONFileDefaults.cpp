@@ -176,6 +176,44 @@ void JSONFileDefaults::store(Changes changes) {
     storePending(isHeldUp_ ? std::chrono::milliseconds(0) : patience_);
 }
 
+void JSONFileDefaults::change(std::string_view key, const Change& change) {
+    if (!DefaultsDocument::canHold(key))
+        return;
+    const std::lock_guard writingGuard(writing_);
+    std::optional<UserDefaultsValue> made;
+    bool isMade = false;
+    std::uint64_t seen = 0; // the serial of what had not been stored yet
+    std::string failure;
+    try {
+        // What could not be stored before is the present value.
+        write(
+            [&](const DefaultsDocument& document) {
+                const std::lock_guard guard(mutex_);
+                const auto pending = pending_.find(key);
+                seen = pending != pending_.end() ? pending->second.serial : 0;
+                made = storable(change(seen != 0 ? pending->second.value : document.value(key)));
+                isMade = true;
+                return Changes{{std::string(key), made}};
+            },
+            isHeldUp_ ? std::chrono::milliseconds(0) : patience_);
+        const std::lock_guard guard(mutex_);
+        // What another thread has set since is newer.
+        if (const auto pending = pending_.find(key);
+            pending != pending_.end() && pending->second.serial == seen)
+            pending_.erase(pending);
+        return;
+    } catch (const std::system_error& error) {
+        isHeldUp_ = error.code() == std::errc::device_or_resource_busy;
+        failure = error.what();
+    }
+    // As any change that cannot be stored now, made from what is seen.
+    if (!isMade)
+        made = storable(change(storedValue(key)));
+    const std::lock_guard guard(mutex_);
+    failure_ = std::move(failure);
+    pending_.insert_or_assign(std::string(key), PendingChange{std::move(made), ++lastSerial_});
+}
+
 bool JSONFileDefaults::synchronize() {
     const std::lock_guard writingGuard(writing_);
     return storePending(patience_);
@@ -196,7 +234,7 @@ bool JSONFileDefaults::storePending(std::chrono::milliseconds patience) {
     std::optional<std::string> failure;
     isHeldUp_ = false;
     try {
-        write(changes, patience);
+        write([&](const DefaultsDocument&) { return changes; }, patience);
     } catch (const std::system_error& error) {
         isHeldUp_ = error.code() == std::errc::device_or_resource_busy;
         failure = error.what();
@@ -211,14 +249,14 @@ bool JSONFileDefaults::storePending(std::chrono::milliseconds patience) {
 
 /// Puts the changes into the file as it is now. Throws std::system_error when that failed and the file is as
 /// it was.
-void JSONFileDefaults::write(const Changes& changes, std::chrono::milliseconds patience) const {
+void JSONFileDefaults::write(const Making& changes, std::chrono::milliseconds patience) const {
     const fs::path target = behindLinks(file_);
     createFoldersDurably(target.parent_path(), calls_);
     const FileLock lock(target, calls_, patience);
     Reading reading = readSettings(target, calls_);
     if (reading.outcome == Reading::Outcome::unavailable)
         throw std::system_error(reading.error, std::generic_category(), "Could not read " + target.string());
-    if (!putInto(reading.document, changes))
+    if (!putInto(reading.document, changes(reading.document)))
         return;
     std::optional<KeptAside> damaged;
     if (reading.outcome == Reading::Outcome::damaged)

@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
-#include <unordered_set>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -19,41 +18,18 @@ namespace tarnwell {
 
 namespace {
 
-constexpr FileNodeFlags uncounted = FileNodeFlags::hardlinkDuplicate | FileNodeFlags::inaccessible;
-
 /// As `Search::largest`, without what has gone since the scan.
 LargestMatches largestLeft(const BrowserJobs::Find& job, std::size_t most, const CancellationToken& token) {
     LargestMatches matches;
     RemovedNodesQuery removed(job.removals->nodes());
-    std::unordered_set<const FileNode*> folders; // that have matched: what they hold adds nothing
-    const auto isCovered = [&](const FileNode& node) {
-        for (const FileNode* above = node.parent(); above != nullptr && !folders.empty();
-             above = above->parent())
-            if (folders.contains(above))
-                return true;
-        return false;
+    const auto take = [&](const FileNode& node) {
+        if (!removed.containsNodeOrAncestor(node))
+            matches.nodes.push_back(&node);
+        return true;
     };
-    matches.totals.undecidedCount = Search::stream(
-                                        *job.folder, job.conditions,
-                                        [&](const FileNode& node) {
-                                            if (removed.containsNodeOrAncestor(node))
-                                                return true;
-                                            matches.nodes.push_back(&node);
-                                            ++matches.totals.count;
-                                            const bool adds =
-                                                node.isDirectory() || !node.flags.intersects(uncounted);
-                                            if (adds && !isCovered(node)) {
-                                                const Removals::Sums rest = job.removals->restOf(node);
-                                                matches.totals.size += rest.size;
-                                                matches.totals.allocatedSize += rest.allocatedSize;
-                                                matches.totals.reclaimableSize += rest.reclaimableSize;
-                                            }
-                                            if (node.isDirectory())
-                                                folders.insert(&node);
-                                            return true;
-                                        },
-                                        token)
-                                        .undecidedCount;
+    const SearchTotals all = Search::stream(*job.folder, job.conditions, take, token);
+    matches.totals = job.removals->totalsOf(matches.nodes);
+    matches.totals.undecidedCount = all.undecidedCount;
     const SizeMode mode = job.conditions.sizeMode;
     std::ranges::stable_sort(matches.nodes, [mode](const FileNode* a, const FileNode* b) {
         return a->sizeFor(mode) > b->sizeFor(mode);
@@ -281,6 +257,27 @@ void LookingJobs::operator()(const BrowserJobs::Changes& job) const {
             found->causes.push_back(static_cast<std::size_t>(change - found->delta.changes.data()));
     }
     context.post(BrowserEvents::Changes{context.id, std::move(found)});
+}
+
+void LookingJobs::operator()(const BrowserJobs::FindWaysOut& job) const {
+    BrowserEvents::WaysOutFound found{.id = context.id, .toDelete = {job.items.tree, {}}};
+    WaysOut waysOut(context.services);
+    for (const FileNode* node : job.items.nodes) {
+        if (context.token.isCancelled())
+            return;
+        switch (waysOut.of(node->path())) {
+        case WayOut::trash:
+            ++found.forTrash;
+            break;
+        case WayOut::deletion:
+            found.toDelete.nodes.push_back(node);
+            break;
+        case WayOut::none:
+            ++found.stuck;
+            break;
+        }
+    }
+    context.post(std::move(found));
 }
 
 void LookingJobs::operator()(const BrowserJobs::Volumes&) const {

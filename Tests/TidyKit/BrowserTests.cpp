@@ -86,6 +86,7 @@ TEST(BrowserTests, screens) {
         {"outcomes", " dyu<S-Tab>"},
         {"help", "?"},
         {"help-small", "?jj", {40, 10}},
+        {"trash", "dyjdy<S-Tab><S-Tab>"}, // and so the last
     };
     CleanupRule rule;
     rule.id = "one";
@@ -148,8 +149,29 @@ TEST(BrowserTests, deletesForGoodOnlyAfterTheWord) {
     EXPECT_TRUE(scene.has("archive.zip"));
     scene.screenAfter("jDdelete<Esc>");
     EXPECT_TRUE(scene.has("archive.zip"));
+    scene.wayOut = WayOut::trash;
+    EXPECT_THAT(scene.screenAfter("jD"), HasSubstr("there is a Trash here. d moves it"));
+    EXPECT_THAT(scene.screenAfter("AD"), HasSubstr("d moves them there"));
+    scene.wayOut = WayOut::none;
+    EXPECT_THAT(scene.screenAfter("jD"), HasSubstr("cannot be taken out of its folder"));
+    EXPECT_TRUE(scene.has("archive.zip"));
+    scene.wayOut = WayOut::deletion;
     scene.screenAfter("jDdelete<Enter>");
     EXPECT_FALSE(scene.has("archive.zip"));
+    // Of what is marked only what has no Trash, also when one has come since that was asked.
+    scene.services.wayOutOf = [&](const fs::path& item) {
+        return item.parent_path().filename() == "old" ? WayOut::deletion : WayOut::trash;
+    };
+    EXPECT_THAT(scene.screenAfter("fpdf<Enter>AD"), HasSubstr("Delete 2 of 3 items for good"));
+    int asked = 0;
+    const auto before = std::exchange(scene.services.wayOutOf, [&](const fs::path&) {
+        return ++asked == 1 ? WayOut::deletion : WayOut::trash;
+    });
+    EXPECT_THAT(scene.screenAfter("fdraft<Enter>Ddelete<Enter>"), HasSubstr("was not deleted"));
+    scene.services.wayOutOf = before;
+    EXPECT_THAT(scene.screenAfter("fpdf<Enter>ADdelete<Enter>"), HasSubstr("● "));
+    EXPECT_FALSE(scene.has("Papers/old/draft.pdf"));
+    EXPECT_TRUE(scene.has("Papers/report.pdf"));
     fs::remove(scene.home / ".settings.json");
     scene.isReadOnly = true;
     EXPECT_THAT(scene.screenAfter("d"), HasSubstr("only looks"));
