@@ -180,35 +180,31 @@ void JSONFileDefaults::change(std::string_view key, const Change& change) {
     if (!DefaultsDocument::canHold(key))
         return;
     const std::lock_guard writingGuard(writing_);
-    std::optional<UserDefaultsValue> made;
-    bool isMade = false;
-    std::uint64_t seen = 0; // the serial of what had not been stored yet
+    std::uint64_t serial = 0;
     std::string failure;
     try {
-        // What could not be stored before is the present value.
         write(
             [&](const DefaultsDocument& document) {
                 const std::lock_guard guard(mutex_);
                 const auto pending = pending_.find(key);
-                seen = pending != pending_.end() ? pending->second.serial : 0;
-                made = storable(change(seen != 0 ? pending->second.value : document.value(key)));
-                isMade = true;
-                return Changes{{std::string(key), made}};
+                const auto present = pending != pending_.end() ? pending->second.value : document.value(key);
+                serial = lastSerial_;
+                Changes changes = pendingChanges();
+                changes.insert_or_assign(std::string(key), storable(change(present)));
+                return changes;
             },
             isHeldUp_ ? std::chrono::milliseconds(0) : patience_);
+        isHeldUp_ = false;
         const std::lock_guard guard(mutex_);
-        // What another thread has set since is newer.
-        if (const auto pending = pending_.find(key);
-            pending != pending_.end() && pending->second.serial == seen)
-            pending_.erase(pending);
+        failure_.reset();
+        std::erase_if(pending_, [&](const auto& each) { return each.second.serial <= serial; });
         return;
     } catch (const std::system_error& error) {
         isHeldUp_ = error.code() == std::errc::device_or_resource_busy;
         failure = error.what();
     }
     // As any change that cannot be stored now, made from what is seen.
-    if (!isMade)
-        made = storable(change(storedValue(key)));
+    std::optional<UserDefaultsValue> made = storable(change(storedValue(key)));
     const std::lock_guard guard(mutex_);
     failure_ = std::move(failure);
     pending_.insert_or_assign(std::string(key), PendingChange{std::move(made), ++lastSerial_});
@@ -219,14 +215,21 @@ bool JSONFileDefaults::synchronize() {
     return storePending(patience_);
 }
 
+/// The caller holds `mutex_`.
+UserDefaults::Changes JSONFileDefaults::pendingChanges() const {
+    Changes changes;
+    for (const auto& [key, change] : pending_)
+        changes.emplace(key, change.value);
+    return changes;
+}
+
 /// The caller holds `writing_`.
 bool JSONFileDefaults::storePending(std::chrono::milliseconds patience) {
     Changes changes;
     std::uint64_t serial = 0;
     {
         const std::lock_guard guard(mutex_);
-        for (const auto& [key, change] : pending_)
-            changes.emplace(key, change.value);
+        changes = pendingChanges();
         serial = lastSerial_;
     }
     if (changes.empty())

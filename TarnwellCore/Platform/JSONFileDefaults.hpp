@@ -61,6 +61,7 @@ private:
     struct CachedFile;
 
     void refresh() const;
+    Changes pendingChanges() const;
     bool storePending(std::chrono::milliseconds patience);
     using Making = std::function<Changes(const DefaultsDocument&)>;
     void write(const Making& changes, std::chrono::milliseconds patience) const;

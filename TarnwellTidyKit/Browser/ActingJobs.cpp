@@ -258,7 +258,8 @@ void ActingJobs::operator()(const BrowserJobs::TakeSnapshot& job) const {
 
 void ActingJobs::operator()(const BrowserJobs::ChangeRules& job) const {
     AppSettings settings(context.services.settings());
-    auto rules = settings.changeCleanupRules([&](std::vector<CleanupRule>& present) { job.applyTo(present); });
+    auto rules =
+        settings.changeCleanupRules([&](std::vector<CleanupRule>& present) { job.applyTo(present); });
     storeSettings(settings);
     context.post(BrowserEvents::RulesStored{context.id, std::move(rules)});
 }

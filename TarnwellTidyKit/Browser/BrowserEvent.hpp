@@ -172,8 +172,9 @@ using BrowserEvent =
     std::variant<BrowserEvents::ScanProgressed, BrowserEvents::ScanEnded, BrowserEvents::Looked,
                  BrowserEvents::LedgerMade, BrowserEvents::Ordered, BrowserEvents::Mapped,
                  BrowserEvents::Freed, BrowserEvents::Figures, BrowserEvents::Found, BrowserEvents::Findings,
-                 BrowserEvents::Rules, BrowserEvents::RulesStored, BrowserEvents::Duplicates, BrowserEvents::Changes,
-                 BrowserEvents::WaysOutFound, BrowserEvents::Volumes, BrowserEvents::History, BrowserEvents::TrashListed,
-                 BrowserEvents::Acted, BrowserEvents::Progressed, BrowserEvents::Failed>;
+                 BrowserEvents::Rules, BrowserEvents::RulesStored, BrowserEvents::Duplicates,
+                 BrowserEvents::Changes, BrowserEvents::WaysOutFound, BrowserEvents::Volumes,
+                 BrowserEvents::History, BrowserEvents::TrashListed, BrowserEvents::Acted,
+                 BrowserEvents::Progressed, BrowserEvents::Failed>;
 
 } // namespace tarnwell

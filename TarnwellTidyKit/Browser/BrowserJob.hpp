@@ -183,11 +183,11 @@ using BrowserJob =
     std::variant<BrowserJobs::Scan, BrowserJobs::Rescan, BrowserJobs::Look, BrowserJobs::Ledger,
                  BrowserJobs::Discard, BrowserJobs::Order, BrowserJobs::Map, BrowserJobs::Freed,
                  BrowserJobs::Figures, BrowserJobs::Find, BrowserJobs::Findings, BrowserJobs::Rules,
-                 BrowserJobs::Duplicates, BrowserJobs::Changes, BrowserJobs::FindWaysOut, BrowserJobs::Volumes, BrowserJobs::History,
-                 BrowserJobs::TrashList, BrowserJobs::Trash, BrowserJobs::Undo, BrowserJobs::Restore,
-                 BrowserJobs::Remove, BrowserJobs::Evict, BrowserJobs::Share, BrowserJobs::Clear,
-                 BrowserJobs::EmptyTrash, BrowserJobs::TakeSnapshot, BrowserJobs::ChangeRules,
-                 BrowserJobs::Open, BrowserJobs::Reveal, BrowserJobs::Remember>;
+                 BrowserJobs::Duplicates, BrowserJobs::Changes, BrowserJobs::FindWaysOut,
+                 BrowserJobs::Volumes, BrowserJobs::History, BrowserJobs::TrashList, BrowserJobs::Trash,
+                 BrowserJobs::Undo, BrowserJobs::Restore, BrowserJobs::Remove, BrowserJobs::Evict,
+                 BrowserJobs::Share, BrowserJobs::Clear, BrowserJobs::EmptyTrash, BrowserJobs::TakeSnapshot,
+                 BrowserJobs::ChangeRules, BrowserJobs::Open, BrowserJobs::Reveal, BrowserJobs::Remember>;
 
 BrowserLane laneOf(const BrowserJob& job);
 /// What people call it while it runs; empty for what is over before anyone could read it.

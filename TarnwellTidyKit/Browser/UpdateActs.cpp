@@ -172,7 +172,7 @@ void askForWord(BrowserState& state, BrowserJobs::TreeItems items, std::size_t f
     state.message.clear();
     if (count == 0)
         state.held.clear(); // what was typed ahead was a word
-    if (count == 0 && stuck > 0) {
+    if (count == 0 && forTrash == 0) {
         say(state, "Nothing was deleted: it cannot be taken out of its folder.", true);
     } else if (count == 0) {
         say(state, forTrash == 1 ? "Nothing was deleted: there is a Trash here. d moves it there."

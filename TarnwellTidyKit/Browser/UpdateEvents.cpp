@@ -309,7 +309,8 @@ struct Taking {
             items.totals.undecidedCount = undecided;
         }
         // A search under way knows nothing of this either.
-        if (state.foundBy && (state.found.isLoading() || (state.found.value && (!isWhole || isSomethingBack))))
+        if (state.foundBy &&
+            (state.found.isLoading() || (state.found.value && (!isWhole || isSomethingBack))))
             findAgain(state);
     }
 

@@ -193,10 +193,9 @@ TidyResult remove(const RulesRequest& request, TidyContext& context) {
 }
 
 TidyResult switchRules(const RulesRequest& request, TidyContext& context, bool isEnabled) {
-    return changeNamed(request, context, isEnabled ? "Switch these rules on?" : "Switch these rules off?",
-                       [=](std::vector<CleanupRule>& rules, std::size_t index) {
-                           rules[index].isEnabled = isEnabled;
-                       });
+    return changeNamed(
+        request, context, isEnabled ? "Switch these rules on?" : "Switch these rules off?",
+        [=](std::vector<CleanupRule>& rules, std::size_t index) { rules[index].isEnabled = isEnabled; });
 }
 
 TidyResult test(const RulesRequest& request, TidyContext& context) {

@@ -541,9 +541,8 @@ TEST(JSONFileDefaults, AChangeIsMadeFromWhatIsThereAlsoWhereItCannotBeStored) {
     defaults.change("key", append);
     EXPECT_EQ(JSONFileDefaults(folder / "in/s.json").string("key"), "+++");
     EXPECT_TRUE(defaults.synchronize());
-    EXPECT_ANY_THROW(defaults.change("key", [](const auto&) -> std::optional<UserDefaultsValue> {
-        throw std::runtime_error("no");
-    }));
+    EXPECT_ANY_THROW(defaults.change(
+        "key", [](const auto&) -> std::optional<UserDefaultsValue> { throw std::runtime_error("no"); }));
     defaults.change("key", [](const auto&) { return std::optional<UserDefaultsValue>(1.0 / 0.0); });
     EXPECT_EQ(JSONFileDefaults(folder / "in/s.json").string("key"), std::nullopt);
 }

@@ -2,6 +2,7 @@
 #include "TarnwellCore/Snapshots/ScanRecord.hpp"
 #include "TarnwellTidyKit/Browser/UserShell.hpp"
 
+#include "Tests/Support/MountedImage.hpp"
 #include "Tests/TidyKit/BrowserScene.hpp"
 
 #include <fcntl.h>
@@ -179,6 +180,19 @@ TEST(BrowserTests, deletesForGoodOnlyAfterTheWord) {
     scene.screenAfter("Ddelete<Enter>u E  dy");
     EXPECT_TRUE(scene.has("Films/wedding.mov"));
     EXPECT_THAT(scene.screenAfter("?"), Not(HasSubstr("Acting")));
+}
+
+TEST(BrowserTests, deletesWhereThereReallyIsNoTrash) {
+    const auto memory = MountedImage::make({.type = "tmpfs", .size = 1'000'000});
+    if (!memory)
+        GTEST_SKIP() << memory.error();
+    BrowserScene scene;
+    scene.services.wayOutOf = wayOutOf;
+    scene.folder = (*memory)->path();
+    std::ofstream((*memory)->path() / "passing") << "text";
+    EXPECT_THAT(scene.screenAfter("d"), HasSubstr("to the Trash?"));
+    scene.screenAfter("Ddelete<Enter>");
+    EXPECT_TRUE(fs::is_empty((*memory)->path()));
 }
 
 TEST(BrowserTests, protectedPlacesAndAncestors) {

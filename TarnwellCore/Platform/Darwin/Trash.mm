@@ -49,10 +49,10 @@ WayOut wayOutOf(const fs::path& item) {
                                                                error:&error];
         // Any other failure leaves open whether there is one.
         if (trash == nil)
-            return [error.domain isEqualToString:NSCocoaErrorDomain] &&
-                           error.code == NSFeatureUnsupportedError
-                       ? WayOut::deletion
-                       : WayOut::none;
+            return
+                [error.domain isEqualToString:NSCocoaErrorDomain] && error.code == NSFeatureUnsupportedError
+                    ? WayOut::deletion
+                    : WayOut::none;
         const std::optional<fs::path> folder = pathOf(trash);
         std::error_code ignored;
         for (fs::path above = item.parent_path(); folder && above.has_relative_path();
