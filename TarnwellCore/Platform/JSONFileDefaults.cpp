@@ -176,9 +176,51 @@ void JSONFileDefaults::store(Changes changes) {
     storePending(isHeldUp_ ? std::chrono::milliseconds(0) : patience_);
 }
 
+void JSONFileDefaults::change(std::string_view key, const Change& change) {
+    if (!DefaultsDocument::canHold(key))
+        return;
+    const std::lock_guard writingGuard(writing_);
+    std::uint64_t serial = 0;
+    std::string failure;
+    try {
+        write(
+            [&](const DefaultsDocument& document) {
+                const std::lock_guard guard(mutex_);
+                const auto pending = pending_.find(key);
+                const auto present = pending != pending_.end() ? pending->second.value : document.value(key);
+                serial = lastSerial_;
+                Changes changes = pendingChanges();
+                changes.insert_or_assign(std::string(key), storable(change(present)));
+                return changes;
+            },
+            isHeldUp_ ? std::chrono::milliseconds(0) : patience_);
+        isHeldUp_ = false;
+        const std::lock_guard guard(mutex_);
+        failure_.reset();
+        std::erase_if(pending_, [&](const auto& each) { return each.second.serial <= serial; });
+        return;
+    } catch (const std::system_error& error) {
+        isHeldUp_ = error.code() == std::errc::device_or_resource_busy;
+        failure = error.what();
+    }
+    // As any change that cannot be stored now, made from what is seen.
+    std::optional<UserDefaultsValue> made = storable(change(storedValue(key)));
+    const std::lock_guard guard(mutex_);
+    failure_ = std::move(failure);
+    pending_.insert_or_assign(std::string(key), PendingChange{std::move(made), ++lastSerial_});
+}
+
 bool JSONFileDefaults::synchronize() {
     const std::lock_guard writingGuard(writing_);
     return storePending(patience_);
+}
+
+/// The caller holds `mutex_`.
+UserDefaults::Changes JSONFileDefaults::pendingChanges() const {
+    Changes changes;
+    for (const auto& [key, change] : pending_)
+        changes.emplace(key, change.value);
+    return changes;
 }
 
 /// The caller holds `writing_`.
@@ -187,8 +229,7 @@ bool JSONFileDefaults::storePending(std::chrono::milliseconds patience) {
     std::uint64_t serial = 0;
     {
         const std::lock_guard guard(mutex_);
-        for (const auto& [key, change] : pending_)
-            changes.emplace(key, change.value);
+        changes = pendingChanges();
         serial = lastSerial_;
     }
     if (changes.empty())
@@ -196,7 +237,7 @@ bool JSONFileDefaults::storePending(std::chrono::milliseconds patience) {
     std::optional<std::string> failure;
     isHeldUp_ = false;
     try {
-        write(changes, patience);
+        write([&](const DefaultsDocument&) { return changes; }, patience);
     } catch (const std::system_error& error) {
         isHeldUp_ = error.code() == std::errc::device_or_resource_busy;
         failure = error.what();
@@ -211,14 +252,14 @@ bool JSONFileDefaults::storePending(std::chrono::milliseconds patience) {
 
 /// Puts the changes into the file as it is now. Throws std::system_error when that failed and the file is as
 /// it was.
-void JSONFileDefaults::write(const Changes& changes, std::chrono::milliseconds patience) const {
+void JSONFileDefaults::write(const Making& changes, std::chrono::milliseconds patience) const {
     const fs::path target = behindLinks(file_);
     createFoldersDurably(target.parent_path(), calls_);
     const FileLock lock(target, calls_, patience);
     Reading reading = readSettings(target, calls_);
     if (reading.outcome == Reading::Outcome::unavailable)
         throw std::system_error(reading.error, std::generic_category(), "Could not read " + target.string());
-    if (!putInto(reading.document, changes))
+    if (!putInto(reading.document, changes(reading.document)))
         return;
     std::optional<KeptAside> damaged;
     if (reading.outcome == Reading::Outcome::damaged)

@@ -22,12 +22,15 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 
 namespace tarnwell {
+
+class DefaultsDocument;
 
 class JSONFileDefaults final : public UserDefaults {
 public:
@@ -41,6 +44,7 @@ public:
 
     const std::filesystem::path& file() const { return file_; }
 
+    void change(std::string_view key, const Change& change) override;
     bool synchronize() override;
     std::optional<std::string> storingFailure() const override;
 
@@ -57,8 +61,10 @@ private:
     struct CachedFile;
 
     void refresh() const;
+    Changes pendingChanges() const;
     bool storePending(std::chrono::milliseconds patience);
-    void write(const Changes& changes, std::chrono::milliseconds patience) const;
+    using Making = std::function<Changes(const DefaultsDocument&)>;
+    void write(const Making& changes, std::chrono::milliseconds patience) const;
 
     const std::filesystem::path file_;
     const FileCalls calls_;

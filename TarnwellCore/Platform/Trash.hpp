@@ -1,9 +1,11 @@
 #pragma once
 
-// The platform's Trash: moving one item there, and the folders in which such items lie afterwards.
+// The platform's Trash: moving one item there, and the folders in which such items lie
+// afterwards.
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <expected>
 #include <filesystem>
 #include <optional>
@@ -17,6 +19,19 @@ namespace tarnwell {
 /// lies, when that is known, or the platform's text on why it was not moved. Safe from any thread.
 std::expected<std::optional<std::filesystem::path>, std::string>
 moveItemToTrash(const std::filesystem::path& item);
+
+/// How an item can go away.
+enum class WayOut : std::uint8_t {
+    trash,    ///< its place has a Trash
+    deletion, ///< its place has none, or it lies in one: it can only be deleted for good
+    none,     ///< it cannot be taken out of its folder, is not there, or nobody can tell
+};
+
+/// Looks without changing anything, and may wait for a slow file system. `item` is a path as that of
+/// `moveItemToTrash`; a symbolic link stands for itself. What holds for one item of a folder holds for the
+/// others as far as there is a Trash. `deletion` only where that is certain. Never throws but for want of
+/// memory; safe from any thread.
+WayOut wayOutOf(const std::filesystem::path& item);
 
 /// The folder that holds the trashed items of this home folder; it need not exist.
 std::filesystem::path homeTrashDirectory(const std::filesystem::path& home);

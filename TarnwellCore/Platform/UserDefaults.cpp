@@ -151,10 +151,20 @@ void UserDefaults::remove(std::string_view key) {
     apply(std::move(changes));
 }
 
+std::optional<UserDefaultsValue> UserDefaults::storable(std::optional<UserDefaultsValue> value) {
+    return value && isFinite(*value) ? std::move(value) : std::nullopt;
+}
+
+void UserDefaults::change(std::string_view key, const Change& change) {
+    const std::lock_guard guard(changing_);
+    synchronize(); // brings what others have stored, too
+    apply({{std::string(key), change(storedValue(key))}});
+    synchronize();
+}
+
 void UserDefaults::apply(Changes changes) {
     for (auto& [key, value] : changes)
-        if (value && !isFinite(*value))
-            value.reset();
+        value = storable(std::move(value));
     if (!changes.empty())
         store(std::move(changes));
 }

@@ -6,6 +6,7 @@
 #include "TarnwellCore/Platform/Date.hpp"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -67,6 +68,13 @@ public:
     /// Stores a value. A number or date that is not finite cannot be stored and removes the key.
     void set(std::string_view key, UserDefaultsValue value);
     void remove(std::string_view key);
+    /// What is to be stored for what is stored; nothing removes the value.
+    using Change = std::function<std::optional<UserDefaultsValue>(const std::optional<UserDefaultsValue>&)>;
+    /// Changes a value as it is stored now, in one step: what is called in turn by programs or threads loses
+    /// nothing of one another. (On macOS programs have no turns: there the step is short, and no more.)
+    /// What `change` throws is thrown on, and nothing is changed; it must not use this store, and may be
+    /// called more than once. Otherwise as `apply`.
+    virtual void change(std::string_view key, const Change& change);
     /// Stores and removes at once. Never fails: what the platform cannot store now is kept in memory, and
     /// tried again with the next change.
     void apply(Changes changes);
@@ -82,6 +90,8 @@ protected:
     virtual std::optional<UserDefaultsValue> storedValue(std::string_view key) const = 0;
     /// Stores finite values.
     virtual void store(Changes changes) = 0;
+    /// A value that can be stored: nothing for a number or date that is not finite.
+    static std::optional<UserDefaultsValue> storable(std::optional<UserDefaultsValue> value);
 
 private:
     std::optional<UserDefaultsValue> registeredValue(std::string_view key) const;
@@ -89,6 +99,7 @@ private:
     std::optional<Result> read(std::string_view key,
                                std::optional<Result> (*convert)(const UserDefaultsValue&)) const;
 
+    std::mutex changing_; // held by `change`
     mutable std::mutex mutex_;
     Values registered_; // guarded by mutex_
 };

@@ -279,6 +279,17 @@ void AppSettings::setCleanupRules(const std::optional<std::vector<CleanupRule>>&
     set(Key::cleanupRules,
         rules ? stored(std::optional(DataValue{CleanupRule::encodeStored(*rules)})) : std::nullopt);
 }
+std::vector<CleanupRule>
+AppSettings::changeCleanupRules(const std::function<void(std::vector<CleanupRule>&)>& change) {
+    std::vector<CleanupRule> rules;
+    defaults_->change(rawValue(Key::cleanupRules), [&](const std::optional<UserDefaultsValue>& value) {
+        const auto* json = value ? std::get_if<DataValue>(&*value) : nullptr;
+        rules = json != nullptr ? CleanupRule::rules(json->bytes) : CleanupRule::presets();
+        change(rules);
+        return std::optional<UserDefaultsValue>(DataValue{CleanupRule::encodeStored(rules)});
+    });
+    return rules;
+}
 
 // --- Free space -------------------------------------------------------------------------------------------
 

@@ -13,6 +13,7 @@
 #include "TarnwellCore/Settings/FullDiskAccess.hpp"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -128,6 +129,9 @@ public:
     /// stored list that is no rule is left out.
     std::optional<std::vector<CleanupRule>> cleanupRules() const;
     void setCleanupRules(const std::optional<std::vector<CleanupRule>>& rules);
+    /// Changes the list as it is stored now, in one step (UserDefaults::change); where none was stored, that
+    /// of the rules that ship with the system. Returns what it is then.
+    std::vector<CleanupRule> changeCleanupRules(const std::function<void(std::vector<CleanupRule>&)>& change);
 
     // --- Free space -----------------------------------------------------------------------------------
 

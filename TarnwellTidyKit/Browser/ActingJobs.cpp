@@ -125,6 +125,17 @@ void JobRunner::operator()(const BrowserRequest& request, const CancellationToke
         request.job);
 }
 
+WayOut WaysOut::of(const fs::path& item) {
+    const auto folder = known_.find(item.parent_path().native());
+    if (folder != known_.end())
+        return folder->second;
+    const WayOut way = services_.wayOutOf(item);
+    // That one item cannot go says nothing of the next.
+    if (way != WayOut::none)
+        known_.emplace(item.parent_path().native(), way);
+    return way;
+}
+
 void ActingJobs::operator()(const BrowserJobs::Trash& job) const {
     Acted acted{.id = context.id, .title = "To the Trash", .changesTrash = true};
     const std::vector<std::string> paths = mayGo(context, pathsOf(job.items), acted);
@@ -166,7 +177,14 @@ void ActingJobs::operator()(const BrowserJobs::Restore& job) const {
 void ActingJobs::operator()(const BrowserJobs::Remove& job) const {
     Acted acted{.id = context.id, .title = "Delete"};
     const std::vector<std::string> paths = mayGo(context, pathsOf(job.items), acted);
+    WaysOut waysOut(context.services); // once more: who has asked may have asked long ago
     forEach(context, paths, acted, [&](const TidyContext& commands, const std::string& path) {
+        if (const WayOut way = waysOut.of(path); way != WayOut::deletion)
+            return TidyOutcome{.source = path,
+                               .done = {},
+                               .failure = way == WayOut::trash
+                                              ? "It was not deleted: there is a Trash."
+                                              : "It was not deleted: it cannot be taken out of its folder."};
         const RemovalResult result = context.services.removeForGood(path, commands.token());
         TidyOutcome outcome{.source = path, .done = "deleted for good"};
         if (result.isComplete) {
@@ -238,11 +256,12 @@ void ActingJobs::operator()(const BrowserJobs::TakeSnapshot& job) const {
     context.post(std::move(acted));
 }
 
-void ActingJobs::operator()(const BrowserJobs::StoreRules& job) const {
+void ActingJobs::operator()(const BrowserJobs::ChangeRules& job) const {
     AppSettings settings(context.services.settings());
-    settings.setCleanupRules(job.rules);
+    auto rules =
+        settings.changeCleanupRules([&](std::vector<CleanupRule>& present) { job.applyTo(present); });
     storeSettings(settings);
-    context.post(Acted{.id = context.id});
+    context.post(BrowserEvents::RulesStored{context.id, std::move(rules)});
 }
 
 void ActingJobs::operator()(const BrowserJobs::Open& job) const {

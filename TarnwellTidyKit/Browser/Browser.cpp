@@ -75,7 +75,7 @@ private:
         hand();
         const bool isActing = queue_.drop(BrowserLane::act, [](const BrowserJob& job) {
             return std::holds_alternative<BrowserJobs::Remember>(job) ||
-                   std::holds_alternative<BrowserJobs::StoreRules>(job);
+                   std::holds_alternative<BrowserJobs::ChangeRules>(job);
         });
         if (isActing) {
             setup_.surroundings->interruption->interrupt();
@@ -106,8 +106,8 @@ private:
         quit(state_);
     }
     void take(QuitRequest& request) {
-        // Ctrl-C leaves a line that is typed, or a question, before it leaves the program.
-        if (request.signal == SIGINT && (state_.prompt || state_.question)) {
+        // Ctrl-C leaves a line that is typed, or a question, or the way to one, before it leaves the program.
+        if (request.signal == SIGINT && (state_.prompt || state_.question || state_.waysOutAwaited != 0)) {
             screen_.goOn();
             update(state_, KeyPress{.key = Key::escape});
             return;

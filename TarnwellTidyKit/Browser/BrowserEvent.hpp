@@ -12,6 +12,7 @@
 #include "TarnwellCore/Snapshots/GrowthTrend.hpp"
 #include "TarnwellCore/Snapshots/ScanRecord.hpp"
 #include "TarnwellCore/Snapshots/SnapshotDelta.hpp"
+#include "TarnwellTidyKit/Browser/BrowserJob.hpp"
 #include "TarnwellTidyKit/Browser/BrowserTree.hpp"
 #include "TarnwellTidyKit/Browser/EarlierSizes.hpp"
 #include "TarnwellTidyKit/Browser/LiveEntries.hpp"
@@ -108,6 +109,11 @@ struct Rules {
     std::uint64_t id;
     RulesFound found;
 };
+/// A change of the rules; all of them as they are stored now.
+struct RulesStored {
+    std::uint64_t id;
+    std::vector<CleanupRule> rules;
+};
 struct Duplicates {
     std::uint64_t id;
     std::shared_ptr<const DuplicateResult> result;
@@ -116,6 +122,14 @@ struct Changes {
     std::uint64_t id;
     /// Null when there is no snapshot of this root.
     std::shared_ptr<const ChangesFound> found;
+};
+struct WaysOutFound {
+    std::uint64_t id;
+    /// Those that can only be deleted.
+    BrowserJobs::TreeItems toDelete;
+    std::size_t forTrash = 0;
+    /// Those that can neither be moved nor deleted, as far as anybody can tell.
+    std::size_t stuck = 0;
 };
 struct Volumes {
     std::uint64_t id;
@@ -160,8 +174,9 @@ using BrowserEvent =
     std::variant<BrowserEvents::ScanProgressed, BrowserEvents::ScanEnded, BrowserEvents::Looked,
                  BrowserEvents::LedgerMade, BrowserEvents::Ordered, BrowserEvents::Mapped,
                  BrowserEvents::Freed, BrowserEvents::Figures, BrowserEvents::Found, BrowserEvents::Findings,
-                 BrowserEvents::Rules, BrowserEvents::Duplicates, BrowserEvents::Changes,
-                 BrowserEvents::Volumes, BrowserEvents::History, BrowserEvents::TrashListed,
-                 BrowserEvents::Acted, BrowserEvents::Progressed, BrowserEvents::Failed>;
+                 BrowserEvents::Rules, BrowserEvents::RulesStored, BrowserEvents::Duplicates,
+                 BrowserEvents::Changes, BrowserEvents::WaysOutFound, BrowserEvents::Volumes,
+                 BrowserEvents::History, BrowserEvents::TrashListed, BrowserEvents::Acted,
+                 BrowserEvents::Progressed, BrowserEvents::Failed>;
 
 } // namespace tarnwell

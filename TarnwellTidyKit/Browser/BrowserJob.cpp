@@ -1,5 +1,7 @@
 #include "TarnwellTidyKit/Browser/BrowserJob.hpp"
 
+#include <algorithm>
+
 namespace tarnwell {
 
 namespace {
@@ -27,6 +29,7 @@ struct Describing {
     About operator()(const Rules&) const { return {quick, ""}; }
     About operator()(const Duplicates&) const { return {look, "Look for duplicates"}; }
     About operator()(const Changes&) const { return {look, "Compare"}; }
+    About operator()(const FindWaysOut&) const { return {quick, ""}; }
     About operator()(const Volumes&) const { return {quick, ""}; }
     About operator()(const History&) const { return {look, ""}; }
     About operator()(const TrashList&) const { return {look, ""}; }
@@ -39,13 +42,27 @@ struct Describing {
     About operator()(const Clear&) const { return {act, "Clear"}; }
     About operator()(const EmptyTrash&) const { return {act, "Empty the Trash"}; }
     About operator()(const TakeSnapshot&) const { return {act, "Take a snapshot"}; }
-    About operator()(const StoreRules&) const { return {act, ""}; }
+    About operator()(const ChangeRules&) const { return {act, ""}; }
     About operator()(const Open&) const { return {act, ""}; }
     About operator()(const Reveal&) const { return {act, ""}; }
     About operator()(const Remember&) const { return {act, ""}; }
 };
 
 } // namespace
+
+void ChangeRules::applyTo(std::vector<CleanupRule>& rules) const {
+    const auto found = std::ranges::find(rules, rule.id, &CleanupRule::id);
+    if (kind == Kind::put && found == rules.end()) // new, or dropped by others while it was edited
+        rules.push_back(rule);
+    else if (found == rules.end())
+        return;
+    else if (kind == Kind::put)
+        *found = rule;
+    else if (kind == Kind::drop)
+        rules.erase(found);
+    else
+        found->isEnabled = kind == Kind::enable;
+}
 
 BrowserLane laneOf(const BrowserJob& job) {
     return std::visit(Describing{}, job).lane;

@@ -35,6 +35,12 @@ inline constexpr std::size_t browserLaneCount = 4;
 
 namespace BrowserJobs {
 
+/// Items of a tree. There may be a million, whose paths are made where they are acted on.
+struct TreeItems {
+    std::shared_ptr<const BrowserTree> tree;
+    std::vector<const FileNode*> nodes;
+};
+
 // --- Looking ------------------------------------------------------------------------------------------
 
 struct Scan {
@@ -109,6 +115,10 @@ struct Changes {
     /// Which of the root's snapshots, from the newest on.
     std::size_t number;
 };
+/// Which of the items have no Trash.
+struct FindWaysOut {
+    TreeItems items;
+};
 struct Volumes {};
 struct Ledger {
     std::shared_ptr<const BrowserTree> tree;
@@ -125,11 +135,6 @@ struct TrashList {};
 
 // --- Acting -------------------------------------------------------------------------------------------
 
-/// Items of a tree. There may be a million, whose paths are made where they are acted on.
-struct TreeItems {
-    std::shared_ptr<const BrowserTree> tree;
-    std::vector<const FileNode*> nodes;
-};
 struct Trash {
     TreeItems items;
 };
@@ -137,6 +142,7 @@ struct Undo {};
 struct Restore {
     std::vector<std::string> locations;
 };
+/// Deletes for good, but nothing that can go to a Trash.
 struct Remove {
     TreeItems items;
 };
@@ -156,8 +162,14 @@ struct TakeSnapshot {
     std::shared_ptr<const BrowserTree> tree;
     std::shared_ptr<const Removals> removals;
 };
-struct StoreRules {
-    std::vector<CleanupRule> rules;
+/// One change of the user's rules. Others may have changed the rest meanwhile: that stays as they left it.
+struct ChangeRules {
+    enum class Kind : std::uint8_t { put, enable, disable, drop };
+    Kind kind = Kind::put;
+    /// With the ID of the one that it takes the place of; of another it is a new one.
+    CleanupRule rule;
+
+    void applyTo(std::vector<CleanupRule>& rules) const;
 };
 struct Open {
     std::string path;
@@ -175,11 +187,11 @@ using BrowserJob =
     std::variant<BrowserJobs::Scan, BrowserJobs::Rescan, BrowserJobs::Look, BrowserJobs::Ledger,
                  BrowserJobs::Discard, BrowserJobs::Order, BrowserJobs::Map, BrowserJobs::Freed,
                  BrowserJobs::Figures, BrowserJobs::Find, BrowserJobs::Findings, BrowserJobs::Rules,
-                 BrowserJobs::Duplicates, BrowserJobs::Changes, BrowserJobs::Volumes, BrowserJobs::History,
-                 BrowserJobs::TrashList, BrowserJobs::Trash, BrowserJobs::Undo, BrowserJobs::Restore,
-                 BrowserJobs::Remove, BrowserJobs::Evict, BrowserJobs::Share, BrowserJobs::Clear,
-                 BrowserJobs::EmptyTrash, BrowserJobs::TakeSnapshot, BrowserJobs::StoreRules,
-                 BrowserJobs::Open, BrowserJobs::Reveal, BrowserJobs::Remember>;
+                 BrowserJobs::Duplicates, BrowserJobs::Changes, BrowserJobs::FindWaysOut,
+                 BrowserJobs::Volumes, BrowserJobs::History, BrowserJobs::TrashList, BrowserJobs::Trash,
+                 BrowserJobs::Undo, BrowserJobs::Restore, BrowserJobs::Remove, BrowserJobs::Evict,
+                 BrowserJobs::Share, BrowserJobs::Clear, BrowserJobs::EmptyTrash, BrowserJobs::TakeSnapshot,
+                 BrowserJobs::ChangeRules, BrowserJobs::Open, BrowserJobs::Reveal, BrowserJobs::Remember>;
 
 BrowserLane laneOf(const BrowserJob& job);
 /// What people call it while it runs; empty for what is over before anyone could read it.

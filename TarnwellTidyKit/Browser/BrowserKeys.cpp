@@ -65,7 +65,7 @@ constexpr BrowserKey marking[] = {
 constexpr BrowserKey acting[] = {
     {trash, "d|<Delete>", "d", "trash", "Move what is marked, or the item, to the Trash", 21},
     {undo, "u", "", "undo", "Put back what was moved to the Trash last, also after a restart", 23},
-    {removeForGood, "D", "", "delete", "Delete for good, for places without a Trash. Asks for a word", 0},
+    {removeForGood, "D", "", "delete", "Delete for good, but only what has no Trash. Asks for a word", 0},
     {evict, "E", "", "", "Free the local copies of cloud files"},
     {share, "B", "", "share", "In duplicates: let the copies share their blocks; no file goes away", 22},
     {emptyTrash, "X", "", "empty", "In the Trash: delete all of it for good. Asks for a word", 22},

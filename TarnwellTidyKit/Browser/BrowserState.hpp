@@ -64,8 +64,8 @@ struct BrowserPrompt {
     std::optional<BrowserJob> job = {};
     /// What is acted on, for people.
     std::vector<std::string> lines = {};
-    /// The rule that is edited; none for a new one.
-    std::optional<std::size_t> rule = {};
+    /// The rule that is edited, as it was; none for a new one.
+    std::optional<CleanupRule> rule = {};
 };
 
 /// Something that is answered with yes or no.
@@ -171,6 +171,9 @@ struct BrowserState {
     /// The item of that row; null where rows are none.
     const FileNode* rangeNode = nullptr;
 
+    /// Whether what is to be deleted could go to a Trash; keys wait for that.
+    std::uint64_t waysOutAwaited = 0;
+
     // --- The other views ------------------------------------------------------------------------------
 
     Loaded<std::vector<TreemapItem>> map;
@@ -181,11 +184,16 @@ struct BrowserState {
     std::vector<TextCondition> foundNames;
     Loaded<FoundItems> found;
     std::string foundText;
+    /// What was searched for below which folder; nothing for what a rule matches.
+    std::optional<SearchConditions> foundBy;
+    const FileNode* foundIn = nullptr;
     Loaded<std::vector<SpaceSaverFinding>> findings;
     Loaded<RulesFound> rules;
     /// The rules as they were seen or edited last; what was edited may still have to be stored.
     std::vector<CleanupRule> ruleList;
     bool areRulesEdited = false;
+    /// The request of the last change.
+    std::uint64_t rulesStoring = 0;
     /// What a rule that is being edited matches.
     Loaded<RulesFound> tried;
     Loaded<std::shared_ptr<const DuplicateResult>> duplicates;
@@ -217,7 +225,7 @@ struct BrowserState {
     std::vector<std::uint64_t> cancellations;
     std::vector<ScreenWish> wishes;
     bool isDone = false;
-    /// Keys that wait for an order, and those that were typed behind them.
+    /// Keys that wait for an answer, and those that were typed behind them.
     std::vector<KeyPress> held;
 
     // --- What does not change -------------------------------------------------------------------------

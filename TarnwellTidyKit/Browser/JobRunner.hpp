@@ -9,6 +9,8 @@
 #include "TarnwellTidyKit/Commands/TidySurroundings.hpp"
 
 #include <filesystem>
+#include <string>
+#include <unordered_map>
 #include <utility>
 
 namespace tarnwell {
@@ -48,6 +50,17 @@ struct JobContext {
     const WorkQueue::Post& post;
 };
 
+/// How items can go away. What is known of one item of a folder holds for the others: asking takes its time.
+class WaysOut {
+public:
+    explicit WaysOut(const TidyServices& services) : services_(services) {}
+    WayOut of(const std::filesystem::path& item);
+
+private:
+    const TidyServices& services_;
+    std::unordered_map<std::string, WayOut> known_; // by the folder
+};
+
 /// The scan of a tree without what has gone since: the nearest folder that held all of it is read again.
 ScanResult scanNow(const BrowserTree& tree, const Removals& removals, const CancellationToken& token);
 
@@ -69,6 +82,7 @@ struct LookingJobs {
     void operator()(const BrowserJobs::Rules& job) const;
     void operator()(const BrowserJobs::Duplicates& job) const;
     void operator()(const BrowserJobs::Changes& job) const;
+    void operator()(const BrowserJobs::FindWaysOut& job) const;
     void operator()(const BrowserJobs::Volumes& job) const;
     void operator()(const BrowserJobs::History& job) const;
     void operator()(const BrowserJobs::TrashList& job) const;
@@ -86,7 +100,7 @@ struct ActingJobs {
     void operator()(const BrowserJobs::Clear& job) const;
     void operator()(const BrowserJobs::EmptyTrash& job) const;
     void operator()(const BrowserJobs::TakeSnapshot& job) const;
-    void operator()(const BrowserJobs::StoreRules& job) const;
+    void operator()(const BrowserJobs::ChangeRules& job) const;
     void operator()(const BrowserJobs::Open& job) const;
     void operator()(const BrowserJobs::Reveal& job) const;
     void operator()(const BrowserJobs::Remember& job) const;

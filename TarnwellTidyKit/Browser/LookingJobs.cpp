@@ -319,6 +319,27 @@ void LookingJobs::operator()(const BrowserJobs::Changes& job) const {
     context.post(BrowserEvents::Changes{context.id, std::move(found)});
 }
 
+void LookingJobs::operator()(const BrowserJobs::FindWaysOut& job) const {
+    BrowserEvents::WaysOutFound found{.id = context.id, .toDelete = {job.items.tree, {}}};
+    WaysOut waysOut(context.services);
+    for (const FileNode* node : job.items.nodes) {
+        if (context.token.isCancelled())
+            return;
+        switch (waysOut.of(node->path())) {
+        case WayOut::trash:
+            ++found.forTrash;
+            break;
+        case WayOut::deletion:
+            found.toDelete.nodes.push_back(node);
+            break;
+        case WayOut::none:
+            ++found.stuck;
+            break;
+        }
+    }
+    context.post(std::move(found));
+}
+
 void LookingJobs::operator()(const BrowserJobs::Volumes&) const {
     context.post(BrowserEvents::Volumes{context.id, context.services.volumes()});
 }

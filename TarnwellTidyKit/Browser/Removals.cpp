@@ -69,6 +69,31 @@ std::vector<const FileNode*> Removals::remaining(const std::vector<const FileNod
     return left;
 }
 
+SearchTotals Removals::totalsOf(const std::vector<const FileNode*>& found) const {
+    std::unordered_set<const FileNode*> folders; // what they hold adds nothing
+    for (const FileNode* node : found)
+        if (node->isDirectory())
+            folders.insert(node);
+    const auto isCovered = [&](const FileNode& node) {
+        for (const FileNode* above = node.parent(); above != nullptr && !folders.empty();
+             above = above->parent())
+            if (folders.contains(above))
+                return true;
+        return false;
+    };
+    constexpr FileNodeFlags uncounted = FileNodeFlags::hardlinkDuplicate | FileNodeFlags::inaccessible;
+    SearchTotals totals{.count = static_cast<std::int64_t>(found.size())};
+    for (const FileNode* node : found) {
+        if ((!node->isDirectory() && node->flags.intersects(uncounted)) || isCovered(*node))
+            continue;
+        const Sums rest = restOf(*node);
+        totals.size += rest.size;
+        totals.allocatedSize += rest.allocatedSize;
+        totals.reclaimableSize += rest.reclaimableSize;
+    }
+    return totals;
+}
+
 const FileNode* Removals::place() const {
     const FileNode* place = nullptr;
     for (const FileNode* node : all_) {

@@ -3,6 +3,7 @@
 // What has gone from a scanned tree since the scan, and how much its folders hold less for that: the tree
 // itself stays as it is.
 
+#include "TarnwellCore/Analysis/Search.hpp"
 #include "TarnwellCore/Layout/RemovedNodes.hpp"
 #include "TarnwellCore/Scanning/FileNode.hpp"
 
@@ -37,6 +38,8 @@ public:
     const std::unordered_set<const FileNode*>& all() const { return all_; }
     /// What is left of these: a folder that has lost something by those of its parts that have not.
     std::vector<const FileNode*> remaining(const std::vector<const FileNode*>& nodes) const;
+    /// What found items come to that are still there, without what is undecided.
+    SearchTotals totalsOf(const std::vector<const FileNode*>& found) const;
     /// The nearest folder that held all that went; null when nothing did.
     const FileNode* place() const;
     /// What a node has lost from inside.

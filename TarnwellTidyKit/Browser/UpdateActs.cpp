@@ -79,13 +79,8 @@ void removeThem(BrowserState& state) {
     auto nodes = actedOn(state);
     if (nodes.empty() || mustStay(state, nodes))
         return;
-    BrowserPrompt prompt{.kind = BrowserPrompt::Kind::word,
-                         .title = "Delete " + counted(nodes.size()) +
-                                  " for good? This cannot be undone. Type: delete",
-                         .word = "delete",
-                         .lines = linesOf(state, nodes)};
-    prompt.job = BrowserJobs::Remove{{state.tree, std::move(nodes)}};
-    openPrompt(state, std::move(prompt));
+    say(state, "Looking whether there is a Trash …");
+    state.waysOutAwaited = ask(state, BrowserJobs::FindWaysOut{{state.tree, std::move(nodes)}});
 }
 
 void evictThem(BrowserState& state) {
@@ -173,14 +168,49 @@ void markRows(BrowserState& state, std::size_t begin, std::size_t end) {
 
 } // namespace
 
-void setRules(BrowserState& state, std::vector<CleanupRule> rules) {
-    state.ruleList = std::move(rules);
+void askForWord(BrowserState& state, BrowserJobs::TreeItems items, std::size_t forTrash, std::size_t stuck) {
+    const std::size_t count = items.nodes.size();
+    state.message.clear();
+    if (count == 0)
+        state.held.clear(); // what was typed ahead was a word
+    if (count == 0 && forTrash == 0) {
+        say(state, "Nothing was deleted: it cannot be taken out of its folder.", true);
+    } else if (count == 0) {
+        say(state, forTrash == 1 ? "Nothing was deleted: there is a Trash here. d moves it there."
+                                 : "Nothing was deleted: there is a Trash here. d moves them there.");
+    } else {
+        std::string title = "Delete " + counted(count) + " for good? This cannot be undone. Type: delete";
+        if (forTrash + stuck > 0)
+            title = "Delete " + groupedNumber(static_cast<std::int64_t>(count)) + " of " +
+                    counted(count + forTrash + stuck) + " for good: those without a Trash? Type: delete";
+        BrowserPrompt prompt{.kind = BrowserPrompt::Kind::word,
+                             .title = std::move(title),
+                             .word = "delete",
+                             .lines = linesOf(state, items.nodes)};
+        prompt.job = BrowserJobs::Remove{std::move(items)};
+        openPrompt(state, std::move(prompt));
+    }
+}
+
+void changeRules(BrowserState& state, BrowserJobs::ChangeRules change) {
+    std::vector<CleanupRule> rules = state.ruleList;
+    change.applyTo(rules);
     state.areRulesEdited = true;
+    state.rulesStoring = ask(state, std::move(change));
+    showRules(state, std::move(rules));
+}
+
+void showRules(BrowserState& state, std::vector<CleanupRule> rules) {
+    BrowserCursor& cursor = state.cursors[static_cast<std::size_t>(BrowserView::rules)];
+    if (cursor.row < state.ruleList.size()) { // it stays on its rule
+        const auto same = std::ranges::find(rules, state.ruleList[cursor.row].id, &CleanupRule::id);
+        cursor.row = same == rules.end() ? cursor.row : static_cast<std::size_t>(same - rules.begin());
+    }
+    state.ruleList = std::move(rules);
     if (!state.rules.value)
         state.rules.value.emplace();
     state.rules.value->rules = state.ruleList;
     state.rules.subject = state.tree.get();
-    ask(state, BrowserJobs::StoreRules{state.ruleList});
     callOff(state, state.rules.awaited);
     if (state.tree != nullptr)
         state.rules.awaited = ask(state, BrowserJobs::Rules{state.tree, state.removals, state.ruleList});
@@ -273,19 +303,18 @@ bool runAct(BrowserState& state, BrowserCommand command) {
         openRule(state, std::nullopt);
         return true;
     case toggleRule: {
-        std::vector<CleanupRule> rules = state.rules.value->rules;
-        rules[state.cursor().row].isEnabled = !rules[state.cursor().row].isEnabled;
-        setRules(state, std::move(rules));
+        const CleanupRule& rule = state.rules.value->rules[state.cursor().row];
+        changeRules(state, {.kind = rule.isEnabled ? BrowserJobs::ChangeRules::Kind::disable
+                                                   : BrowserJobs::ChangeRules::Kind::enable,
+                            .rule = rule});
         return true;
     }
     case dropRule: {
-        std::vector<CleanupRule> rules = state.rules.value->rules;
-        const auto dropped = rules.begin() + static_cast<std::ptrdiff_t>(state.cursor().row);
-        BrowserQuestion question{
-            .title = "Drop the rule " + dropped->name + "?", .lines = {ruleText(*dropped)}, .job = {}};
-        rules.erase(dropped);
-        question.job = BrowserJobs::StoreRules{std::move(rules)};
-        state.question = std::move(question);
+        const CleanupRule& rule = state.rules.value->rules[state.cursor().row];
+        state.question = BrowserQuestion{
+            .title = "Drop the rule " + rule.name + "?",
+            .lines = {ruleText(rule)},
+            .job = BrowserJobs::ChangeRules{.kind = BrowserJobs::ChangeRules::Kind::drop, .rule = rule}};
         return true;
     }
     default:

@@ -127,6 +127,7 @@ void enterRow(BrowserState& state) {
             if (match.rule.id == rule.id) {
                 callOff(state, state.found.awaited);
                 state.found.forget();
+                state.foundBy.reset();
                 FoundItems& items = state.found.value.emplace();
                 items.totals = {.count = match.itemCount,
                                 .size = match.totalSize,
@@ -301,9 +302,16 @@ void findBy(BrowserState& state, SearchConditions conditions, std::string text) 
     state.found.forget();
     state.foundText = std::move(text);
     state.cursors[static_cast<std::size_t>(BrowserView::found)] = {};
-    state.found.awaited =
-        ask(state, BrowserJobs::Find{state.tree, state.folder, std::move(conditions), state.removals});
+    state.foundBy = std::move(conditions);
+    state.foundIn = state.folder;
+    findAgain(state);
     showView(state, BrowserView::found);
+}
+
+void findAgain(BrowserState& state) {
+    callOff(state, state.found.awaited);
+    state.found.awaited =
+        ask(state, BrowserJobs::Find{state.tree, state.foundIn, *state.foundBy, state.removals});
 }
 
 void moveTo(BrowserState& state, std::size_t row) {

@@ -153,6 +153,14 @@ struct Taking {
                                  : "matches " + countedText(matches.front().itemCount, "item", "items") +
                                        ", " + sizeText(matches.front().totalSize);
     }
+    void operator()(BrowserEvents::RulesStored& event) const {
+        if (event.id != state.rulesStoring)
+            return; // one more change is under way
+        state.areRulesEdited = false;
+        if (event.rules != state.ruleList) // others have changed something, too
+            showRules(state, std::move(event.rules));
+        refreshView(state);
+    }
     void operator()(BrowserEvents::Duplicates& event) const {
         if (!take(state.duplicates, event.id, event.result))
             return;
@@ -162,6 +170,9 @@ struct Taking {
             for (std::uint32_t member = 0; member < event.result->groups[group].members.size(); ++member)
                 state.duplicateRows.push_back({group, member});
         }
+        // Read before, and gone meanwhile.
+        RemovedNodesQuery gone(state.removals->nodes());
+        leaveOutDuplicates([&](const FileNode* node) { return gone.containsNodeOrAncestor(*node); });
     }
     void operator()(BrowserEvents::Changes& event) const {
         if (!take(state.changes, event.id, event.found))
@@ -171,6 +182,12 @@ struct Taking {
             say(state, "There is no snapshot of this folder yet; w takes one.");
         if (state.has(BrowserColumn::change) || state.choice.sort.key == SortKey::change)
             relist(state);
+    }
+    void operator()(BrowserEvents::WaysOutFound& event) const {
+        if (event.id != state.waysOutAwaited)
+            return;
+        state.waysOutAwaited = 0;
+        askForWord(state, std::move(event.toDelete), event.forTrash, event.stuck);
     }
     void operator()(BrowserEvents::Volumes& event) const {
         take(state.volumes, event.id, std::move(event.volumes));
@@ -267,12 +284,9 @@ struct Taking {
         }
         state.map.subject = nullptr;
         state.figures.subject = nullptr;
-        if (state.found.value)
-            std::erase_if(state.found.value->nodes, isGone);
-        std::erase_if(state.duplicateRows, [&](const DuplicateRow& row) {
-            return row.member != DuplicateRow::none &&
-                   isGone((*state.duplicates.value)->groups[row.group].members[row.member].node);
-        });
+        followFound(isGone, !event.back.empty());
+        leaveOutDuplicates(isGone);
+        compareAgain();
         callOff(state, state.findings.awaited);
         state.findings.forget();
         // What was reckoned with it is asked for anew.
@@ -283,6 +297,43 @@ struct Taking {
         marksChanged(state);
         if (isUnknown && !state.isScanning())
             scan(state, state.rootPath);
+    }
+
+    /// What was found, without what is gone; where that is not enough to know, it is searched again.
+    void followFound(const auto& isGone, bool isSomethingBack) const {
+        bool isWhole = true;
+        if (state.found.value) {
+            FoundItems& items = *state.found.value;
+            isWhole = items.totals.count == static_cast<std::int64_t>(items.nodes.size());
+            std::erase_if(items.nodes, isGone);
+            const std::int64_t undecided = items.totals.undecidedCount;
+            if (isWhole)
+                items.totals = state.removals->totalsOf(items.nodes);
+            items.totals.undecidedCount = undecided;
+        }
+        // A search under way knows nothing of this either.
+        if (state.foundBy &&
+            (state.found.isLoading() || (state.found.value && (!isWhole || isSomethingBack))))
+            findAgain(state);
+    }
+
+    void leaveOutDuplicates(const auto& isGone) const {
+        std::erase_if(state.duplicateRows, [&](const DuplicateRow& row) {
+            return row.member != DuplicateRow::none &&
+                   isGone((*state.duplicates.value)->groups[row.group].members[row.member].node);
+        });
+    }
+
+    /// What was compared is forgotten; sizes of the past stay what they are.
+    void compareAgain() const {
+        const bool isAsked = state.changes.isLoading();
+        callOff(state, state.changes.awaited);
+        state.changes.forget();
+        if (isAsked) {
+            state.changes.subject = state.tree.get();
+            state.changes.awaited = ask(state, BrowserJobs::Changes{state.tree, state.removals,
+                                                                    state.choice.mode, state.snapshotNumber});
+        }
     }
 
     void operator()(BrowserEvents::Progressed& event) const {
@@ -316,6 +367,9 @@ struct Taking {
             state.live = nullptr;
         } else if (event.id == state.lookAwaited) {
             state.lookAwaited = 0;
+        } else if (event.id == state.waysOutAwaited) {
+            state.waysOutAwaited = 0;
+            state.held.clear();
         } else if (event.id == state.orderAwaited) {
             state.orderAwaited = 0;
         } else if (!fail(state.freed) && !fail(state.map) && !fail(state.figures) && !fail(state.found) &&

@@ -49,6 +49,8 @@ void run(BrowserState& state, BrowserCommand command);
 void moveTo(BrowserState& state, std::size_t row);
 /// Searches the folder, and shows what is found under a name for people.
 void findBy(BrowserState& state, SearchConditions conditions, std::string text);
+/// Searches for the same in what there is now; what was found is shown until that is done.
+void findAgain(BrowserState& state);
 
 // --- UpdateActs.cpp: marks and acts -----------------------------------------------------------------------
 
@@ -56,8 +58,12 @@ void findBy(BrowserState& state, SearchConditions conditions, std::string text);
 bool runAct(BrowserState& state, BrowserCommand command);
 void markToggled(BrowserState& state);
 void marksChanged(BrowserState& state);
-/// Shows and stores the rules, and looks what they match.
-void setRules(BrowserState& state, std::vector<CleanupRule> rules);
+/// Asks for the word before items without a Trash are deleted; says why where there are none.
+void askForWord(BrowserState& state, BrowserJobs::TreeItems items, std::size_t forTrash, std::size_t stuck);
+/// Changes the rules that are shown and those that are stored, and looks what they match.
+void changeRules(BrowserState& state, BrowserJobs::ChangeRules change);
+/// Shows these rules, and looks what they match.
+void showRules(BrowserState& state, std::vector<CleanupRule> rules);
 
 // --- UpdatePrompts.cpp ------------------------------------------------------------------------------------
 

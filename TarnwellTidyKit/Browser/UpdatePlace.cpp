@@ -150,6 +150,7 @@ void forgetFindings(BrowserState& state) {
     forget(state.map);
     forget(state.figures);
     forget(state.found);
+    state.foundBy.reset();
     forget(state.findings);
     forget(state.rules);
     forget(state.tried);
@@ -327,8 +328,11 @@ using namespace BrowserParts;
 
 namespace {
 
-/// Whether the key acts on rows as they will be: what was typed ahead behind a filter means what it leaves.
-bool needsOrder(const BrowserState& state, const KeyPress& press) {
+/// Whether the key acts on what is not known yet. What was typed ahead behind a filter means the rows that it
+/// leaves; a word that was typed ahead is no row of commands.
+bool mustWait(const BrowserState& state, const KeyPress& press) {
+    if (!state.held.empty() || state.waysOutAwaited != 0)
+        return true;
     if ((state.orderAwaited == 0 && state.lookAwaited == 0) || state.view != BrowserView::list ||
         state.prompt || state.question || state.showsHelp)
         return false;
@@ -376,14 +380,16 @@ void quit(BrowserState& state) {
 }
 
 void update(BrowserState& state, const KeyPress& press) {
-    if (!state.held.empty() && press.key == Key::escape) {
+    if (press.key == Key::escape && (!state.held.empty() || state.waysOutAwaited != 0)) {
+        callOff(state, state.waysOutAwaited);
         state.held.clear();
         say(state, "Called off.");
         return;
     }
-    if (!state.held.empty() || needsOrder(state, press)) {
+    if (mustWait(state, press)) {
         state.held.push_back(press);
-        say(state, "Waiting for the order of the list …");
+        if (state.waysOutAwaited == 0)
+            say(state, "Waiting for the order of the list …");
         return;
     }
     state.message.clear();
@@ -407,7 +413,7 @@ void update(BrowserState& state, const KeyPress& press) {
 }
 
 void BrowserParts::takeHeldKeys(BrowserState& state) {
-    if (state.orderAwaited != 0 || state.lookAwaited != 0 || state.held.empty())
+    if (state.orderAwaited != 0 || state.lookAwaited != 0 || state.waysOutAwaited != 0 || state.held.empty())
         return;
     for (const KeyPress& press : std::exchange(state.held, {}))
         update(state, press);
@@ -420,6 +426,7 @@ void update(BrowserState& state, const Pasted& pasted) {
 
 void update(BrowserState& state, const BrowserClick& click) {
     state.held.clear(); // they were meant for what was shown
+    callOff(state, state.waysOutAwaited);
     state.message.clear();
     if (state.prompt || state.question)
         return;

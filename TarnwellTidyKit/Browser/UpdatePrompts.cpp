@@ -67,22 +67,14 @@ void textChanged(BrowserState& state) {
 
 void acceptRule(BrowserState& state, const BrowserPrompt& prompt) {
     CleanupRule rule = typedRule(prompt.text);
-    // A scan that ended meanwhile has made the view forget what it showed.
-    if (!state.rules.value)
-        state.rules.value = RulesFound{.rules = state.ruleList, .matches = {}};
-    std::vector<CleanupRule>& rules = state.rules.value->rules;
-    if (prompt.rule && *prompt.rule < rules.size()) {
-        rule.id = rules[*prompt.rule].id;
-        rule.isEnabled = rules[*prompt.rule].isEnabled;
-        rules[*prompt.rule] = std::move(rule);
-    } else {
-        rule.id = CleanupRule::makeDraft().id;
-        rules.push_back(std::move(rule));
-        state.cursor().row = rules.size() - 1;
-    }
+    rule.id = prompt.rule ? prompt.rule->id : CleanupRule::makeDraft().id;
+    if (prompt.rule)
+        rule.isEnabled = prompt.rule->isEnabled;
+    else
+        state.cursor().row = state.ruleList.size();
     callOff(state, state.tried.awaited);
     state.tried.forget();
-    setRules(state, rules);
+    changeRules(state, {.rule = std::move(rule)});
 }
 
 void acceptFind(BrowserState& state, const BrowserPrompt& prompt) {
@@ -160,7 +152,7 @@ void openRule(BrowserState& state, std::optional<std::size_t> rule) {
     openPrompt(state, {.kind = Kind::rule,
                        .title = rule ? "Rule" : "New rule",
                        .text = rule ? ruleText(state.rules.value->rules[*rule]) : std::string(),
-                       .rule = rule});
+                       .rule = rule ? std::optional(state.rules.value->rules[*rule]) : std::nullopt});
     if (rule)
         textChanged(state);
 }
@@ -256,8 +248,8 @@ void answer(BrowserState& state, const KeyPress& press) {
         return;
     BrowserQuestion question = *std::move(state.question);
     state.question.reset();
-    if (const auto* store = std::get_if<BrowserJobs::StoreRules>(&question.job); isYes && store != nullptr)
-        setRules(state, store->rules);
+    if (auto* change = std::get_if<BrowserJobs::ChangeRules>(&question.job); isYes && change != nullptr)
+        changeRules(state, std::move(*change));
     else if (isYes && question.leaves)
         tarnwell::quit(state);
     else if (isYes)

@@ -9,6 +9,7 @@
 #include "TarnwellTidyKit/Commands/TidyQuantities.hpp"
 
 #include <algorithm>
+#include <functional>
 #include <stdexcept>
 #include <utility>
 
@@ -131,17 +132,22 @@ TidyResult listed(const std::vector<CleanupRule>& rules, const RulesRequest& req
     return {.standardOutput = text};
 }
 
-/// Asks with the rules that a change is about, and makes it.
-TidyResult store(const std::vector<CleanupRule>& rules, const std::vector<std::string>& about,
-                 std::string_view question, const RulesRequest& request, TidyContext& context) {
+/// Asks with the rules that a change is about, and makes it: in the rules as they are then.
+TidyResult store(const std::function<void(std::vector<CleanupRule>&)>& change,
+                 const std::vector<std::string>& about, std::string_view question,
+                 const RulesRequest& request, TidyContext& context) {
+    std::vector<CleanupRule> rules;
     if (!request.act.dryRun) {
         const auto consent = context.consent(request.act, questionText(question, about));
         if (consent != TidyContext::Consent::given)
             return TidyContext::withoutConsent(consent);
         context.act([&] {
-            context.settings().setCleanupRules(rules);
+            rules = context.settings().changeCleanupRules(change);
             storeSettings(context.settings());
         });
+    } else {
+        rules = storedRules(context);
+        change(rules);
     }
     TidyResult result = listed(rules, request, context);
     if (request.act.dryRun && !request.output.json)
@@ -150,35 +156,46 @@ TidyResult store(const std::vector<CleanupRule>& rules, const std::vector<std::s
 }
 
 TidyResult add(const RulesRequest& request, TidyContext& context) {
-    std::vector<CleanupRule> rules = storedRules(context);
     CleanupRule rule = *request.rule;
     rule.id = CleanupRule::makeDraft().id;
     const std::string about = rule.name + ": " + rule.conditionSummary();
-    rules.push_back(std::move(rule));
-    return store(rules, {about}, "Add this rule?", request, context);
+    return store([&](std::vector<CleanupRule>& rules) { rules.push_back(rule); }, {about}, "Add this rule?",
+                 request, context);
 }
 
-TidyResult remove(const RulesRequest& request, TidyContext& context) {
+/// Does something to each of the rules that were named, in the list and at its place there.
+template <class Step>
+TidyResult changeNamed(const RulesRequest& request, TidyContext& context, std::string_view question,
+                       Step step) {
+    // By their IDs from now on: while somebody is asked, another may get the name.
     std::vector<CleanupRule> rules = storedRules(context);
+    std::vector<std::string> ids;
     std::vector<std::string> names;
     for (const std::string& word : request.rules) {
         const std::size_t index = indexOf(rules, word);
+        ids.push_back(rules[index].id);
         names.push_back(rules[index].name);
-        rules.erase(rules.begin() + static_cast<std::ptrdiff_t>(index));
+        step(rules, index);
     }
-    return store(rules, names, "Remove these rules?", request, context);
+    return store(
+        [&](std::vector<CleanupRule>& present) {
+            for (const std::string& id : ids)
+                step(present, indexOf(present, id));
+        },
+        names, question, request, context);
+}
+
+TidyResult remove(const RulesRequest& request, TidyContext& context) {
+    return changeNamed(request, context, "Remove these rules?",
+                       [](std::vector<CleanupRule>& rules, std::size_t index) {
+                           rules.erase(rules.begin() + static_cast<std::ptrdiff_t>(index));
+                       });
 }
 
 TidyResult switchRules(const RulesRequest& request, TidyContext& context, bool isEnabled) {
-    std::vector<CleanupRule> rules = storedRules(context);
-    std::vector<std::string> names;
-    for (const std::string& word : request.rules) {
-        CleanupRule& rule = rules[indexOf(rules, word)];
-        rule.isEnabled = isEnabled;
-        names.push_back(rule.name);
-    }
-    return store(rules, names, isEnabled ? "Switch these rules on?" : "Switch these rules off?", request,
-                 context);
+    return changeNamed(
+        request, context, isEnabled ? "Switch these rules on?" : "Switch these rules off?",
+        [=](std::vector<CleanupRule>& rules, std::size_t index) { rules[index].isEnabled = isEnabled; });
 }
 
 TidyResult test(const RulesRequest& request, TidyContext& context) {

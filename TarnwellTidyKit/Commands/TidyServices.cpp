@@ -125,6 +125,7 @@ const TidyServices& TidyServices::live() {
             },
         .restoreSet = [](const UUID& set) { return TrashRestorer(homeDirectory()).restoreSet(set).get(); },
         .uninstaller = [](const fs::path& home) { return Uninstaller(home); },
+        .wayOutOf = tarnwell::wayOutOf,
         .removeForGood = PermanentRemoval::remove,
         .shareBlocks =
             [](SharingRequest request, CancellationToken token) {

@@ -17,6 +17,7 @@
 #include "TarnwellCore/Analysis/SpaceSaverProbe.hpp"
 #include "TarnwellCore/Analysis/VolumeLedger.hpp"
 #include "TarnwellCore/Platform/Date.hpp"
+#include "TarnwellCore/Platform/Trash.hpp"
 #include "TarnwellCore/Platform/UserDefaults.hpp"
 #include "TarnwellCore/Scanning/DiskScanner.hpp"
 #include "TarnwellCore/Scanning/SpaceMonitor.hpp"
@@ -94,6 +95,8 @@ struct TidyServices {
     std::function<std::vector<RestoreOutcome>(const UUID& set)> restoreSet;
     /// For the applications of a home.
     std::function<Uninstaller(const std::filesystem::path& home)> uninstaller;
+    /// Whether an item's place has a Trash.
+    std::function<WayOut(const std::filesystem::path&)> wayOutOf;
     /// Deletes an item for good.
     std::function<RemovalResult(const std::filesystem::path&, const CancellationToken&)> removeForGood;
     /// Makes the files of a group share their blocks.

@@ -507,6 +507,11 @@ TEST(JSONFileDefaults, ProcessesThatWriteAtOnceLoseNothing) {
         JSONFileDefaults defaults(file);
         for (std::int64_t round = 1; round <= rounds; ++round)
             defaults.set(key(writer, round), round);
+        for (std::int64_t round = 1; round <= rounds; ++round)
+            defaults.change("sum", [](const std::optional<UserDefaultsValue>& value) {
+                return std::optional<UserDefaultsValue>(value ? std::get<std::int64_t>(*value) + 1
+                                                              : std::int64_t{1});
+            });
         ::_exit(0);
     }
     for (const pid_t child : children) {
@@ -518,6 +523,28 @@ TEST(JSONFileDefaults, ProcessesThatWriteAtOnceLoseNothing) {
     for (int writer = 0; writer < writerCount; ++writer)
         for (std::int64_t round = 1; round <= rounds; ++round)
             ASSERT_EQ(defaults.integer(key(writer, round)), round);
+    EXPECT_EQ(defaults.integer("sum"), writerCount * rounds);
+}
+
+TEST(JSONFileDefaults, AChangeIsMadeFromWhatIsThereAlsoWhereItCannotBeStored) {
+    const TemporaryFolder folder;
+    JSONFileDefaults defaults(folder / "in/s.json", FileCalls::live(), std::chrono::milliseconds(1));
+    const auto append = [](const std::optional<UserDefaultsValue>& value) {
+        return std::optional<UserDefaultsValue>(value ? std::get<std::string>(*value) + "+" : "+");
+    };
+    folder.makeFile("in"); // where a folder is to be
+    defaults.change("key", append);
+    EXPECT_TRUE(defaults.storingFailure());
+    defaults.change("key", append);
+    EXPECT_EQ(defaults.string("key"), "++");
+    fs::remove(folder / "in");
+    defaults.change("key", append);
+    EXPECT_EQ(JSONFileDefaults(folder / "in/s.json").string("key"), "+++");
+    EXPECT_TRUE(defaults.synchronize());
+    EXPECT_ANY_THROW(defaults.change(
+        "key", [](const auto&) -> std::optional<UserDefaultsValue> { throw std::runtime_error("no"); }));
+    defaults.change("key", [](const auto&) { return std::optional<UserDefaultsValue>(1.0 / 0.0); });
+    EXPECT_EQ(JSONFileDefaults(folder / "in/s.json").string("key"), std::nullopt);
 }
 
 TEST(JSONFileDefaults, ThreadsShareAStore) {

@@ -352,7 +352,7 @@ TEST(EvictCommand, FoldersStandForTheirFilesAndRefusalsAreFailures) {
 }
 
 TEST(RulesCommand, RulesAreKeptInTheSettingsAndTried) {
-    const Scene scene;
+    Scene scene;
     scene.home.makeFile("Downloads/big.iso", 200'000);
     scene.home.makeFile("Downloads/small.iso", 200);
     scene.home.makeFile("Downloads/old.txt", 300'000);
@@ -394,6 +394,15 @@ TEST(RulesCommand, RulesAreKeptInTheSettingsAndTried) {
     (void)scene.text({"rules", "remove", "Images", "autopilot.preset.dmg-pkg-180d", "--yes"});
     EXPECT_EQ(scene.json({"rules"})["rules"].Size(), 4u);
     EXPECT_EQ(scene.run({"rules", "enable", "Images"}).exitCode, 1);
+    // While somebody is asked, another drops one and adds one.
+    const std::string theirs = scene.json({"rules"})["rules"][0]["id"].GetString();
+    scene.surroundings.ask = [&](const std::string&) {
+        (void)scene.text({"rules", "remove", theirs, "--yes"});
+        (void)scene.text({"rules", "add", "Theirs", "--larger", "1GB", "--yes"});
+        return true;
+    };
+    EXPECT_THAT(scene.text({"rules", "add", "Mine", "--larger", "2GB"}),
+                testing::AllOf(HasSubstr("Theirs"), testing::Not(HasSubstr(theirs))));
 }
 
 TEST(ProtectedPlaces, WhatEverythingElseLiesInStays) {

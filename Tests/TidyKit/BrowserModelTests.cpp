@@ -46,6 +46,9 @@ struct Model : Scene {
             guard(item);
             return PermanentRemoval::remove(item, token);
         };
+        services.wayOutOf = [](const fs::path& item) { // folder by folder
+            return static_cast<WayOut>(item.parent_path().filename().native().size() % 3);
+        };
         scan = [=](const fs::path& folder, ScanOptions options, DiskScanner::ProgressHandler progress,
                    CancellationToken token, std::shared_ptr<LiveTree> live) {
             guard(folder);
@@ -262,6 +265,21 @@ TEST(BrowserModelTests, lateAnswers) {
     model.work();
     EXPECT_EQ(model.state.rules.value->rules.size(), presets + 1);
     EXPECT_EQ(AppSettings(model.services.settings()).cleanupRules()->back().name, "Big");
+    // A word that is typed ahead is a word, also where none is asked for.
+    BrowserParts::showView(model.state, BrowserView::list);
+    for (const auto& [way, isLeft] : {std::pair{WayOut::trash, true}, {WayOut::deletion, false}}) {
+        const fs::path item = model.home.makeFile("files/other");
+        model.services.wayOutOf = [=](const fs::path&) { return way; };
+        model.type("r<End>");
+        typeAhead("Ddelete<Enter>");
+        model.work();
+        EXPECT_EQ(fs::exists(item), isLeft);
+        EXPECT_FALSE(model.state.question || model.state.prompt);
+    }
+    typeAhead("D<Esc>d");
+    EXPECT_TRUE(model.state.question) << "called off";
+    typeAhead("n");
+    model.work();
     // The folder that one has gone into meanwhile goes to the Trash.
     model.type("<Esc>");
     for (int number = 0; number < 4100; ++number)
@@ -272,6 +290,46 @@ TEST(BrowserModelTests, lateAnswers) {
     model.work();
     EXPECT_EQ(model.state.folder->parent(), nullptr);
     EXPECT_EQ(rowCount(model.state), 4100U);
+}
+
+// Others change the rules while somebody looks at them: one change is put in, the rest stays theirs.
+TEST(BrowserModelTests, rulesThatOthersChange) {
+    Model model;
+    model.home.makeFile("files/file", 2'000'000);
+    const auto rule = [](const char* id, std::int64_t least) {
+        return CleanupRule{.id = id, .name = id, .minimumSize = least};
+    };
+    const auto stored = [&] { return *AppSettings(model.services.settings()).cleanupRules(); };
+    const auto others = [&](const std::vector<CleanupRule>& rules) {
+        AppSettings(model.services.settings()).setCleanupRules(rules);
+    };
+    others({rule("one", 1), rule("two", 2), rule("three", 3)});
+    begin(model.state, model.path("files"));
+    BrowserParts::showView(model.state, BrowserView::rules);
+    model.work();
+    others({rule("new", 9), rule("one", 1), rule("two", 20)});
+    model.type(" "); // off
+    CleanupRule off = rule("one", 1);
+    off.isEnabled = false;
+    EXPECT_EQ(stored(), (std::vector{rule("new", 9), off, rule("two", 20)}));
+    EXPECT_EQ(model.state.rules.value->rules, stored()) << "shown at once";
+    EXPECT_EQ(model.state.rules.value->matches.size(), 2U);
+    EXPECT_EQ(model.state.cursor().row, 1U) << "on the same rule";
+    model.type("<End>e");
+    others({rule("two", 20), rule("new", 9)});
+    model.type(" --extension dat<Enter>");
+    ASSERT_EQ(stored().size(), 2U);
+    EXPECT_EQ(stored()[0].extensions, std::vector<std::string>{"dat"});
+    model.type("<Home>x");
+    others({rule("new", 9), rule("last", 1)});
+    model.type("y");
+    EXPECT_EQ(stored(), (std::vector{rule("new", 9), rule("last", 1)})) << "dropped by others already";
+    others({});
+    BrowserParts::refreshView(model.state);
+    BrowserParts::forgetFindings(model.state);
+    BrowserParts::showView(model.state, BrowserView::rules);
+    model.work();
+    EXPECT_EQ(rowCount(model.state), 0U) << "what is stored counts again";
 }
 
 // While the scan runs: rows come sorted, items can be marked, and are the same ones in the end.
@@ -355,6 +413,32 @@ TEST(BrowserModelTests, whatHasGoneIsCountedNowhere) {
         BrowserParts::showView(model.state, view);
         model.work();
     };
+    const auto foundSize = [&] { return model.state.found.value->totals.size; };
+    // What goes from what was found, and comes back; what goes while the search is under way.
+    show(BrowserView::list);
+    model.type("w");
+    show(BrowserView::changes);
+    EXPECT_EQ((*model.state.changes.value)->delta.totalChange, 0);
+    show(BrowserView::found);
+    model.type("dy");
+    EXPECT_EQ(foundSize(), 1'000'000);
+    EXPECT_EQ(model.state.found.value->totals.count, 1);
+    show(BrowserView::changes);
+    EXPECT_EQ((*model.state.changes.value)->delta.totalChange, -2'000'000);
+    model.type("u");
+    EXPECT_EQ(foundSize(), 3'000'000);
+    EXPECT_EQ((*model.state.changes.value)->delta.totalChange, 0);
+    show(BrowserView::list);
+    for (const KeyPress& press : MemoryScreen::keys("f<C-u>dat<Enter>"))
+        update(model.state, press);
+    BrowserParts::showView(model.state, BrowserView::list);
+    for (const KeyPress& press : MemoryScreen::keys("<End>dy"))
+        update(model.state, press);
+    while (model.answer(static_cast<std::size_t>(BrowserLane::act))) {
+    }
+    EXPECT_EQ(foundSize(), 2'000'000);
+    model.type("u");
+    EXPECT_EQ(foundSize(), 3'000'000);
     show(BrowserView::largest);
     EXPECT_EQ(model.state.figures.value->largestFiles.size(), 2U);
     EXPECT_EQ(model.state.figures.value->largestFiles.front()->name(), "stays.dat");
@@ -368,7 +452,8 @@ TEST(BrowserModelTests, whatHasGoneIsCountedNowhere) {
     EXPECT_EQ(model.state.freed.value->atMost,
               model.state.marks.nodes().front()->children()[1]->allocatedSize);
     model.type("w");
-    EXPECT_EQ(model.services.snapshotStore()->list().front().totalSize, 3'000'000);
+    for (const ScanSnapshot& snapshot : model.services.snapshotStore()->list())
+        EXPECT_EQ(snapshot.totalSize, 3'000'000);
 }
 
 // The end of the program: steps are whole, and what has not begun is left as it is.

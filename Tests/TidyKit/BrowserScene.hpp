@@ -30,6 +30,8 @@ public:
     void expectScreen(const std::string& name, std::string_view keys);
 
     TidyScanChoices choices;
+    /// Of all items; they have no Trash unless a test says so.
+    WayOut wayOut = WayOut::deletion;
     /// In place of a shell.
     std::function<std::string(const std::string& folder)> shell;
 

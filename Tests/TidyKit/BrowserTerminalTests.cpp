@@ -105,6 +105,10 @@ TEST_F(BrowserInATerminal, MovesResizesStopsAndLeavesTheShellAsItWas) {
     EXPECT_TRUE(shell.shows("first")) << shell.screen();
     shell.type("BSpace");
     EXPECT_TRUE(shell.shows("small folder")) << shell.screen();
+    shell.type("/ l a r");
+    EXPECT_TRUE(shell.shows("small folder", false)) << shell.screen();
+    shell.type("C-c");
+    EXPECT_TRUE(shell.shows("small folder")) << "the prompt alone is left: " << shell.screen();
     for (const char* size : {"-x 40 -y 10", "-x 200 -y 60", "-x 12 -y 3", "-x 80 -y 24"}) {
         shell.tmux("resize-window " + std::string(size));
         std::this_thread::sleep_for(100ms);
@@ -135,7 +139,16 @@ TEST_F(BrowserInATerminal, SignalsEndItAndLeaveTheShellAsItWas) {
         const std::string file = (home_ / "process").string();
         shell.enter("sh -c 'echo \\$\\$ > " + file + "; exec " + start_ + "'; echo status \\$?");
         ASSERT_TRUE(shell.shows("large folder")) << shell.screen();
+        // What a library complains about does not tear the picture, and is not lost.
+        const bool hasDescriptors = std::filesystem::exists("/proc/self/fd/2");
+        if (hasDescriptors) {
+            outputOf("echo complaint of a library >> /proc/$(cat " + file + ")/fd/2");
+            shell.type("i");
+            EXPECT_TRUE(shell.shows("On disk")) << shell.screen();
+            EXPECT_TRUE(shell.shows("complaint", false)) << shell.screen();
+        }
         outputOf("kill -" + std::string(signal) + " $(cat " + file + ")");
+        EXPECT_TRUE(!hasDescriptors || shell.shows("complaint of a library")) << shell.screen();
         EXPECT_TRUE(shell.shows("status " + std::string(status))) << shell.screen();
         EXPECT_EQ(shell.modes(), before);
     }

@@ -2,6 +2,7 @@
 #include "TarnwellCore/Snapshots/ScanRecord.hpp"
 #include "TarnwellTidyKit/Browser/UserShell.hpp"
 
+#include "Tests/Support/MountedImage.hpp"
 #include "Tests/TidyKit/BrowserScene.hpp"
 
 #include <fcntl.h>
@@ -86,6 +87,7 @@ TEST(BrowserTests, screens) {
         {"outcomes", " dyu<S-Tab>"},
         {"help", "?"},
         {"help-small", "?jj", {40, 10}},
+        {"trash", "dyjdy<S-Tab><S-Tab>"}, // and so the last
     };
     CleanupRule rule;
     rule.id = "one";
@@ -148,8 +150,29 @@ TEST(BrowserTests, deletesForGoodOnlyAfterTheWord) {
     EXPECT_TRUE(scene.has("archive.zip"));
     scene.screenAfter("jDdelete<Esc>");
     EXPECT_TRUE(scene.has("archive.zip"));
+    scene.wayOut = WayOut::trash;
+    EXPECT_THAT(scene.screenAfter("jD"), HasSubstr("there is a Trash here. d moves it"));
+    EXPECT_THAT(scene.screenAfter("AD"), HasSubstr("d moves them there"));
+    scene.wayOut = WayOut::none;
+    EXPECT_THAT(scene.screenAfter("jD"), HasSubstr("cannot be taken out of its folder"));
+    EXPECT_TRUE(scene.has("archive.zip"));
+    scene.wayOut = WayOut::deletion;
     scene.screenAfter("jDdelete<Enter>");
     EXPECT_FALSE(scene.has("archive.zip"));
+    // Of what is marked only what has no Trash, also when one has come since that was asked.
+    scene.services.wayOutOf = [&](const fs::path& item) {
+        return item.parent_path().filename() == "old" ? WayOut::deletion : WayOut::trash;
+    };
+    EXPECT_THAT(scene.screenAfter("fpdf<Enter>AD"), HasSubstr("Delete 2 of 3 items for good"));
+    int asked = 0;
+    const auto before = std::exchange(scene.services.wayOutOf, [&](const fs::path&) {
+        return ++asked == 1 ? WayOut::deletion : WayOut::trash;
+    });
+    EXPECT_THAT(scene.screenAfter("fdraft<Enter>Ddelete<Enter>"), HasSubstr("was not deleted"));
+    scene.services.wayOutOf = before;
+    EXPECT_THAT(scene.screenAfter("fpdf<Enter>ADdelete<Enter>"), HasSubstr("● "));
+    EXPECT_FALSE(scene.has("Papers/old/draft.pdf"));
+    EXPECT_TRUE(scene.has("Papers/report.pdf"));
     fs::remove(scene.home / ".settings.json");
     scene.isReadOnly = true;
     EXPECT_THAT(scene.screenAfter("d"), HasSubstr("only looks"));
@@ -157,6 +180,19 @@ TEST(BrowserTests, deletesForGoodOnlyAfterTheWord) {
     scene.screenAfter("Ddelete<Enter>u E  dy");
     EXPECT_TRUE(scene.has("Films/wedding.mov"));
     EXPECT_THAT(scene.screenAfter("?"), Not(HasSubstr("Acting")));
+}
+
+TEST(BrowserTests, deletesWhereThereReallyIsNoTrash) {
+    const auto memory = MountedImage::make({.type = "tmpfs", .size = 1'000'000});
+    if (!memory)
+        GTEST_SKIP() << memory.error();
+    BrowserScene scene;
+    scene.services.wayOutOf = wayOutOf;
+    scene.folder = (*memory)->path();
+    std::ofstream((*memory)->path() / "passing") << "text";
+    EXPECT_THAT(scene.screenAfter("d"), HasSubstr("to the Trash?"));
+    scene.screenAfter("Ddelete<Enter>");
+    EXPECT_TRUE(fs::is_empty((*memory)->path()));
 }
 
 TEST(BrowserTests, protectedPlacesAndAncestors) {

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <climits>
+#include <system_error>
 
 namespace fs = std::filesystem;
 
@@ -32,6 +33,33 @@ std::expected<std::optional<fs::path>, std::string> moveItemToTrash(const fs::pa
         if (![[[NSFileManager alloc] init] trashItemAtURL:url resultingItemURL:&landed error:&error])
             return std::unexpected(descriptionOf(error));
         return pathOf(landed);
+    }
+}
+
+WayOut wayOutOf(const fs::path& item) {
+    @autoreleasepool {
+        struct stat status;
+        if (item == "/" || ::lstat(item.c_str(), &status) != 0)
+            return WayOut::none;
+        NSError* error = nil;
+        NSURL* trash = [[[NSFileManager alloc] init] URLForDirectory:NSTrashDirectory
+                                                            inDomain:NSUserDomainMask
+                                                   appropriateForURL:fileURL(item, S_ISDIR(status.st_mode))
+                                                              create:NO
+                                                               error:&error];
+        // Any other failure leaves open whether there is one.
+        if (trash == nil)
+            return
+                [error.domain isEqualToString:NSCocoaErrorDomain] && error.code == NSFeatureUnsupportedError
+                    ? WayOut::deletion
+                    : WayOut::none;
+        const std::optional<fs::path> folder = pathOf(trash);
+        std::error_code ignored;
+        for (fs::path above = item.parent_path(); folder && above.has_relative_path();
+             above = above.parent_path())
+            if (fs::equivalent(above, *folder, ignored))
+                return WayOut::deletion;
+        return WayOut::trash;
     }
 }
 

@@ -129,6 +129,23 @@ bool isRealFolder(const fs::path& path, mode_t neededBits, std::optional<uid_t> 
            (status.st_mode & neededBits) == neededBits && (!owner || status.st_uid == *owner);
 }
 
+/// Whether what has this real path lies in this user's Trash: of the home, or of any volume.
+bool liesInTrash(const fs::path& item) {
+    const fs::path homeTrash = homeTrashDirectory(g_get_home_dir());
+    const std::string user = std::to_string(::geteuid());
+    std::error_code ignored;
+    for (fs::path files = item.parent_path(); files.has_relative_path(); files = files.parent_path()) {
+        const fs::path trash = files.parent_path();
+        if (files.filename() != "files")
+            continue;
+        const bool isNamedSo = trash.filename() == ".Trash-" + user ||
+                               (trash.filename() == user && trash.parent_path().filename() == ".Trash");
+        if (isNamedSo ? isUsersTrash(files / "", ::geteuid()) : fs::equivalent(files, homeTrash, ignored))
+            return true;
+    }
+    return false;
+}
+
 } // namespace
 
 std::expected<std::optional<fs::path>, std::string> moveItemToTrash(const fs::path& item) {
@@ -148,6 +165,33 @@ std::expected<std::optional<fs::path>, std::string> moveItemToTrash(const fs::pa
         return std::unexpected(std::string(error->message));
     }
     return whereItLanded(original, moving);
+}
+
+WayOut wayOutOf(const fs::path& item) {
+    const auto path = unambiguousPath(item);
+    if (!path)
+        return WayOut::none;
+    const std::optional<fs::path> real = MovingItem(path->c_str()).presentPath();
+    if (!real || *real == "/")
+        return WayOut::none;
+    const std::unique_ptr<GFile, decltype(&g_object_unref)> file(g_file_new_for_path(path->c_str()),
+                                                                 &g_object_unref);
+    const std::unique_ptr<GFileInfo, void (*)(GFileInfo*)> info(
+        g_file_query_info(file.get(),
+                          G_FILE_ATTRIBUTE_ACCESS_CAN_TRASH "," G_FILE_ATTRIBUTE_ACCESS_CAN_DELETE,
+                          G_FILE_QUERY_INFO_NOFOLLOW_SYMLINKS, nullptr, nullptr),
+        [](GFileInfo* held) {
+            if (held != nullptr)
+                g_object_unref(held);
+        });
+    // What may not leave its folder cannot be trashed either, which says nothing of a Trash.
+    if (info == nullptr || !g_file_info_has_attribute(info.get(), G_FILE_ATTRIBUTE_ACCESS_CAN_TRASH) ||
+        !g_file_info_get_attribute_boolean(info.get(), G_FILE_ATTRIBUTE_ACCESS_CAN_DELETE))
+        return WayOut::none;
+    return g_file_info_get_attribute_boolean(info.get(), G_FILE_ATTRIBUTE_ACCESS_CAN_TRASH) &&
+                   !liesInTrash(*real)
+               ? WayOut::trash
+               : WayOut::deletion;
 }
 
 fs::path homeTrashDirectory(const fs::path& home) {

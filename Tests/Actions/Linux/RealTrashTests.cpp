@@ -255,6 +255,35 @@ TEST_F(RealTrashTests, AnotherVolumeHasItsOwnTrash) {
     (*image)->remount("rw");
 }
 
+TEST_F(RealTrashTests, WhereThereIsNoTrashItemsCanOnlyBeDeleted) {
+    const fs::path item = folder.writeFile("one", "1");
+    fs::create_symlink("/nowhere", folder / "link");
+    EXPECT_EQ(wayOutOf(item), WayOut::trash);
+    EXPECT_EQ(wayOutOf(folder / "link"), WayOut::trash) << "the link itself";
+    EXPECT_EQ(wayOutOf(folder / "missing"), WayOut::none);
+    EXPECT_EQ(wayOutOf("/"), WayOut::none);
+    folder.makeFile("files/one");
+    EXPECT_EQ(wayOutOf(folder / "files/one"), WayOut::trash) << "a name is no Trash";
+    EXPECT_EQ(wayOutOf(trash(item)), WayOut::deletion) << "there already";
+    folder.writeFile("whole/inside", "1");
+    EXPECT_EQ(wayOutOf(trash(folder / "whole") / "inside"), WayOut::deletion);
+
+    const auto memory = MountedImage::make({.type = "tmpfs", .size = 1'000'000});
+    const auto disk = MountedImage::make({.type = "ext4", .size = 64'000'000});
+    if (!memory || !disk)
+        GTEST_SKIP() << (memory ? disk : memory).error();
+    const TemporaryFolder passing((*memory)->path());
+    EXPECT_EQ(wayOutOf(passing.makeFile("one")), WayOut::deletion);
+    EXPECT_TRUE(service.moveToTrash(passing.path()).get().failure) << "so it is";
+    const TemporaryFolder lasting((*disk)->path());
+    const fs::path kept = lasting.makeFile("one");
+    EXPECT_EQ(wayOutOf(kept), WayOut::trash);
+    EXPECT_EQ(wayOutOf(trash(lasting.makeFile("two"))), WayOut::deletion);
+    (*disk)->remount("ro");
+    EXPECT_EQ(wayOutOf(kept), WayOut::none) << "which says nothing of a Trash";
+    (*disk)->remount("rw");
+}
+
 TEST_F(RealTrashTests, AVolumeThatDoesNotAnswerHoldsNobodyUp) {
     const auto share = test::SilentShare::make();
     if (!share)
