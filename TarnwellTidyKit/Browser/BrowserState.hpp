@@ -138,6 +138,8 @@ struct BrowserState {
     double nextLook = 0;
     /// Full paths of what went while a scan read: it may have found them before.
     std::set<std::string> goneMeanwhile;
+    /// Full paths of what came back meanwhile: it may have missed them.
+    std::set<std::string> backMeanwhile;
     bool isScanning() const { return scanAwaited != 0; }
 
     // --- How it is shown ------------------------------------------------------------------------------

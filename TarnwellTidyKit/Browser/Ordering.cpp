@@ -81,6 +81,12 @@ std::optional<std::int64_t> changeOf(const BrowserEntry& entry, const std::strin
     return before ? std::optional(entry.sizeFor(choice.mode) - *before) : std::nullopt;
 }
 
+bool passes(const OrderingChoice& choice, std::string_view name) {
+    CaseFolder folder;
+    const std::string filter(folder.fold(choice.filter));
+    return filter.empty() || folder.fold(name).find(filter) != std::string_view::npos;
+}
+
 Ordering ordered(const BrowserEntries& entries, const OrderingChoice& choice, const std::string& place,
                  const CancellationToken& token) {
     constexpr std::uint32_t between = 0xFFFF; // entries, from one look at the token to the next

@@ -59,6 +59,9 @@ struct Ordering {
 Ordering ordered(const BrowserEntries& entries, const OrderingChoice& choice, const std::string& place,
                  const CancellationToken& token = {});
 
+/// Whether the filter leaves a name.
+bool passes(const OrderingChoice& choice, std::string_view name);
+
 /// What the entry has gained since the snapshot; nothing when that does not tell.
 std::optional<std::int64_t> changeOf(const BrowserEntry& entry, const std::string& place,
                                      const OrderingChoice& choice);

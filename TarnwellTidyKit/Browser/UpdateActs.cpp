@@ -27,13 +27,10 @@ std::vector<const FileNode*> actedOn(const BrowserState& state) {
 /// The first lines of a question: the largest items. Puts those first.
 std::vector<std::string> linesOf(const BrowserState& state, std::vector<const FileNode*>& nodes) {
     constexpr std::size_t shown = 6;
-    // Nobody is to wait until all of a million have been looked at.
-    constexpr std::size_t most = 50'000;
     const SizeMode mode = state.choice.mode;
     std::ranges::partial_sort(nodes.begin(),
                               nodes.begin() + static_cast<std::ptrdiff_t>(std::min(shown, nodes.size())),
-                              nodes.begin() + static_cast<std::ptrdiff_t>(std::min(most, nodes.size())),
-                              [mode](const FileNode* a, const FileNode* b) {
+                              nodes.end(), [mode](const FileNode* a, const FileNode* b) {
                                   return a->sizeFor(mode) != b->sizeFor(mode)
                                              ? a->sizeFor(mode) > b->sizeFor(mode)
                                              : a->name() < b->name();

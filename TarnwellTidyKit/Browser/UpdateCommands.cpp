@@ -282,7 +282,7 @@ bool runLook(BrowserState& state, BrowserCommand command) {
 
 /// Asks first when that would leave something half done.
 void leaveProgram(BrowserState& state) {
-    BrowserQuestion question{.title = "Leave? What was begun is brought to its end, the rest is not touched.",
+    BrowserQuestion question{.title = "Leave? The file at hand is dealt with, the rest is not touched.",
                              .leaves = true};
     for (const RunningJob& job : state.running)
         if (job.lane == BrowserLane::act)

@@ -99,6 +99,7 @@ struct Taking {
         state.order = nullptr;
         state.removals = std::move(removals);
         state.goneMeanwhile.clear();
+        const std::set<std::string> back = std::exchange(state.backMeanwhile, {});
         state.rootPath = root.path();
         state.folder = folder != nullptr ? folder : &root;
         while (state.folder->parent() != nullptr && state.removals->isGoneWithItsFolders(*state.folder))
@@ -115,6 +116,30 @@ struct Taking {
                                                                     state.choice.mode, state.snapshotNumber});
         }
         refreshView(state);
+        readUnknown(back, finder);
+    }
+
+    /// What is back, but not in the tree: the nearest folder that is there is read again.
+    void readUnknown(const auto& back, NodeFinder& finder) const {
+        const FileNode* unread = nullptr;
+        for (const std::string& path : back) {
+            if (!liesIn(path, state.rootPath) || finder.find(path) != nullptr)
+                continue;
+            std::string_view above = path;
+            const FileNode* folder = nullptr;
+            while (folder == nullptr && above.size() > state.rootPath.size()) {
+                above = above.substr(0, std::max<std::size_t>(above.rfind('/'), 1));
+                folder = finder.find(above);
+            }
+            // Several are read by the folder that holds them all.
+            if (folder == nullptr)
+                folder = &state.tree->root();
+            while (unread != nullptr && unread != folder && !liesIn(folder->path(), unread->path()))
+                unread = unread->parent();
+            unread = unread != nullptr ? unread : folder;
+        }
+        if (unread != nullptr)
+            scanAgain(state, *unread);
     }
 
     void operator()(BrowserEvents::Ordered& event) const {
@@ -248,11 +273,13 @@ struct Taking {
         if (state.isScanning()) {
             for (const std::string& path : event.back)
                 state.goneMeanwhile.erase(path);
+            for (const std::string& path : event.gone)
+                state.backMeanwhile.erase(path);
             state.goneMeanwhile.insert(event.gone.begin(), event.gone.end());
+            state.backMeanwhile.insert(event.back.begin(), event.back.end());
         }
         if (state.tree == nullptr || (event.gone.empty() && event.back.empty()))
             return;
-        bool isUnknown = false; // back from before this scan
         auto removals = std::make_shared<Removals>(*state.removals);
         NodeFinder finder(state.tree->root());
         const FileNode* nextEntry = nullptr;
@@ -263,8 +290,6 @@ struct Taking {
             if (const FileNode* node = finder.find(path)) {
                 removals->restore(*node);
                 nextEntry = node->parent() == state.folder ? node : nextEntry;
-            } else if (liesIn(path, state.rootPath)) {
-                isUnknown = true;
             }
         state.removals = std::move(removals);
         RemovedNodesQuery gone(state.removals->nodes());
@@ -295,8 +320,8 @@ struct Taking {
         state.wantedEntry = nextEntry;
         relist(state);
         marksChanged(state);
-        if (isUnknown && !state.isScanning())
-            scan(state, state.rootPath);
+        if (!state.isScanning())
+            readUnknown(event.back, finder);
     }
 
     /// What was found, without what is gone; where that is not enough to know, it is searched again.
@@ -356,7 +381,7 @@ struct Taking {
             callOff(state, state.lookAwaited);
             if (state.tree == nullptr) {
                 state.folder = nullptr;
-                discard(state, {std::move(state.live), std::move(state.entries), std::move(state.order)});
+                discard(state, {std::move(state.entries), std::move(state.order)});
                 state.entries = nullptr;
                 state.order = nullptr;
                 state.marks.clear();
@@ -364,6 +389,7 @@ struct Taking {
                 state.rootPath.clear();
                 showView(state, BrowserView::volumes);
             }
+            discard(state, {std::move(state.live)});
             state.live = nullptr;
         } else if (event.id == state.lookAwaited) {
             state.lookAwaited = 0;

@@ -72,6 +72,7 @@ void beginScan(BrowserState& state) {
     state.nextLook = 0;
     state.progress = {};
     state.goneMeanwhile.clear();
+    state.backMeanwhile.clear();
 }
 
 } // namespace
@@ -328,6 +329,12 @@ using namespace BrowserParts;
 
 namespace {
 
+/// Whether the item where one stands is none of the rows that are awaited: one of them will be selected then.
+bool isSelectionStale(const BrowserState& state) {
+    const FileNode* node = state.selectedNode;
+    return node != nullptr && (state.removals->isGone(*node) || !passes(state.choice, node->name()));
+}
+
 /// Whether the key acts on what is not known yet. What was typed ahead behind a filter means the rows that it
 /// leaves; a word that was typed ahead is no row of commands.
 bool mustWait(const BrowserState& state, const KeyPress& press) {
@@ -336,8 +343,22 @@ bool mustWait(const BrowserState& state, const KeyPress& press) {
     if ((state.orderAwaited == 0 && state.lookAwaited == 0) || state.view != BrowserView::list ||
         state.prompt || state.question || state.showsHelp)
         return false;
-    const BrowserCommand command = commandOf(press, state);
-    return command == BrowserCommand::markAll || command == BrowserCommand::range;
+    switch (commandOf(press, state)) {
+    case BrowserCommand::markAll:
+    case BrowserCommand::range:
+        return true;
+    case BrowserCommand::enter:
+    case BrowserCommand::mark:
+    case BrowserCommand::trash:
+    case BrowserCommand::removeForGood:
+    case BrowserCommand::evict:
+    case BrowserCommand::open:
+    case BrowserCommand::reveal:
+    case BrowserCommand::copyPath:
+        return isSelectionStale(state);
+    default:
+        return false;
+    }
 }
 
 } // namespace
