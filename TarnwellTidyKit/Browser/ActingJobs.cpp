@@ -175,7 +175,7 @@ void ActingJobs::operator()(const BrowserJobs::Restore& job) const {
 }
 
 void ActingJobs::operator()(const BrowserJobs::Remove& job) const {
-    Acted acted{.id = context.id, .title = "Delete"};
+    Acted acted{.id = context.id, .title = "Delete", .isForGood = true};
     const std::vector<std::string> paths = mayGo(context, pathsOf(job.items), acted);
     WaysOut waysOut(context.services); // once more: who has asked may have asked long ago
     forEach(context, paths, acted, [&](const TidyContext& commands, const std::string& path) {

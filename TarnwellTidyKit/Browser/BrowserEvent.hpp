@@ -154,6 +154,8 @@ struct Acted {
     std::vector<TidyOutcome> outcomes = {};
     std::vector<std::string> gone = {};
     std::vector<std::string> back = {};
+    /// Whether what is gone lies in no Trash.
+    bool isForGood = false;
     /// What was stored differs from what views show.
     bool changesTrash = false;
 };

@@ -12,6 +12,8 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
+#include <vector>
 
 namespace tarnwell {
 
@@ -27,7 +29,9 @@ public:
     /// Why a node is never moved away, for the user; empty when it may be.
     std::string_view reasonToStay(const FileNode& node) const;
     /// What goes free when these go together. The first call takes one walk over the tree.
-    FreedBytes freedBy(const std::vector<const FileNode*>& nodes) const;
+    /// `deleted` has left the disk since the scan: its links and clones keep nothing any more.
+    FreedBytes freedBy(std::vector<const FileNode*> nodes,
+                       const std::unordered_set<const FileNode*>& deleted = {}) const;
     /// The same items in this tree as are marked in another, or were while this one was scanned, but for
     /// those that have to stay. Of a million this takes a second.
     CarriedMarks carried(Marks marks) const;

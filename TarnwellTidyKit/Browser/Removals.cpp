@@ -35,12 +35,14 @@ void Removals::change(const FileNode& node, int sign) {
     }
 }
 
-void Removals::note(const FileNode& node) {
+void Removals::note(const FileNode& node, bool isForGood) {
     if (nodes_.contains(node))
         return;
     change(node, 1);
     nodes_.insert(node);
     all_.insert(&node);
+    if (isForGood)
+        forGood_.insert(&node);
 }
 
 void Removals::restore(const FileNode& node) {
@@ -48,6 +50,7 @@ void Removals::restore(const FileNode& node) {
         return;
     nodes_.erase(node);
     all_.erase(&node);
+    forGood_.erase(&node);
     change(node, -1);
 }
 

@@ -26,7 +26,8 @@ public:
         std::int64_t directoryCount = 0;
     };
 
-    void note(const FileNode& node);
+    /// What was deleted for good has left the disk; what lies in a Trash takes its space and its links along.
+    void note(const FileNode& node, bool isForGood = false);
     /// The node is back, with what had gone before from inside of it still missing.
     void restore(const FileNode& node);
 
@@ -36,6 +37,7 @@ public:
     bool isEmpty() const { return nodes_.isEmpty(); }
     const RemovedNodes& nodes() const { return nodes_; }
     const std::unordered_set<const FileNode*>& all() const { return all_; }
+    const std::unordered_set<const FileNode*>& forGood() const { return forGood_; }
     /// What is left of these: a folder that has lost something by those of its parts that have not.
     std::vector<const FileNode*> remaining(const std::vector<const FileNode*>& nodes) const;
     /// What found items come to that are still there, without what is undecided.
@@ -52,6 +54,7 @@ private:
 
     RemovedNodes nodes_;
     std::unordered_set<const FileNode*> all_;          // as `nodes_`, which cannot be gone through
+    std::unordered_set<const FileNode*> forGood_;      // of those
     std::unordered_map<const FileNode*, Sums> losses_; // of folders above what went
 };
 

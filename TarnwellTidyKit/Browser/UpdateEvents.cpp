@@ -45,16 +45,16 @@ struct Taking {
     std::shared_ptr<const Removals> removalsIn(const BrowserEvents::ScanEnded& event,
                                                NodeFinder& finder) const {
         auto removals = std::make_shared<Removals>();
-        const auto note = [&](const std::string& path) {
+        const auto note = [&](const std::string& path, bool isForGood) {
             if (const FileNode* node = finder.find(path))
-                removals->note(*node);
+                removals->note(*node, isForGood);
         };
         if (event.part)
             for (const FileNode* gone : state.removals->all())
                 if (const std::string path = gone->path(); !liesIn(path, *event.part))
-                    note(path);
+                    note(path, state.removals->forGood().contains(gone));
         for (const std::string& path : state.goneMeanwhile)
-            note(path);
+            note(path, false);
         return removals;
     }
 
@@ -285,7 +285,7 @@ struct Taking {
         const FileNode* nextEntry = nullptr;
         for (const std::string& path : event.gone)
             if (const FileNode* node = finder.find(path))
-                removals->note(*node);
+                removals->note(*node, event.isForGood);
         for (const std::string& path : event.back)
             if (const FileNode* node = finder.find(path)) {
                 removals->restore(*node);

@@ -214,6 +214,13 @@ TEST(BrowserModelTests, manyEntries) {
     model.work();
     EXPECT_EQ(rowCount(model.state), 1111U);
     EXPECT_EQ(model.state.marks.count(), 1111U);
+    model.type("U<End>");
+    for (const KeyPress& press : MemoryScreen::keys("/<C-u>lar<Enter>d"))
+        update(model.state, press);
+    EXPECT_FALSE(model.state.question) << "what it stood on is no row any more";
+    model.work();
+    ASSERT_TRUE(model.state.question);
+    EXPECT_TRUE(model.state.question->lines.at(0).ends_with("large"));
 }
 
 TEST(BrowserModelTests, marksAreASet) {
@@ -280,6 +287,20 @@ TEST(BrowserModelTests, lateAnswers) {
     EXPECT_TRUE(model.state.question) << "called off";
     typeAhead("n");
     model.work();
+    // What comes back while a folder is read again, behind the reader's back.
+    model.home.makeFile("files/other");
+    model.type("r<End>dy");
+    ASSERT_EQ(rowCount(model.state), 1U);
+    typeAhead("ru");
+    while (model.state.backMeanwhile.empty())
+        ASSERT_TRUE(model.answer(static_cast<std::size_t>(BrowserLane::act)));
+    fs::rename(model.path("files/other"), model.path("aside"));
+    while (!model.state.backMeanwhile.empty())
+        ASSERT_TRUE(model.answer(static_cast<std::size_t>(BrowserLane::look)));
+    fs::rename(model.path("aside"), model.path("files/other"));
+    model.work();
+    EXPECT_EQ(rowCount(model.state), 2U);
+    model.type("<End>dy");
     // The folder that one has gone into meanwhile goes to the Trash.
     model.type("<Esc>");
     for (int number = 0; number < 4100; ++number)
@@ -454,6 +475,20 @@ TEST(BrowserModelTests, whatHasGoneIsCountedNowhere) {
     model.type("w");
     for (const ScanSnapshot& snapshot : model.services.snapshotStore()->list())
         EXPECT_EQ(snapshot.totalSize, 3'000'000);
+    // The other link of a file that has left the disk is its last one.
+    const fs::path first = model.home.makeFile("files/links/first", 8192);
+    fs::create_hard_link(first, model.path("files/links/second"));
+    model.type("Ur");
+    model.services.wayOutOf = [](const fs::path&) { return WayOut::deletion; };
+    const FileNode* linked = model.state.tree->root().node("links/first");
+    BrowserParts::visit(model.state, linked->parent(), linked);
+    model.work();
+    model.type("D");
+    model.type("delete<Enter>");
+    ASSERT_FALSE(fs::exists(first));
+    model.type("<Home> ");
+    EXPECT_EQ(model.state.freed.value->atLeast, 8192);
+    EXPECT_TRUE(model.state.freed.value->reasons.empty());
 }
 
 // The end of the program: steps are whole, and what has not begun is left as it is.
