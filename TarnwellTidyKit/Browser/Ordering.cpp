@@ -16,11 +16,17 @@ namespace {
 constexpr std::array<std::string_view, sortKeyCount> names = {
     "size", "name", "items", "modified", "apparent", "allocated", "reclaimable", "change"};
 
-/// What decides, as one number: a larger one comes first.
+/// What decides, as one number: a larger one comes first. In two halves, or four bytes more would be lost.
 struct Item {
-    std::uint64_t key;
+    std::uint32_t high;
+    std::uint32_t low;
     std::uint32_t index;
+
+    Item(std::uint64_t key, std::uint32_t entry)
+        : high(static_cast<std::uint32_t>(key >> 32)), low(static_cast<std::uint32_t>(key)), index(entry) {}
+    std::uint64_t key() const { return std::uint64_t{high} << 32 | low; }
 };
+static_assert(sizeof(Item) == 12);
 
 std::uint64_t descending(std::int64_t value) {
     return static_cast<std::uint64_t>(value) ^ (std::uint64_t{1} << 63);
@@ -112,13 +118,13 @@ Ordering ordered(const BrowserEntries& entries, const OrderingChoice& choice, co
         if (!entry.flags.contains(FileNodeFlags::hardlinkDuplicate))
             result.total += size;
         (choice.sort.foldersFirst && entry.isDirectory ? folders : items)
-            .push_back({keyOf(entry, choice, place), index});
+            .emplace_back(keyOf(entry, choice, place), index);
     }
     const auto put = [&](std::vector<Item>& group) {
         const bool isByName = choice.sort.key == SortKey::name;
         const auto precedes = [&](const Item& a, const Item& b) {
-            if (a.key != b.key)
-                return a.key > b.key;
+            if (a.key() != b.key())
+                return a.key() > b.key();
             if (isByName) {
                 const std::string_view one = entries.at(a.index).name;
                 const std::string_view other = entries.at(b.index).name;

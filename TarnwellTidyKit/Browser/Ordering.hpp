@@ -2,7 +2,7 @@
 
 // In which order the entries of a folder are shown, and which of them.
 //
-// A folder may hold a million entries. An order takes 4 bytes an entry; while it is made, 16 more.
+// A folder may hold a million entries. An order takes 4 bytes an entry; while it is made, 12 more.
 
 #include "TarnwellCore/Scanning/CancellationToken.hpp"
 #include "TarnwellCore/Scanning/SizeMode.hpp"
