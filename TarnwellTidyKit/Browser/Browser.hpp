@@ -41,9 +41,9 @@ struct BrowserSetup {
 };
 
 /// Returns when the user leaves, the terminal is gone or the program is asked to end, with the exit status:
-/// 0, or 128 and the number of the signal that asked. The step at hand of what is being changed then is brought
-/// to its end (a move whole; of a folder that is deleted for good, the entry), and the program counts as
-/// interrupted if there was one.
+/// 0, or 128 and the number of the signal that asked. The step at hand of what is being changed then is
+/// brought to its end (a move whole; of a folder that is deleted for good, the entry), and the program counts
+/// as interrupted if there was one.
 int runBrowser(Screen& screen, const BrowserSetup& setup);
 
 } // namespace tarnwell

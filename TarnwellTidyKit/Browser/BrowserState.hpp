@@ -182,8 +182,6 @@ struct BrowserState {
     /// The tile where one stands: a place in the map.
     std::size_t tile = 0;
     Loaded<ReportFigures> figures;
-    /// What the names of `found` were asked for.
-    std::vector<TextCondition> foundNames;
     Loaded<FoundItems> found;
     std::string foundText;
     /// What was searched for below which folder; nothing for what a rule matches.

@@ -138,7 +138,6 @@ void enterRow(BrowserState& state) {
                         items.nodes.push_back(node);
                 }
                 state.foundText = "rule " + rule.name;
-                state.foundNames.clear();
                 showView(state, BrowserView::found);
                 return;
             }
@@ -297,7 +296,6 @@ void leaveProgram(BrowserState& state) {
 
 void findBy(BrowserState& state, SearchConditions conditions, std::string text) {
     conditions.sizeMode = state.choice.mode;
-    state.foundNames = conditions.names;
     callOff(state, state.found.awaited);
     state.found.forget();
     state.foundText = std::move(text);

@@ -98,7 +98,8 @@ void drawMarked(Sheet& sheet, const BrowserState& state) {
 
 /// Where there is room left: what takes most of the space in a folder.
 void drawLargest(Sheet& sheet, const BrowserState& state, const FileNode& folder) {
-    constexpr std::size_t most = 1000; // of a folder's entries, the largest by apparent size; more cannot be seen
+    constexpr std::size_t most =
+        1000; // of a folder's entries, the largest by apparent size; more cannot be seen
     if (!folder.isDirectory() || folder.children().empty() || sheet.room() < 5)
         return;
     const SizeMode mode = state.choice.mode;

@@ -74,7 +74,8 @@ void drawFound(const Pane& pane) {
         state.foundText + ": " + countedText(totals.count, "match", "matches") + ", " + sizeText(size);
     if (totals.count > static_cast<std::int64_t>(state.found.value->nodes.size()))
         head += ", the largest are shown";
-    drawFiles(pane, state.found.value->nodes, head, state.foundNames);
+    drawFiles(pane, state.found.value->nodes, head,
+              state.foundBy ? state.foundBy->names : std::vector<TextCondition>());
 }
 
 } // namespace tarnwell
