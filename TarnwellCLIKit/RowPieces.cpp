@@ -32,6 +32,8 @@ public:
             TextOutput output(inTurn);
             output.reserve([] { return std::size_t{0}; });
             while (const RowPiece piece = take(index)) {
+                if (index == 0)
+                    output.text() += parts_.head;
                 piece(output);
                 output.handOn();
                 await(index); // a piece without a text has its turn, too
@@ -88,15 +90,20 @@ private:
     std::exception_ptr failure_;
 };
 
+/// On this thread alone.
+void append(const ListingParts& parts, TextOutput& output) {
+    output.text() += parts.head;
+    for (std::size_t first = 0; first < parts.rowCount; first += ListingParts::pieceRows)
+        parts.piece(first, std::min(first + ListingParts::pieceRows, parts.rowCount))(output);
+    output.text() += parts.tail;
+}
+
 } // namespace
 
 std::string wholeListing(const ListingParts& parts) {
     TextOutput output;
     output.reserve([&] { return parts.head.size() + parts.longest() + parts.tail.size(); });
-    output.text() += parts.head;
-    for (std::size_t first = 0; first < parts.rowCount; first += ListingParts::pieceRows)
-        parts.piece(first, std::min(first + ListingParts::pieceRows, parts.rowCount))(output);
-    output.text() += parts.tail;
+    append(parts, output);
     return output.finish();
 }
 
@@ -106,8 +113,13 @@ void handOnListing(const ListingParts& parts, const TextSink& sink) {
     const std::size_t pieces = (parts.rowCount + ListingParts::pieceRows - 1) / ListingParts::pieceRows;
     const std::size_t threads =
         std::min({pieces, mostThreads, static_cast<std::size_t>(std::max(activeProcessorCount(), 1))});
-    if (!parts.head.empty())
-        sink(parts.head);
+    if (threads < 2) {
+        TextOutput output(sink);
+        output.reserve([] { return std::size_t{0}; });
+        append(parts, output);
+        output.finish();
+        return;
+    }
     Turns turns(parts, sink);
     WorkerThreads([&](WorkerThreads::Place) { turns.work(); }).run(static_cast<int>(threads));
     turns.rethrowFailure();
