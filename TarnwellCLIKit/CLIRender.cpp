@@ -111,7 +111,7 @@ void writeRows(TextOutput& output, std::span<const CLIListedNode> rows, NameStyl
     }
 }
 
-ListingParts partsOf(const CLIListedScan& scan, NameStyle style) {
+ListingParts textParts(const CLIListedScan& scan, NameStyle style) {
     const std::span<const CLIListedNode> rows = scan.children;
     return {.head = {},
             .tail = sizeText(scan.selectedTotal).append(totalEnd),
@@ -163,11 +163,11 @@ CLIListedScan listedScan(const FileNode& root, SizeMode mode, std::int64_t depth
 }
 
 std::string human(const CLIListedScan& scan, NameStyle style) {
-    return wholeListing(partsOf(scan, style));
+    return wholeListing(textParts(scan, style));
 }
 
 void human(const CLIListedScan& scan, const TextSink& sink, NameStyle style) {
-    handOnListing(partsOf(scan, style), sink);
+    handOnListing(textParts(scan, style), sink);
 }
 
 std::string humanListing(const FileNode& root, SizeMode mode, std::int64_t depth,

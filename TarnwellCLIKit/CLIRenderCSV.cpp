@@ -102,7 +102,7 @@ void writeRows(TextOutput& output, std::span<const CLIListedNode> rows) {
 }
 
 template <class Form>
-ListingParts partsOf(const CLIListedScan& scan) {
+ListingParts csvParts(const CLIListedScan& scan) {
     const std::span<const CLIListedNode> rows = scan.children;
     return {.head = std::string(header),
             .tail = {},
@@ -115,18 +115,18 @@ ListingParts partsOf(const CLIListedScan& scan) {
             .longest = [rows] { return longestRows<Form>(rows); }};
 }
 
-ListingParts partsOf(const CLIListedScan& scan, NameStyle style) {
-    return style == NameStyle::harmless ? partsOf<HarmlessFieldForm>(scan) : partsOf<FieldForm>(scan);
+ListingParts csvParts(const CLIListedScan& scan, NameStyle style) {
+    return style == NameStyle::harmless ? csvParts<HarmlessFieldForm>(scan) : csvParts<FieldForm>(scan);
 }
 
 } // namespace
 
 std::string csv(const CLIListedScan& scan, NameStyle style) {
-    return wholeListing(partsOf(scan, style));
+    return wholeListing(csvParts(scan, style));
 }
 
 void csv(const CLIListedScan& scan, const TextSink& sink, NameStyle style) {
-    handOnListing(partsOf(scan, style), sink);
+    handOnListing(csvParts(scan, style), sink);
 }
 
 } // namespace tarnwell::CLIRender

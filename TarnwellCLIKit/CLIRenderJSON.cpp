@@ -166,7 +166,7 @@ std::string behindRows(const CLIListedScan& scan) {
     return text;
 }
 
-ListingParts partsOf(const CLIListedScan& scan) {
+ListingParts jsonParts(const CLIListedScan& scan) {
     return {.head = beforeRows(),
             .tail = behindRows(scan),
             .rowCount = scan.children.size(),
@@ -182,16 +182,16 @@ ListingParts partsOf(const CLIListedScan& scan) {
 } // namespace
 
 std::string json(const CLIListedScan& scan, NameStyle style) {
-    std::string document = wholeListing(partsOf(scan));
+    std::string document = wholeListing(jsonParts(scan));
     return style == NameStyle::harmless ? harmlessJSON(document) : document;
 }
 
 void json(const CLIListedScan& scan, const TextSink& sink, NameStyle style) {
     if (style == NameStyle::verbatim) {
-        handOnListing(partsOf(scan), sink);
+        handOnListing(jsonParts(scan), sink);
         return;
     }
-    handOnListing(partsOf(scan), [&](std::string_view piece) { sink(harmlessJSON(piece)); });
+    handOnListing(jsonParts(scan), [&](std::string_view piece) { sink(harmlessJSON(piece)); });
 }
 
 } // namespace tarnwell::CLIRender
