@@ -24,7 +24,8 @@ CLIListedScan listedScan(const FileNode& root, SizeMode mode, std::int64_t depth
                          std::optional<std::int64_t> top);
 
 // Each document is to be had whole, or in pieces that `sink` gets while it is written: in order and one at a
-// time, but a long listing's from several threads. Whatever `sink` throws comes out. With `NameStyle::verbatim`, names and paths go out byte for byte.
+// time, but a long listing's from several threads. Whatever `sink` throws comes out. With
+// `NameStyle::verbatim`, names and paths go out byte for byte.
 
 /// One line a row: size, share, indented name; then the total.
 std::string human(const CLIListedScan& scan, NameStyle style = NameStyle::verbatim);

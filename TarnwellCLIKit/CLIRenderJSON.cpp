@@ -170,8 +170,8 @@ ListingParts jsonParts(const CLIListedScan& scan) {
     return {.head = beforeRows(),
             .tail = behindRows(scan),
             .rowCount = scan.children.size(),
-            .piece = [place = std::make_shared<RowPlace>(scan.children)](std::size_t first,
-                                                                         std::size_t last) -> RowPiece {
+            .piece = [place = std::make_shared<RowPlace>(RowPlace{scan.children, 0, {}})](
+                         std::size_t first, std::size_t last) -> RowPiece {
                 place->moveTo(first);
                 return
                     [start = *place, last](TextOutput& output) { RowWriter(output, start).writeRows(last); };

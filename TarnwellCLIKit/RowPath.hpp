@@ -51,11 +51,8 @@ class RowPath {
 public:
     /// Makes this the path of another row. Fastest from a row to its child or to its next sibling.
     void moveTo(const FileNode& node) {
-        if (!RowPathParts::returnToParent(levels_, node)) {
-            text_.clear();
-            const bool isRemarkable = Form::append(text_, RowPathParts::pathBeforeName(node));
-            levels_.push_back({node.parent(), text_.size(), isRemarkable});
-        }
+        if (!RowPathParts::returnToParent(levels_, node))
+            enterFolders(node);
         text_.resize(levels_.back().length);
         text_ += '/';
         nameStart_ = text_.size();
@@ -71,6 +68,28 @@ public:
     bool nameIsRemarkable() const { return nameIsRemarkable_; }
 
 private:
+    /// Enters all folders above a node at once: in a deep chain rows may follow that lie in any of them.
+    void enterFolders(const FileNode& node) {
+        std::vector<const FileNode*> folders;
+        for (const FileNode* above = node.parent(); above != nullptr; above = above->parent())
+            folders.push_back(above);
+        text_.clear();
+        if (folders.empty()) {
+            levels_.push_back({nullptr, 0, false});
+            return;
+        }
+        std::string root = folders.back()->path();
+        if (root.ends_with('/'))
+            root.pop_back();
+        bool isRemarkable = Form::append(text_, root);
+        levels_.push_back({folders.back(), text_.size(), isRemarkable});
+        for (auto folder = folders.rbegin() + 1; folder != folders.rend(); ++folder) {
+            text_ += '/';
+            isRemarkable = Form::append(text_, (*folder)->name()) || isRemarkable;
+            levels_.push_back({*folder, text_.size(), isRemarkable});
+        }
+    }
+
     std::string text_;
     std::size_t nameStart_ = 0;
     bool nameIsRemarkable_ = false;

@@ -28,7 +28,7 @@ struct ListingParts {
     std::size_t rowCount = 0;
     /// The piece for the rows from `first` to before `last`. Called by one thread at a time, in order.
     std::function<RowPiece(std::size_t first, std::size_t last)> piece;
-    /// No text is longer than this, and none much shorter, in bytes.
+    /// The text of all rows is no longer than this, and not much shorter, in bytes.
     std::function<std::size_t()> longest;
 };
 

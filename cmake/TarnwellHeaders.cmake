@@ -11,7 +11,8 @@ set(TarnwellCore_INSIDE
   Classification/UTTypeCache
   Layout/ChildWeights Layout/SizeOrder Layout/SliceLayout
   Scanning/DirectoryReader Scanning/ExclusionIndex Scanning/FolderHandle Scanning/FolderPaths
-  Scanning/HardlinkRegistry Scanning/LiveBatch Scanning/NodeFetch Scanning/NodeSorter Scanning/PathMetadata Scanning/PathStep
+  Scanning/HardlinkRegistry Scanning/LiveBatch Scanning/NodeFetch Scanning/NodeRuns
+  Scanning/NodeSorter Scanning/PathMetadata Scanning/PathStep
   Scanning/ScanEngine Scanning/ScanQueue Scanning/ScanWorker Scanning/SharedFolder Scanning/TreeAggregation
   Scanning/TreeGraft
   Snapshots/EscapedPath Snapshots/SnapshotCoding

@@ -8,6 +8,7 @@
 #include "TarnwellTidyKit/Screen/TerminalSignals.hpp"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -43,6 +44,10 @@ extern "C" void showKeptErrors() {
         for (char& byte : std::span(bytes, static_cast<std::size_t>(count)))
             if (byte != '\n' && (byte < ' ' || byte > '~'))
                 byte = ' ';
+        // A terminal that takes nothing is not waited for.
+        pollfd writable = {.fd = to, .events = POLLOUT, .revents = 0};
+        if (::poll(&writable, 1, 100) != 1)
+            return;
         if (::write(to, bytes, static_cast<std::size_t>(count)) != count)
             return;
         place += count;

@@ -78,14 +78,18 @@ public:
           isWhole_(isWhole),
           selectedNames_(index.names().size()),
           selectedLinks_(index.bodies().size()),
+          goneNames_(index.names().size()),
+          goneLinks_(index.bodies().size()),
           fates_(index.bodies().size(), Fate::stays),
           told_(index.bodies().size()) {}
 
     static_assert(texts.size() <= 8, "a bit for each reason");
 
-    FreedBytes run(std::span<const FileNode* const> nodes) {
+    FreedBytes run(std::span<const FileNode* const> nodes, std::span<const FileNode* const> gone) {
         for (const FileNode* node : outermost(nodes))
             select(*node);
+        for (const FileNode* node : outermost(gone))
+            leaveOut(*node);
         for (const std::uint32_t body : touched_)
             settle(body);
         sweepIslands();
@@ -145,6 +149,23 @@ private:
         }
     }
 
+    void leaveOut(const FileNode& top) {
+        const SharingIndex::Range range = index_.namesBelow(top);
+        for (std::uint32_t number = range.first; number < range.end; ++number)
+            if (const std::uint32_t body = index_.names()[number].body;
+                body != SharingIndex::none && !selectedNames_[number] && !goneNames_[number]) {
+                goneNames_[number] = true;
+                ++goneLinks_[body];
+            }
+    }
+
+    /// Whether all links of a body have gone before.
+    bool isGone(std::uint32_t number) const {
+        const SharingIndex::Body& body = index_.bodies()[number];
+        return goneLinks_[number] > 0 && goneLinks_[number] >= body.knownLinks &&
+               body.knownLinks >= body.links;
+    }
+
     void selectFolder(const FileNode& folder) {
         if (!folder.flags.contains(FileNodeFlags::collapsed)) {
             note(FreedSpaceReason::unseen, 0);
@@ -158,11 +179,12 @@ private:
 
     void settle(std::uint32_t number) {
         const SharingIndex::Body& body = index_.bodies()[number];
-        if (selectedLinks_[number] < body.knownLinks) {
+        if (selectedLinks_[number] + goneLinks_[number] < body.knownLinks) {
             FreedBytes::Reason& reason = note(FreedSpaceReason::linksElsewhere, body.allocated);
             for (std::uint32_t name = body.firstName; name != SharingIndex::none;
                  name = index_.names()[name].nextName)
-                if (!selectedNames_[name] && reason.elsewhere.size() < FreedBytes::largestNamedCount)
+                if (!selectedNames_[name] && !goneNames_[name] &&
+                    reason.elsewhere.size() < FreedBytes::largestNamedCount)
                     reason.elsewhere.push_back(index_.names()[name].node);
             return;
         }
@@ -218,6 +240,8 @@ private:
                 else if (goers == users)
                     unsure += length;
             }
+            if (isGone(edge.body))
+                continue;
             const int step = edge.isEnd ? -1 : 1;
             const Fate fate = fates_[edge.body];
             users += step;
@@ -240,6 +264,7 @@ private:
         struct Count {
             std::uint32_t goers = 0;
             std::uint32_t sureGoers = 0;
+            std::uint32_t gone = 0;
         };
         std::unordered_map<std::uint32_t, Count> counts;
         for (const std::uint32_t number : touched_) {
@@ -249,20 +274,24 @@ private:
             ++counts[group].goers;
             counts[group].sureGoers += fates_[number] == Fate::goes ? 1 : 0;
         }
+        for (std::uint32_t number = 0; number < goneLinks_.size(); ++number)
+            if (const auto count = counts.find(index_.bodies()[number].cloneGroup);
+                count != counts.end() && isGone(number))
+                ++count->second.gone;
         // A clone that was changed has no identifier in common with the others any more, and yet uses blocks
         // of theirs.
         const bool mayHaveChangedClones =
             !isWhole_ || !std::ranges::all_of(index_.changedClones(), [this](std::uint32_t body) {
-                return fates_[body] == Fate::goes;
+                return fates_[body] == Fate::goes || isGone(body);
             });
         for (const auto& [number, count] : counts) {
             const SharingIndex::CloneGroup& group = index_.cloneGroups()[number];
-            if (count.goers < group.known) {
+            if (count.goers + count.gone < group.known) {
                 note(FreedSpaceReason::sharedElsewhere, group.length, count.goers);
                 continue;
             }
             freed_.atMost += group.length;
-            if (count.sureGoers >= group.references && !mayHaveChangedClones)
+            if (count.sureGoers + count.gone >= group.references && !mayHaveChangedClones)
                 freed_.atLeast += group.length;
             else
                 note(FreedSpaceReason::sharersUnknown, group.length, count.goers);
@@ -273,8 +302,10 @@ private:
     const bool isWhole_;
     std::vector<bool> selectedNames_;
     std::vector<std::uint32_t> selectedLinks_; // by body
-    std::vector<Fate> fates_;                  // by body
-    std::vector<std::uint8_t> told_;           // by body: for which reasons it has been counted, as bits
+    std::vector<bool> goneNames_;
+    std::vector<std::uint32_t> goneLinks_; // by body, of those that are not selected
+    std::vector<Fate> fates_;              // by body
+    std::vector<std::uint8_t> told_;       // by body: for which reasons it has been counted, as bits
     std::vector<std::uint32_t> touched_;
     std::array<FreedBytes::Reason, texts.size()> reasons_ = {};
     FreedBytes freed_;
@@ -297,8 +328,9 @@ FreedSpace::~FreedSpace() = default;
 FreedSpace::FreedSpace(FreedSpace&&) noexcept = default;
 FreedSpace& FreedSpace::operator=(FreedSpace&&) noexcept = default;
 
-FreedBytes FreedSpace::of(std::span<const FileNode* const> nodes) const {
-    return Reckoning(index_->sharing, index_->isWhole).run(nodes);
+FreedBytes FreedSpace::of(std::span<const FileNode* const> nodes,
+                          std::span<const FileNode* const> gone) const {
+    return Reckoning(index_->sharing, index_->isWhole).run(nodes, gone);
 }
 
 } // namespace tarnwell

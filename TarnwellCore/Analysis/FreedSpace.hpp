@@ -90,7 +90,9 @@ public:
 
     /// Of these nodes of the tree together; what lies below another of them counts once, as does what is
     /// named twice.
-    FreedBytes of(std::span<const FileNode* const> nodes) const;
+    /// `gone` has left the disk since the scan, with all that it held: it adds nothing, and none of its links
+    /// and clones keeps anything of the others.
+    FreedBytes of(std::span<const FileNode* const> nodes, std::span<const FileNode* const> gone = {}) const;
 
 private:
     struct Index;

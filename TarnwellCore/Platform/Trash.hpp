@@ -1,7 +1,6 @@
 #pragma once
 
-// The platform's Trash: moving one item there, and the folders in which such items lie
-// afterwards.
+// The platform's Trash: moving one item there, and the folders in which such items lie afterwards.
 
 #include <sys/types.h>
 

@@ -48,20 +48,12 @@ std::string_view BrowserTree::reasonToStay(const FileNode& node) const {
     return found == protected_.end() ? std::string_view() : found->second;
 }
 
-FreedBytes BrowserTree::freedBy(std::vector<const FileNode*> nodes,
+FreedBytes BrowserTree::freedBy(const std::vector<const FileNode*>& nodes,
                                 const std::unordered_set<const FileNode*>& deleted) const {
     const std::lock_guard guard(mutex_);
     if (!freed_)
         freed_ = std::make_unique<const FreedSpace>(scan_);
-    if (deleted.empty())
-        return freed_->of(nodes);
-    // What both free together, less what has been freed already.
-    const FreedBytes before = freed_->of(std::vector(deleted.begin(), deleted.end()));
-    nodes.insert(nodes.end(), deleted.begin(), deleted.end());
-    FreedBytes bytes = freed_->of(nodes);
-    bytes.atLeast = std::max<std::int64_t>(bytes.atLeast - before.atMost, 0);
-    bytes.atMost = std::max<std::int64_t>(bytes.atMost - before.atLeast, 0);
-    return bytes;
+    return freed_->of(nodes, std::vector(deleted.begin(), deleted.end()));
 }
 
 CarriedMarks BrowserTree::carried(Marks marks) const {

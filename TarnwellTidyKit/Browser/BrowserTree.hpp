@@ -30,7 +30,7 @@ public:
     std::string_view reasonToStay(const FileNode& node) const;
     /// What goes free when these go together. The first call takes one walk over the tree.
     /// `deleted` has left the disk since the scan: its links and clones keep nothing any more.
-    FreedBytes freedBy(std::vector<const FileNode*> nodes,
+    FreedBytes freedBy(const std::vector<const FileNode*>& nodes,
                        const std::unordered_set<const FileNode*>& deleted = {}) const;
     /// The same items in this tree as are marked in another, or were while this one was scanned, but for
     /// those that have to stay. Of a million this takes a second.

@@ -235,8 +235,7 @@ void LookingJobs::operator()(const BrowserJobs::Freed& job) const {
     std::vector<const FileNode*> nodes = job.marks.nodes();
     if (!job.removals->isEmpty())
         nodes = job.removals->remaining(nodes);
-    context.post(
-        BrowserEvents::Freed{context.id, job.tree->freedBy(std::move(nodes), job.removals->forGood())});
+    context.post(BrowserEvents::Freed{context.id, job.tree->freedBy(nodes, job.removals->forGood())});
 }
 
 void LookingJobs::operator()(const BrowserJobs::Figures& job) const {

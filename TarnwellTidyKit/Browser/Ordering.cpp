@@ -87,7 +87,9 @@ std::optional<std::int64_t> changeOf(const BrowserEntry& entry, const std::strin
     return before ? std::optional(entry.sizeFor(choice.mode) - *before) : std::nullopt;
 }
 
-bool passes(const OrderingChoice& choice, std::string_view name) {
+bool passes(const OrderingChoice& choice, std::string_view name, FileNodeFlags flags) {
+    if (!choice.showsHidden && flags.contains(FileNodeFlags::hidden))
+        return false;
     CaseFolder folder;
     const std::string filter(folder.fold(choice.filter));
     return filter.empty() || folder.fold(name).find(filter) != std::string_view::npos;

@@ -59,8 +59,8 @@ struct Ordering {
 Ordering ordered(const BrowserEntries& entries, const OrderingChoice& choice, const std::string& place,
                  const CancellationToken& token = {});
 
-/// Whether the filter leaves a name.
-bool passes(const OrderingChoice& choice, std::string_view name);
+/// Whether an entry is among the rows, by its name and flags.
+bool passes(const OrderingChoice& choice, std::string_view name, FileNodeFlags flags);
 
 /// What the entry has gained since the snapshot; nothing when that does not tell.
 std::optional<std::int64_t> changeOf(const BrowserEntry& entry, const std::string& place,

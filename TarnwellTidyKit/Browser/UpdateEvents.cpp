@@ -391,13 +391,19 @@ struct Taking {
             }
             discard(state, {std::move(state.live)});
             state.live = nullptr;
+            if (state.tree != nullptr) {
+                NodeFinder finder(state.tree->root());
+                readUnknown(std::exchange(state.backMeanwhile, {}), finder);
+            }
         } else if (event.id == state.lookAwaited) {
             state.lookAwaited = 0;
+            state.held.clear();
         } else if (event.id == state.waysOutAwaited) {
             state.waysOutAwaited = 0;
             state.held.clear();
         } else if (event.id == state.orderAwaited) {
             state.orderAwaited = 0;
+            state.held.clear();
         } else if (!fail(state.freed) && !fail(state.map) && !fail(state.figures) && !fail(state.found) &&
                    !fail(state.findings) && !fail(state.rules) && !fail(state.tried) &&
                    !fail(state.duplicates) && !fail(state.changes) && !fail(state.volumes) &&

@@ -72,7 +72,7 @@ void beginScan(BrowserState& state) {
     state.nextLook = 0;
     state.progress = {};
     state.goneMeanwhile.clear();
-    state.backMeanwhile.clear();
+    state.wantedRoot.clear();
 }
 
 } // namespace
@@ -93,8 +93,10 @@ void takeLook(BrowserState& state, BrowserEvents::Looked& event) {
     // time.
     constexpr double pause = 20;
     state.nextLook = state.progress.elapsed + pause * event.seconds;
-    if (event.entries == nullptr)
+    if (event.entries == nullptr) {
+        state.held.clear(); // they meant rows that there are not
         return;
+    }
     state.entries = std::move(event.entries);
     if (state.folder == nullptr)
         state.folder = state.entries->folder().node;
@@ -125,7 +127,6 @@ void leaveTree(BrowserState& state) {
 
 void scan(BrowserState& state, const std::string& folder) {
     beginScan(state);
-    state.wantedRoot.clear();
     if (state.tree == nullptr) {
         leaveTree(state);
         state.rootPath = folder;
@@ -332,7 +333,8 @@ namespace {
 /// Whether the item where one stands is none of the rows that are awaited: one of them will be selected then.
 bool isSelectionStale(const BrowserState& state) {
     const FileNode* node = state.selectedNode;
-    return node != nullptr && (state.removals->isGone(*node) || !passes(state.choice, node->name()));
+    return node != nullptr &&
+           (state.removals->isGone(*node) || !passes(state.choice, node->name(), node->flags));
 }
 
 /// Whether the key acts on what is not known yet. What was typed ahead behind a filter means the rows that it
