@@ -87,7 +87,7 @@ TEST(BrowserTests, screens) {
         {"outcomes", " dyu<S-Tab>"},
         {"help", "?"},
         {"help-small", "?jj", {40, 10}},
-        {"trash", "dyjdy<S-Tab><S-Tab>"}, // and so the last
+        {"trash", "dy<S-Tab><S-Tab>"}, // and so the last
     };
     CleanupRule rule;
     rule.id = "one";
