@@ -59,12 +59,16 @@ public:
         scan_.root = builder_.finish();
     }
 
-    FreedBytes of(const std::vector<std::string>& paths, bool holdsAll) const {
+    FreedBytes of(const std::vector<std::string>& paths, bool holdsAll,
+                  const std::vector<std::string>& gone = {}) const {
         const FreedSpace freedSpace(scan_, [&](const std::string&) { return holdsAll; });
-        std::vector<const FileNode*> nodes;
-        for (const std::string& path : paths)
-            nodes.push_back(scan_.root->node("/r/" + path));
-        return freedSpace.of(nodes);
+        const auto nodes = [&](const std::vector<std::string>& named) {
+            std::vector<const FileNode*> found;
+            for (const std::string& path : named)
+                found.push_back(scan_.root->node("/r/" + path));
+            return found;
+        };
+        return freedSpace.of(nodes(paths), nodes(gone));
     }
 
 private:
@@ -89,6 +93,7 @@ TEST(FreedSpace, TellsWhatGoesTogetherAndWhyNotMore) {
         std::vector<std::string> paths;
         std::int64_t atLeast, atMost;
         std::vector<FreedSpaceReason> reasons;
+        std::vector<std::string> gone = {};
     };
     const Case cases[] = {
         {{}, 0, 0, {}},
@@ -109,11 +114,17 @@ TEST(FreedSpace, TellsWhatGoesTogetherAndWhyNotMore) {
         {{"e/held by a snapshot"}, 20, 100, {sharersUnknown}},
         {{"e/Package.app"}, 0, 500, {onlySums}},
         {{"d"}, 30 + 100, 100 + 100 + 100, {sharersUnknown, storedOtherwise, placeholder, unseen}},
+        // What has left the disk before keeps nothing, and adds nothing.
+        {{"b/link"}, 100, 100, {}, {"a"}},
+        {{"a/clone"}, 40, 100, {sharersUnknown}, {"b/clone"}},
+        {{"c/twin"}, 10, 100, {sharersUnknown}, {"c/twin 2"}},
+        {{"d/plain"}, 100, 100, {}, {"a", "c", "e", "d/compressed"}},
+        {{"a/link outside"}, 0, 100, {linksOutside}, {"b"}},
     };
     const Tree tree;
     for (const Case& each : cases) {
         SCOPED_TRACE(each.paths.empty() ? "nothing" : each.paths.front());
-        const FreedBytes freed = tree.of(each.paths, true);
+        const FreedBytes freed = tree.of(each.paths, true, each.gone);
         EXPECT_EQ(freed.atLeast, each.atLeast);
         EXPECT_EQ(freed.atMost, each.atMost);
         std::vector<FreedSpaceReason> reasons;
