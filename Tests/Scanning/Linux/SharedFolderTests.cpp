@@ -145,7 +145,8 @@ TEST_F(SharedFolders, AreWhatOneWorkerMakesOfThem) {
                 const ScanResult result = scan(workers, table, options, true, live);
                 EXPECT_EQ(describeTree(*result.root), expected) << workers;
                 EXPECT_EQ(result.stats, alone.stats);
-                EXPECT_GT(askers.size(), 1u) << "nothing was shared";
+                // Where nobody is late, one worker may be done before another looks.
+                EXPECT_TRUE(askers.size() > 1 || &delay != &delays[1]) << "nothing was shared";
                 const auto page = live->look();
                 ASSERT_TRUE(page);
                 EXPECT_EQ(page->folder.bytes.size, alone.root->size);
