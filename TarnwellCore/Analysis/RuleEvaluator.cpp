@@ -4,6 +4,7 @@
 #include "TarnwellCore/Classification/PathUtil.hpp"
 #include "TarnwellCore/Platform/NameForms.hpp"
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
+#include "TarnwellCore/Scanning/NodeFetch.hpp"
 #include "TarnwellCore/Scanning/ScanError.hpp"
 
 #include <algorithm>
@@ -186,11 +187,8 @@ public:
             }
             const FileNode& node = **frame.next++;
             // Siblings lie anywhere in memory: fetch those to come while this one is tested.
-            if (frame.end - frame.next >= prefetchDistance) {
-                const auto* ahead = reinterpret_cast<const std::byte*>(frame.next[prefetchDistance - 1]);
-                __builtin_prefetch(ahead);
-                __builtin_prefetch(ahead + 64);
-            }
+            if (frame.end - frame.next >= prefetchDistance)
+                fetchSoon(frame.next[prefetchDistance - 1]);
             visit(node, frame.record);
         }
         return std::move(matches_);

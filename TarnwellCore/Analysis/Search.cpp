@@ -2,23 +2,31 @@
 
 #include "TarnwellCore/Analysis/SearchMatcher.hpp"
 #include "TarnwellCore/Scanning/CheckedArithmetic.hpp"
+#include "TarnwellCore/Scanning/NodeFetch.hpp"
 
 #include <algorithm>
+#include <optional>
 #include <span>
+#include <utility>
 
 namespace tarnwell {
 
 namespace {
 
-constexpr std::ptrdiff_t nodesAhead = 6; // nodes
+constexpr std::ptrdiff_t siblingsAhead = 6; // nodes
 constexpr std::size_t nodesBetweenLooks = 4096;
 
 /// One walk. Folders that are under way are on a stack of its own, each with the state of its path.
 template <class Found>
 class SearchWalk {
 public:
-    SearchWalk(const SearchConditions& conditions, Found& found, const CancellationToken& token)
-        : matcher_(conditions), found_(found), token_(token), words_(matcher_.pathWordCount()) {}
+    SearchWalk(const SearchConditions& conditions, Found& found, const CancellationToken& token,
+               const SizesOfNode& sizesOf)
+        : matcher_(conditions),
+          found_(found),
+          token_(token),
+          sizesOf_(sizesOf),
+          words_(matcher_.pathWordCount()) {}
 
     SearchTotals run(const FileNode& root) {
         const std::size_t interval = matcher_.hasExpressions() ? 1 : nodesBetweenLooks;
@@ -43,11 +51,8 @@ public:
             }
             const FileNode& node = **frame.next++;
             // Siblings lie anywhere in memory: fetch those to come while this one is tested.
-            if (frame.end - frame.next >= nodesAhead) {
-                const auto* ahead = reinterpret_cast<const std::byte*>(frame.next[nodesAhead - 1]);
-                __builtin_prefetch(ahead);
-                __builtin_prefetch(ahead + 64);
-            }
+            if (frame.end - frame.next >= siblingsAhead)
+                fetchSoon(frame.next[siblingsAhead - 1]);
             goesOn = visit(node, frame.isCovered);
         }
         totals_.undecidedCount = matcher_.undecidedCount();
@@ -72,6 +77,11 @@ private:
     bool visit(const FileNode& node, bool isCovered) {
         const bool isEntered = !node.children().empty();
         bool isMatch = matcher_.meetsOwnConditions(node);
+        std::optional<NodeSizes> sizes(std::in_place, node.size, node.allocatedSize, node.reclaimableSize);
+        if (sizesOf_ && (isMatch || isEntered))
+            sizes = sizesOf_(node);
+        if (!sizes)
+            return true;
         if (matcher_.looksAtPaths() && (isMatch || isEntered)) {
             const std::size_t own = states_.size();
             states_.resize(own + words_);
@@ -88,45 +98,41 @@ private:
             enter(node, isCovered || isMatch);
         if (!isMatch)
             return true;
-        add(node, isCovered);
-        return found_(node);
+        add(node, *sizes, isCovered);
+        return found_(node, *sizes);
     }
 
-    void add(const FileNode& node, bool isCovered) {
+    void add(const FileNode& node, const NodeSizes& sizes, bool isCovered) {
         constexpr FileNodeFlags uncounted = FileNodeFlags::hardlinkDuplicate | FileNodeFlags::inaccessible;
         ++totals_.count;
         if (isCovered || (!node.isDirectory() && node.flags.intersects(uncounted)))
             return;
-        addChecked(totals_.size, node.size);
-        addChecked(totals_.allocatedSize, node.allocatedSize);
-        addChecked(totals_.reclaimableSize, node.reclaimableSize);
+        addChecked(totals_.size, sizes.size);
+        addChecked(totals_.allocatedSize, sizes.allocatedSize);
+        addChecked(totals_.reclaimableSize, sizes.reclaimableSize);
     }
 
     SearchMatcher matcher_;
     Found& found_;
     const CancellationToken& token_;
+    const SizesOfNode& sizesOf_;
     const std::size_t words_;
     std::vector<Frame> frames_;
     std::vector<Word> states_; // of the folders under way, the innermost last
     SearchTotals totals_;
 };
 
-template <class Found>
-SearchTotals walk(const FileNode& root, const SearchConditions& conditions, Found& found,
-                  const CancellationToken& token) {
-    return SearchWalk<Found>(conditions, found, token).run(root);
-}
-
 } // namespace
 
 SearchTotals Search::stream(const FileNode& root, const SearchConditions& conditions,
                             const std::function<bool(const FileNode&)>& found,
                             const CancellationToken& token) {
-    return walk(root, conditions, found, token);
+    auto handOn = [&](const FileNode& node, const NodeSizes& /*sizes*/) { return found(node); };
+    return SearchWalk(conditions, handOn, token, {}).run(root);
 }
 
 LargestMatches Search::largest(const FileNode& root, const SearchConditions& conditions, std::size_t limit,
-                               const CancellationToken& token) {
+                               const CancellationToken& token, const SizesOfNode& sizesOf) {
     struct Candidate {
         std::int64_t size;
         std::size_t order;
@@ -137,8 +143,8 @@ LargestMatches Search::largest(const FileNode& root, const SearchConditions& con
     };
     std::vector<Candidate> best; // a heap with its least in front
     std::size_t order = 0;
-    const auto found = [&](const FileNode& node) {
-        const Candidate candidate{node.sizeFor(conditions.sizeMode), order++, &node};
+    auto found = [&](const FileNode& node, const NodeSizes& sizes) {
+        const Candidate candidate{sizes.forMode(conditions.sizeMode), order++, &node};
         if (best.size() == limit) {
             if (best.empty() || !isLarger(candidate, best.front()))
                 return true;
@@ -150,7 +156,7 @@ LargestMatches Search::largest(const FileNode& root, const SearchConditions& con
         return true;
     };
     LargestMatches result;
-    result.totals = walk(root, conditions, found, token);
+    result.totals = SearchWalk(conditions, found, token, sizesOf).run(root);
     std::ranges::sort_heap(best, isLarger);
     for (const Candidate& each : best)
         result.nodes.push_back(each.node);

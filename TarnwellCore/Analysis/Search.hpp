@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <vector>
 
 namespace tarnwell {
@@ -36,6 +37,21 @@ struct LargestMatches {
     SearchTotals totals = {};
 };
 
+/// Bytes.
+struct NodeSizes {
+    std::int64_t size = 0;
+    std::int64_t allocatedSize = 0;
+    std::int64_t reclaimableSize = 0;
+
+    std::int64_t forMode(SizeMode mode) const {
+        return mode == SizeMode::apparent    ? size
+               : mode == SizeMode::allocated ? allocatedSize
+                                             : reclaimableSize;
+    }
+};
+/// What a node counts for where that is not what the scan found; nothing leaves it out with all below it.
+using SizesOfNode = std::function<std::optional<NodeSizes>(const FileNode&)>;
+
 /// Below `root`, which is not itself a candidate; no further than the tree goes. Sums beyond 64 bits are a
 /// fatal error. Throws SearchError, soon after `token` was cancelled as well. Safe from any thread.
 namespace Search {
@@ -45,9 +61,10 @@ namespace Search {
 SearchTotals stream(const FileNode& root, const SearchConditions& conditions,
                     const std::function<bool(const FileNode&)>& found, const CancellationToken& token = {});
 
-/// At most `limit` matches, the largest; memory stays with the limit.
+/// At most `limit` matches, the largest; memory stays with the limit. The conditions hold for the sizes that
+/// the scan found, order and totals follow `sizesOf` where it is given.
 LargestMatches largest(const FileNode& root, const SearchConditions& conditions, std::size_t limit,
-                       const CancellationToken& token = {});
+                       const CancellationToken& token = {}, const SizesOfNode& sizesOf = {});
 
 } // namespace Search
 } // namespace tarnwell

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -18,68 +19,6 @@ namespace fs = std::filesystem;
 namespace tarnwell {
 
 namespace {
-
-constexpr FileNodeFlags uncounted = FileNodeFlags::hardlinkDuplicate | FileNodeFlags::inaccessible;
-
-/// As `Search::largest`, without what has gone since the scan; memory stays with `most`, too.
-LargestMatches largestLeft(const BrowserJobs::Find& job, std::size_t most, const CancellationToken& token) {
-    struct Candidate {
-        std::int64_t size;
-        std::int64_t order;
-        const FileNode* node;
-    };
-    const auto isLarger = [](const Candidate& a, const Candidate& b) {
-        return a.size != b.size ? a.size > b.size : a.order < b.order;
-    };
-    LargestMatches matches;
-    RemovedNodesQuery removed(job.removals->nodes());
-    std::vector<Candidate> best; // a heap with its least in front
-    // Folders that have matched: what they hold adds nothing. A folder comes before what it holds, and all of
-    // that before anything else: those that this node does not lie in will not be asked about again.
-    std::vector<const FileNode*> folders;
-    const auto isCovered = [&](const FileNode& node) {
-        while (!folders.empty()) {
-            const FileNode* above = node.parent();
-            while (above != nullptr && above != folders.back())
-                above = above->parent();
-            if (above != nullptr)
-                return true;
-            folders.pop_back();
-        }
-        return false;
-    };
-    const auto found = [&](const FileNode& node) {
-        if (removed.containsNodeOrAncestor(node))
-            return true;
-        const Removals::Sums rest = job.removals->restOf(node);
-        const bool adds = node.isDirectory() || !node.flags.intersects(uncounted);
-        if (!isCovered(node) && adds) {
-            matches.totals.size += rest.size;
-            matches.totals.allocatedSize += rest.allocatedSize;
-            matches.totals.reclaimableSize += rest.reclaimableSize;
-        }
-        if (node.isDirectory())
-            folders.push_back(&node);
-        const SizeMode mode = job.conditions.sizeMode;
-        best.push_back({.size = mode == SizeMode::apparent    ? rest.size
-                                : mode == SizeMode::allocated ? rest.allocatedSize
-                                                              : rest.reclaimableSize,
-                        .order = matches.totals.count++,
-                        .node = &node});
-        std::ranges::push_heap(best, isLarger);
-        if (best.size() > most) {
-            std::ranges::pop_heap(best, isLarger);
-            best.pop_back();
-        }
-        return true;
-    };
-    matches.totals.undecidedCount = Search::stream(*job.folder, job.conditions, found, token).undecidedCount;
-    std::ranges::sort_heap(best, isLarger);
-    matches.nodes.reserve(best.size());
-    for (const Candidate& each : best)
-        matches.nodes.push_back(each.node);
-    return matches;
-}
 
 void leaveOut(const Removals& removals, RuleMatch& match) {
     RemovedNodesQuery removed(removals.nodes());
@@ -247,11 +186,15 @@ void LookingJobs::operator()(const BrowserJobs::Figures& job) const {
 
 void LookingJobs::operator()(const BrowserJobs::Find& job) const {
     constexpr std::size_t most = 100'000;
-    LargestMatches matches;
-    if (job.removals->isEmpty())
-        matches = Search::largest(*job.folder, job.conditions, most, context.token);
-    else
-        matches = largestLeft(job, most, context.token);
+    SizesOfNode rest;
+    if (!job.removals->isEmpty())
+        rest = [&](const FileNode& node) -> std::optional<NodeSizes> {
+            if (job.removals->isGone(node))
+                return std::nullopt;
+            const Removals::Sums sums = job.removals->restOf(node);
+            return NodeSizes{sums.size, sums.allocatedSize, sums.reclaimableSize};
+        };
+    LargestMatches matches = Search::largest(*job.folder, job.conditions, most, context.token, rest);
     context.post(BrowserEvents::Found{context.id, {std::move(matches.nodes), matches.totals}});
 }
 

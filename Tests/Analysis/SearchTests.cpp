@@ -7,7 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tarnwell {
@@ -130,6 +132,37 @@ TEST(Search, AFolderStandsForWhatItHoldsOnce) {
     const FileNode& folder = *root->node("Photos");
     EXPECT_THAT(namesFound(folder, {.paths = {{Kind::glob, "/home/Me/photos/*/p*"}}}),
                 ElementsAre("photo.jpg"));
+}
+
+TEST(Search, CountsWhatIsLeft) {
+    const auto root = sampleTree();
+    const FileNode* const older = root->node("Photos/older photos");
+    const FileNode* const photos = root->node("Photos");
+    const auto rest = [&](const FileNode& node) -> std::optional<NodeSizes> {
+        if (&node == older)
+            return std::nullopt;
+        const std::int64_t loss = &node == photos ? older->size : 0;
+        return NodeSizes{node.size - loss, node.allocatedSize - 2 * loss, node.reclaimableSize - 2 * loss};
+    };
+    const struct {
+        SearchConditions conditions;
+        std::vector<std::string_view> names;
+        SearchTotals totals;
+    } cases[] = {
+        {{.names = {{Kind::contains, "photo"}}}, {"Photos"}, {1, 500, 1'000, 1'000, 0}},
+        // The folder holds more than the file no longer; what lies below one that is left out is not there.
+        {{.names = {{Kind::contains, "p"}}, .minimumSize = 200},
+         {"Photos", "Älpen.JPG", "beach.jpg"},
+         {3, 500, 1'000, 1'000, 0}},
+    };
+    for (const auto& [conditions, names, totals] : cases) {
+        const LargestMatches found = Search::largest(*root, conditions, 9, {}, rest);
+        std::vector<std::string_view> foundNames;
+        for (const FileNode* node : found.nodes)
+            foundNames.push_back(node->name());
+        EXPECT_EQ(foundNames, names);
+        EXPECT_EQ(found.totals, totals);
+    }
 }
 
 TEST(Search, EndsWhenToldTo) {
