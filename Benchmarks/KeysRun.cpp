@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -73,30 +74,63 @@ private:
         return std::make_shared<const BrowserTree>(DiskScanner().scan(folder).get(), state_.home);
     }
 
-    void readAgain(std::uint64_t id, const BrowserJobs::Rescan& job) {
-        const auto tree = treeOf(job.folder->path());
-        CarriedMarks marks = tree->carried(job.marks);
-        take(BrowserEvents::ScanEnded{id, tree, std::nullopt, std::move(marks)});
+    /// As if the items were in the Trash.
+    BrowserEvent trashed(std::uint64_t id, const BrowserJobs::TreeItems& items) {
+        const auto gone = std::make_shared<FoundChanges>();
+        const auto back = std::make_shared<FoundChanges>();
+        for (const FileNode* node : items.nodes)
+            gone->items.gone.push_back(node->path());
+        back->items.back = gone->items.gone;
+        gone->nodes = ChangedNodes::of(gone->items, items.tree);
+        back->nodes = ChangedNodes::of(back->items, items.tree);
+        undone_ = back;
+        return BrowserEvents::Acted{.id = id, .title = "To the Trash", .changes = gone};
     }
 
-    void take(BrowserEvent event) {
-        answer_ = std::max(answer_, milliseconds([&] { update(state_, std::move(event)); }));
+    /// What a lane would do.
+    std::optional<BrowserEvent> done(const BrowserRequest& request) {
+        if (const auto* order = std::get_if<BrowserJobs::Order>(&request.job))
+            return BrowserEvents::Ordered{request.id, std::make_shared<const Ordering>(ordered(
+                                                          *order->entries, order->choice, order->place))};
+        if (std::holds_alternative<BrowserJobs::Freed>(request.job))
+            return BrowserEvents::Freed{request.id, {}};
+        if (const auto* scan = std::get_if<BrowserJobs::Scan>(&request.job))
+            return BrowserEvents::ScanEnded{request.id, treeOf(scan->folder)};
+        if (const auto* rescan = std::get_if<BrowserJobs::Rescan>(&request.job)) {
+            const auto tree = treeOf(rescan->folder->path());
+            return BrowserEvents::ScanEnded{request.id, tree, std::nullopt, tree->carried(rescan->marks)};
+        }
+        if (const auto* carry = std::get_if<BrowserJobs::Carry>(&request.job))
+            return BrowserEvents::ScanEnded{
+                request.id,
+                carry->tree,
+                carry->part,
+                carry->marks,
+                carried(carry->tree, carry->notes, carry->part, carry->changes, carry->marks),
+                carry->changes.since.size()};
+        if (const auto* follow = std::get_if<BrowserJobs::Follow>(&request.job))
+            return BrowserEvents::Followed{
+                request.id, follow->tree,
+                followed(follow->tree, follow->notes, follow->changes, follow->folder),
+                follow->changes.size()};
+        if (const auto* trash = std::get_if<BrowserJobs::Trash>(&request.job))
+            return trashed(request.id, trash->items);
+        if (std::holds_alternative<BrowserJobs::Undo>(request.job))
+            return BrowserEvents::Acted{
+                .id = request.id, .title = "Undo", .changes = std::exchange(undone_, {})};
+        return std::nullopt;
     }
 
-    /// Does what lanes would do, as long as something is asked for.
+    /// As long as something is asked for. Elsewhere, as lanes do it: freeing a million things here would make
+    /// the next allocation wait.
     void answer() {
         while (!state_.requests.empty())
-            for (const BrowserRequest& request : std::exchange(state_.requests, {})) {
-                if (const auto* order = std::get_if<BrowserJobs::Order>(&request.job))
-                    take(BrowserEvents::Ordered{request.id,
-                                                std::make_shared<const Ordering>(
-                                                    ordered(*order->entries, order->choice, order->place))});
-                else if (std::holds_alternative<BrowserJobs::Freed>(request.job))
-                    take(BrowserEvents::Freed{request.id, {}});
-                else if (const auto* scan = std::get_if<BrowserJobs::Scan>(&request.job))
-                    take(BrowserEvents::ScanEnded{request.id, treeOf(scan->folder)});
-                else if (const auto* rescan = std::get_if<BrowserJobs::Rescan>(&request.job))
-                    readAgain(request.id, *rescan);
+            for (BrowserRequest& request : std::exchange(state_.requests, {})) {
+                auto event = std::async(std::launch::async, [this, own = std::move(request)] {
+                                 return done(own);
+                             }).get();
+                if (event)
+                    answer_ = std::max(answer_, milliseconds([&] { update(state_, std::move(*event)); }));
             }
     }
 
@@ -110,6 +144,7 @@ private:
     }
 
     BrowserState state_;
+    std::shared_ptr<const FoundChanges> undone_;
     std::vector<Row> rows_;
     double key_ = 0;
     double answer_ = 0;
@@ -136,6 +171,13 @@ int run(const std::string& folder, std::uint64_t rounds) {
         if (round == 0)
             browser.type({character("r")}, "read again, all marked");
         browser.type({character("U")}, "unmark");
+        browser.type({character("A")}, "mark all");
+        browser.type({character("d")}, "ask whether all go");
+        browser.type({character("y")}, "all are gone");
+        browser.type({character("u")}, "all are back");
+        browser.type({KeyPress{.key = Key::home}, character(" ")}, "mark one");
+        browser.type({character("d"), character("y")}, "one is gone");
+        browser.type({character("u")}, "one is back");
     }
     std::printf("| %s | key, ms | answer | frame |\n", folder.c_str());
     browser.print();

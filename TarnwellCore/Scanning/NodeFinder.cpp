@@ -2,6 +2,7 @@
 
 #include "TarnwellCore/Platform/NameForms.hpp"
 #include "TarnwellCore/Platform/PathNesting.hpp"
+#include "TarnwellCore/Scanning/NodeSorter.hpp"
 
 #include <algorithm>
 
@@ -22,6 +23,35 @@ const FileNode* NodeFinder::find(std::string_view path) {
         rest.remove_prefix(std::min(slash + 1, rest.size()));
     }
     return node;
+}
+
+const FileNode* NodeFinder::like(const FileNode& node) {
+    way_.clear();
+    const FileNode* root = &node;
+    for (; root->parent() != nullptr; root = root->parent())
+        way_.push_back(root);
+    if (root == &root_)
+        return &node;
+    if (root != sameRoot_) {
+        if (root->path() != rootPath_)
+            return find(node.path());
+        sameRoot_ = root;
+    }
+    const FileNode* found = &root_;
+    for (auto each = way_.rbegin(); each != way_.rend() && found != nullptr; ++each)
+        found = childLike(*found, **each);
+    return found;
+}
+
+/// Children stand in an order, in which one that has kept its size has its place.
+const FileNode* NodeFinder::childLike(const FileNode& folder, const FileNode& other) {
+    const auto children = folder.children();
+    const auto place = std::ranges::lower_bound(
+        children, other, [](const FileNode& a, const FileNode& b) { return NodeSorter::precedes(a, b); },
+        [](const FileNode* each) -> const FileNode& { return *each; });
+    if (place != children.end() && (*place)->name() == other.name())
+        return *place;
+    return child(folder, other.name());
 }
 
 const FileNode* NodeFinder::child(const FileNode& folder, std::string_view name) {

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
+#include <vector>
 
 namespace tarnwell {
 
@@ -21,15 +22,19 @@ public:
     /// `path` is full, or relative to the root. Null when there is none.
     const FileNode* find(std::string_view path);
     /// What lies at the path of a node of another tree; a node of this tree is its own answer.
-    const FileNode* like(const FileNode& node) { return &node.root() == &root_ ? &node : find(node.path()); }
+    /// Costs a few steps for each folder on the way that has kept its size.
+    const FileNode* like(const FileNode& node);
 
 private:
     using Names = std::unordered_map<std::string_view, const FileNode*>;
 
     const FileNode* child(const FileNode& folder, std::string_view name);
+    const FileNode* childLike(const FileNode& folder, const FileNode& other);
 
     const FileNode& root_;
     std::string rootPath_;
+    const FileNode* sameRoot_ = nullptr; // of another tree, with this root's path
+    std::vector<const FileNode*> way_;   // kept for its memory
     std::unordered_set<const FileNode*> asked_;
     std::unordered_map<const FileNode*, Names> names_;
 };

@@ -127,7 +127,7 @@ private:
     void finishJobs() {
         while (!queue_.isIdle()) {
             for (const BrowserLane lane :
-                 {BrowserLane::quick, BrowserLane::look, BrowserLane::act, BrowserLane::discard})
+                 {BrowserLane::quick, BrowserLane::look, BrowserLane::act, BrowserLane::upkeep})
                 queue_.waitFor(lane);
             drain();
             hand();

@@ -15,6 +15,7 @@
 #include "TarnwellTidyKit/Browser/BrowserJob.hpp"
 #include "TarnwellTidyKit/Browser/BrowserTree.hpp"
 #include "TarnwellTidyKit/Browser/EarlierSizes.hpp"
+#include "TarnwellTidyKit/Browser/Following.hpp"
 #include "TarnwellTidyKit/Browser/LiveEntries.hpp"
 #include "TarnwellTidyKit/Browser/Ordering.hpp"
 #include "TarnwellTidyKit/Commands/ReportFigures.hpp"
@@ -72,6 +73,17 @@ struct ScanEnded {
     std::optional<std::string> part = {};
     /// What was marked when it was asked for.
     CarriedMarks marks = {};
+    /// The notes for the new tree, where they were made away from the keys, and of how many changes.
+    std::optional<FollowedChanges> notes = {};
+    std::size_t changeCount = 0;
+};
+/// Acts on many items are in the books.
+struct Followed {
+    std::uint64_t id;
+    std::shared_ptr<const BrowserTree> tree;
+    FollowedChanges changes;
+    /// Of how many acts.
+    std::size_t changeCount;
 };
 struct Looked {
     std::uint64_t id;
@@ -147,15 +159,19 @@ struct TrashListed {
     std::uint64_t id;
     TrashListing listing;
 };
-/// What became of an act; each path that is there no longer, or is back.
+/// What became of an act.
 struct Acted {
     std::uint64_t id;
     std::string title = {};
+    /// Of very many items the failures, and the last ones.
     std::vector<TidyOutcome> outcomes = {};
-    std::vector<std::string> gone = {};
-    std::vector<std::string> back = {};
-    /// Whether what is gone lies in no Trash.
-    bool isForGood = false;
+    /// Of all items.
+    std::size_t done = 0;
+    std::size_t failed = 0;
+    /// Bytes.
+    std::int64_t freed = 0;
+    /// Null where nothing went and nothing came.
+    std::shared_ptr<const FoundChanges> changes = {};
     /// What was stored differs from what views show.
     bool changesTrash = false;
 };
@@ -177,8 +193,8 @@ using BrowserEvent =
                  BrowserEvents::LedgerMade, BrowserEvents::Ordered, BrowserEvents::Mapped,
                  BrowserEvents::Freed, BrowserEvents::Figures, BrowserEvents::Found, BrowserEvents::Findings,
                  BrowserEvents::Rules, BrowserEvents::RulesStored, BrowserEvents::Duplicates,
-                 BrowserEvents::Changes, BrowserEvents::WaysOutFound, BrowserEvents::Volumes,
-                 BrowserEvents::History, BrowserEvents::TrashListed, BrowserEvents::Acted,
-                 BrowserEvents::Progressed, BrowserEvents::Failed>;
+                 BrowserEvents::Changes, BrowserEvents::WaysOutFound, BrowserEvents::Followed,
+                 BrowserEvents::Volumes, BrowserEvents::History, BrowserEvents::TrashListed,
+                 BrowserEvents::Acted, BrowserEvents::Progressed, BrowserEvents::Failed>;
 
 } // namespace tarnwell

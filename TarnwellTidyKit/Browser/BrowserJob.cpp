@@ -19,7 +19,7 @@ struct Describing {
     About operator()(const Rescan&) const { return {look, "Scan"}; }
     About operator()(const Look&) const { return {quick, ""}; }
     About operator()(const Ledger&) const { return {look, ""}; }
-    About operator()(const Discard&) const { return {discard, ""}; }
+    About operator()(const Discard&) const { return {upkeep, ""}; }
     About operator()(const Order&) const { return {quick, ""}; }
     About operator()(const Map&) const { return {quick, ""}; }
     About operator()(const Freed&) const { return {quick, ""}; }
@@ -30,6 +30,8 @@ struct Describing {
     About operator()(const Duplicates&) const { return {look, "Look for duplicates"}; }
     About operator()(const Changes&) const { return {look, "Compare"}; }
     About operator()(const FindWaysOut&) const { return {quick, ""}; }
+    About operator()(const Follow&) const { return {upkeep, "Note what went"}; }
+    About operator()(const Carry&) const { return {upkeep, "Scan"}; }
     About operator()(const Volumes&) const { return {quick, ""}; }
     About operator()(const History&) const { return {look, ""}; }
     About operator()(const TrashList&) const { return {look, ""}; }

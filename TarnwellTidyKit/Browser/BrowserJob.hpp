@@ -11,6 +11,7 @@
 #include "TarnwellCore/Scanning/ScanOptions.hpp"
 #include "TarnwellTidyKit/Browser/BrowserMemory.hpp"
 #include "TarnwellTidyKit/Browser/BrowserTree.hpp"
+#include "TarnwellTidyKit/Browser/Following.hpp"
 #include "TarnwellTidyKit/Browser/LiveEntries.hpp"
 #include "TarnwellTidyKit/Browser/Marks.hpp"
 #include "TarnwellTidyKit/Browser/Ordering.hpp"
@@ -26,10 +27,10 @@ namespace tarnwell {
 
 /// What has a thread of its own: jobs of one lane are done one after another.
 enum class BrowserLane : std::uint8_t {
-    quick,   ///< what a key waits for: orders, sums of what is marked
-    look,    ///< scans and searches
-    act,     ///< whatever changes something; steps are never cut in two
-    discard, ///< what nobody looks at any more, which takes moments to take apart
+    quick, ///< what a key waits for: orders, sums of what is marked
+    look,  ///< scans and searches
+    act,   ///< whatever changes something; steps are never cut in two
+    upkeep ///< what takes moments and nobody asked for: the books of large acts, taking things apart
 };
 inline constexpr std::size_t browserLaneCount = 4;
 
@@ -128,6 +129,22 @@ struct Ledger {
 struct Discard {
     std::vector<std::shared_ptr<const void>> things;
 };
+/// What acts on many items have changed.
+struct Follow {
+    std::shared_ptr<const BrowserTree> tree;
+    TreeNotes notes;
+    ChangeList changes;
+    /// Where one stands.
+    const FileNode* folder;
+};
+/// Takes many notes over into a new tree.
+struct Carry {
+    std::shared_ptr<const BrowserTree> tree;
+    std::optional<std::string> part;
+    TreeNotes notes;
+    ReadingChanges changes;
+    CarriedMarks marks;
+};
 struct History {
     std::string root;
 };
@@ -138,9 +155,13 @@ struct TrashList {};
 struct Trash {
     TreeItems items;
 };
-struct Undo {};
+struct Undo {
+    /// The one that is shown; null for none.
+    std::shared_ptr<const BrowserTree> tree;
+};
 struct Restore {
     std::vector<std::string> locations;
+    std::shared_ptr<const BrowserTree> tree;
 };
 /// Deletes for good, but nothing that can go to a Trash.
 struct Remove {
@@ -156,6 +177,7 @@ struct Share {
 };
 struct Clear {
     SpaceSaverFinding finding;
+    std::shared_ptr<const BrowserTree> tree;
 };
 struct EmptyTrash {};
 struct TakeSnapshot {
@@ -187,11 +209,12 @@ using BrowserJob =
     std::variant<BrowserJobs::Scan, BrowserJobs::Rescan, BrowserJobs::Look, BrowserJobs::Ledger,
                  BrowserJobs::Discard, BrowserJobs::Order, BrowserJobs::Map, BrowserJobs::Freed,
                  BrowserJobs::Figures, BrowserJobs::Find, BrowserJobs::Findings, BrowserJobs::Rules,
-                 BrowserJobs::Duplicates, BrowserJobs::Changes, BrowserJobs::FindWaysOut,
-                 BrowserJobs::Volumes, BrowserJobs::History, BrowserJobs::TrashList, BrowserJobs::Trash,
-                 BrowserJobs::Undo, BrowserJobs::Restore, BrowserJobs::Remove, BrowserJobs::Evict,
-                 BrowserJobs::Share, BrowserJobs::Clear, BrowserJobs::EmptyTrash, BrowserJobs::TakeSnapshot,
-                 BrowserJobs::ChangeRules, BrowserJobs::Open, BrowserJobs::Reveal, BrowserJobs::Remember>;
+                 BrowserJobs::Duplicates, BrowserJobs::Changes, BrowserJobs::FindWaysOut, BrowserJobs::Follow,
+                 BrowserJobs::Carry, BrowserJobs::Volumes, BrowserJobs::History, BrowserJobs::TrashList,
+                 BrowserJobs::Trash, BrowserJobs::Undo, BrowserJobs::Restore, BrowserJobs::Remove,
+                 BrowserJobs::Evict, BrowserJobs::Share, BrowserJobs::Clear, BrowserJobs::EmptyTrash,
+                 BrowserJobs::TakeSnapshot, BrowserJobs::ChangeRules, BrowserJobs::Open, BrowserJobs::Reveal,
+                 BrowserJobs::Remember>;
 
 BrowserLane laneOf(const BrowserJob& job);
 /// What people call it while it runs; empty for what is over before anyone could read it.

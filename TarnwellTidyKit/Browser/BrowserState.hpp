@@ -17,7 +17,6 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -136,10 +135,14 @@ struct BrowserState {
     /// A look at the scan under way, and how many seconds into the scan the next one may be taken.
     std::uint64_t lookAwaited = 0;
     double nextLook = 0;
-    /// Full paths of what went while a scan read: it may have found them before.
-    std::set<std::string> goneMeanwhile;
-    /// Full paths of what came back meanwhile: it may have missed them.
-    std::set<std::string> backMeanwhile;
+    /// What went and came while a scan reads, which may have been at those places before.
+    ReadingChanges meanwhile;
+    /// The folder of the tree where something came back that is not in it.
+    const FileNode* unread = nullptr;
+    /// Acts that are not in the books yet, and the job that does that.
+    ChangeList unfollowed;
+    std::uint64_t followAwaited = 0;
+    TreeNotes notes() const { return {removals, marks}; }
     bool isScanning() const { return scanAwaited != 0; }
 
     // --- How it is shown ------------------------------------------------------------------------------

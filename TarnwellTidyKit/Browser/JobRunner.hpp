@@ -83,6 +83,8 @@ struct LookingJobs {
     void operator()(const BrowserJobs::Duplicates& job) const;
     void operator()(const BrowserJobs::Changes& job) const;
     void operator()(const BrowserJobs::FindWaysOut& job) const;
+    void operator()(const BrowserJobs::Follow& job) const;
+    void operator()(const BrowserJobs::Carry& job) const;
     void operator()(const BrowserJobs::Volumes& job) const;
     void operator()(const BrowserJobs::History& job) const;
     void operator()(const BrowserJobs::TrashList& job) const;

@@ -150,6 +150,17 @@ void LookingJobs::operator()(const BrowserJobs::Discard&) const {
     // The request holds them, and goes when this is done.
 }
 
+void LookingJobs::operator()(const BrowserJobs::Follow& job) const {
+    context.post(BrowserEvents::Followed{
+        context.id, job.tree, followed(job.tree, job.notes, job.changes, job.folder), job.changes.size()});
+}
+
+void LookingJobs::operator()(const BrowserJobs::Carry& job) const {
+    context.post(BrowserEvents::ScanEnded{context.id, job.tree, job.part, job.marks,
+                                          carried(job.tree, job.notes, job.part, job.changes, job.marks),
+                                          job.changes.since.size()});
+}
+
 void LookingJobs::operator()(const BrowserJobs::Order& job) const {
     auto order =
         std::make_shared<const Ordering>(ordered(*job.entries, job.choice, job.place, context.token));

@@ -121,8 +121,9 @@ void applyFinding(BrowserState& state) {
                            .job = BrowserJobs::EmptyTrash{}});
         return;
     }
-    state.question = BrowserQuestion{
-        .title = finding.title + ": do this?", .lines = lines, .job = BrowserJobs::Clear{finding}};
+    state.question = BrowserQuestion{.title = finding.title + ": do this?",
+                                     .lines = lines,
+                                     .job = BrowserJobs::Clear{finding, state.tree}};
 }
 
 /// Marks a node, or takes its mark off. Says why it cannot be marked.
@@ -255,7 +256,7 @@ bool runAct(BrowserState& state, BrowserCommand command) {
         toTrash(state);
         return true;
     case undo:
-        ask(state, BrowserJobs::Undo{});
+        ask(state, BrowserJobs::Undo{state.tree});
         return true;
     case removeForGood:
         removeThem(state);
@@ -270,7 +271,7 @@ bool runAct(BrowserState& state, BrowserCommand command) {
         applyFinding(state);
         return true;
     case restore:
-        ask(state, BrowserJobs::Restore{{target(state)->path}});
+        ask(state, BrowserJobs::Restore{{target(state)->path}, state.tree});
         return true;
     case emptyTrash:
         openPrompt(state, {.kind = BrowserPrompt::Kind::word,

@@ -1,9 +1,9 @@
 #include "TarnwellCore/Scanning/NodeFinder.hpp"
 #include "TarnwellTidyKit/Browser/BrowserUpdate.hpp"
 #include "TarnwellTidyKit/Browser/UpdateParts.hpp"
-#include "TarnwellTidyKit/Commands/ProtectedPlaces.hpp"
 #include "TarnwellTidyKit/Commands/TidyText.hpp"
 
+#include <algorithm>
 #include <utility>
 
 namespace tarnwell {
@@ -41,39 +41,18 @@ struct Taking {
             takeLook(state, event);
     }
 
-    /// What had gone from the tree before, in the new one: what was read again shows by itself what is there.
-    std::shared_ptr<const Removals> removalsIn(const BrowserEvents::ScanEnded& event,
-                                               NodeFinder& finder) const {
-        auto removals = std::make_shared<Removals>();
-        const auto note = [&](const std::string& path, bool isForGood) {
-            if (const FileNode* node = finder.find(path))
-                removals->note(*node, isForGood);
-        };
-        if (event.part)
-            for (const FileNode* gone : state.removals->all())
-                if (const std::string path = gone->path(); !liesIn(path, *event.part))
-                    note(path, state.removals->forGood().contains(gone));
-        for (const std::string& path : state.goneMeanwhile)
-            note(path, false);
-        return removals;
-    }
-
-    /// The same marks in the new tree. A million of them were found where the scan was done, unless they are
-    /// others by now.
-    Marks marksIn(BrowserEvents::ScanEnded& event, const Removals& removals) const {
-        if (event.marks.before != state.marks)
-            event.marks = event.tree->carried(std::move(state.marks));
-        Marks marks = std::move(event.marks.now);
-        if (!removals.isEmpty())
-            for (const FileNode* node : marks.nodes())
-                if (removals.isGoneWithItsFolders(*node))
-                    marks.remove(*node);
-        return marks;
-    }
-
     void operator()(BrowserEvents::ScanEnded& event) const {
         if (event.id != state.scanAwaited)
             return;
+        const TreeNotes notes = state.notes();
+        const bool areReady = event.notes && event.notes->before.areSame(notes) &&
+                              event.changeCount == state.meanwhile.since.size();
+        if (!areReady && areManyToCarry(event)) {
+            state.scanAwaited =
+                ask(state, BrowserJobs::Carry{std::move(event.tree), std::move(event.part), notes,
+                                              state.meanwhile, std::move(event.marks)});
+            return;
+        }
         scanHasBegun(state);
         state.scanAwaited = 0;
         callOff(state, state.lookAwaited);
@@ -81,9 +60,10 @@ struct Taking {
         // The same place in the new tree, the same item, the same marks.
         NodeFinder finder(root);
         const FileNode* entry = state.selectedNode != nullptr ? finder.like(*state.selectedNode) : nullptr;
-        auto removals = removalsIn(event, finder);
         const bool hadMarks = !state.marks.isEmpty();
-        Marks marks = marksIn(event, *removals);
+        FollowedChanges carriedOver =
+            areReady ? std::move(*event.notes)
+                     : carried(event.tree, notes, event.part, state.meanwhile, event.marks);
         const FileNode* folder = nullptr;
         for (const FileNode* above = state.folder; above != nullptr && folder == nullptr;
              above = above->parent())
@@ -97,14 +77,15 @@ struct Taking {
         state.live = nullptr;
         state.entries = nullptr;
         state.order = nullptr;
-        state.removals = std::move(removals);
-        state.goneMeanwhile.clear();
-        const std::set<std::string> back = std::exchange(state.backMeanwhile, {});
+        state.removals = std::move(carriedOver.now.removals);
+        discard(state, std::exchange(state.meanwhile.since, {}));
+        discard(state, std::exchange(state.meanwhile.before, {}));
+        state.unread = nullptr;
         state.rootPath = root.path();
         state.folder = folder != nullptr ? folder : &root;
         while (state.folder->parent() != nullptr && state.removals->isGoneWithItsFolders(*state.folder))
             state.folder = state.folder->parent();
-        state.marks = std::move(marks);
+        state.marks = std::move(carriedOver.now.marks);
         state.selectedNode = entry;
         state.wantedEntry = isMoved ? entry : nullptr;
         relist(state);
@@ -116,30 +97,16 @@ struct Taking {
                                                                     state.choice.mode, state.snapshotNumber});
         }
         refreshView(state);
-        readUnknown(back, finder);
+        if (carriedOver.unread != nullptr) // something is back that is not in the tree
+            scanAgain(state, *carriedOver.unread);
+        followSoon();
     }
 
-    /// What is back, but not in the tree: the nearest folder that is there is read again.
-    void readUnknown(const auto& back, NodeFinder& finder) const {
-        const FileNode* unread = nullptr;
-        for (const std::string& path : back) {
-            if (!liesIn(path, state.rootPath) || finder.find(path) != nullptr)
-                continue;
-            std::string_view above = path;
-            const FileNode* folder = nullptr;
-            while (folder == nullptr && above.size() > state.rootPath.size()) {
-                above = above.substr(0, std::max<std::size_t>(above.rfind('/'), 1));
-                folder = finder.find(above);
-            }
-            // Several are read by the folder that holds them all.
-            if (folder == nullptr)
-                folder = &state.tree->root();
-            while (unread != nullptr && unread != folder && !liesIn(folder->path(), unread->path()))
-                unread = unread->parent();
-            unread = unread != nullptr ? unread : folder;
-        }
-        if (unread != nullptr)
-            scanAgain(state, *unread);
+    bool areManyToCarry(const BrowserEvents::ScanEnded& event) const {
+        const bool mustCarryMarks = event.marks.before != state.marks || !state.removals->isEmpty();
+        return (mustCarryMarks && state.marks.count() > fewItems) ||
+               (event.part && state.removals->all().size() > fewItems) ||
+               countOf(state.meanwhile.since) + countOf(state.meanwhile.before) > fewItems;
     }
 
     void operator()(BrowserEvents::Ordered& event) const {
@@ -228,32 +195,33 @@ struct Taking {
     }
 
     void operator()(BrowserEvents::Acted& event) const {
-        std::size_t failed = 0;
-        std::int64_t freed = 0;
-        for (const TidyOutcome& outcome : event.outcomes) {
-            failed += outcome.failure ? 1 : 0;
-            freed += outcome.bytesFreed.value_or(0);
+        for (const TidyOutcome& outcome : event.outcomes)
             state.outcomes.push_back(
                 {shortPath(state, outcome.source) + ": " + outcome.failure.value_or(outcome.done),
                  outcome.failure.has_value()});
-        }
         constexpr std::size_t most = 10'000;
         if (state.outcomes.size() > most)
             state.outcomes.erase(state.outcomes.begin(),
                                  state.outcomes.end() - static_cast<std::ptrdiff_t>(most));
-        const std::size_t done = event.outcomes.size() - failed;
-        if (event.outcomes.size() == 1) {
-            say(state, state.outcomes.back().text, failed > 0);
+        if (event.done + event.failed == 1 && !event.outcomes.empty()) {
+            say(state, state.outcomes.back().text, event.failed > 0);
         } else if (!event.outcomes.empty()) {
-            std::string text =
-                event.title + ": " + countedText(static_cast<std::int64_t>(done), "item", "items") + " done";
-            if (freed > 0)
-                text += ", " + sizeText(freed) + " freed";
-            if (failed > 0)
-                text += ", " + groupedNumber(static_cast<std::int64_t>(failed)) + " not: see Outcomes";
-            say(state, text, failed > 0);
+            std::string text = event.title + ": " +
+                               countedText(static_cast<std::int64_t>(event.done), "item", "items") + " done";
+            if (event.freed > 0)
+                text += ", " + sizeText(event.freed) + " freed";
+            if (event.failed > 0)
+                text += ", " + groupedNumber(static_cast<std::int64_t>(event.failed)) + " not: see Outcomes";
+            say(state, text, event.failed > 0);
         }
-        followChanges(event);
+        if (event.changes != nullptr) {
+            if (state.isScanning())
+                state.meanwhile.since.push_back(event.changes);
+            if (state.tree != nullptr) {
+                state.unfollowed.push_back(std::move(event.changes));
+                followSoon();
+            }
+        }
         if (event.changesTrash) {
             callOff(state, state.trash.awaited);
             state.trash.forget();
@@ -269,34 +237,44 @@ struct Taking {
     }
 
     /// What is gone is left out, with the sums above it; what is back is shown again.
-    void followChanges(const BrowserEvents::Acted& event) const {
-        if (state.isScanning()) {
-            for (const std::string& path : event.back)
-                state.goneMeanwhile.erase(path);
-            for (const std::string& path : event.gone)
-                state.backMeanwhile.erase(path);
-            state.goneMeanwhile.insert(event.gone.begin(), event.gone.end());
-            state.backMeanwhile.insert(event.back.begin(), event.back.end());
-        }
-        if (state.tree == nullptr || (event.gone.empty() && event.back.empty()))
+    void followSoon() const {
+        if (state.unfollowed.empty() || state.followAwaited != 0)
             return;
-        auto removals = std::make_shared<Removals>(*state.removals);
-        NodeFinder finder(state.tree->root());
-        const FileNode* nextEntry = nullptr;
-        for (const std::string& path : event.gone)
-            if (const FileNode* node = finder.find(path))
-                removals->note(*node, event.isForGood);
-        for (const std::string& path : event.back)
-            if (const FileNode* node = finder.find(path)) {
-                removals->restore(*node);
-                nextEntry = node->parent() == state.folder ? node : nextEntry;
-            }
-        state.removals = std::move(removals);
+        TreeNotes notes = state.notes();
+        // Where a tree is another by now, each item has to be looked for in folders of any width.
+        const bool isKnown = std::ranges::all_of(
+            state.unfollowed, [&](const auto& each) { return each->nodes.tree == state.tree; });
+        if (!isKnown || notes.areMany() || countOf(state.unfollowed) > fewItems)
+            state.followAwaited =
+                ask(state, BrowserJobs::Follow{state.tree, std::move(notes), state.unfollowed, state.folder});
+        else
+            takeChanges(
+                followed(state.tree, std::move(notes), std::exchange(state.unfollowed, {}), state.folder));
+    }
+
+    void operator()(BrowserEvents::Followed& event) const {
+        if (event.id != state.followAwaited)
+            return;
+        state.followAwaited = 0;
+        // Else something has come in between: once more.
+        if (event.tree == state.tree && event.changes.before.areSame(state.notes())) {
+            const auto end = state.unfollowed.begin() + static_cast<std::ptrdiff_t>(event.changeCount);
+            discard(state, ChangeList(state.unfollowed.begin(), end));
+            state.unfollowed.erase(state.unfollowed.begin(), end);
+            takeChanges(std::move(event.changes));
+            refreshView(state);
+        }
+        followSoon();
+    }
+
+    void takeChanges(FollowedChanges changes) const {
+        if (changes.before.areMany())
+            discard(state, {state.removals});
+        state.removals = std::move(changes.now.removals);
+        state.marks = std::move(changes.now.marks);
         RemovedNodesQuery gone(state.removals->nodes());
         const auto isGone = [&](const FileNode* node) { return gone.containsNodeOrAncestor(*node); };
-        for (const FileNode* node : state.marks.nodes())
-            if (isGone(node)) // perhaps because a folder above it went
-                state.marks.remove(*node);
+        const FileNode* const nextEntry = changes.lastBack;
         const FileNode* const shown = state.folder;
         while (state.folder->parent() != nullptr && isGone(state.folder))
             state.folder = state.folder->parent();
@@ -309,7 +287,7 @@ struct Taking {
         }
         state.map.subject = nullptr;
         state.figures.subject = nullptr;
-        followFound(isGone, !event.back.empty());
+        followFound(isGone, changes.isAnythingBack);
         leaveOutDuplicates(isGone);
         compareAgain();
         callOff(state, state.findings.awaited);
@@ -320,8 +298,9 @@ struct Taking {
         state.wantedEntry = nextEntry;
         relist(state);
         marksChanged(state);
-        if (!state.isScanning())
-            readUnknown(event.back, finder);
+        state.unread = commonFolder(state.unread, changes.unread);
+        if (!state.isScanning() && state.unread != nullptr)
+            scanAgain(state, *std::exchange(state.unread, nullptr));
     }
 
     /// What was found, without what is gone; where that is not enough to know, it is searched again.
@@ -391,10 +370,10 @@ struct Taking {
             }
             discard(state, {std::move(state.live)});
             state.live = nullptr;
-            if (state.tree != nullptr) {
-                NodeFinder finder(state.tree->root());
-                readUnknown(std::exchange(state.backMeanwhile, {}), finder);
-            }
+            discard(state, std::exchange(state.meanwhile.since, {}));
+            discard(state, std::exchange(state.meanwhile.before, {}));
+            if (const FileNode* unread = std::exchange(state.unread, nullptr))
+                scanAgain(state, *unread);
         } else if (event.id == state.lookAwaited) {
             state.lookAwaited = 0;
             state.held.clear();

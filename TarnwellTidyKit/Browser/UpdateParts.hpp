@@ -32,6 +32,7 @@ void scanProgressed(BrowserState& state);
 void takeLook(BrowserState& state, BrowserEvents::Looked& event);
 /// What takes time to let go of is let go of elsewhere.
 void discard(BrowserState& state, std::vector<std::shared_ptr<const void>> things);
+void discard(BrowserState& state, const ChangeList& changes);
 void takeOrder(BrowserState& state, std::shared_ptr<const Ordering> order);
 /// Takes the keys that have waited for an order, if none is awaited any more.
 void takeHeldKeys(BrowserState& state);

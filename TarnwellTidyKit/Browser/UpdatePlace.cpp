@@ -56,6 +56,11 @@ void discard(BrowserState& state, std::vector<std::shared_ptr<const void>> thing
         ask(state, BrowserJobs::Discard{std::move(things)});
 }
 
+void discard(BrowserState& state, const ChangeList& changes) {
+    if (countOf(changes) > fewItems)
+        discard(state, std::vector<std::shared_ptr<const void>>(changes.begin(), changes.end()));
+}
+
 namespace {
 
 /// Asks what the scan under way has of the folder.
@@ -71,7 +76,10 @@ void beginScan(BrowserState& state) {
     state.live = nullptr;
     state.nextLook = 0;
     state.progress = {};
-    state.goneMeanwhile.clear();
+    // What went is not there to be read. What came back lies perhaps elsewhere.
+    for (auto& each : std::exchange(state.meanwhile.since, {}))
+        if (!each->items.back.empty())
+            state.meanwhile.before.push_back(std::move(each));
     state.wantedRoot.clear();
 }
 
@@ -108,6 +116,9 @@ namespace {
 /// Another tree: nothing of the old one has a meaning.
 void leaveTree(BrowserState& state) {
     callOff(state, state.orderAwaited);
+    callOff(state, state.followAwaited);
+    discard(state, std::exchange(state.unfollowed, {}));
+    state.unread = nullptr;
     state.folder = nullptr;
     discard(state, {std::move(state.entries), std::move(state.order), std::move(state.tree)});
     state.entries = nullptr;

@@ -121,8 +121,9 @@ void drawList(const Pane& pane) {
                        : state.isScanning()         ? "Reading the folder …"
                        : state.entries->folder().flags.contains(FileNodeFlags::inaccessible)
                            ? "The folder could not be read."
-                       : state.entries->count() > 0 ? "Everything here is hidden; e shows it."
-                                                    : "The folder is empty.");
+                       : state.entries->folder().fileCount + state.entries->folder().directoryCount > 0
+                           ? "Everything here is hidden; e shows it."
+                           : "The folder is empty.");
         return;
     }
     const SizeMode mode = state.choice.mode;

@@ -2,9 +2,11 @@
 
 #include "TarnwellCore/Classification/PathUtil.hpp"
 #include "TarnwellCore/Platform/UserPaths.hpp"
+#include "TarnwellCore/Scanning/DiskScanner.hpp"
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 namespace tarnwell {
 
@@ -75,16 +77,33 @@ bool liesIn(const std::filesystem::path& path, const std::filesystem::path& fold
 }
 
 std::string_view reasonToStay(const std::filesystem::path& path, const std::filesystem::path& home) {
+    return ProtectedPlaces(home).reasonToStay(path);
+}
+
+ProtectedPlaces::ProtectedPlaces(const std::filesystem::path& home)
+    : homes_{HomeFolder(home), HomeFolder(DiskScanner::normalize(home))} {}
+
+std::string_view ProtectedPlaces::reasonToStay(const std::filesystem::path& path) {
     const std::string_view text = PathUtil::withoutTrailingSlashes(path.native());
     if (text == "/")
         return rootReason;
-    // Two names of one place are one place, whichever was typed. A link at the end is an item of its own.
     const std::filesystem::path given(text);
-    const std::filesystem::path names[] = {given, resolveLinks(given.parent_path()) / given.filename()};
-    const HomeFolder homes(home);
-    for (const std::filesystem::path& name : names)
-        if (const std::string_view reason = reasonOfHome(name, homes); !reason.empty())
-            return reason;
+    if (std::filesystem::path folder = given.parent_path(); folder_.empty() || folder != folder_) {
+        folder_ = std::move(folder);
+        folderWithoutLinks_ = resolveLinks(folder_);
+        mayHoldWhatStays_ = std::ranges::any_of(homes_, [&](const HomeFolder& home) {
+            return tarnwell::mayHoldWhatStays(folder_.native(), home) ||
+                   tarnwell::mayHoldWhatStays(folderWithoutLinks_.native(), home);
+        });
+    }
+    if (!mayHoldWhatStays_)
+        return {};
+    // Two names of one place are one place, whichever was typed. A link at the end is an item of its own.
+    const std::filesystem::path names[] = {given, folderWithoutLinks_ / given.filename()};
+    for (const HomeFolder& home : homes_)
+        for (const std::filesystem::path& name : names)
+            if (const std::string_view reason = reasonOfHome(name, home); !reason.empty())
+                return reason;
     for (const std::filesystem::path& name : names)
         if (isSystemFolder(name.native()))
             return systemReason;

@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <string_view>
+#include <vector>
 
 namespace tarnwell {
 
@@ -13,6 +14,20 @@ namespace tarnwell {
 /// the home folder and what it lies in, the folders of the system and those in which mounted volumes appear,
 /// by whichever of their names. Looks at the links on the way to the path and to the home.
 std::string_view reasonToStay(const std::filesystem::path& path, const std::filesystem::path& home);
+
+/// Answers the same for many paths: for those of one folder that come one after another, the links on the way
+/// are looked at once.
+class ProtectedPlaces {
+public:
+    explicit ProtectedPlaces(const std::filesystem::path& home);
+    std::string_view reasonToStay(const std::filesystem::path& path);
+
+private:
+    std::vector<HomeFolder> homes_; // the one that was given, and where that leads
+    std::filesystem::path folder_;  // the one asked about last
+    std::filesystem::path folderWithoutLinks_;
+    bool mayHoldWhatStays_ = false;
+};
 
 /// The same for a path without links on the way, as scans give them; looks at nothing.
 std::string_view reasonToStay(std::string_view path, const HomeFolder& home);

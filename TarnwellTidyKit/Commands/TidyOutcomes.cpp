@@ -144,12 +144,11 @@ TidyOutcome outcomeOf(const TrashOutcome& moved) {
 TidyTrashSet::TidyTrashSet(const TidyContext& context, const std::vector<std::string>& sources,
                            const std::filesystem::path& home) {
     std::vector<std::filesystem::path> items;
+    ProtectedPlaces places(home);
     for (const std::string& source : sources) {
-        // The home may be reached through a link: it must stay under both its names.
-        for (const std::filesystem::path& name : {home, std::filesystem::path(DiskScanner::normalize(home))})
-            if (const std::string_view reason = reasonToStay(source, name); !reason.empty())
-                reasonsToStay_.try_emplace(source, reason);
-        if (!reasonsToStay_.contains(source) && numbers_.try_emplace(source, items.size()).second)
+        if (const std::string_view reason = places.reasonToStay(source); !reason.empty())
+            reasonsToStay_.try_emplace(source, reason);
+        else if (numbers_.try_emplace(source, items.size()).second)
             items.emplace_back(source);
     }
     if (!items.empty())

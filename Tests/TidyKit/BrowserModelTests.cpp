@@ -292,10 +292,10 @@ TEST(BrowserModelTests, lateAnswers) {
     model.type("r<End>dy");
     ASSERT_EQ(rowCount(model.state), 1U);
     typeAhead("ru");
-    while (model.state.backMeanwhile.empty())
+    while (model.state.meanwhile.since.empty())
         ASSERT_TRUE(model.answer(static_cast<std::size_t>(BrowserLane::act)));
     fs::rename(model.path("files/other"), model.path("aside"));
-    while (!model.state.backMeanwhile.empty())
+    while (!model.state.meanwhile.since.empty())
         ASSERT_TRUE(model.answer(static_cast<std::size_t>(BrowserLane::look)));
     fs::rename(model.path("aside"), model.path("files/other"));
     model.work();
@@ -311,6 +311,87 @@ TEST(BrowserModelTests, lateAnswers) {
     model.work();
     EXPECT_EQ(model.state.folder->parent(), nullptr);
     EXPECT_EQ(rowCount(model.state), 4100U);
+}
+
+// What is known of very many items follows acts and scans away from the keys, whatever comes in between.
+TEST(BrowserModelTests, veryManyItems) {
+    constexpr std::size_t count = fewItems + 200;
+    Model model;
+    BrowserState& state = model.state;
+    for (std::size_t number = 0; number < count; ++number)
+        model.home.makeFile("files/many/f" + std::to_string(number), 1);
+    model.home.makeFile("files/other", 5);
+    begin(state, model.path("files"));
+    model.work();
+    const auto typeAhead = [&](std::string_view keys) {
+        for (const KeyPress& press : MemoryScreen::keys(keys))
+            update(state, press);
+    };
+    const auto answerUntil = [&](BrowserLane lane, const auto& isTrue) {
+        while (!isTrue())
+            ASSERT_TRUE(model.answer(static_cast<std::size_t>(lane)));
+    };
+    const auto sizeOf = [&](const char* name) {
+        return state.removals->restOf(*state.tree->root().node(name)).fileCount;
+    };
+    model.type("<Home><Enter>A");
+    ASSERT_EQ(state.marks.count(), count);
+    // Marks change while a folder is read again, and while they are carried into the new tree.
+    typeAhead("r ");
+    const auto isCarrying = [&] {
+        return std::ranges::any_of(state.requests, [](const BrowserRequest& request) {
+            return std::holds_alternative<BrowserJobs::Carry>(request.job);
+        });
+    };
+    answerUntil(BrowserLane::look, isCarrying);
+    typeAhead(" ");
+    answerUntil(BrowserLane::upkeep, [&] { return !isCarrying(); });
+    answerUntil(BrowserLane::upkeep, isCarrying);
+    EXPECT_TRUE(state.isScanning()) << "once more";
+    model.work();
+    EXPECT_FALSE(state.isScanning());
+    EXPECT_EQ(state.marks.count(), count - 2);
+    for (const FileNode* node : state.marks.nodes())
+        ASSERT_EQ(&node->root(), &state.tree->root());
+    // One act more, and a scan, before the books of a large act are closed.
+    model.type("UA");
+    typeAhead("dy");
+    answerUntil(BrowserLane::act, [&] { return state.followAwaited != 0; });
+    EXPECT_EQ(rowCount(state), count) << "not yet";
+    typeAhead("h<End>U");
+    answerUntil(BrowserLane::quick, [&] { return state.orderAwaited == 0; });
+    typeAhead("dy");
+    model.work();
+    EXPECT_TRUE(state.unfollowed.empty());
+    EXPECT_EQ(state.removals->all().size(), count + 1);
+    EXPECT_EQ(sizeOf("many"), 0);
+    EXPECT_TRUE(state.marks.isEmpty());
+    EXPECT_FALSE(fs::exists(model.path("files/other")));
+    typeAhead("ur");
+    answerUntil(BrowserLane::act, [&] { return state.followAwaited != 0 || state.unfollowed.empty(); });
+    model.work();
+    EXPECT_EQ(state.tree->root().fileCount(), 1) << "read when one was back";
+    model.type("u");
+    EXPECT_EQ(state.tree->root().fileCount(), static_cast<std::int64_t>(count) + 1);
+    EXPECT_TRUE(state.removals->isEmpty());
+    // What a part that is read again does not hold stays gone.
+    model.type("<Home><Enter>Adyh<End>");
+    fs::create_directory(model.path("files/part"));
+    model.type("r");
+    EXPECT_EQ(sizeOf("many"), 0);
+    // Of very many outcomes the failures stay.
+    model.services.shareBlocks = [](const SharingRequest&, const CancellationToken&) {
+        std::vector<SharingOutcome> outcomes(25'000, SharingDone{.url = "/done", .bytesFreed = 2});
+        outcomes.front() = SharingFailed{.url = "/first", .message = "It cannot be."};
+        std::promise<std::vector<SharingOutcome>> promise;
+        promise.set_value(std::move(outcomes));
+        return promise.get_future();
+    };
+    BrowserParts::ask(state, BrowserJobs::Share{{SharingRequest{}}});
+    model.work();
+    EXPECT_EQ(state.outcomes.size(), 10'000U);
+    EXPECT_EQ(state.outcomes.front().text, "/first: It cannot be.");
+    EXPECT_EQ(state.message, "Share blocks: 24,999 items done, 50 KB freed, 1 not: see Outcomes");
 }
 
 // Others change the rules while somebody looks at them: one change is put in, the rest stays theirs.
@@ -526,8 +607,8 @@ TEST(BrowserModelTests, actsEndBetweenItems) {
             done.push_back(request.id);
         },
         [] {});
-    queue.add({1, BrowserJobs::Undo{}});
-    queue.add({2, BrowserJobs::Undo{}});
+    queue.add({1, BrowserJobs::Undo{nullptr}});
+    queue.add({2, BrowserJobs::Undo{nullptr}});
     queue.add({3, BrowserJobs::Remember{}});
     begun.get_future().wait();
     EXPECT_TRUE(queue.drop(BrowserLane::act, [](const BrowserJob& job) {
