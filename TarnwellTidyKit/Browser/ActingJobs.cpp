@@ -74,8 +74,11 @@ std::vector<std::string> mayGo(const JobContext& context, std::vector<std::strin
     std::vector<fs::path> items;
     for (std::string& path : paths) {
         if (items.size() % pathsBetweenLooks == pathsBetweenLooks - 1) {
-            if (token.isCancelled())
-                return paths; // nothing is done with them any more
+            if (token.isCancelled()) {
+                for (std::string& each : paths)
+                    act.add({.source = std::move(each), .failure = std::string(notTouchedReason)});
+                return {};
+            }
             context.post(BrowserEvents::Progressed{
                 context.id, "looking at " + groupedNumber(static_cast<std::int64_t>(items.size() + 1)) +
                                 " of " + groupedNumber(static_cast<std::int64_t>(paths.size()))});

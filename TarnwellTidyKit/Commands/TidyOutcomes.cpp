@@ -102,7 +102,7 @@ void TidyOutcomes::actOnEach(const TidyContext& context, const std::vector<std::
                 isInterrupted = true;
             }
         }
-        all.push_back({.source = source, .failure = "It was not touched: interrupted."});
+        all.push_back({.source = source, .failure = std::string(notTouchedReason)});
     }
 }
 

@@ -10,6 +10,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tarnwell {
@@ -31,6 +32,9 @@ struct TidyOutcome {
 
     bool operator==(const TidyOutcome&) const = default;
 };
+
+/// Of what an interruption came before.
+inline constexpr std::string_view notTouchedReason = "It was not touched: interrupted.";
 
 struct TidyOutcomes {
     std::vector<TidyOutcome> all = {};
