@@ -65,6 +65,15 @@ Function next(const char* name) {
     return reinterpret_cast<Function>(::dlsym(RTLD_NEXT, name));
 }
 
+/// What a local static would be, which waits for other threads by `syscall`, one of the functions here.
+template <class Function>
+Function found(std::atomic<Function>& known, const char* name) {
+    Function function = known.load(std::memory_order_relaxed);
+    if (function == nullptr)
+        known.store(function = next<Function>(name), std::memory_order_relaxed);
+    return function;
+}
+
 /// Counts a call. Whether it is one to spoil.
 bool isDue(std::size_t kind) {
     if (!isArmed.load(std::memory_order_relaxed))
@@ -173,7 +182,9 @@ using Call = long (*)(long, long, long, long, long, long);
 #define CALL(name)                                                                                           \
     extern "C" long faulty_##name(long, long, long, long, long, long) __asm__(#name);                        \
     extern "C" long faulty_##name(long a, long b, long c, long d, long e, long f)
-#define REAL(name) static const auto real = next<Call>(#name)
+#define REAL(name)                                                                                           \
+    static std::atomic<Call> known;                                                                          \
+    const Call real = found(known, #name)
 #define FAULTY_WITH(failure, kind, name)                                                                     \
     CALL(name) {                                                                                             \
         REAL(name);                                                                                          \
@@ -238,7 +249,8 @@ FAULTY_READING(pread64)
 
 extern "C" long faulty_syscall(long, long, long, long, long, long, long) __asm__("syscall");
 extern "C" long faulty_syscall(long number, long a, long b, long c, long d, long e, long f) {
-    static const auto real = next<long (*)(long, long, long, long, long, long, long)>("syscall");
+    static std::atomic<long (*)(long, long, long, long, long, long, long)> known;
+    const auto real = found(known, "syscall");
     constexpr long oneEntry = 300; // with the longest name
     const bool isFailing = number == SYS_getdents64 ? failsOrMovesFew(kindNamed("getdents"), c, oneEntry)
                            : number == SYS_openat2  ? fails(kindNamed("openat2"))
