@@ -107,7 +107,7 @@ private:
                 carry->part,
                 carry->marks,
                 carried(carry->tree, carry->notes, carry->part, carry->changes, carry->marks),
-                carry->changes.since.size()};
+                carry->changes.count()};
         if (const auto* follow = std::get_if<BrowserJobs::Follow>(&request.job))
             return BrowserEvents::Followed{
                 request.id, follow->tree,

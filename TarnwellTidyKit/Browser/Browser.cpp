@@ -126,8 +126,8 @@ private:
 
     void finishJobs() {
         while (!queue_.isIdle()) {
-            for (const BrowserLane lane :
-                 {BrowserLane::quick, BrowserLane::look, BrowserLane::act, BrowserLane::upkeep})
+            for (const BrowserLane lane : {BrowserLane::quick, BrowserLane::look, BrowserLane::act,
+                                           BrowserLane::upkeep, BrowserLane::wayOut})
                 queue_.waitFor(lane);
             drain();
             hand();

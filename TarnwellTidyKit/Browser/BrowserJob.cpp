@@ -29,7 +29,7 @@ struct Describing {
     About operator()(const Rules&) const { return {quick, ""}; }
     About operator()(const Duplicates&) const { return {look, "Look for duplicates"}; }
     About operator()(const Changes&) const { return {look, "Compare"}; }
-    About operator()(const FindWaysOut&) const { return {upkeep, ""}; } // a dead server may hold it up
+    About operator()(const FindWaysOut&) const { return {wayOut, ""}; }
     About operator()(const Follow&) const { return {upkeep, "Note what went"}; }
     About operator()(const Carry&) const { return {upkeep, "Scan"}; }
     About operator()(const Volumes&) const { return {quick, ""}; }

@@ -27,12 +27,13 @@ namespace tarnwell {
 
 /// What has a thread of its own: jobs of one lane are done one after another.
 enum class BrowserLane : std::uint8_t {
-    quick, ///< what a key waits for: orders, sums of what is marked
-    look,  ///< scans and searches
-    act,   ///< whatever changes something; steps are never cut in two
-    upkeep ///< what takes moments and nobody asked for: the books of large acts, taking things apart
+    quick,  ///< what a key waits for: orders, sums of what is marked
+    look,   ///< scans and searches
+    act,    ///< whatever changes something; steps are never cut in two
+    upkeep, ///< what takes moments and nobody asked for: the books of large acts, taking things apart
+    wayOut  ///< whether there is a Trash, which a server that does not answer may hold up
 };
-inline constexpr std::size_t browserLaneCount = 4;
+inline constexpr std::size_t browserLaneCount = 5;
 
 namespace BrowserJobs {
 
@@ -144,6 +145,8 @@ struct Carry {
     TreeNotes notes;
     ReadingChanges changes;
     CarriedMarks marks;
+    /// The one that the notes are about.
+    std::shared_ptr<const BrowserTree> from;
 };
 struct History {
     std::string root;

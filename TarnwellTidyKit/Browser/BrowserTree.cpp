@@ -15,8 +15,9 @@ BrowserTree::BrowserTree(ScanResult scan, const std::filesystem::path& home) : s
     constexpr std::size_t deepest = 3;
     const std::filesystem::path rootPath = scan_.root->url();
     const auto levels = static_cast<std::size_t>(std::distance(rootPath.begin(), rootPath.end())) - 1;
+    ProtectedPlaces places(home);
     const auto note = [&](const FileNode& node) {
-        if (const std::string_view reason = tarnwell::reasonToStay(node.url(), home); !reason.empty())
+        if (const std::string_view reason = places.reasonToStay(node.url()); !reason.empty())
             protected_.emplace(&node, reason);
     };
     note(*scan_.root);

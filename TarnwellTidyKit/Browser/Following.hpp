@@ -52,6 +52,9 @@ struct ReadingChanges {
     ChangeList since = {};
     /// Since earlier scans that were given up: what came back then may still be missed.
     ChangeList before = {};
+
+    /// Of acts.
+    std::size_t count() const { return since.size() + before.size(); }
 };
 
 /// Up to here things are done on the spot: a millisecond's work.

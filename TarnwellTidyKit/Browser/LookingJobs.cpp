@@ -158,7 +158,7 @@ void LookingJobs::operator()(const BrowserJobs::Follow& job) const {
 void LookingJobs::operator()(const BrowserJobs::Carry& job) const {
     context.post(BrowserEvents::ScanEnded{context.id, job.tree, job.part, job.marks,
                                           carried(job.tree, job.notes, job.part, job.changes, job.marks),
-                                          job.changes.since.size()});
+                                          job.changes.count()});
 }
 
 void LookingJobs::operator()(const BrowserJobs::Order& job) const {
@@ -205,7 +205,9 @@ void LookingJobs::operator()(const BrowserJobs::Find& job) const {
             const Removals::Sums sums = job.removals->restOf(node);
             return NodeSizes{sums.size, sums.allocatedSize, sums.reclaimableSize};
         };
-    LargestMatches matches = Search::largest(*job.folder, job.conditions, most, context.token, rest);
+    LargestMatches matches; // none where the folder itself has gone
+    if (!job.removals->isGoneWithItsFolders(*job.folder))
+        matches = Search::largest(*job.folder, job.conditions, most, context.token, rest);
     context.post(BrowserEvents::Found{context.id, {std::move(matches.nodes), matches.totals}});
 }
 

@@ -4,6 +4,7 @@
 #include "TarnwellTidyKit/Commands/TidyText.hpp"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace tarnwell {
@@ -43,17 +44,18 @@ struct Taking {
 
     void operator()(BrowserEvents::ScanEnded& event) const {
         if (event.id != state.scanAwaited)
-            return;
+            return dropAnswer(event.tree, event.notes ? event.notes->now.removals : nullptr);
+        scanHasBegun(state);
         const TreeNotes notes = state.notes();
-        const bool areReady = event.notes && event.notes->before.areSame(notes) &&
-                              event.changeCount == state.meanwhile.since.size();
+        const bool areReady =
+            event.notes && event.notes->before.areSame(notes) && event.changeCount == state.meanwhile.count();
         if (!areReady && areManyToCarry(event)) {
+            dropAnswer(nullptr, event.notes ? event.notes->now.removals : nullptr);
             state.scanAwaited =
                 ask(state, BrowserJobs::Carry{std::move(event.tree), std::move(event.part), notes,
-                                              state.meanwhile, std::move(event.marks)});
+                                              state.meanwhile, std::move(event.marks), state.tree});
             return;
         }
-        scanHasBegun(state);
         state.scanAwaited = 0;
         callOff(state, state.lookAwaited);
         const FileNode& root = event.tree->root();
@@ -99,7 +101,16 @@ struct Taking {
         refreshView(state);
         if (carriedOver.unread != nullptr) // something is back that is not in the tree
             scanAgain(state, *carriedOver.unread);
+        if (!event.part) { // what had happened before it began, it has seen, and the rest is carried over
+            callOff(state, state.followAwaited);
+            discard(state, std::exchange(state.unfollowed, {}));
+        }
         followSoon();
+    }
+
+    /// What nobody waits for any more may be large.
+    void dropAnswer(std::shared_ptr<const void> tree, std::shared_ptr<const void> removals) const {
+        discard(state, {std::move(tree), std::move(removals)});
     }
 
     bool areManyToCarry(const BrowserEvents::ScanEnded& event) const {
@@ -248,33 +259,38 @@ struct Taking {
             state.followAwaited =
                 ask(state, BrowserJobs::Follow{state.tree, std::move(notes), state.unfollowed, state.folder});
         else
-            takeChanges(
-                followed(state.tree, std::move(notes), std::exchange(state.unfollowed, {}), state.folder));
+            takeChanges(followed(state.tree, std::move(notes), state.unfollowed, state.folder),
+                        state.unfollowed.size());
     }
 
     void operator()(BrowserEvents::Followed& event) const {
-        if (event.id != state.followAwaited)
-            return;
-        state.followAwaited = 0;
-        // Else something has come in between: once more.
-        if (event.tree == state.tree && event.changes.before.areSame(state.notes())) {
-            const auto end = state.unfollowed.begin() + static_cast<std::ptrdiff_t>(event.changeCount);
-            discard(state, ChangeList(state.unfollowed.begin(), end));
-            state.unfollowed.erase(state.unfollowed.begin(), end);
-            takeChanges(std::move(event.changes));
+        const bool isAwaited = event.id == state.followAwaited;
+        state.followAwaited = isAwaited ? 0 : state.followAwaited;
+        if (!isAwaited || event.tree != state.tree || !event.changes.before.areSame(state.notes())) {
+            dropAnswer(std::move(event.tree), std::move(event.changes.now.removals));
+        } else {
+            takeChanges(std::move(event.changes), event.changeCount);
             refreshView(state);
         }
-        followSoon();
+        followSoon(); // once more, if something has come in between
     }
 
-    void takeChanges(FollowedChanges changes) const {
+    /// `count` of the acts that wait for it.
+    void takeChanges(FollowedChanges changes, std::size_t count) const {
+        const auto end = state.unfollowed.begin() + static_cast<std::ptrdiff_t>(count);
+        const ChangeList done(state.unfollowed.begin(), end);
+        state.unfollowed.erase(state.unfollowed.begin(), end);
+        discard(state, done);
+        // A scan under way may miss what came back before it began, elsewhere.
+        if (state.isScanning())
+            std::ranges::copy_if(done, std::back_inserter(state.meanwhile.before),
+                                 [](const auto& each) { return !each->items.back.empty(); });
         if (changes.before.areMany())
             discard(state, {state.removals});
         state.removals = std::move(changes.now.removals);
         state.marks = std::move(changes.now.marks);
         RemovedNodesQuery gone(state.removals->nodes());
         const auto isGone = [&](const FileNode* node) { return gone.containsNodeOrAncestor(*node); };
-        const FileNode* const nextEntry = changes.lastBack;
         const FileNode* const shown = state.folder;
         while (state.folder->parent() != nullptr && isGone(state.folder))
             state.folder = state.folder->parent();
@@ -295,7 +311,12 @@ struct Taking {
         // What was reckoned with it is asked for anew.
         callOff(state, state.rules.awaited);
         state.rules.forget();
-        state.wantedEntry = nextEntry;
+        const auto isEntry = [&](const FileNode* node) {
+            return node != nullptr && node->parent() == state.folder && !isGone(node);
+        };
+        state.wantedEntry = isEntry(changes.lastBack)    ? changes.lastBack
+                            : isEntry(state.wantedEntry) ? state.wantedEntry
+                                                         : nullptr;
         relist(state);
         marksChanged(state);
         state.unread = commonFolder(state.unread, changes.unread);
@@ -380,6 +401,12 @@ struct Taking {
         } else if (event.id == state.waysOutAwaited) {
             state.waysOutAwaited = 0;
             state.held.clear();
+        } else if (event.id == state.followAwaited) {
+            // Read again, everything shows by itself what is there.
+            state.followAwaited = 0;
+            discard(state, std::exchange(state.unfollowed, {}));
+            if (!state.isScanning() && state.tree != nullptr)
+                scanAgain(state, state.tree->root());
         } else if (event.id == state.orderAwaited) {
             state.orderAwaited = 0;
             state.held.clear();

@@ -3,6 +3,7 @@
 #include "TarnwellTidyKit/Browser/UpdateParts.hpp"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace tarnwell::BrowserParts {
@@ -57,7 +58,9 @@ void discard(BrowserState& state, std::vector<std::shared_ptr<const void>> thing
 }
 
 void discard(BrowserState& state, const ChangeList& changes) {
-    if (countOf(changes) > fewItems)
+    // Each holds a tree, perhaps as the last one.
+    if (countOf(changes) > fewItems ||
+        std::ranges::any_of(changes, [&](const auto& each) { return each->nodes.tree != state.tree; }))
         discard(state, std::vector<std::shared_ptr<const void>>(changes.begin(), changes.end()));
 }
 
@@ -77,9 +80,10 @@ void beginScan(BrowserState& state) {
     state.nextLook = 0;
     state.progress = {};
     // What went is not there to be read. What came back lies perhaps elsewhere.
-    for (auto& each : std::exchange(state.meanwhile.since, {}))
-        if (!each->items.back.empty())
-            state.meanwhile.before.push_back(std::move(each));
+    const ChangeList changes = std::exchange(state.meanwhile.since, {});
+    std::ranges::copy_if(changes, std::back_inserter(state.meanwhile.before),
+                         [](const auto& each) { return !each->items.back.empty(); });
+    discard(state, changes);
     state.wantedRoot.clear();
 }
 
