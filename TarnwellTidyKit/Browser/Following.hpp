@@ -58,7 +58,7 @@ struct ReadingChanges {
 };
 
 /// Up to here things are done on the spot: a millisecond's work.
-inline constexpr std::size_t fewItems = 1'000;
+inline constexpr std::size_t fewItems = 500;
 
 /// What is known beside a tree.
 struct TreeNotes {

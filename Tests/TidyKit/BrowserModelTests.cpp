@@ -315,7 +315,7 @@ TEST(BrowserModelTests, lateAnswers) {
 
 // What is known of very many items follows acts and scans away from the keys, whatever comes in between.
 TEST(BrowserModelTests, veryManyItems) {
-    constexpr std::size_t count = fewItems + 200;
+    constexpr std::size_t count = fewItems + 20;
     Model model;
     BrowserState& state = model.state;
     for (std::size_t number = 0; number < count; ++number)
@@ -379,6 +379,21 @@ TEST(BrowserModelTests, veryManyItems) {
     fs::create_directory(model.path("files/part"));
     model.type("r");
     EXPECT_EQ(sizeOf("many"), 0);
+    // Books that cannot be closed: everything is read again.
+    typeAhead("u");
+    answerUntil(BrowserLane::act, [&] { return state.followAwaited != 0; });
+    update(state, BrowserEvents::Failed{state.followAwaited, "There is not enough memory."});
+    EXPECT_TRUE(state.isScanning());
+    model.work();
+    EXPECT_EQ(state.tree->root().fileCount(), static_cast<std::int64_t>(count) + 1);
+    EXPECT_TRUE(state.removals->isEmpty());
+    // A search in a folder that went finds nothing, also when something else comes back.
+    model.type("<Home><Enter>ff1<Enter>");
+    EXPECT_FALSE(state.found.value->nodes.empty());
+    BrowserParts::showView(state, BrowserView::list);
+    model.type("h<Home>dy<End>dyu");
+    EXPECT_TRUE(state.found.value->nodes.empty());
+    EXPECT_EQ(state.found.value->totals.count, 0);
     // Of very many outcomes the failures stay.
     model.services.shareBlocks = [](const SharingRequest&, const CancellationToken&) {
         std::vector<SharingOutcome> outcomes(25'000, SharingDone{.url = "/done", .bytesFreed = 2});
