@@ -2,18 +2,22 @@
 
 // Finds files of equal contents in trees that were scanned.
 //
-// Candidates are regular files of equal apparent size. Of those the first 65,536 bytes are compared by their
-// SHA-256, then, of files that are longer and still have a like, the whole. One inode is one file however
-// many links it has. Links, devices, empty files and placeholders whose contents lie elsewhere are never
-// opened.
+// Candidates are regular files of equal apparent size. Those go on whose first 4,096 bytes are like those of
+// another, by a hash that decides nothing else. Up to a few of them are read in step and compared byte by
+// byte, each for as long as it has a like. Where there are more, the SHA-256 of the first 65,536 bytes
+// decides who goes on, and that of the whole who is equal; so does that of files that are little longer than
+// a page, at once. One inode is one file however many links it has. Links, devices, empty files and
+// placeholders whose contents lie elsewhere are never opened.
 //
 // A node of a tree does not say which inode was scanned, so each candidate is measured again before anything
 // is opened; from then on it has to stay what it is (FileVersion), or it drops out and the result says so.
 //
 // The files of a device are read in the order of their inodes, which on most file systems is near the order
 // on the disk, by as many threads as there are processors. See ContentReading.hpp for what that leaves of
-// other programs' cache. Memory: some 260 bytes a candidate at most, and two buffers of a mebibyte for each
-// thread, however large the files are.
+// other programs' cache. Reading in step takes some descriptors for each thread, together at most a quarter
+// of what the process may have; where there are none to be had, all is digested. Memory: some 260 bytes a
+// candidate at most, and for each thread two buffers for each file that it reads at a time, of up to a
+// mebibyte where the disk has to be waited for, however large the files are.
 
 #include "TarnwellCore/Analysis/DuplicateOptions.hpp"
 #include "TarnwellCore/Analysis/DuplicateResult.hpp"
@@ -21,12 +25,14 @@
 #include "TarnwellCore/Platform/ContentReading.hpp"
 #include "TarnwellCore/Scanning/CancellationToken.hpp"
 
+#include <cstddef>
 #include <cstdint>
 #include <expected>
 #include <functional>
 #include <future>
 #include <memory>
 #include <optional>
+#include <span>
 #include <vector>
 
 namespace tarnwell {
@@ -43,6 +49,8 @@ struct DuplicateFinder {
     /// 0 or an errno, as of `ContentReader::read`.
     std::function<int(ContentReader& reader, int file, std::int64_t length, const ContentReader::Taker& take)>
         read;
+    /// The next bytes of a file that is read in step with others, as of `ContentReader::next`.
+    std::function<std::expected<std::span<const std::byte>, int>(ContentReader& reader, int file)> readOn;
     std::function<std::optional<BlockLayout>(int file)> layoutOfSharedBlocks;
 
     /// Wired to the platform.
