@@ -2,22 +2,22 @@
 
 // Finds files of equal contents in trees that were scanned.
 //
-// Candidates are regular files of equal apparent size. Those go on whose first 4,096 bytes are like those of
-// another, by a hash that decides nothing else. Up to a few of them are read in step and compared byte by
-// byte, each for as long as it has a like. Where there are more, the SHA-256 of the first 65,536 bytes
-// decides who goes on, and that of the whole who is equal; so does that of files that are little longer than
-// a page, at once. One inode is one file however many links it has. Links, devices, empty files and
-// placeholders whose contents lie elsewhere are never opened.
+// Candidates are regular files of equal apparent size. A hash of the first 4,096 bytes, which decides nothing
+// else, tells who has no like. Up to 16 that are left are read in step and compared byte by byte, each for as
+// long as it has a like. Of more, the SHA-256 of the first 65,536 bytes tells who has none, and that of the
+// whole who is equal; so does that of files of up to 16,384 bytes, at once. One inode is one file however
+// many links it has. Links, devices, empty files and placeholders whose contents lie elsewhere are never
+// opened.
 //
 // A node of a tree does not say which inode was scanned, so each candidate is measured again before anything
 // is opened; from then on it has to stay what it is (FileVersion), or it drops out and the result says so.
 //
 // The files of a device are read in the order of their inodes, which on most file systems is near the order
 // on the disk, by as many threads as there are processors. See ContentReading.hpp for what that leaves of
-// other programs' cache. Reading in step takes some descriptors for each thread, together at most a quarter
-// of what the process may have; where there are none to be had, all is digested. Memory: some 260 bytes a
-// candidate at most, and for each thread two buffers for each file that it reads at a time, of up to a
-// mebibyte where the disk has to be waited for, however large the files are.
+// other programs' cache. Files in step take at most a quarter of the descriptors that the process may have;
+// where there are none to be had, their digests are compared. Memory, however large the files are: some 260
+// bytes a candidate at most, and for each thread a few mebibytes of buffers, or some 24 when many files in
+// step have to be waited for.
 
 #include "TarnwellCore/Analysis/DuplicateOptions.hpp"
 #include "TarnwellCore/Analysis/DuplicateResult.hpp"

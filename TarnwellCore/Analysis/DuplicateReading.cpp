@@ -6,6 +6,7 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <cstring>
 #include <functional>
@@ -19,6 +20,11 @@ namespace {
 
 /// What is read of each file in a step: a few of them fit into a processor's own cache.
 constexpr std::size_t stepLength = std::size_t{1} << 16;
+
+/// More would cost a disk that turns as much time between the files as comparing them saves.
+constexpr std::size_t mostInStep = 16;
+/// What the buffers of all files of a set may take.
+constexpr std::size_t setMemory = std::size_t{1} << 24;
 
 /// Takes the bytes of a page, which come at once.
 SHA256Digest pageHash(std::span<const std::byte> page) {
@@ -85,8 +91,10 @@ bool DuplicateSearch::compareInStep(Worker& worker, const Files& files) {
     }
     for (std::size_t index = members.size(); index < files.size(); ++index)
         bytesToRead_.fetch_sub(size, std::memory_order_relaxed);
+    const std::size_t window =
+        std::min(ContentReader::pieceLength, std::bit_floor(setMemory / 2 / files.size()));
     for (std::size_t index = 0; index < members.size(); ++index)
-        worker.reader(index).begin(members[index].opened->descriptor(), size, stepLength);
+        worker.reader(index).begin(members[index].opened->descriptor(), size, stepLength, window);
 
     const auto readOn = [&](std::size_t index) -> std::expected<std::span<const std::byte>, int> {
         if (isStopped_.isSet())
@@ -131,12 +139,11 @@ void DuplicateSearch::endSteps() {
 }
 
 std::size_t DuplicateSearch::mostFilesInStep() const {
-    constexpr std::size_t most = 8;
     struct rlimit limit = {};
     if (::getrlimit(RLIMIT_NOFILE, &limit) != 0)
         return 0;
     const rlim_t share = limit.rlim_cur / 4 / static_cast<rlim_t>(workerCount());
-    return static_cast<std::size_t>(std::min<rlim_t>(share, most));
+    return static_cast<std::size_t>(std::min<rlim_t>(share, mostInStep));
 }
 
 /// By the first of its links that still leads to it; those that do not are dropped by themselves.

@@ -30,6 +30,7 @@ struct ContentReader::State {
     int file = -1;
     std::int64_t length = 0;
     std::size_t step = 0;
+    std::size_t most = 0;
     /// How much is read at once.
     std::size_t window = 0;
 
@@ -42,7 +43,7 @@ struct ContentReader::State {
     bool isWaiting = false;
 
     void startFollowing() {
-        window = isWaiting ? std::min(2 * window, pieceLength) : step;
+        window = isWaiting ? std::min(2 * window, most) : step;
         const std::int64_t end = current.offset + static_cast<std::int64_t>(current.length);
         following.start(file, end,
                         static_cast<std::size_t>(
@@ -65,13 +66,14 @@ struct ContentReader::State {
 ContentReader::ContentReader() : state_(new State) {}
 ContentReader::~ContentReader() = default;
 
-void ContentReader::begin(int file, std::int64_t length, std::size_t step) {
+void ContentReader::begin(int file, std::int64_t length, std::size_t step, std::size_t most) {
     end();
     ContentReadingDetail::prepareForPieces(file);
     State& state = *state_;
     state.file = file;
     state.length = length;
     state.step = step;
+    state.most = std::max(step, most);
     state.isWaiting = false;
     state.current.start(file, 0, 0);
     state.handedOn = 0;
@@ -107,7 +109,7 @@ int ContentReader::read(int file, std::int64_t length, const Taker& take) {
         ContentReader& reader;
         ~Reading() { reader.end(); }
     } const reading{*this};
-    begin(file, length, pieceLength);
+    begin(file, length, pieceLength, pieceLength);
     for (;;) {
         const auto bytes = next();
         if (!bytes)

@@ -33,9 +33,10 @@ public:
     int read(int file, std::int64_t length, const Taker& take);
 
     /// The same at the caller's pace. Has the system fetch the beginning and returns; `end` comes before the
-    /// file is closed. `step`, a power of two up to `pieceLength`, is what `next` hands on at a time. What is
-    /// held already is read no further than that; what is not, in pieces that get longer.
-    void begin(int file, std::int64_t length, std::size_t step);
+    /// file is closed. `next` hands `step` bytes on at a time, and what is held already is read no further
+    /// than that; what is not, in pieces that get longer up to `most`. Both are powers of two, the larger of
+    /// them at most `pieceLength`.
+    void begin(int file, std::int64_t length, std::size_t step, std::size_t most);
     /// The next `step` bytes, or those that are left: none when all were handed on. They stay until the next
     /// call. Or an errno, as above, after which there is nothing to do but to end.
     std::expected<std::span<const std::byte>, int> next();
