@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <expected>
 #include <functional>
 #include <span>
@@ -40,7 +41,9 @@ TEST(ContentReading, LeavesTheCacheAsItWas) {
     for (std::size_t index = 0; index < text.size(); ++index)
         text[index] = static_cast<char>(index / 4096 + index / 256);
     const auto path = folder.writeFile("file", text);
-    const auto expected = std::as_bytes(std::span(text));
+    const auto isAt = [&](std::int64_t offset, std::span<const std::byte> bytes) {
+        return std::memcmp(text.data() + offset, bytes.data(), bytes.size()) == 0;
+    };
     const int file = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(::fsync(file), 0);
     ::posix_fadvise(file, 0, 0, POSIX_FADV_DONTNEED);
@@ -51,8 +54,7 @@ TEST(ContentReading, LeavesTheCacheAsItWas) {
         std::int64_t total = 0;
         const int error = reader.read(file, length, [&](std::span<const std::byte> bytes) {
             EXPECT_LE(bytes.size(), ContentReader::pieceLength);
-            EXPECT_TRUE(
-                std::ranges::equal(bytes, expected.subspan(static_cast<std::size_t>(total), bytes.size())));
+            EXPECT_TRUE(isAt(total, bytes));
             total += static_cast<std::int64_t>(bytes.size());
             return true;
         });
@@ -77,13 +79,13 @@ TEST(ContentReading, LeavesTheCacheAsItWas) {
         const int others = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
         reader.begin(file, length, step, step * 4);
         other.begin(others, length, step, step * 4);
-        for (auto rest = expected.first(static_cast<std::size_t>(length)); !rest.empty();) {
+        for (std::int64_t offset = 0; offset < length;) {
             const auto bytes = reader.next();
             ASSERT_TRUE(bytes);
-            ASSERT_EQ(bytes->size(), std::min(step, rest.size()));
-            EXPECT_TRUE(std::ranges::equal(*bytes, rest.first(bytes->size())));
-            rest = rest.subspan(bytes->size());
-            if (rest.size() > 2 << 20) {
+            ASSERT_EQ(std::ssize(*bytes), std::min<std::int64_t>(step, length - offset));
+            EXPECT_TRUE(isAt(offset, *bytes));
+            offset += std::ssize(*bytes);
+            if (offset < size / 2) {
                 EXPECT_TRUE(other.next());
             }
         }
