@@ -13,6 +13,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace tarnwell {
 
@@ -37,29 +39,78 @@ SHA256Digest pageHash(std::span<const std::byte> page) {
 
 } // namespace
 
+std::size_t DuplicateSearch::readSome(Worker& worker, std::span<const std::size_t> files, std::int64_t most) {
+    std::size_t count = 0;
+    {
+        const std::shared_lock guard(steps_);
+        std::vector<std::pair<std::size_t, OpenFile>> begun;
+        for (; count < files.size() && !areStepsOver_.isSet(); ++count) {
+            File& file = files_[files[count]];
+            const std::int64_t length = lengthToRead(sizeOf(file), most);
+            auto opened = openFile(worker, file, true);
+            if (opened) {
+                worker.reader(begun.size()).begin(opened->descriptor(), length, stepLength, stepLength);
+                begun.emplace_back(files[count], std::move(*opened));
+            } else if (opened.error() == NotOpened::noDescriptor) {
+                break;
+            } else {
+                bytesToRead_.fetch_sub(length, std::memory_order_relaxed);
+            }
+        }
+        for (std::size_t index = 0; index < begun.size(); ++index) {
+            const auto& [number, opened] = begun[index];
+            ContentReader& reader = worker.reader(index);
+            const int file = opened.descriptor();
+            digest(worker, opened, number, most, [&](const ContentReader::Taker& take) {
+                for (;;) {
+                    const auto bytes = finder_.readOn(reader, file);
+                    if (!bytes || bytes->empty())
+                        return bytes ? 0 : bytes.error();
+                    if (!take(*bytes))
+                        return ECANCELED;
+                }
+            });
+            reader.end();
+        }
+    }
+    if (count == 0) {
+        readFile(worker, files.front(), most);
+        count = 1;
+    }
+    return count;
+}
+
 void DuplicateSearch::readFile(Worker& worker, std::size_t number, std::int64_t most) {
+    const std::int64_t length = lengthToRead(sizeOf(files_[number]), most);
+    if (const auto opened = openFile(worker, files_[number], false))
+        digest(worker, *opened, number, most, [&](const ContentReader::Taker& take) {
+            return finder_.read(worker.reader(0), opened->descriptor(), length, take);
+        });
+    else
+        bytesToRead_.fetch_sub(length, std::memory_order_relaxed);
+}
+
+void DuplicateSearch::digest(Worker& worker, const OpenFile& opened, std::size_t number, std::int64_t most,
+                             const std::function<int(const ContentReader::Taker&)>& read) {
     File& file = files_[number];
     const std::int64_t size = sizeOf(file);
     const std::int64_t length = lengthToRead(size, most);
     const bool isOnlyPage = most == pageLength && length < size;
+    SHA256& hash = worker.hash();
     std::int64_t unread = length;
-    if (const auto opened = openFile(worker, file, false)) {
-        SHA256& hash = worker.hash();
-        const int error = finder_.read(
-            worker.reader(0), opened->descriptor(), length, [&](std::span<const std::byte> bytes) {
-                if (isOnlyPage)
-                    file.digest = pageHash(bytes);
-                else
-                    hash.update(bytes);
-                unread -= static_cast<std::int64_t>(bytes.size());
-                bytesRead_.fetch_add(static_cast<std::int64_t>(bytes.size()), std::memory_order_relaxed);
-                return !isStopped_.isSet();
-            });
-        if (!isOnlyPage)
-            file.digest = hash.finish();
-        if (isSound(*opened, number, error) && length == size)
-            noteLayout(*opened, number);
-    }
+    const int error = read([&](std::span<const std::byte> bytes) {
+        if (isOnlyPage)
+            file.digest = pageHash(bytes);
+        else
+            hash.update(bytes);
+        unread -= static_cast<std::int64_t>(bytes.size());
+        bytesRead_.fetch_add(static_cast<std::int64_t>(bytes.size()), std::memory_order_relaxed);
+        return !isStopped_.isSet();
+    });
+    if (!isOnlyPage)
+        file.digest = hash.finish();
+    if (isSound(opened, number, error) && length == size)
+        noteLayout(opened, number);
     bytesToRead_.fetch_sub(unread, std::memory_order_relaxed);
 }
 

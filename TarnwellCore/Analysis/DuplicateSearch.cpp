@@ -57,8 +57,8 @@ DuplicateResult DuplicateSearch::run(std::vector<std::shared_ptr<const FileNode>
     joinLinks();
     Files all(files_.size());
     std::ranges::copy(std::views::iota(std::size_t{0}, files_.size()), all.begin());
-    std::vector<Files> sets = sieve(std::move(all), pageLength);
     const std::size_t few = mostFilesInStep();
+    std::vector<Files> sets = sieve(std::move(all), pageLength, few);
     Files many;
     std::erase_if(sets, [&](const Files& set) {
         const bool areMany = set.size() > few;
@@ -66,7 +66,7 @@ DuplicateResult DuplicateSearch::run(std::vector<std::shared_ptr<const FileNode>
             many.insert(many.end(), set.begin(), set.end());
         return areMany;
     });
-    std::ranges::move(sieve(std::move(many), beginningLength), std::back_inserter(sets));
+    std::ranges::move(sieve(std::move(many), beginningLength, few), std::back_inserter(sets));
     readWholes(std::move(sets), few);
     return assemble();
 }
@@ -157,11 +157,16 @@ void DuplicateSearch::joinLinks() {
     candidateCount_ = static_cast<std::int64_t>(files_.size());
 }
 
-std::vector<DuplicateSearch::Files> DuplicateSearch::sieve(Files files, std::int64_t most) {
+std::vector<DuplicateSearch::Files> DuplicateSearch::sieve(Files files, std::int64_t most, std::size_t few) {
     std::ranges::sort(files, {}, [&](std::size_t file) { return placeOf(file); });
     expectBytes(files, most);
-    forEach(files.size(), 8,
-            [&](Worker& worker, std::size_t index) { readFile(worker, files[index], most); });
+    const std::size_t together = std::clamp<std::size_t>(few, 1, 8);
+    forEach((files.size() + together - 1) / together, 1, [&](Worker& worker, std::size_t index) {
+        auto some = std::span(files).subspan(index * together);
+        some = some.first(std::min(some.size(), together));
+        while (!some.empty())
+            some = some.subspan(readSome(worker, some, most));
+    });
     std::vector<Files> sets;
     forEachRun(files, [&](std::span<const std::size_t> run) {
         const std::int64_t size = sizeOf(files_[run.front()]);

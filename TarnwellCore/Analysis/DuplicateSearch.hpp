@@ -92,12 +92,17 @@ private:
     void measureCandidate(Worker& worker, Candidate& candidate);
     void joinLinks();
     /// Digests up to `most` bytes of each, by device and inode. What is read to the end by that becomes
-    /// groups; of the rest, sets of like files.
-    std::vector<Files> sieve(Files files, std::int64_t most);
+    /// groups; of the rest, sets of like files. A worker keeps up to `few` files open.
+    std::vector<Files> sieve(Files files, std::int64_t most, std::size_t few);
+    /// The beginnings of neighbours, for all of which the disk is asked before the first is waited for.
+    /// Returns how many it has read, at least one.
+    std::size_t readSome(Worker& worker, std::span<const std::size_t> files, std::int64_t most);
     /// Sets of up to `few` files in step.
     void readWholes(std::vector<Files> sets, std::size_t few);
     void expectBytes(const Files& files, std::int64_t most);
     void readFile(Worker& worker, std::size_t number, std::int64_t most);
+    void digest(Worker& worker, const OpenFile& opened, std::size_t number, std::int64_t most,
+                const std::function<int(const ContentReader::Taker&)>& read);
     /// Groups of the files that are equal by their digests.
     void addEqual(Files files);
     void addGroup(std::span<const std::size_t> files);
