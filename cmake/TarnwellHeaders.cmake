@@ -5,8 +5,8 @@
 # Of the rooms of each library, by their names in the folder of the library; "." is the folder itself.
 set(TarnwellCore_INSIDE
   Actions/LeftoverSearch Actions/ResumeOnce
-  Analysis/CleanupRuleCoding Analysis/InstallerStem Analysis/SQLiteSidecarFiles Analysis/SharingIndex
-  Analysis/SpaceSaverMeasuring
+  Analysis/CleanupRuleCoding Analysis/DuplicateSearch Analysis/DuplicateWorker Analysis/InstallerStem
+  Analysis/SQLiteSidecarFiles Analysis/SharingIndex Analysis/SpaceSaverMeasuring Analysis/StepComparison
   Classification/FileCategoryMemo Classification/FileClassifierTables Classification/NameTable
   Classification/UTTypeCache
   Layout/ChildWeights Layout/SizeOrder Layout/SliceLayout

@@ -15,6 +15,7 @@ DuplicateFinder::DuplicateFinder()
       read([](ContentReader& reader, int file, std::int64_t length, const ContentReader::Taker& take) {
           return reader.read(file, length, take);
       }),
+      readOn([](ContentReader& reader, int) { return reader.next(); }),
       layoutOfSharedBlocks(tarnwell::layoutOfSharedBlocks) {}
 
 std::future<DuplicateResult> DuplicateFinder::find(std::vector<std::shared_ptr<const FileNode>> roots,

@@ -2,8 +2,10 @@
 
 // Finds files of equal contents in trees that were scanned.
 //
-// Candidates are regular files of equal apparent size. Of those the first 65,536 bytes are compared by their
-// SHA-256, then, of files that are longer and still have a like, the whole. One inode is one file however
+// Candidates are regular files of equal apparent size. A hash of the first 4,096 bytes, which decides nothing
+// else, tells who has no like. Up to 16 that are left are read in step and compared byte by byte, each for as
+// long as it has a like. Of more, the SHA-256 of the first 65,536 bytes tells who has none, and that of the
+// whole who is equal; so does that of files of up to 16,384 bytes, at once. One inode is one file however
 // many links it has. Links, devices, empty files and placeholders whose contents lie elsewhere are never
 // opened.
 //
@@ -12,8 +14,10 @@
 //
 // The files of a device are read in the order of their inodes, which on most file systems is near the order
 // on the disk, by as many threads as there are processors. See ContentReading.hpp for what that leaves of
-// other programs' cache. Memory: some 260 bytes a candidate at most, and two buffers of a mebibyte for each
-// thread, however large the files are.
+// other programs' cache. Files in step take at most a quarter of the descriptors that the process may have;
+// where there are none to be had, their digests are compared. Memory, however large the files are: some 260
+// bytes a candidate at most, and for each thread a few mebibytes of buffers, or some 24 when many files in
+// step have to be waited for.
 
 #include "TarnwellCore/Analysis/DuplicateOptions.hpp"
 #include "TarnwellCore/Analysis/DuplicateResult.hpp"
@@ -21,12 +25,14 @@
 #include "TarnwellCore/Platform/ContentReading.hpp"
 #include "TarnwellCore/Scanning/CancellationToken.hpp"
 
+#include <cstddef>
 #include <cstdint>
 #include <expected>
 #include <functional>
 #include <future>
 #include <memory>
 #include <optional>
+#include <span>
 #include <vector>
 
 namespace tarnwell {
@@ -43,6 +49,8 @@ struct DuplicateFinder {
     /// 0 or an errno, as of `ContentReader::read`.
     std::function<int(ContentReader& reader, int file, std::int64_t length, const ContentReader::Taker& take)>
         read;
+    /// The next bytes of a file that is read in step with others, as of `ContentReader::next`.
+    std::function<std::expected<std::span<const std::byte>, int>(ContentReader& reader, int file)> readOn;
     std::function<std::optional<BlockLayout>(int file)> layoutOfSharedBlocks;
 
     /// Wired to the platform.

@@ -89,7 +89,6 @@ DuplicateGroup DuplicateSearch::groupOf(std::span<const std::size_t> files,
 
     DuplicateGroup group;
     group.size = sizeOf(files_[files.front()]);
-    group.digest = files_[files.front()].digest;
     std::map<std::size_t, std::size_t> numbers; // of the search's files in the group
     std::vector<std::optional<BlockLayout>> layouts;
     std::vector<std::size_t> linkCounts;

@@ -3,7 +3,6 @@
 // What a search for duplicates comes to. All sizes in bytes.
 
 #include "TarnwellCore/Platform/MeasuredFile.hpp"
-#include "TarnwellCore/Platform/SHA256.hpp"
 #include "TarnwellCore/Scanning/FileNode.hpp"
 
 #include <cstddef>
@@ -36,7 +35,6 @@ struct DuplicateFile {
 /// Two or more files of equal contents.
 struct DuplicateGroup {
     std::int64_t size = 0;
-    SHA256Digest digest{};
     /// In the order of their paths, as bytes. Every link that the search saw is a member.
     std::vector<DuplicateMember> members;
     /// In the order of their first members.

@@ -1,7 +1,5 @@
-#include "TarnwellCore/Analysis/DuplicateSearch.hpp"
-
+#include "TarnwellCore/Analysis/DuplicateWorker.hpp"
 #include "TarnwellCore/Platform/FolderOpening.hpp"
-#include "TarnwellCore/Platform/NoFetching.hpp"
 #include "TarnwellCore/Platform/WorkerThreads.hpp"
 #include "TarnwellCore/Scanning/ScanError.hpp"
 
@@ -9,7 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <expected>
+#include <iterator>
 #include <limits>
 #include <ranges>
 #include <string>
@@ -18,8 +16,6 @@
 namespace tarnwell {
 
 namespace {
-
-constexpr std::int64_t beginningLength = 65'536;
 
 bool canBeCandidate(const FileNode& node, std::int64_t minimumSize) {
     constexpr FileNodeFlags ruledOut[] = {FileNodeFlags::symlink, FileNodeFlags::special,
@@ -46,79 +42,7 @@ void keepRuns(std::vector<Element>& elements, IsEqual isEqual) {
     elements.erase(elements.begin() + static_cast<std::ptrdiff_t>(kept), elements.end());
 }
 
-std::string relativePath(const FileNode& folder) {
-    std::vector<const FileNode*> way;
-    for (const FileNode* node = &folder; node->parent() != nullptr; node = node->parent())
-        way.push_back(node);
-    std::string path;
-    for (const FileNode* node : way | std::views::reverse) {
-        if (!path.empty())
-            path += '/';
-        path += node->name();
-    }
-    return path;
-}
-
 } // namespace
-
-/// What one thread works with: the folder where it is, and what it reads and digests with.
-class DuplicateSearch::Worker {
-public:
-    explicit Worker(const DuplicateSearch& search) : search_(search) {}
-    ~Worker() { leaveFolder(); }
-    Worker(const Worker&) = delete;
-    Worker& operator=(const Worker&) = delete;
-
-    /// The open folder of a node, until the next is asked for.
-    std::expected<int, FileFault> folderOf(const FileNode& node) {
-        if (node.parent() == current_)
-            return folder_ >= 0 ? std::expected<int, FileFault>(folder_) : std::unexpected(fault_);
-        leaveFolder();
-        current_ = node.parent();
-        const auto [root, error] = search_.openRoots_.at(&current_->root());
-        folder_ = root;
-        errno = error;
-        if (root >= 0 && current_->parent() != nullptr)
-            folder_ = openFolderBelow(root, relativePath(*current_), nullptr);
-        isRoot_ = folder_ == root;
-        if (folder_ >= 0)
-            return folder_;
-        fault_ = FileFault::of(errno);
-        return std::unexpected(fault_);
-    }
-
-    /// Of the first bytes; `note` is told of each piece. `error` is that of the reading.
-    SHA256Digest digest(int file, std::int64_t length, const DuplicateFinder& finder,
-                        const ContentReader::Taker& note, int& error) {
-        if (!reading_)
-            reading_ = std::make_unique<Reading>();
-        error = finder.read(reading_->reader, file, length, [&](std::span<const std::byte> bytes) {
-            reading_->hash.update(bytes);
-            return note(bytes);
-        });
-        return reading_->hash.finish();
-    }
-
-private:
-    void leaveFolder() {
-        if (folder_ >= 0 && !isRoot_)
-            ::close(folder_);
-        folder_ = -1;
-        current_ = nullptr;
-    }
-
-    const DuplicateSearch& search_;
-    const NoFetching noFetching_;
-    const FileNode* current_ = nullptr;
-    int folder_ = -1;
-    bool isRoot_ = false;
-    FileFault fault_{FileFault::Kind::failed};
-    struct Reading {
-        ContentReader reader;
-        SHA256 hash;
-    };
-    std::unique_ptr<Reading> reading_; // not every worker reads
-};
 
 DuplicateSearch::~DuplicateSearch() {
     for (const auto& [node, root] : openRoots_)
@@ -131,8 +55,19 @@ DuplicateResult DuplicateSearch::run(std::vector<std::shared_ptr<const FileNode>
     collect();
     measure();
     joinLinks();
-    readBeginnings();
-    readWholes();
+    Files all(files_.size());
+    std::ranges::copy(std::views::iota(std::size_t{0}, files_.size()), all.begin());
+    const std::size_t few = mostFilesInStep();
+    std::vector<Files> sets = sieve(std::move(all), pageLength, few);
+    Files many;
+    std::erase_if(sets, [&](const Files& set) {
+        const bool areMany = set.size() > few;
+        if (areMany)
+            many.insert(many.end(), set.begin(), set.end());
+        return areMany;
+    });
+    std::ranges::move(sieve(std::move(many), beginningLength, few), std::back_inserter(sets));
+    readWholes(std::move(sets), few);
     return assemble();
 }
 
@@ -222,50 +157,76 @@ void DuplicateSearch::joinLinks() {
     candidateCount_ = static_cast<std::int64_t>(files_.size());
 }
 
-void DuplicateSearch::readBeginnings() {
-    std::vector<std::size_t> all(files_.size());
-    std::ranges::copy(std::views::iota(std::size_t{0}, files_.size()), all.begin());
-    readFiles(all, beginningLength, [](std::size_t) {});
-}
-
-void DuplicateSearch::readWholes() {
-    std::vector<std::size_t> files(files_.size());
-    std::ranges::copy(std::views::iota(std::size_t{0}, files_.size()), files.begin());
-    std::vector<std::unique_ptr<LikeFiles>> likes;
-    std::unordered_map<std::size_t, LikeFiles*> likesOf;
-    std::vector<std::size_t> toRead;
+std::vector<DuplicateSearch::Files> DuplicateSearch::sieve(Files files, std::int64_t most, std::size_t few) {
+    std::ranges::sort(files, {}, [&](std::size_t file) { return placeOf(file); });
+    expectBytes(files, most);
+    const std::size_t together = std::clamp<std::size_t>(few, 1, 8);
+    forEach((files.size() + together - 1) / together, 1, [&](Worker& worker, std::size_t index) {
+        auto some = std::span(files).subspan(index * together);
+        some = some.first(std::min(some.size(), together));
+        while (!some.empty())
+            some = some.subspan(readSome(worker, some, most));
+    });
+    std::vector<Files> sets;
     forEachRun(files, [&](std::span<const std::size_t> run) {
-        if (sizeOf(files_[run.front()]) <= beginningLength) {
+        const std::int64_t size = sizeOf(files_[run.front()]);
+        if (lengthToRead(size, most) == size)
             addGroup(run);
-            groupCount_.fetch_add(1, std::memory_order_relaxed);
-            return;
-        }
-        likes.push_back(std::make_unique<LikeFiles>(std::vector(run.begin(), run.end())));
-        for (const std::size_t file : run)
-            likesOf.emplace(file, likes.back().get());
-        toRead.insert(toRead.end(), run.begin(), run.end());
+        else
+            sets.emplace_back(run.begin(), run.end());
     });
-    readFiles(toRead, std::numeric_limits<std::int64_t>::max(), [&](std::size_t file) {
-        LikeFiles& its = *likesOf.at(file);
-        if (its.unread.fetch_sub(1, std::memory_order_acq_rel) == 1)
-            countGroups(its);
-    });
-    forEachRun(toRead, [&](std::span<const std::size_t> run) { addGroup(run); });
+    return sets;
 }
 
-void DuplicateSearch::countGroups(const LikeFiles& likes) {
-    std::vector<std::size_t> files = likes.files;
-    std::int64_t count = 0;
-    forEachRun(files, [&](std::span<const std::size_t>) { ++count; });
-    groupCount_.fetch_add(count, std::memory_order_relaxed);
+void DuplicateSearch::readWholes(std::vector<Files> sets, std::size_t few) {
+    struct Item {
+        LikeFiles* likes;
+        std::size_t file; // all of them, from this on, when they are few
+    };
+    std::vector<std::unique_ptr<LikeFiles>> likes;
+    std::vector<Item> items;
+    Files all;
+    for (Files& set : sets) {
+        std::ranges::sort(set, {}, [&](std::size_t file) { return placeOf(file); });
+        all.insert(all.end(), set.begin(), set.end());
+        likes.push_back(std::make_unique<LikeFiles>(std::move(set)));
+        const Files& files = likes.back()->files;
+        const std::size_t count = files.size() <= few ? 1 : files.size();
+        for (const std::size_t file : std::span(files).first(count))
+            items.push_back({likes.back().get(), file});
+    }
+    std::ranges::sort(items, {}, [&](const Item& item) { return placeOf(item.file); });
+    expectBytes(all, wholeLength);
+    forEach(items.size(), 1, [&](Worker& worker, std::size_t index) {
+        const auto& [its, file] = items[index];
+        if (its->files.size() <= few)
+            return compare(worker, its->files);
+        readFile(worker, file, wholeLength);
+        if (its->unread.fetch_sub(1, std::memory_order_acq_rel) == 1)
+            addEqual(its->files);
+    });
+}
+
+void DuplicateSearch::expectBytes(const Files& files, std::int64_t most) {
+    std::int64_t bytes = bytesRead_.load(std::memory_order_relaxed);
+    for (const std::size_t file : files)
+        if (__builtin_add_overflow(bytes, lengthToRead(sizeOf(files_[file]), most), &bytes))
+            bytes = std::numeric_limits<std::int64_t>::max(); // sparse files can be of any size
+    bytesToRead_.store(bytes, std::memory_order_relaxed);
+}
+
+void DuplicateSearch::addEqual(Files files) {
+    forEachRun(files, [&](std::span<const std::size_t> run) { addGroup(run); });
 }
 
 void DuplicateSearch::addGroup(std::span<const std::size_t> files) {
+    groupCount_.fetch_add(1, std::memory_order_relaxed);
+    const std::lock_guard guard(mutex_);
     groupedFiles_.insert(groupedFiles_.end(), files.begin(), files.end());
     groupSizes_.push_back(files.size());
 }
 
-void DuplicateSearch::forEachRun(std::vector<std::size_t>& files,
+void DuplicateSearch::forEachRun(Files& files,
                                  const std::function<void(std::span<const std::size_t>)>& body) const {
     std::erase_if(files, [&](std::size_t file) { return files_[file].candidateCount == 0; });
     const auto key = [&](std::size_t file) {
@@ -280,90 +241,14 @@ void DuplicateSearch::forEachRun(std::vector<std::size_t>& files,
     }
 }
 
-/// Digests up to `most` bytes of each of the files, by device and inode.
-void DuplicateSearch::readFiles(const std::vector<std::size_t>& files, std::int64_t most,
-                                const std::function<void(std::size_t)>& whenRead) {
-    std::vector<std::size_t> order = files;
-    std::ranges::sort(order, {}, [&](std::size_t file) {
-        const FileVersion& version = candidates_[files_[file].firstCandidate].version;
-        return std::tuple(version.device, version.inode);
-    });
-    std::int64_t bytes = 0;
-    for (const std::size_t file : order)
-        if (__builtin_add_overflow(bytes, std::min(sizeOf(files_[file]), most), &bytes))
-            bytes = std::numeric_limits<std::int64_t>::max(); // sparse files can be of any size
-    bytesToRead_.store(bytesRead_.load(std::memory_order_relaxed) + bytes, std::memory_order_relaxed);
-    forEach(order.size(), most == beginningLength ? 8 : 1, [&](Worker& worker, std::size_t index) {
-        readFile(worker, order[index], most);
-        whenRead(order[index]);
-    });
-}
-
-void DuplicateSearch::readFile(Worker& worker, std::size_t number, std::int64_t most) {
-    File& file = files_[number];
-    const std::int64_t size = sizeOf(file);
-    std::int64_t unread = std::min(size, most);
-    const auto opened = openFile(worker, file);
-    if (opened) {
-        int error = 0;
-        const auto note = [&](std::span<const std::byte> bytes) {
-            unread -= static_cast<std::int64_t>(bytes.size());
-            bytesRead_.fetch_add(static_cast<std::int64_t>(bytes.size()), std::memory_order_relaxed);
-            return !isStopped_.isSet();
-        };
-        file.digest = worker.digest(opened->descriptor, unread, finder_, note, error);
-        const auto isSame = requireVersion(opened->descriptor, opened->version);
-        if (!isSame)
-            drop(file, isSame.error());
-        else if (error != 0)
-            drop(file, FileFault::of(error));
-        else if (size <= most)
-            noteLayout(opened->descriptor, number);
-        ::close(opened->descriptor);
-    }
-    bytesToRead_.fetch_sub(unread, std::memory_order_relaxed);
-}
-
-/// By the first of its links that still leads to it; those that do not are dropped by themselves.
-std::optional<DuplicateSearch::OpenFile> DuplicateSearch::openFile(Worker& worker, File& file) {
-    while (file.candidateCount > 0) {
-        const Candidate& link = candidates_[file.firstCandidate];
-        auto opened = worker.folderOf(*link.node);
-        if (opened)
-            opened = finder_.open(*opened, std::string(link.node->name()).c_str(), link.version);
-        if (opened)
-            return OpenFile{*opened, link.version};
-        drop(*link.node, opened.error());
-        if (--file.candidateCount > 0)
-            ++file.firstCandidate;
-    }
-    return std::nullopt;
-}
-
-void DuplicateSearch::noteLayout(int descriptor, std::size_t file) {
-    if (const auto layout = finder_.layoutOfSharedBlocks(descriptor)) {
-        const std::lock_guard guard(mutex_);
-        layouts_.emplace(file, *layout);
-    }
-}
-
-void DuplicateSearch::drop(const FileNode& node, FileFault fault) {
-    droppedCount_.fetch_add(1, std::memory_order_relaxed);
-    const std::lock_guard guard(mutex_);
-    dropped_.push_back({&node, fault});
-}
-
-void DuplicateSearch::drop(File& file, FileFault fault) {
-    for (const Candidate& link : std::span(candidates_).subspan(file.firstCandidate, file.candidateCount))
-        drop(*link.node, fault);
-    file.candidateCount = 0;
+int DuplicateSearch::workerCount() const {
+    return options_.workerCount > 0 ? options_.workerCount : activeProcessorCount();
 }
 
 void DuplicateSearch::forEach(std::size_t count, std::size_t neighbours,
                               const std::function<void(Worker&, std::size_t)>& body) {
     requireRunning();
     const std::size_t pieces = (count + neighbours - 1) / neighbours;
-    const int wanted = options_.workerCount > 0 ? options_.workerCount : activeProcessorCount();
     std::atomic<std::size_t> next = 0;
     AtomicFlag isFailing;
     WorkerThreads threads([&](WorkerThreads::Place) {
@@ -381,7 +266,7 @@ void DuplicateSearch::forEach(std::size_t count, std::size_t neighbours,
             throw;
         }
     });
-    threads.run(static_cast<int>(std::min<std::size_t>(static_cast<std::size_t>(wanted), pieces)));
+    threads.run(static_cast<int>(std::min<std::size_t>(static_cast<std::size_t>(workerCount()), pieces)));
     requireRunning();
 }
 

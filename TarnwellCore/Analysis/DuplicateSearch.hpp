@@ -4,24 +4,29 @@
 //
 //     collect    nodes of equal size, from the trees
 //     measure    what they are now; links to one inode become one file
-//     beginnings SHA-256 of the first bytes; short files are done with that
-//     wholes     SHA-256 of longer files whose beginnings are alike
+//     sieve      files whose first page has no like drop out; short files are done with that
+//     sieve      the same with more of the beginning, where there are many likes
+//     wholes     few likes are compared byte by byte in step, many by SHA-256
 //     assemble   groups
 //
 // Each stage leaves only files that still have a like. Within a stage, workers share nothing but the number
 // of the next item and what is named below; a file is written by the worker that took it.
 
 #include "TarnwellCore/Analysis/DuplicateFinder.hpp"
+#include "TarnwellCore/Platform/SHA256.hpp"
 #include "TarnwellCore/Scanning/AtomicFlag.hpp"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <expected>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <mutex>
-#include <optional>
+#include <shared_mutex>
 #include <span>
 #include <unordered_map>
 #include <utility>
@@ -48,6 +53,16 @@ public:
 private:
     class Worker;
 
+    /// Bytes of a file that the stages read.
+    static constexpr std::int64_t pageLength = 4'096;
+    static constexpr std::int64_t beginningLength = 65'536;
+    static constexpr std::int64_t wholeLength = std::numeric_limits<std::int64_t>::max();
+    /// Up to this opening a file once more takes longer than reading it to the end at once.
+    static constexpr std::int64_t shortLength = 16'384;
+    static std::int64_t lengthToRead(std::int64_t size, std::int64_t most) {
+        return size <= shortLength ? size : std::min(size, most);
+    }
+
     /// One path. Of a file that is left, its candidates lie side by side.
     struct Candidate {
         const FileNode* node;
@@ -58,33 +73,51 @@ private:
     struct File {
         std::size_t firstCandidate;
         std::size_t candidateCount; // 0: dropped
+        /// Of what was read last: SHA-256, or a mere hash of the first page of a longer file.
         SHA256Digest digest{};
     };
-    struct OpenFile {
-        int descriptor;
-        FileVersion version;
-    };
-    /// Files, by their number, whose beginnings are alike, while their wholes are read.
+    class OpenFile;
+    enum class NotOpened : std::uint8_t { dropped, noDescriptor };
+    /// Some files, by their numbers.
+    using Files = std::vector<std::size_t>;
+    /// Files whose beginnings are alike, while their wholes are read.
     struct LikeFiles {
-        std::vector<std::size_t> files;
+        Files files;
         std::atomic<std::size_t> unread;
-        explicit LikeFiles(std::vector<std::size_t> numbers)
-            : files(std::move(numbers)), unread(files.size()) {}
+        explicit LikeFiles(Files numbers) : files(std::move(numbers)), unread(files.size()) {}
     };
 
     void collect();
     void measure();
     void measureCandidate(Worker& worker, Candidate& candidate);
     void joinLinks();
-    void readBeginnings();
-    void readWholes();
-    void readFiles(const std::vector<std::size_t>& files, std::int64_t most,
-                   const std::function<void(std::size_t)>& whenRead);
+    /// Digests up to `most` bytes of each, by device and inode. What is read to the end by that becomes
+    /// groups; of the rest, sets of like files. A worker keeps up to `few` files open.
+    std::vector<Files> sieve(Files files, std::int64_t most, std::size_t few);
+    /// The beginnings of neighbours, for all of which the disk is asked before the first is waited for.
+    /// Returns how many it has read, at least one.
+    std::size_t readSome(Worker& worker, std::span<const std::size_t> files, std::int64_t most);
+    /// Sets of up to `few` files in step.
+    void readWholes(std::vector<Files> sets, std::size_t few);
+    void expectBytes(const Files& files, std::int64_t most);
     void readFile(Worker& worker, std::size_t number, std::int64_t most);
-    std::optional<OpenFile> openFile(Worker& worker, File& file);
-    void noteLayout(int descriptor, std::size_t file);
+    void digest(Worker& worker, const OpenFile& opened, std::size_t number, std::int64_t most,
+                const std::function<int(const ContentReader::Taker&)>& read);
+    /// Groups of the files that are equal by their digests.
+    void addEqual(Files files);
     void addGroup(std::span<const std::size_t> files);
-    void countGroups(const LikeFiles& likes);
+
+    void compare(Worker& worker, const Files& files);
+    /// False when that takes more descriptors than there are: then nothing is known.
+    bool compareInStep(Worker& worker, const Files& files);
+    void endSteps();
+    std::size_t mostFilesInStep() const;
+
+    std::expected<OpenFile, NotOpened> openFile(Worker& worker, File& file, bool isInStep);
+    std::expected<int, FileFault> openLink(Worker& worker, const Candidate& link);
+    /// Whether a file that was read, with that errno, is the same still; drops it if not.
+    bool isSound(const OpenFile& opened, std::size_t file, int error);
+    void noteLayout(const OpenFile& opened, std::size_t file);
     DuplicateResult assemble();
     DuplicateGroup groupOf(std::span<const std::size_t> files, const std::vector<std::size_t>& ranks) const;
     /// Of the grouped files' candidates, by candidate.
@@ -97,10 +130,14 @@ private:
     void drop(const FileNode& node, FileFault fault);
     void drop(File& file, FileFault fault);
     void requireRunning() const;
+    int workerCount() const;
+    auto placeOf(std::size_t file) const {
+        const FileVersion& version = candidates_[files_[file].firstCandidate].version;
+        return std::pair(version.device, version.inode);
+    }
     std::int64_t sizeOf(const File& file) const { return candidates_[file.firstCandidate].version.size; }
     /// The files in runs of equal size and digest, dropped ones left out; `body` gets runs of two and more.
-    void forEachRun(std::vector<std::size_t>& files,
-                    const std::function<void(std::span<const std::size_t>)>& body) const;
+    void forEachRun(Files& files, const std::function<void(std::span<const std::size_t>)>& body) const;
 
     const DuplicateFinder& finder_;
     const DuplicateOptions& options_;
@@ -111,13 +148,17 @@ private:
     std::unordered_map<const FileNode*, std::pair<int, int>> openRoots_;
     std::vector<Candidate> candidates_;
     std::vector<File> files_;
-    /// Files of one group after the other, with the number of each group's files.
-    std::vector<std::size_t> groupedFiles_;
-    std::vector<std::size_t> groupSizes_;
 
     std::mutex mutex_;
+    /// Files of one group after the other, with the number of each group's files. Guarded by mutex_.
+    Files groupedFiles_;
+    std::vector<std::size_t> groupSizes_;
     std::vector<DroppedFile> dropped_;                     // guarded by mutex_
     std::unordered_map<std::size_t, BlockLayout> layouts_; // by file; guarded by mutex_
+
+    /// Held, by those who read in step, for as long as they keep several files open.
+    std::shared_mutex steps_;
+    AtomicFlag areStepsOver_;
 
     AtomicFlag isStopped_;
     std::atomic<std::int64_t> bytesRead_ = 0;

@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,7 +19,11 @@
 #include <mutex>
 #include <new>
 #include <optional>
+#include <random>
+#include <set>
+#include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tarnwell {
@@ -50,6 +55,19 @@ std::vector<std::vector<std::string>> namesOf(const DuplicateResult& result) {
 
 DuplicateResult find(const DuplicateFinder& finder, const fs::path& folder, std::int64_t minimumSize = 1) {
     return finder.find({DiskScanner().scan(folder).get().root}, {.minimumSize = minimumSize}).get();
+}
+
+/// Has `look` called before anything is read from a file.
+void beforeReading(DuplicateFinder& finder, const std::function<void(int file)>& look) {
+    finder.read = [look, read = finder.read](ContentReader& reader, int file, std::int64_t length,
+                                             const ContentReader::Taker& take) {
+        look(file);
+        return read(reader, file, length, take);
+    };
+    finder.readOn = [look, readOn = finder.readOn](ContentReader& reader, int file) {
+        look(file);
+        return readOn(reader, file);
+    };
 }
 
 TEST(DuplicateFinder, GroupsWhatIsEqualToTheLastByte) {
@@ -160,25 +178,25 @@ TEST(DuplicateFinder, WhatIsNotTheSameAnyMoreDropsOut) {
          },
          FileFault::Kind::replaced},
     };
-    for (const bool isWhileReading : {false, true})
+    // Two others are compared with it in step, twenty by their digests.
+    for (const auto& [others, isWhileReading] : {std::pair(2u, false), {2u, true}, {20u, true}})
         for (const Case& each : cases) {
             SCOPED_TRACE(std::string(each.what) + (isWhileReading ? ", while it is read" : ", before"));
             const TemporaryFolder folder;
-            for (const char* name : {"a", "b", "victim"})
-                folder.writeFile(name, content(200'000));
+            folder.writeFile("victim", content(200'000));
+            for (unsigned other = 0; other < others; ++other)
+                folder.writeFile(std::string(1, static_cast<char>('a' + other)), content(200'000));
             DuplicateFinder finder;
             std::atomic<int> victims = 0;
             struct stat status = {};
             ASSERT_EQ(::stat((folder / "victim").c_str(), &status), 0);
             if (isWhileReading)
-                finder.read = [&](ContentReader& reader, int file, std::int64_t length,
-                                  const ContentReader::Taker& take) {
+                // The first page, the beginning, the whole; or the first page, and the second of four steps.
+                beforeReading(finder, [&](int file) {
                     struct stat open = {};
-                    // The second time is the reading of the whole.
-                    if (::fstat(file, &open) == 0 && open.st_ino == status.st_ino && ++victims == 2)
+                    if (::fstat(file, &open) == 0 && open.st_ino == status.st_ino && ++victims == 3)
                         each.spoil(folder / "victim");
-                    return reader.read(file, length, take);
-                };
+                });
             else
                 finder.open = [&](int parent, const char* name, const FileVersion& version) {
                     if (std::string_view(name) == "victim" && ++victims == 1)
@@ -187,7 +205,7 @@ TEST(DuplicateFinder, WhatIsNotTheSameAnyMoreDropsOut) {
                 };
             const DuplicateResult result = find(finder, folder.path());
             ASSERT_EQ(result.groups.size(), 1u);
-            EXPECT_EQ(result.groups[0].members.size(), each.fault ? 2u : 3u);
+            EXPECT_EQ(result.groups[0].members.size(), each.fault ? others : others + 1);
             ASSERT_EQ(result.dropped.size(), each.fault ? 1u : 0u);
             if (each.fault) {
                 EXPECT_EQ(result.dropped[0].node->name(), "victim");
@@ -218,8 +236,121 @@ TEST(DuplicateFinder, AFailureConcernsOneFile) {
                                                                {"d", FileFault::Kind::vanished},
                                                                {"e", FileFault::Kind::vanished}}));
 
-    finder.read = [](auto&&...) -> int { throw std::bad_alloc(); };
+    finder.readOn = [](auto&&...) -> std::expected<std::span<const std::byte>, int> {
+        throw std::bad_alloc();
+    };
     EXPECT_THROW(finder.find({root}, {.minimumSize = 1}).get(), std::bad_alloc);
+}
+
+TEST(DuplicateFinder, TellsNearDuplicatesApartAsAPlainComparisonDoes) {
+    const TemporaryFolder folder;
+    std::minstd_rand random(7);
+    std::map<std::string, std::string> contents; // by name
+    for (const std::size_t size : {4'096u, 16'385u, 65'537u, 200'001u})
+        for (const int count : {2, 3, 8, 16, 17, 20}) {
+            // Each set is of a size of its own. Its contents differ in one byte at most.
+            const std::size_t length = size + static_cast<std::size_t>(count) * 100;
+            const std::string base = content(length, static_cast<unsigned>(random()));
+            std::vector<std::string> kinds{base};
+            for (const std::size_t differing :
+                 {length - 1, random() % length, length - 1 - length / 3, std::size_t{4'096}}) {
+                kinds.push_back(base);
+                kinds.back()[differing] ^= 1;
+            }
+            for (int number = 0; number < count; ++number) {
+                const std::string name = std::to_string(length) + "-" + std::to_string(number);
+                contents[name] = kinds[random() % std::min<std::size_t>(kinds.size(), 1 + random() % 5)];
+                folder.writeFile(name, contents[name]);
+            }
+        }
+    const auto root = DiskScanner().scan(folder.path()).get().root;
+    for (const bool isDisturbed : {false, true}) {
+        DuplicateFinder finder;
+        std::mutex mutex;
+        std::set<std::string> victims;
+        if (isDisturbed)
+            beforeReading(finder, [&](int file) {
+                const std::lock_guard guard(mutex);
+                if (random() % 20 != 0)
+                    return;
+                // A name cannot be told from a descriptor everywhere, but an inode can.
+                struct stat status = {};
+                ::fstat(file, &status);
+                root->forEachDescendant([&](const FileNode& node) {
+                    struct stat named = {};
+                    const std::string path = node.path();
+                    if (::stat(path.c_str(), &named) != 0 || named.st_ino != status.st_ino)
+                        return true;
+                    const int victim = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+                    EXPECT_EQ(::pwrite(victim, "!", 1, static_cast<off_t>(random() % 16'384)), 1);
+                    ::close(victim);
+                    victims.insert(std::string(node.name()));
+                    return false;
+                });
+            });
+        const DuplicateResult result = finder.find({root}, {.minimumSize = 1}).get();
+        std::map<std::string, std::set<std::string>> expected;
+        for (const auto& [name, bytes] : contents)
+            if (!victims.contains(name))
+                expected[bytes].insert(name);
+        std::set<std::set<std::string>> groups;
+        for (const auto& [bytes, names] : expected)
+            if (names.size() > 1)
+                groups.insert(names);
+        std::set<std::set<std::string>> found;
+        for (const auto& names : namesOf(result))
+            found.emplace(names.begin(), names.end());
+        EXPECT_EQ(found, groups);
+        std::set<std::string> dropped;
+        for (const DroppedFile& file : result.dropped)
+            dropped.emplace(file.node->name());
+        EXPECT_EQ(dropped, victims);
+        EXPECT_EQ(victims.empty(), !isDisturbed);
+    }
+}
+
+TEST(DuplicateFinder, ReadsNoFurtherThanThereIsALike) {
+    const TemporaryFolder folder;
+    constexpr std::int64_t size = 10 << 20;
+    folder.writeFile("a", content(size));
+    folder.writeFile("b", content(size, 1, 100'000));
+    folder.writeFile("c", content(size, 2, 5'000));
+    folder.writeFile("d", content(size, 3));
+    const DuplicateResult result = find(DuplicateFinder(), folder.path());
+    EXPECT_THAT(result.groups, IsEmpty());
+    // A page of each; then of three in step 64 KiB, and as much of the two that are left.
+    EXPECT_EQ(result.totals.bytesRead, 4 * 4'096 + (3 + 2) * beginning);
+}
+
+TEST(DuplicateFinder, MakesDoWithFewDescriptors) {
+    const TemporaryFolder folder;
+    for (unsigned set = 0; set < 40; ++set)
+        for (const char* name : {"/a", "/b", "/c"})
+            folder.writeFile(std::to_string(set) + name, content(70'000 + set));
+    const auto root = DiskScanner().scan(folder.path()).get().root;
+    struct rlimit before = {};
+    ::getrlimit(RLIMIT_NOFILE, &before);
+    struct rlimit few = before;
+    few.rlim_cur = 64; // as if a few files of each worker were no burden
+    for (const int workers : {1, 4}) {
+        ::setrlimit(RLIMIT_NOFILE, &few);
+        std::vector<int> taken;
+        for (int file = 0; (file = ::dup(STDERR_FILENO)) >= 0;)
+            taken.push_back(file);
+        // What is needed: the root, and for each worker a folder, a look at a file, and the file.
+        for (int left = 0; left < 1 + workers * 3; ++left) {
+            ::close(taken.back());
+            taken.pop_back();
+        }
+        const DuplicateResult result =
+            DuplicateFinder().find({root}, {.minimumSize = 1, .workerCount = workers}).get();
+        for (const int file : taken)
+            ::close(file);
+        ::setrlimit(RLIMIT_NOFILE, &before);
+        EXPECT_EQ(result.groups.size(), 40u);
+        EXPECT_EQ(result.totals.duplicateCount, 80);
+        EXPECT_THAT(result.dropped, IsEmpty());
+    }
 }
 
 TEST(DuplicateFinder, PlaceholdersAreNeverTouched) {

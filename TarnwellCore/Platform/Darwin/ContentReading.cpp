@@ -6,39 +6,26 @@
 #include <sys/types.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 
-namespace tarnwell {
+namespace tarnwell::ContentReadingDetail {
 
-struct ContentReader::State {
-    std::unique_ptr<std::byte[]> buffer{new std::byte[pieceLength]};
-};
-
-ContentReader::ContentReader() : state_(new State) {}
-ContentReader::~ContentReader() = default;
-
-int ContentReader::read(int file, std::int64_t length, const Taker& take) {
-    ::fcntl(file, F_NOCACHE, 1); // what is held already is still read from there
-    std::int64_t offset = 0;
-    while (offset < length) {
-        const auto count = std::min<std::int64_t>(length - offset, pieceLength);
-        const std::int64_t ahead = std::min<std::int64_t>(length - offset - count, pieceLength);
-        const ssize_t bytes = withoutInterruption(
-            [&] { return ::pread(file, state_->buffer.get(), static_cast<std::size_t>(count), offset); });
-        if (bytes < 0)
-            return errno;
-        if (bytes == 0)
-            return ESTALE;
-        offset += bytes;
-        if (ahead > 0) {
-            struct radvisory next = {.ra_offset = offset, .ra_count = static_cast<int>(ahead)};
-            ::fcntl(file, F_RDADVISE, &next);
-        }
-        if (!take({state_->buffer.get(), static_cast<std::size_t>(bytes)}))
-            return ECANCELED;
-    }
-    return 0;
+// What is held already is still read from there, and nothing else is kept: there is nothing to give up.
+void prepareForPieces(int file) {
+    ::fcntl(file, F_NOCACHE, 1);
 }
 
-} // namespace tarnwell
+void Piece::start(int file, std::int64_t from, std::size_t count) {
+    offset = from;
+    length = count;
+    filled = 0;
+    held = count;
+    if (length == 0)
+        return;
+    struct radvisory range = {.ra_offset = offset, .ra_count = static_cast<int>(length)};
+    ::fcntl(file, F_RDADVISE, &range);
+}
+
+void Piece::giveUp(int) const {}
+
+} // namespace tarnwell::ContentReadingDetail

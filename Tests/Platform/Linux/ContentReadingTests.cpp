@@ -12,7 +12,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstring>
+#include <expected>
 #include <functional>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
@@ -34,7 +37,13 @@ std::int64_t heldPages(int file, std::int64_t size) {
 TEST(ContentReading, LeavesTheCacheAsItWas) {
     constexpr std::int64_t size = (5 << 20) + 100;
     const test::TemporaryFolder folder(".");
-    const auto path = folder.makeFile("file", static_cast<std::uint64_t>(size));
+    std::string text(size, '\0');
+    for (std::size_t index = 0; index < text.size(); ++index)
+        text[index] = static_cast<char>(index / 4096 + index / 256);
+    const auto path = folder.writeFile("file", text);
+    const auto isAt = [&](std::int64_t offset, std::span<const std::byte> bytes) {
+        return std::memcmp(text.data() + offset, bytes.data(), bytes.size()) == 0;
+    };
     const int file = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(::fsync(file), 0);
     ::posix_fadvise(file, 0, 0, POSIX_FADV_DONTNEED);
@@ -45,7 +54,7 @@ TEST(ContentReading, LeavesTheCacheAsItWas) {
         std::int64_t total = 0;
         const int error = reader.read(file, length, [&](std::span<const std::byte> bytes) {
             EXPECT_LE(bytes.size(), ContentReader::pieceLength);
-            EXPECT_TRUE(std::ranges::all_of(bytes, [](std::byte byte) { return byte == std::byte(0); }));
+            EXPECT_TRUE(isAt(total, bytes));
             total += static_cast<std::int64_t>(bytes.size());
             return true;
         });
@@ -63,10 +72,33 @@ TEST(ContentReading, LeavesTheCacheAsItWas) {
         return false;
     };
     const auto forget = [&] { ::posix_fadvise(file, 0, 0, POSIX_FADV_DONTNEED); };
-    for (const std::int64_t length : {std::int64_t{65'536}, size})
+    // At the same pace as another, which gives up on the way.
+    const auto readInStep = [&](std::int64_t length) {
+        constexpr std::size_t step = 65'536;
+        ContentReader other;
+        const int others = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        reader.begin(file, length, step, step * 4);
+        other.begin(others, length, step, step * 4);
+        for (std::int64_t offset = 0; offset < length;) {
+            const auto bytes = reader.next();
+            ASSERT_TRUE(bytes);
+            ASSERT_EQ(std::ssize(*bytes), std::min<std::int64_t>(step, length - offset));
+            EXPECT_TRUE(isAt(offset, *bytes));
+            offset += std::ssize(*bytes);
+            if (offset < size / 2) {
+                EXPECT_TRUE(other.next());
+            }
+        }
+        EXPECT_TRUE(reader.next()->empty());
+        reader.end();
+        other.end();
+        ::close(others);
+    };
+    for (const std::int64_t length : {std::int64_t{4'096}, std::int64_t{65'536}, size})
         EXPECT_TRUE(holdsInTheEnd([&] {
             forget();
             readAll(length);
+            readInStep(length);
             return heldPages(file, size) == 0;
         })) << length;
     // What others have read stays.
@@ -79,6 +111,7 @@ TEST(ContentReading, LeavesTheCacheAsItWas) {
             EXPECT_EQ(::pread(file, &byte, 1, index * page), 1);
         const std::int64_t before = heldPages(file, size);
         readAll(size);
+        readInStep(size);
         const std::int64_t after = heldPages(file, size);
         return before == read && after == read;
     }));
@@ -86,6 +119,12 @@ TEST(ContentReading, LeavesTheCacheAsItWas) {
     const auto ignore = [](std::span<const std::byte>) { return true; };
     EXPECT_EQ(reader.read(file, size + 1, ignore), ESTALE);
     EXPECT_EQ(reader.read(file, size, [](std::span<const std::byte>) { return false; }), ECANCELED);
+    reader.begin(file, size + 1, ContentReader::pieceLength, ContentReader::pieceLength);
+    std::expected<std::span<const std::byte>, int> bytes;
+    while ((bytes = reader.next()) && !bytes->empty()) {
+    }
+    EXPECT_EQ(bytes, std::unexpected(ESTALE));
+    reader.end();
     ::close(file);
     EXPECT_EQ(reader.read(file, size, ignore), EBADF);
 }
