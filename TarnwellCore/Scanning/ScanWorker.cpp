@@ -488,7 +488,9 @@ void ScanWorker::settle(FileNode& folder) {
     if (fileRuns_.count() > 0) [[unlikely]]
         putFilesAside();
     const auto children = region_->makeChildArray(count);
-    const auto others = files_.takeInto(fileRuns_.takeInto(children));
+    // Whoever waits leaves a processor to merging, which is all that there is to do then.
+    const int threads = fileRuns_.count() > 0 && context_.queue.isHungry() ? activeProcessorCount() : 1;
+    const auto others = files_.takeInto(fileRuns_.takeInto(children, threads));
     std::ranges::copy(folders_, others.begin());
     folder.setChildren(children);
     if (folders_.capacity() > largestKept)
