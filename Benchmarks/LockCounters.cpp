@@ -138,10 +138,10 @@ struct Report {
                 static_cast<double>(each.longestHeld) * 1e-3,
                 static_cast<double>(each.waitedNanoseconds) * 1e-6);
         }
-        std::fprintf(stderr, "condition variables: %llu waits, %.1f ms, of which %.1f ms while names waited\n",
-                     static_cast<unsigned long long>(conditionWaits),
-                     static_cast<double>(conditionNanoseconds) * 1e-6,
-                     static_cast<double>(idleness.nanosecondsWithNames()) * 1e-6);
+        std::fprintf(
+            stderr, "condition variables: %llu waits, %.1f ms, of which %.1f ms while names waited\n",
+            static_cast<unsigned long long>(conditionWaits), static_cast<double>(conditionNanoseconds) * 1e-6,
+            static_cast<double>(idleness.nanosecondsWithNames()) * 1e-6);
     }
 } report;
 

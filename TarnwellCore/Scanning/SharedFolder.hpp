@@ -7,9 +7,9 @@
 // them take turns: whoever has dealt with its records takes the next ones under the folder's lock, and asks
 // about their entries without it, with a reader, a region of the arena and counts of its own. No record is
 // taken twice, and none is copied. When there are no more, each hands in what it made of its records, in runs
-// that are in order; the owner waits for the last helper and merges them. Then the folder is what one worker
-// would have made of it: sums do not depend on who adds them, children are in order, and nothing of the
-// folder is handed on before.
+// that are in order; the owner waits for the last helper and merges them, on several threads where others
+// wait. Then the folder is what one worker would have made of it: sums do not depend on who adds them,
+// children are in order, and nothing of the folder is handed on before.
 //
 // Where the system tells an entry's facts together with its name there is nothing to be shared: its reader
 // never asks for records here.
