@@ -4,9 +4,11 @@
 #include "TarnwellCore/Platform/WorkerThreads.hpp"
 #include "TarnwellCore/Scanning/ByteFormatter.hpp"
 #include "TarnwellCore/Scanning/NodeFetch.hpp"
+#include "TarnwellCore/Scanning/NodeRuns.hpp"
 #include "TarnwellCore/Scanning/NodeSorter.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <iterator>
 #include <limits>
@@ -32,6 +34,8 @@ public:
         const auto kept = static_cast<std::size_t>(std::min<std::uint64_t>(children.size(), top_));
         if (kept == 0)
             return;
+        if (kept == children.size() && kept >= hugeFolder && threads_ > 1)
+            return appendHuge(listed, pending, folder, depth, isLastLevel);
         const std::int64_t smallest = smallestKept(children, kept);
         if (kept == children.size())
             sorter_.reserve(kept);
@@ -46,10 +50,7 @@ public:
         }
         const auto sorted = sorter_.sorted().first(kept);
         const std::int64_t total = folder.sizeFor(mode_);
-        const auto row = [&](const NodeSorter::Item& child) -> CLIListedNode {
-            const double share = total < 1 ? 0 : static_cast<double>(child.size) / static_cast<double>(total);
-            return {child.node, share, child.size, depth};
-        };
+        const auto row = [&](const NodeSorter::Item& child) { return rowOf(child, total, depth); };
         if (isLastLevel || !hasFolders)
             std::ranges::transform(sorted, std::back_inserter(listed), row);
         else
@@ -58,6 +59,39 @@ public:
     }
 
 private:
+    static CLIListedNode rowOf(const NodeSorter::Item& child, std::int64_t total, std::int64_t depth) {
+        const double share = total < 1 ? 0 : static_cast<double>(child.size) / static_cast<double>(total);
+        return {child.node, share, child.size, depth};
+    }
+
+    /// All children of a folder that is worth several threads.
+    void appendHuge(std::vector<CLIListedNode>& listed, std::vector<CLIListedNode>& pending,
+                    const FileNode& folder, std::int64_t depth, bool isLastLevel) {
+        const auto children = folder.children();
+        NodeRuns runs(mode_);
+        runs.sort(children, threads_);
+        const std::size_t before = listed.size();
+        listed.resize(before + children.size());
+        const std::span rows = std::span(listed).subspan(before);
+        const std::int64_t total = folder.sizeFor(mode_);
+        std::atomic<bool> hasFolders = false;
+        runs.take(
+            [&](std::size_t first, std::span<const NodeSorter::Item> items) {
+                bool hasFolder = false;
+                for (const NodeSorter::Item& item : items) {
+                    hasFolder = hasFolder || item.node->isDirectory();
+                    rows[first++] = rowOf(item, total, depth);
+                }
+                if (hasFolder)
+                    hasFolders = true;
+            },
+            threads_);
+        if (isLastLevel || !hasFolders)
+            return;
+        std::ranges::copy(rows | std::views::reverse, std::back_inserter(pending));
+        listed.resize(before);
+    }
+
     /// No smaller child is among the first `kept`: of a large folder, few need be ordered then.
     std::int64_t smallestKept(std::span<FileNode* const> children, std::size_t kept) {
         if (kept == children.size())
@@ -70,10 +104,14 @@ private:
         return *last;
     }
 
+    /// Of children, from which on several threads put them in order.
+    static constexpr std::size_t hugeFolder = 65'536;
+
     SizeMode mode_;
     /// The largest number for no limit.
     std::uint64_t top_;
-    NodeSorter sorter_ = NodeSorter(activeProcessorCount());
+    const int threads_ = activeProcessorCount();
+    NodeSorter sorter_;
     std::vector<std::int64_t> sizes_;
 };
 

@@ -83,11 +83,11 @@ public:
             closeRows(row.depth);
             output_.endPart();
             json_.beginObject();
-            json_.key("allocatedSize");
+            json_.escapedKey("allocatedSize");
             json_.integer(row.allocatedSize());
             if (place_.rowHasChildren()) {
                 path_.moveTo(*row.node); // on the way to the children's
-                json_.key("children");
+                json_.escapedKey("children");
                 json_.beginArray();
                 place_.open.push_back(&row);
             } else {
@@ -113,17 +113,17 @@ private:
     /// What stands behind the children: keys go in ascending order.
     void finishRow(const CLIListedNode& row) {
         path_.moveTo(*row.node);
-        json_.key("isDirectory");
+        json_.escapedKey("isDirectory");
         json_.boolean(row.isDirectory());
-        json_.key("name");
+        json_.escapedKey("name");
         json_.escapedString(path_.name());
-        json_.key("path");
+        json_.escapedKey("path");
         json_.escapedString(path_.path());
-        json_.key("reclaimableSize");
+        json_.escapedKey("reclaimableSize");
         json_.integer(row.reclaimableSize());
-        json_.key("share");
+        json_.escapedKey("share");
         json_.number(row.share);
-        json_.key("size");
+        json_.escapedKey("size");
         json_.integer(row.size());
         json_.endObject();
     }

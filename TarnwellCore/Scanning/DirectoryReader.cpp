@@ -33,6 +33,7 @@ int DirectoryReader::openDirectory(const std::string& path) {
 bool DirectoryReader::readEntries(int folder, std::int32_t deviceID, const EntryConsumer& consumer,
                                   Descriptor state, const RecordSource* source) {
     batch_.begin(consumer);
+    isOneByOne_ = false;
     if (unsupportedDevices_.empty() || !unsupportedDevices_.contains(deviceID)) {
         ++bulkAttemptCount_;
         switch (bulk_.read(folder, deviceID, state == Descriptor::fresh, {buffer_.get(), bufferSize}, batch_,
@@ -51,12 +52,14 @@ bool DirectoryReader::readEntries(int folder, std::int32_t deviceID, const Entry
         batch_.removeAll();
     }
     ++posixFallbackCount_;
+    isOneByOne_ = true;
     return readOneByOne(folder);
 }
 
 bool DirectoryReader::helpToRead(int folder, std::int32_t deviceID, const EntryConsumer& consumer,
                                  const RecordSource& source) {
     batch_.begin(consumer);
+    isOneByOne_ = false;
     return bulk_.read(folder, deviceID, true, {buffer_.get(), bufferSize}, batch_, &source) ==
            BulkReadOutcome::success;
 }

@@ -55,6 +55,8 @@ public:
 
     /// Whether the consumer has seen any entry of the last folder.
     bool hasHandedOn() const { return batch_.hasHandedOn(); }
+    /// Whether the last folder's entries come, or came, without records.
+    bool isOneByOne() const { return isOneByOne_; }
 
     /// Folders that were tried in bulk, and folders that were read one by one.
     std::size_t bulkAttemptCount() const { return bulkAttemptCount_; }
@@ -67,6 +69,7 @@ private:
     std::unique_ptr<std::byte[]> buffer_;
     BulkDirectoryReading bulk_;
     EntryBatch batch_;
+    bool isOneByOne_ = false;
     /// Devices that refused to be read in bulk; never tried again.
     std::unordered_set<std::int32_t> unsupportedDevices_;
     std::size_t bulkAttemptCount_ = 0;

@@ -1,11 +1,9 @@
 #include "TarnwellCore/Scanning/NodeSorter.hpp"
 
-#include "TarnwellCore/Platform/WorkerThreads.hpp"
 #include "TarnwellCore/Scanning/NodeFetch.hpp"
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <bit>
 #include <cstring>
 #include <string_view>
@@ -66,11 +64,18 @@ void merge(const Item* left, const Item* right, const Item* rightEnd, Item* merg
         std::copy(right, rightEnd, merged);
 }
 
-/// Merges runs of this length until one is left. They lie in `to`, and in the end in `items`, which is `to`
-/// or `from`.
-void mergeRuns(std::span<Item> items, std::size_t length, Item* from, Item* to) {
+} // namespace
+
+/// Stable.
+void NodeSorter::sortSoFar(std::span<Item> items) {
     const std::size_t count = items.size();
-    for (; length < count; length *= 2) {
+    scratch_.resize(std::max(scratch_.size(), count));
+    constexpr std::size_t shortRun = 8;
+    for (std::size_t start = 0; start < count; start += shortRun)
+        sortByRank(items.subspan(start, std::min(shortRun, count - start)), scratch_.data() + start);
+    Item* from = items.data();
+    Item* to = scratch_.data();
+    for (std::size_t length = shortRun; length < count; length *= 2) {
         std::swap(from, to);
         for (std::size_t start = 0; start < count; start += 2 * length)
             merge(from + start, from + std::min(start + length, count),
@@ -78,33 +83,6 @@ void mergeRuns(std::span<Item> items, std::size_t length, Item* from, Item* to) 
     }
     if (to != items.data())
         std::copy_n(to, count, items.data());
-}
-
-/// Stable. `scratch` has as many places.
-void sortRange(std::span<Item> items, Item* scratch) {
-    constexpr std::size_t shortRun = 8;
-    for (std::size_t start = 0; start < items.size(); start += shortRun)
-        sortByRank(items.subspan(start, std::min(shortRun, items.size() - start)), scratch + start);
-    mergeRuns(items, shortRun, items.data(), scratch);
-}
-
-} // namespace
-
-/// Stable.
-void NodeSorter::sortSoFar(std::span<Item> items) {
-    constexpr std::size_t fewest = 32'768; // for a thread: a millisecond's work
-    scratch_.resize(std::max(scratch_.size(), items.size()));
-    const std::size_t parts =
-        std::min(items.size() / fewest, static_cast<std::size_t>(std::max(threadCount_, 1)));
-    if (parts < 2)
-        return sortRange(items, scratch_.data());
-    const std::size_t length = (items.size() + parts - 1) / parts;
-    std::atomic<std::size_t> next = 0;
-    WorkerThreads([&](WorkerThreads::Place) {
-        for (std::size_t start = length * next++; start < items.size(); start = length * next++)
-            sortRange(items.subspan(start, std::min(length, items.size() - start)), scratch_.data() + start);
-    }).run(static_cast<int>(parts));
-    mergeRuns(items, length, scratch_.data(), items.data());
 }
 
 /// Past the end of the name they are zeros.

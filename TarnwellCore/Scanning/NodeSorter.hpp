@@ -21,10 +21,6 @@ public:
     /// Of more nodes than this the memory is given back.
     static constexpr std::size_t largestKept = 32768;
 
-    /// A folder of very many children is put in order on so many threads. For one that is alone at work:
-    /// those of a scan have each their own folder.
-    explicit NodeSorter(int threadCount = 1) : threadCount_(threadCount) {}
-
     /// The order itself, by apparent size.
     static bool precedes(const FileNode& a, const FileNode& b) {
         return a.size != b.size ? a.size > b.size : a.name() < b.name();
@@ -37,6 +33,8 @@ public:
         std::uint64_t nameBytes;
         FileNode* node;
     };
+    /// With the first bytes of the name.
+    static Item item(FileNode& node, std::int64_t size) { return {size, bytesAt(0, node), &node}; }
 
     /// Adds a node by its apparent size, or by another.
     void add(FileNode& node) { add(node, node.size); }
@@ -67,7 +65,6 @@ private:
     void settle(const Run& run);
     void sortSoFar(std::span<Item> items);
 
-    int threadCount_;
     std::vector<Item> items_;
     std::vector<Item> scratch_;
     std::vector<Run> runs_;

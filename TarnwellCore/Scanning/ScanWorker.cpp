@@ -203,7 +203,7 @@ void ScanWorker::processFolder(WorkItem& item) {
     const HelpersAwaited helpers{shared_, context_.queue};
     descriptor_ = folder.descriptor;
     succeedsPatiently([&] {
-        turnCount_ = 0;
+        beginTurns();
         isRead = reader_.readEntries(folder.descriptor, item.deviceID, consumer_,
                                      DirectoryReader::Descriptor::fresh, &records_);
         return isRead || reader_.hasHandedOn(); // nothing may come twice
@@ -224,6 +224,9 @@ void ScanWorker::processFolder(WorkItem& item) {
 }
 
 bool ScanWorker::processEntries(std::span<const RawDirectoryEntry> entries) {
+    // Before they are dealt with: whoever has nothing to do takes the next ones meanwhile.
+    if (goesOn_ && shared_ == nullptr && context_.queue.isHungry() && !reader_.isOneByOne())
+        share();
     for (const RawDirectoryEntry& entry : entries) {
         if (context_.cancelFlag.isSet())
             return false;
@@ -488,7 +491,12 @@ void ScanWorker::settle(FileNode& folder) {
     if (fileRuns_.count() > 0) [[unlikely]]
         putFilesAside();
     const auto children = region_->makeChildArray(count);
-    const auto others = files_.takeInto(fileRuns_.takeInto(children));
+    int threads = 1;
+    if (fileRuns_.count() > 0 && context_.queue.isHungry()) { // those who wait leave their processors to it
+        const int processors = activeProcessorCount();
+        threads = std::min(processors, context_.options.workerCount.value_or(processors));
+    }
+    const auto others = files_.takeInto(fileRuns_.takeInto(children, threads));
     std::ranges::copy(folders_, others.begin());
     folder.setChildren(children);
     if (folders_.capacity() > largestKept)

@@ -73,8 +73,10 @@ private:
     bool succeedsPatiently(const Call& call) const;
 
     // Folders that several workers read (ScanWorkerSharing.cpp):
+    void beginTurns();
     long nextRecords(std::span<std::byte> buffer);
-    void noteTurn(std::size_t dealtWith);
+    void noteTurn();
+    void share();
     bool isLeavingEarly() const;
     bool workOnShared();
     void endShared(bool isRead);
@@ -123,10 +125,13 @@ private:
     const WorkItem* item_ = nullptr;
     int descriptor_ = -1;
     int turnCount_ = 0;                    // that it took at the folder's records
-    std::int64_t waitsAtTurn_ = 0;         // of this thread, when the last one began
-    std::size_t turnLength_ = 0;           // bytes at most, of the one before
-    bool isWaitingKnown_ = false;          // by a turn that was long enough to tell
-    bool mostlyWaited_ = false;            // for the entries of the one before
+    std::size_t turnBytes_ = 0;            // in all of them
+    bool goesOn_ = false;                  // behind the records of the last one, as it seems
+    int judgedTurn_ = 0;                   // up to which it is known whether it waits
+    std::size_t judgedBytes_ = 0;          // likewise
+    std::int64_t judgedWaits_ = 0;         // of this thread, then
+    bool isWaitingKnown_ = false;          // by turns that were long enough to tell
+    bool mostlyWaited_ = false;            // for their entries
     std::shared_ptr<SharedFolder> shared_; // null as long as it reads alone
     bool isHelping_ = false;               // with that one, which is not its own
     NodeSorter files_;                     // the nodes of its entries

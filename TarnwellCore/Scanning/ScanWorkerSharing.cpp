@@ -15,48 +15,65 @@ namespace tarnwell {
 
 namespace {
 
-/// Bytes of the records that are taken in one turn: some seven hundred names. Few folders hold more, and
-/// nobody waits long for the last turn. Where somebody has nothing to do the first turns are short, so that a
-/// folder of a thousand files, too, is worth a helper.
-constexpr std::size_t wholeTurn = 32768;
-constexpr std::size_t firstTurn = 4096;
+/// A record takes no more bytes.
+constexpr std::size_t longestRecord = 280;
 
-/// So often a thread waits in a whole turn though all entries are in the kernel's caches: for another's turn
-/// to end. With those of a disk it waits ten times and more.
+/// Bytes of records after which it is known that a thread does not wait for their entries. So often it waits
+/// though all of them are in the kernel's caches, and once more in each further turn: for another's turn to
+/// end. With those of a disk it waits ten times and more.
+constexpr std::size_t tellingBytes = SharedFolder::wholeTurn * 3 / 4;
 constexpr std::int64_t fewWaits = 3;
 
 } // namespace
+
+void ScanWorker::beginTurns() {
+    turnCount_ = 0;
+    turnBytes_ = 0;
+    goesOn_ = isWaitingKnown_ = mostlyWaited_ = false;
+}
 
 /// The source of records for the reader. What it gave last has been dealt with.
 long ScanWorker::nextRecords(std::span<std::byte> buffer) {
     if (isLeavingEarly())
         return 0;
-    const bool isShort = shared_ != nullptr || context_.queue.isHungry();
-    const std::size_t length = isShort && turnCount_ < 3 ? firstTurn << turnCount_ : wholeTurn;
-    buffer = buffer.first(std::min(buffer.size(), length));
+    const bool isFirst = turnCount_ == 0 && context_.queue.isHungry();
+    buffer =
+        buffer.first(std::min(buffer.size(), isFirst ? SharedFolder::firstTurn : SharedFolder::wholeTurn));
     const long filled = shared_ != nullptr
                             ? shared_->read(context_.calls, buffer)
                             : context_.calls.readPacked(descriptor_, buffer.data(), buffer.size());
-    const std::size_t dealtWith = std::exchange(turnLength_, length);
-    if (filled > 0 && ++turnCount_ > 1)
-        noteTurn(dealtWith);
+    if (filled <= 0)
+        return filled;
+    if (++turnCount_ > 1)
+        noteTurn();
+    goesOn_ = buffer.size() - static_cast<std::size_t>(filled) < longestRecord;
+    turnBytes_ += static_cast<std::size_t>(filled);
     return filled;
 }
 
 /// The folder goes on: it is worth other workers when there are any, or when it has to be waited for.
-void ScanWorker::noteTurn(std::size_t dealtWith) {
+void ScanWorker::noteTurn() {
     const std::int64_t waits = waitsOfThisThread();
-    isWaitingKnown_ = turnCount_ > 2 && dealtWith >= wholeTurn;
-    mostlyWaited_ = isWaitingKnown_ && waits - waitsAtTurn_ > fewWaits;
-    waitsAtTurn_ = waits;
+    const bool isMeasured = turnCount_ > 2;
+    const bool hasWaited = isMeasured && waits - judgedWaits_ >= fewWaits + (turnCount_ - judgedTurn_);
+    if (!isMeasured || hasWaited || turnBytes_ - judgedBytes_ >= tellingBytes) {
+        isWaitingKnown_ = isMeasured;
+        mostlyWaited_ = hasWaited;
+        judgedWaits_ = waits;
+        judgedTurn_ = turnCount_;
+        judgedBytes_ = turnBytes_;
+    }
     const bool isHungry = context_.queue.isHungry();
     // One of which nothing was handed on may still turn out to be read one by one.
-    if (shared_ == nullptr && (isHungry || mostlyWaited_) && reader_.hasHandedOn()) {
-        shared_ = std::make_shared<SharedFolder>(*item_, descriptor_, collapseTarget_);
-        context_.queue.offer(shared_);
-    }
+    if (shared_ == nullptr && (isHungry || mostlyWaited_) && reader_.hasHandedOn())
+        share();
     if (shared_ != nullptr && mostlyWaited_ && !isHungry)
         (*addWorker_)();
+}
+
+void ScanWorker::share() {
+    shared_ = std::make_shared<SharedFolder>(*item_, descriptor_, collapseTarget_, turnBytes_);
+    context_.queue.offer(shared_);
 }
 
 /// As `workOnBatch`: one that was added leaves between two turns, too.
@@ -80,8 +97,7 @@ bool ScanWorker::workOnShared() {
         descriptor_ = shared_->descriptor;
         collapseTarget_ = shared_->collapseTarget;
         delta_ = {.node = collapseTarget_};
-        turnCount_ = 0;
-        mostlyWaited_ = isWaitingKnown_ = false;
+        beginTurns();
         isHelping_ = true;
         const bool isRead = reader_.helpToRead(descriptor_, item_->deviceID, consumer_, records_);
         // At its end for one, or called off, is at its end for all.

@@ -33,7 +33,9 @@ long SharedFolder::read(const DirectoryCalls& calls, std::span<std::byte> buffer
     const std::lock_guard guard(turns_);
     if (isAtEnd_)
         return 0;
+    buffer = buffer.first(std::min(buffer.size(), std::max(taken_ / 16, firstTurn)));
     const long filled = calls.readPacked(descriptor, buffer.data(), buffer.size());
+    taken_ += filled > 0 ? static_cast<std::size_t>(filled) : 0;
     // What lies behind a failure nobody else would read, either; an interrupted call is made again.
     isAtEnd_ = filled == 0 || (filled < 0 && errno != EINTR);
     return filled;

@@ -7,9 +7,9 @@
 // them take turns: whoever has dealt with its records takes the next ones under the folder's lock, and asks
 // about their entries without it, with a reader, a region of the arena and counts of its own. No record is
 // taken twice, and none is copied. When there are no more, each hands in what it made of its records, in runs
-// that are in order; the owner waits for the last helper and merges them. Then the folder is what one worker
-// would have made of it: sums do not depend on who adds them, children are in order, and nothing of the
-// folder is handed on before.
+// that are in order; the owner waits for the last helper and merges them, on several threads where others
+// wait. Then the folder is what one worker would have made of it: sums do not depend on who adds them,
+// children are in order, and nothing of the folder is handed on before.
 //
 // Where the system tells an entry's facts together with its name there is nothing to be shared: its reader
 // never asks for records here.
@@ -45,9 +45,16 @@ struct FolderShare {
 /// Safe from any thread. Held by its owner, the queue and the helpers.
 class SharedFolder {
 public:
-    /// `item` and the descriptor are the owner's, and last until `collect` returns.
-    SharedFolder(const WorkItem& owned, int opened, FileNode* target)
-        : item(owned), descriptor(opened), collapseTarget(target) {}
+    /// Bytes of the records that are taken in one turn: some seven hundred names. Few folders hold more, and
+    /// nobody waits long for the last turn. Where somebody has nothing to do, a folder begins with a short one,
+    /// so that one of a thousand files, too, is worth a helper.
+    static constexpr std::size_t wholeTurn = 32768;
+    static constexpr std::size_t firstTurn = 4096;
+
+    /// `item` and the descriptor are the owner's, and last until `collect` returns; it has taken so many bytes
+    /// of records.
+    SharedFolder(const WorkItem& owned, int opened, FileNode* target, std::size_t taken)
+        : item(owned), descriptor(opened), collapseTarget(target), taken_(taken) {}
 
     const WorkItem& item;
     const int descriptor;
@@ -55,7 +62,9 @@ public:
 
     // --- Turns ------------------------------------------------------------------------------------------
 
-    /// The next records, as `DirectoryCalls::readPacked` gives them; 0 when there are no more for anyone.
+    /// The next records, as `DirectoryCalls::readPacked` gives them; 0 when there are no more for anyone. Turns
+    /// grow with what was taken: whoever has the last one is not waited for much longer than a sixteenth of what
+    /// all of them took.
     long read(const DirectoryCalls& calls, std::span<std::byte> buffer);
     /// Nobody gets any more: the folder cannot be read to its end (an errno, the first one counts), or need
     /// not be (0).
@@ -79,7 +88,8 @@ private:
     bool takeShare(FolderShare& share);
 
     mutable std::mutex turns_;
-    bool isAtEnd_ = false; // guarded by turns_, as is error_
+    bool isAtEnd_ = false; // guarded by turns_, as are error_ and taken_
+    std::size_t taken_;
     int error_ = 0;
 
     std::mutex mutex_;

@@ -125,13 +125,13 @@ void JSONWriter::key(std::string_view name) {
     if (!needsNoEscape(name)) {
         std::string escaped;
         appendEscaped(escaped, name);
-        writeKey(escaped);
+        escapedKey(escaped);
         return;
     }
-    writeKey(name);
+    escapedKey(name);
 }
 
-void JSONWriter::writeKey(std::string_view escaped) {
+void JSONWriter::escapedKey(std::string_view escaped) {
     write(escaped.size() + 4, [&](char* place) { put(put(put(place, '"'), escaped), "\": "); });
     followsKey_ = true;
 }

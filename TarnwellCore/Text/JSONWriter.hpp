@@ -29,6 +29,8 @@ public:
 
     /// The next value's key.
     void key(std::string_view name);
+    /// The same for one that stands as it is, which then is not looked through.
+    void escapedKey(std::string_view escaped);
 
     /// Bytes that are not UTF-8 become U+FFFD.
     void string(std::string_view bytes);
@@ -50,7 +52,6 @@ private:
     template <class Fill>
     void write(std::size_t count, Fill fill);
     void write(std::string_view value);
-    void writeKey(std::string_view escaped);
     void begin(char bracket);
     void end(char bracket);
 

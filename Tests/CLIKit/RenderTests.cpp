@@ -304,6 +304,28 @@ TEST(CLIRender, ChildrenBelowAnyNodeAtAnyLevel) {
     }
 }
 
+TEST(CLIRender, HugeFoldersAreListedInTheSameOrder) {
+    for (const int folders : {0, 3}) {
+        FileTreeBuilder builder("/data");
+        for (int number = 0; number < 70'000; ++number)
+            builder.addFile(builder.root(), "same start " + std::to_string(number * 7919 % 70'001),
+                            {.size = number % 1000, .allocatedSize = number % 7 / 5 * 4096});
+        for (int number = 0; number < folders; ++number)
+            builder.addFile(builder.addFolder(builder.root(), "same start f" + std::to_string(number)),
+                            "file", {.allocatedSize = number * 4096});
+        const auto root = builder.finish();
+        for (const std::int64_t depth : {std::int64_t{1}, endless}) {
+            std::vector<PlainListing::Row> rows;
+            PlainListing{.mode = SizeMode::allocated, .top = {}}.addRows(rows, *root, depth, 0);
+            const auto listed = CLIRender::children(*root, SizeMode::allocated, depth, std::nullopt, 0);
+            EXPECT_TRUE(std::ranges::equal(listed, rows, [](const CLIListedNode& a, const auto& b) {
+                return a.node == b.node && a.share == b.share && a.depth == b.depth &&
+                       a.selected == b.node->allocatedSize;
+            })) << folders << " folders, depth " << depth;
+        }
+    }
+}
+
 TEST(CLIRender, ListingsOfEqualTreesAreEqual) {
     const std::shared_ptr<FileNode> trees[] = {randomTree(2, "/data"), randomTree(2, "/data"),
                                                randomTree(2, "/other")};

@@ -182,6 +182,28 @@ TEST_F(SharedFolders, AreInOrderWhenTheyAreHuge) {
     }
 }
 
+// Whoever has nothing to do need not wait until the owner has dealt with its first records.
+TEST_F(SharedFolders, AreSharedWithinATurn) {
+    makeMany("wide/", 1500);
+    const auto isAlone = [] {
+        const std::lock_guard guard(askersMutex);
+        return askers.size() < 2;
+    };
+    std::atomic<int> askedAlone = 0;
+    beforeAsking = [&](const char*, int before) {
+        if (isAlone()) {
+            askedAlone = before;
+            std::this_thread::sleep_for(std::chrono::milliseconds(before < 48 ? 1 : 20));
+        }
+        return 0;
+    };
+    DirectoryCalls table = calls();
+    table.readPacked = DirectoryCalls::live().readPacked;
+    EXPECT_EQ(scan(4, table).root->fileCount(), 1500);
+    EXPECT_FALSE(isAlone());
+    EXPECT_LT(askedAlone, 90); // fewer than the shortest turn gives
+}
+
 TEST_F(SharedFolders, GrowOnlyWhileTheyAreLookedAt) {
     makeMany("wide/", 2000);
     folder.makeFile("wide/first", 5);
