@@ -5,7 +5,7 @@
 // Candidates are regular files of equal apparent size. A hash of the first 4,096 bytes, which decides nothing
 // else, tells who has no like. Up to 16 that are left are read in step and compared byte by byte, each for as
 // long as it has a like. Of more, the SHA-256 of the first 65,536 bytes tells who has none, and that of the
-// whole who is equal; so does that of files of up to 16,384 bytes, at once. One inode is one file however
+// whole who is equal; so does that of files of up to 65,536 bytes, at once. One inode is one file however
 // many links it has. Links, devices, empty files and placeholders whose contents lie elsewhere are never
 // opened.
 //

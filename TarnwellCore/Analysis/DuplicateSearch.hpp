@@ -57,8 +57,8 @@ private:
     static constexpr std::int64_t pageLength = 4'096;
     static constexpr std::int64_t beginningLength = 65'536;
     static constexpr std::int64_t wholeLength = std::numeric_limits<std::int64_t>::max();
-    /// Up to this opening a file once more takes longer than reading it to the end at once.
-    static constexpr std::int64_t shortLength = 16'384;
+    /// Up to this a file is read once, to the end.
+    static constexpr std::int64_t shortLength = beginningLength;
     static std::int64_t lengthToRead(std::int64_t size, std::int64_t most) {
         return size <= shortLength ? size : std::min(size, most);
     }
