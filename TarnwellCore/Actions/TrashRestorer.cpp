@@ -287,8 +287,12 @@ void addItem(TrashListing& listing, const fs::path& location, const Knowledge& k
 }
 
 /// The latest first. A set stands together, at the date of its latest item: clocks may have been put back
-/// while it was moved.
-void sortByDate(std::vector<TrashedItem>& items) {
+/// while it was moved. Of sets of one millisecond, which are the same to the journal's clock, the one that
+/// was written down last.
+void sortByDate(std::vector<TrashedItem>& items, const std::vector<TrashJournalEntry>& entries) {
+    std::map<UUID, std::size_t> places;
+    for (const TrashJournalEntry& entry : entries)
+        places.try_emplace(entry.set, places.size());
     std::map<UUID, std::optional<Date>> datesOfSets;
     for (const TrashedItem& item : items)
         if (item.set) {
@@ -302,7 +306,7 @@ void sortByDate(std::vector<TrashedItem>& items) {
         if (dateOf(left) != dateOf(right))
             return dateOf(left) > dateOf(right); // a date before none
         if (left.set != right.set)
-            return left.set > right.set;
+            return left.set && right.set ? places[*left.set] > places[*right.set] : left.set > right.set;
         if (left.number != right.number)
             return left.number > right.number;
         return left.location.native() < right.location.native();
@@ -359,7 +363,7 @@ std::future<TrashListing> TrashRestorer::list(CancellationToken token) const {
                 addItem(listing, *entry.location, knowledge);
         }
         restorer.journal_.forget(left);
-        sortByDate(listing.items);
+        sortByDate(listing.items, knowledge.entries());
         return listing;
     });
 }

@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <map>
-#include <thread>
 
 namespace fs = std::filesystem;
 
@@ -181,7 +180,6 @@ TEST(TrashCommand, TheLastSetGoesBackWhereItWas) {
     const std::string file = scene.home.writeFile("file", "file").string();
     EXPECT_THAT(scene.text({"trash", "restore", "--yes"}), HasSubstr("nothing to do"));
     (void)scene.text({"trash", inner, scene.path("folder"), "--yes"});
-    std::this_thread::sleep_for(std::chrono::milliseconds(2)); // the journal's clock has milliseconds
     (void)scene.text({"trash", file, "--yes"});
     const auto listed = scene.json({"trash", "list"});
     ASSERT_EQ(listed["items"].Size(), 2u) << "what lies in another goes along";
