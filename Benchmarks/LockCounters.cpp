@@ -185,7 +185,11 @@ extern "C" int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mut
 }
 
 extern "C" long syscall(long number, ...) noexcept {
-    static auto* const call = real<long(long, ...)>("syscall");
+    // A local static would wait for other threads by this very call.
+    static std::atomic<long (*)(long, ...)> known;
+    auto* call = known.load(std::memory_order_relaxed);
+    if (call == nullptr)
+        known.store(call = real<long(long, ...)>("syscall"), std::memory_order_relaxed);
     std::array<long, 6> values;
     va_list arguments;
     va_start(arguments, number);

@@ -37,6 +37,10 @@ public:
     /// that leaves a body is rethrown here, the first one wins, once every body has ended. Called once.
     void run(int count);
 
+    /// Whether a body may itself run others: not where the system lends its threads, for all of them may be
+    /// waiting then.
+    static bool mayBeNested();
+
     /// Runs `body` once more beside those that run; not when `most` run already or the system has no thread
     /// to give. While `run` has not yet started as many as it was asked for, it fills one of their places.
     /// Called from within a body, by any number of them at once.

@@ -175,8 +175,7 @@ void NodeRuns::sort(std::span<FileNode* const> nodes, int threads) {
     WorkerThreads([&](WorkerThreads::Place) {
         NodeSorter sorter;
         for (std::size_t index = next++; index < runs.size(); index = next++) {
-            const auto part =
-                nodes.subspan(index * length, std::min(length, nodes.size() - index * length));
+            const auto part = nodes.subspan(index * length, std::min(length, nodes.size() - index * length));
             for (std::size_t place = 0; place < part.size(); ++place) {
                 if (place + nodesAhead < part.size())
                     fetchSoon(part[place + nodesAhead]);
@@ -185,7 +184,7 @@ void NodeRuns::sort(std::span<FileNode* const> nodes, int threads) {
             runs[index].resize(part.size());
             sorter.takeInto(runs[index]);
         }
-    }).run(threads);
+    }).run(static_cast<int>(std::min(runs.size(), static_cast<std::size_t>(std::max(threads, 1)))));
     runs_.reserve(runs_.size() + runs.size());
     for (std::vector<FileNode*>& run : runs)
         add(std::move(run));
@@ -225,10 +224,11 @@ void NodeRuns::take(const Taker& take, int threads) {
 
 std::span<FileNode*> NodeRuns::takeInto(std::span<FileNode*> places, int threads) {
     const std::size_t count = count_;
-    take([places](std::size_t first, std::span<const Item> items) {
+    take(
+        [places](std::size_t first, std::span<const Item> items) {
             std::ranges::transform(items, places.begin() + static_cast<std::ptrdiff_t>(first), &Item::node);
         },
-         threads);
+        threads);
     return places.subspan(count);
 }
 

@@ -158,7 +158,10 @@ ScanContext ScanEngine::contextFor(TreeArena* arena, std::int32_t rootDeviceID, 
             .queue = queue_,
             .rootError = rootError,
             .rootDeviceID = rootDeviceID,
-            .live = live_.get()};
+            .live = live_.get(),
+            .mergingThreads = isMappedMemoryLimited() || !WorkerThreads::mayBeNested()
+                                  ? 1
+                                  : std::min(workers().regular, activeProcessorCount())};
 }
 
 ScanResult ScanEngine::read() {

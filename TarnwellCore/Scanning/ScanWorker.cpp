@@ -491,11 +491,8 @@ void ScanWorker::settle(FileNode& folder) {
     if (fileRuns_.count() > 0) [[unlikely]]
         putFilesAside();
     const auto children = region_->makeChildArray(count);
-    int threads = 1;
-    if (fileRuns_.count() > 0 && context_.queue.isHungry()) { // those who wait leave their processors to it
-        const int processors = activeProcessorCount();
-        threads = std::min(processors, context_.options.workerCount.value_or(processors));
-    }
+    // Those who wait leave their processors to it.
+    const int threads = fileRuns_.count() > 0 && context_.queue.isHungry() ? context_.mergingThreads : 1;
     const auto others = files_.takeInto(fileRuns_.takeInto(children, threads));
     std::ranges::copy(folders_, others.begin());
     folder.setChildren(children);

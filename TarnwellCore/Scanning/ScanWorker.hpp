@@ -41,6 +41,8 @@ struct ScanContext {
     std::int32_t rootDeviceID = 0;
     /// Null when nobody looks.
     LiveTree* live = nullptr;
+    /// On how many threads a worker merges a huge folder's files while others have nothing to do.
+    int mergingThreads = 1;
 
     bool buildsTree() const { return arena != nullptr; }
 };

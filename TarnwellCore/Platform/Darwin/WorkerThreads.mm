@@ -69,6 +69,10 @@ WorkerThreads::WorkerThreads(Body body, std::function<void()> beforeStart)
     : state_(new State(std::move(body), std::move(beforeStart))) {}
 WorkerThreads::~WorkerThreads() = default;
 
+bool WorkerThreads::mayBeNested() {
+    return false;
+}
+
 void WorkerThreads::addOne(int most) {
     const std::lock_guard guard(state_->mutex);
     state_->startOne(most);

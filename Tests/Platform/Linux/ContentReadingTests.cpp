@@ -39,7 +39,7 @@ TEST(ContentReading, LeavesTheCacheAsItWas) {
     const test::TemporaryFolder folder(".");
     std::string text(size, '\0');
     for (std::size_t index = 0; index < text.size(); ++index)
-        text[index] = static_cast<char>(index / 4096 + index / 256);
+        text[index] = static_cast<char>(index / (1 << 20) + index / 4096 + index / 256);
     const auto path = folder.writeFile("file", text);
     const auto isAt = [&](std::int64_t offset, std::span<const std::byte> bytes) {
         return std::memcmp(text.data() + offset, bytes.data(), bytes.size()) == 0;
