@@ -14,10 +14,10 @@
 //
 // The files of a device are read in the order of their inodes, which on most file systems is near the order
 // on the disk, by as many threads as there are processors. See ContentReading.hpp for what that leaves of
-// other programs' cache. Files in step take at most a quarter of the descriptors that the process may have;
-// where there are none to be had, their digests are compared. Memory, however large the files are: some 260
-// bytes a candidate at most, and for each thread a few mebibytes of buffers, or some 24 when many files in
-// step have to be waited for.
+// other programs' cache. Files in step take at most a quarter of the descriptors that the process may have,
+// two for each thread at least, and are fewer than 16 where that is less; where there are none to be had,
+// their digests are compared. Memory, however large the files are: some 260 bytes a candidate at most, and
+// for each thread a few mebibytes of buffers, or some 24 when many files in step have to be waited for.
 
 #include "TarnwellCore/Analysis/DuplicateOptions.hpp"
 #include "TarnwellCore/Analysis/DuplicateResult.hpp"

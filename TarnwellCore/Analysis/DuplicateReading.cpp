@@ -194,7 +194,7 @@ std::size_t DuplicateSearch::mostFilesInStep() const {
     if (::getrlimit(RLIMIT_NOFILE, &limit) != 0)
         return 0;
     const rlim_t share = limit.rlim_cur / 4 / static_cast<rlim_t>(workerCount());
-    return static_cast<std::size_t>(std::min<rlim_t>(share, mostInStep));
+    return static_cast<std::size_t>(std::clamp<rlim_t>(share, 2, mostInStep));
 }
 
 /// By the first of its links that still leads to it; those that do not are dropped by themselves.

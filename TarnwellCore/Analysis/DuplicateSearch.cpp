@@ -17,6 +17,12 @@ namespace tarnwell {
 
 namespace {
 
+/// Sparse files can be of any size.
+std::int64_t sumUpToLimit(std::int64_t one, std::int64_t other) {
+    std::int64_t sum = 0;
+    return __builtin_add_overflow(one, other, &sum) ? std::numeric_limits<std::int64_t>::max() : sum;
+}
+
 bool canBeCandidate(const FileNode& node, std::int64_t minimumSize) {
     constexpr FileNodeFlags ruledOut[] = {FileNodeFlags::symlink, FileNodeFlags::special,
                                           FileNodeFlags::inaccessible, FileNodeFlags::excluded,
@@ -66,7 +72,12 @@ DuplicateResult DuplicateSearch::run(std::vector<std::shared_ptr<const FileNode>
             many.insert(many.end(), set.begin(), set.end());
         return areMany;
     });
-    std::ranges::move(sieve(std::move(many), beginningLength, few), std::back_inserter(sets));
+    for (const Files& set : sets)
+        for (const std::size_t file : set)
+            laterBytes_ = sumUpToLimit(laterBytes_, sizeOf(files_[file]));
+    std::vector<Files> more = sieve(std::move(many), beginningLength, few);
+    laterBytes_ = 0;
+    std::ranges::move(more, std::back_inserter(sets));
     readWholes(std::move(sets), few);
     return assemble();
 }
@@ -208,10 +219,9 @@ void DuplicateSearch::readWholes(std::vector<Files> sets, std::size_t few) {
 }
 
 void DuplicateSearch::expectBytes(const Files& files, std::int64_t most) {
-    std::int64_t bytes = bytesRead_.load(std::memory_order_relaxed);
+    std::int64_t bytes = sumUpToLimit(bytesRead_.load(std::memory_order_relaxed), laterBytes_);
     for (const std::size_t file : files)
-        if (__builtin_add_overflow(bytes, lengthToRead(sizeOf(files_[file]), most), &bytes))
-            bytes = std::numeric_limits<std::int64_t>::max(); // sparse files can be of any size
+        bytes = sumUpToLimit(bytes, lengthToRead(sizeOf(files_[file]), most));
     bytesToRead_.store(bytes, std::memory_order_relaxed);
 }
 
@@ -250,19 +260,18 @@ void DuplicateSearch::forEach(std::size_t count, std::size_t neighbours,
     requireRunning();
     const std::size_t pieces = (count + neighbours - 1) / neighbours;
     std::atomic<std::size_t> next = 0;
-    AtomicFlag isFailing;
     WorkerThreads threads([&](WorkerThreads::Place) {
         try {
             Worker worker(*this);
             for (std::size_t piece = 0; (piece = next.fetch_add(1, std::memory_order_relaxed)) < pieces;)
                 for (std::size_t item = piece * neighbours; item < std::min(count, (piece + 1) * neighbours);
                      ++item) {
-                    if (isStopped_.isSet() || isFailing.isSet())
+                    if (isStopped_.isSet())
                         return;
                     body(worker, item);
                 }
         } catch (...) {
-            isFailing.set();
+            isStopped_.set(); // the others need not read on for hours
             throw;
         }
     });

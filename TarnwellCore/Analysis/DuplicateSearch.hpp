@@ -163,6 +163,7 @@ private:
     AtomicFlag isStopped_;
     std::atomic<std::int64_t> bytesRead_ = 0;
     std::atomic<std::int64_t> bytesToRead_ = 0;
+    std::int64_t laterBytes_ = 0; // of stages behind the one that is expected; between stages only
     std::atomic<std::int64_t> groupCount_ = 0;
     std::atomic<std::int64_t> droppedCount_ = 0;
     std::int64_t candidateCount_ = 0;

@@ -98,8 +98,12 @@ void ContentReader::end() {
     if (state.file < 0)
         return;
     state.current.giveUp(state.file);
-    if (state.isFollowingStarted)
+    if (state.isFollowingStarted) {
+        // What is still on its way cannot be given up, and would stay.
+        if (state.following.filled < state.following.length)
+            (void)state.following.complete(state.file);
         state.following.giveUp(state.file);
+    }
     state.isFollowingStarted = false;
     state.file = -1;
 }

@@ -2,7 +2,8 @@
 
 // Reading the contents of many files for once: fast, the disk busy while the processor works on what came
 // before, and without taking other programs' memory. What the system already held of a file it keeps; what it
-// had to fetch for this reader, it is told to give up again.
+// had to fetch for this reader, it is told to give up again. Of a piece of which it held a part only, what
+// lies behind the first gap counts as fetched.
 
 #include <cstddef>
 #include <cstdint>

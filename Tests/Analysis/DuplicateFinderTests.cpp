@@ -191,10 +191,12 @@ TEST(DuplicateFinder, WhatIsNotTheSameAnyMoreDropsOut) {
             struct stat status = {};
             ASSERT_EQ(::stat((folder / "victim").c_str(), &status), 0);
             if (isWhileReading)
-                // The first page, the beginning, the whole; or the first page, and the second of four steps.
+                // The first page and its end, the beginning and its end, the whole; or the second of four
+                // steps.
                 beforeReading(finder, [&](int file) {
                     struct stat open = {};
-                    if (::fstat(file, &open) == 0 && open.st_ino == status.st_ino && ++victims == 3)
+                    if (::fstat(file, &open) == 0 && open.st_ino == status.st_ino &&
+                        ++victims == (others > 2 ? 5 : 4))
                         each.spoil(folder / "victim");
                 });
             else

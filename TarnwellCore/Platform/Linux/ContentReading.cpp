@@ -35,9 +35,13 @@ void Piece::start(int file, std::int64_t from, std::size_t count) {
 }
 
 void Piece::giveUp(int file) const {
-    if (held < length)
-        ::posix_fadvise(file, offset + static_cast<std::int64_t>(held), static_cast<off_t>(length - held),
-                        POSIX_FADV_DONTNEED);
+    if (held == length)
+        return;
+    // A page that goes on behind the piece was fetched as a whole, and goes as a whole or not at all.
+    static const auto page = static_cast<std::int64_t>(::sysconf(_SC_PAGESIZE));
+    const std::int64_t start = offset + static_cast<std::int64_t>(held);
+    const std::int64_t end = (offset + static_cast<std::int64_t>(length) + page - 1) / page * page;
+    ::posix_fadvise(file, start, static_cast<off_t>(end - start), POSIX_FADV_DONTNEED);
 }
 
 } // namespace tarnwell::ContentReadingDetail
