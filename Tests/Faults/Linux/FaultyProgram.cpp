@@ -225,7 +225,10 @@ FaultyOutcome runWithFault(const Program& program, const std::optional<Fault>& f
 }
 
 const std::string& whyNotFaulty() {
-    static const std::string reason = [] {
+    static const std::string reason = []() -> std::string {
+#ifdef __SANITIZE_THREAD__
+        return "the thread sanitizer stands in front of the same calls";
+#endif
         const FaultyOutcome outcome = runWithFault({.arguments = {TARNWELL_TOOL, "--help"}});
         if (outcome.exitCode != 0)
             return "a library cannot be preloaded here: " + outcome.error;
