@@ -39,9 +39,11 @@ TEST(NodeSorter, AgreesWithThePlainOrder) {
             for (int item = 0; item < count; ++item) {
                 const auto size = static_cast<std::int64_t>(random() % sizeCount) - 1;
                 const auto allocated = static_cast<std::int64_t>(random() % sizeCount) * 4096;
-                expected.push_back(&tree.addFile(tree.root(), anyName(random),
-                                                 {.size = size, .allocatedSize = allocated}));
-                sorter.add(*expected.back());
+                const std::string name = anyName(random);
+                const FileNodeAttributes attributes{.size = size, .allocatedSize = allocated};
+                FileNode& file = tree.addFile(tree.root(), name, attributes);
+                expected.push_back(&file);
+                sorter.add(file);
             }
             // The same in runs of any length, and in those that a large folder is cut into.
             NodeRuns runs;

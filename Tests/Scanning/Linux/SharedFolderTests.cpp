@@ -182,16 +182,17 @@ TEST_F(SharedFolders, AreInOrderWhenTheyAreHuge) {
     }
 }
 
+bool hasOneAsker() {
+    const std::lock_guard guard(askersMutex);
+    return askers.size() < 2;
+}
+
 // Whoever has nothing to do need not wait until the owner has dealt with its first records.
 TEST_F(SharedFolders, AreSharedWithinATurn) {
     makeMany("wide/", 1500);
-    const auto isAlone = [] {
-        const std::lock_guard guard(askersMutex);
-        return askers.size() < 2;
-    };
-    std::atomic<int> askedAlone = 0;
-    beforeAsking = [&](const char*, int before) {
-        if (isAlone()) {
+    static std::atomic<int> askedAlone = 0;
+    beforeAsking = [](const char*, int before) {
+        if (hasOneAsker()) {
             askedAlone = before;
             std::this_thread::sleep_for(std::chrono::milliseconds(before < 48 ? 1 : 20));
         }
@@ -200,7 +201,7 @@ TEST_F(SharedFolders, AreSharedWithinATurn) {
     DirectoryCalls table = calls();
     table.readPacked = DirectoryCalls::live().readPacked;
     EXPECT_EQ(scan(4, table).root->fileCount(), 1500);
-    EXPECT_FALSE(isAlone());
+    EXPECT_FALSE(hasOneAsker());
     EXPECT_LT(askedAlone, 90); // fewer than the shortest turn gives
 }
 
