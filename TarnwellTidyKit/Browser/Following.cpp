@@ -44,22 +44,6 @@ void takeOffWhatIsGone(Marks& marks, const Removals& removals) {
 
 } // namespace
 
-const FileNode* commonFolder(const FileNode* one, const FileNode* other) {
-    if (one == nullptr || other == nullptr)
-        return one == nullptr ? other : one;
-    std::size_t depth = one->depth();
-    std::size_t otherDepth = other->depth();
-    for (; depth > otherDepth; --depth)
-        one = one->parent();
-    for (; otherDepth > depth; --otherDepth)
-        other = other->parent();
-    while (one != other) {
-        one = one->parent();
-        other = other->parent();
-    }
-    return one;
-}
-
 ChangedNodes ChangedNodes::of(const ItemChanges& changes, std::shared_ptr<const BrowserTree> tree) {
     ChangedNodes nodes{.tree = std::move(tree)};
     if (nodes.tree == nullptr || changes.count() == 0)

@@ -89,7 +89,4 @@ FollowedChanges carried(const std::shared_ptr<const BrowserTree>& tree, TreeNote
                         const std::optional<std::string>& part, const ReadingChanges& changes,
                         const CarriedMarks& marks);
 
-/// The nearest folder that holds both; null stands for nothing.
-const FileNode* commonFolder(const FileNode* one, const FileNode* other);
-
 } // namespace tarnwell

@@ -2,6 +2,22 @@
 
 namespace tarnwell {
 
+const FileNode* commonFolder(const FileNode* one, const FileNode* other) {
+    if (one == nullptr || other == nullptr)
+        return one == nullptr ? other : one;
+    std::size_t depth = one->depth();
+    std::size_t otherDepth = other->depth();
+    for (; depth > otherDepth; --depth)
+        one = one->parent();
+    for (; otherDepth > depth; --otherDepth)
+        other = other->parent();
+    while (one != other) {
+        one = one->parent();
+        other = other->parent();
+    }
+    return one;
+}
+
 Removals::Sums Removals::lossOf(const FileNode& node) const {
     const auto found = losses_.find(&node);
     return found == losses_.end() ? Sums{} : found->second;
@@ -99,19 +115,8 @@ SearchTotals Removals::totalsOf(const std::vector<const FileNode*>& found) const
 
 const FileNode* Removals::place() const {
     const FileNode* place = nullptr;
-    for (const FileNode* node : all_) {
-        const FileNode* other = node->parent() != nullptr ? node->parent() : node;
-        place = place == nullptr ? other : place;
-        std::size_t depth = place->depth();
-        for (std::size_t deeper = other->depth(); deeper > depth; --deeper)
-            other = other->parent();
-        for (const std::size_t least = other->depth(); depth > least; --depth)
-            place = place->parent();
-        while (place != other) {
-            place = place->parent();
-            other = other->parent();
-        }
-    }
+    for (const FileNode* node : all_)
+        place = commonFolder(place, node->parent() != nullptr ? node->parent() : node);
     return place;
 }
 

@@ -14,6 +14,9 @@
 
 namespace tarnwell {
 
+/// The nearest node that is, or lies above, both; null stands for nothing.
+const FileNode* commonFolder(const FileNode* one, const FileNode* other);
+
 /// Of one tree. A value; reading is safe from any number of threads.
 class Removals {
 public:

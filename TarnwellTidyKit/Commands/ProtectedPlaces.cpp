@@ -76,10 +76,6 @@ bool liesIn(const std::filesystem::path& path, const std::filesystem::path& fold
     return isWithin(PathUtil::withoutTrailingSlashes(path.native()), folder);
 }
 
-std::string_view reasonToStay(const std::filesystem::path& path, const std::filesystem::path& home) {
-    return ProtectedPlaces(home).reasonToStay(path);
-}
-
 ProtectedPlaces::ProtectedPlaces(const std::filesystem::path& home)
     : homes_{HomeFolder(home), HomeFolder(DiskScanner::normalize(home))} {}
 

@@ -10,16 +10,15 @@
 
 namespace tarnwell {
 
-/// Why this absolute path (without "." and "..") must stay, for the user; empty when it need not: the root,
-/// the home folder and what it lies in, the folders of the system and those in which mounted volumes appear,
-/// by whichever of their names. Looks at the links on the way to the path and to the home.
-std::string_view reasonToStay(const std::filesystem::path& path, const std::filesystem::path& home);
-
-/// Answers the same for many paths: for those of one folder that come one after another, the links on the way
-/// are looked at once.
+/// For many paths: for those of one folder that come one after another, the links on the way are looked at
+/// once. Confined to one thread.
 class ProtectedPlaces {
 public:
     explicit ProtectedPlaces(const std::filesystem::path& home);
+    /// Why this absolute path (without "." and "..") must stay, for the user; empty when it need not: the
+    /// root, the home folder and what it lies in, the folders of the system and those in which mounted
+    /// volumes appear, by whichever of their names. Looks at the links on the way to the path and to the
+    /// home.
     std::string_view reasonToStay(const std::filesystem::path& path);
 
 private:
